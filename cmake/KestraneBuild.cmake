@@ -1,0 +1,41 @@
+# What every target of the project shares, and where the bundle lies in an installation.
+include_guard()
+
+if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
+    set(CMAKE_BUILD_TYPE Release CACHE STRING "Debug or Release" FORCE)
+endif()
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+
+set(KESTRANE_BUNDLE "Kestrane.app/Contents")
+set(KESTRANE_MACOS_DIR "${KESTRANE_BUNDLE}/MacOS")
+set(KESTRANE_FRAMEWORKS_DIR "${KESTRANE_BUNDLE}/Frameworks")
+
+# The language standard, the one include path of our own (the project root) and the warnings.
+# Warnings become errors only where a caller asks for it (CMAKE_COMPILE_WARNING_AS_ERROR).
+add_library(kestrane_build INTERFACE)
+target_compile_features(kestrane_build INTERFACE cxx_std_17)
+target_include_directories(kestrane_build INTERFACE "${PROJECT_SOURCE_DIR}")
+target_compile_options(kestrane_build INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wold-style-cast -Wnon-virtual-dtor
+    -Woverloaded-virtual -Wformat=2 -Wimplicit-fallthrough)
+
+# kestrane_library(NAME SOURCES... LIBS ...): one folder's static library, target kestrane_NAME.
+function(kestrane_library name)
+    cmake_parse_arguments(ARG "" "" "SOURCES;LIBS" ${ARGN})
+    add_library(kestrane_${name} STATIC ${ARG_SOURCES})
+    target_link_libraries(kestrane_${name} PUBLIC kestrane_build ${ARG_LIBS})
+endfunction()
+
+# kestrane_test(FILE SOURCES ... LIBS ...): the GoogleTest program of one test file. The name comes
+# from the file: tests/util/split_test.cpp is the target and test "util_split_test".
+function(kestrane_test file)
+    cmake_parse_arguments(ARG "" "" "SOURCES;LIBS" ${ARGN})
+    file(RELATIVE_PATH name "${PROJECT_SOURCE_DIR}/tests" "${CMAKE_CURRENT_SOURCE_DIR}/${file}")
+    string(REGEX REPLACE "\\.cpp$" "" name "${name}")
+    string(REPLACE "/" "_" name "${name}")
+    add_executable(${name} ${file} ${ARG_SOURCES})
+    target_link_libraries(${name} PRIVATE kestrane_build ${ARG_LIBS} GTest::gtest_main)
+    add_test(NAME ${name} COMMAND ${name})
+    set_tests_properties(${name} PROPERTIES TIMEOUT 120)
+endfunction()

@@ -1,0 +1,94 @@
+// One JSON value: parsed from text, looked up by path, converted, edited and written.
+//
+// A JsonObject either owns its value or is a *view* into another document. Lookups never copy: they
+// give views, and writing through a view changes the document that it looks into.
+//
+//     JsonObject document(text.c_str(), length);
+//     int port = document.GetObject("server/port");
+//     document.GetObject("server")["host"] = std::string("localhost");
+//
+// Ownership: a view neither keeps nor frees what it looks at. It is valid while its document lives
+//            and the member or element has not been removed.
+// Errors:    AERROR values, thrown by value, where a function says so. What the JSON library raises
+//            (a member of a scalar, a conversion that makes no sense) passes through unchanged.
+// Threads:   a document and all views into it belong to one thread at a time.
+#pragma once
+
+#include <json/value.h>
+
+#include <string>
+
+#include "json/aerror.h"
+
+class JsonObject
+{
+public:
+    // Owns the value parsed from exactly `length` bytes at `text`, which must not be null; text
+    // behind the first complete value is ignored, comments are dropped.
+    // Throws AERROR_PARSE_FAILED when the reader rejects the text.
+    JsonObject(const char* text, unsigned int length);
+
+    // Owns the value parsed from the NUL-terminated `text`, with its comments; a null `text` gives
+    // the null value. Throws AERROR_PARSE_FAILED when the reader rejects the text.
+    JsonObject(const char* text);
+
+    // A view of `value`.
+    JsonObject(Json::Value& value);
+
+    // A deep copy of an object that owns data; a view of what `other` refers to if `other` is a
+    // view *or owns null*. In the second case the copy must not outlive `other`.
+    JsonObject(const JsonObject& other);
+
+    virtual ~JsonObject() = default;
+
+    // Owns an empty JSON object, "{}".
+    static JsonObject GetEmptyObject();
+
+    // From an object that owns data: this object owns a deep copy; a document that it viewed is
+    // left untouched. From a view, or an object that owns null: a deep copy is written through,
+    // into the viewed document if this is a view.
+    JsonObject& operator=(const JsonObject& other);
+
+    // Replaces the value referred to by a string that holds all of `text`, NULs included.
+    JsonObject& operator=(std::string text);
+
+    // A view of the value at `path`: member names separated by "/", empty ones skipped, so a path
+    // without names is the value itself. Throws AERROR_NOT_FOUND when a name is missing.
+    JsonObject GetObject(const char* path);
+
+    // Whether every name of `path` is there.
+    bool HasObject(const char* path);
+
+    // A view of member `key` or element `index`. A missing member is created as null first; an
+    // array first grows to hold `index`; a null value becomes an object or array.
+    JsonObject operator[](const char* key);
+    JsonObject operator[](int index);
+
+    // The number of elements or members; 0 for a scalar.
+    unsigned int GetArraySize();
+
+    // Whether the value is anything but null.
+    bool IsValid();
+
+    bool IsArray();
+
+    // The value as text, up to its first NUL.
+    operator std::string();
+
+    operator unsigned long long();
+    operator long long();
+    operator long();
+    operator double();
+    operator bool();
+
+    // The low 32 bits of the 64-bit value: 2^32 + 5 reads as 5, without an error.
+    operator int();
+    operator AERROR();
+
+private:
+    // The value at `path`, or null when a name of it is missing.
+    Json::Value* Find(const char* path);
+
+    Json::Value* m_ref;   // What every operation acts on: &m_value, or a value elsewhere (view).
+    Json::Value m_value;  // What this object owns; null in a view.
+};

@@ -1,0 +1,128 @@
+// The launcher: starts the helper programs of a launch list and keeps them running until SIGTERM.
+//
+//     launcher APPLICATION-NAME LAUNCH-LIST
+
+#include "launcher/main.h"
+
+#include <signal.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <utility>
+#include <vector>
+
+#include "json/json_object.h"
+#include "logging/event_log.h"
+#include "logging/log.h"
+#include "logging/log_setup.h"
+
+// Destroyed in reverse order at exit: the children, if there are any left, are ended last.
+std::unordered_map<std::string, std::shared_ptr<ChildProc>> g_child_map;
+std::mutex g_process_mutex;
+std::condition_variable g_process_condition;
+ILog* logger = nullptr;
+
+void InitDaemon()
+{
+    close(STDIN_FILENO);
+    close(STDOUT_FILENO);
+    close(STDERR_FILENO);
+    signal(SIGTERM, sigterm_handler);
+}
+
+void sigterm_handler(int sig)
+{
+    if (sig != SIGTERM) {
+        return;
+    }
+    if (!g_child_map.empty()) {
+        g_child_map.clear();
+    }
+    g_process_condition.notify_all();
+}
+
+bool ReadData(std::string path, std::string& data)
+{
+    std::FILE* file = std::fopen(path.c_str(), "rb");
+    if (file == nullptr) {
+        __LOG__A(logger, LOGLEVEL_ERROR, "[LAUNCHER  ] Failed to open file %s", path.c_str());
+        return false;
+    }
+    std::vector<char> bytes;
+    while (std::feof(file) == 0) {
+        char chunk[128] = {};
+        const std::size_t count = std::fread(chunk, 1, sizeof chunk, file);
+        bytes.insert(bytes.end(), chunk, chunk + count);
+    }
+    std::fclose(file);
+    if (bytes.empty()) {
+        __LOG__A(logger, LOGLEVEL_ERROR, "[LAUNCHER  ] Size of read %s is 0", path.c_str());
+        return false;
+    }
+    data.assign(bytes.data(), strnlen(bytes.data(), bytes.size()));
+    return true;
+}
+
+namespace {
+
+// Starts a child for every named item of the list: "0", "1" and so on, up to the first gap.
+void StartChildren(const std::string& app_name, const std::string& list)
+{
+    JsonObject document(list.c_str(), static_cast<unsigned int>(list.size()));
+    for (int i = 0;; ++i) {
+        const std::string index = std::to_string(i);
+        if (!document.HasObject(index.c_str())) {
+            break;
+        }
+        JsonObject item = document[index.c_str()];
+        if (!item.HasObject("/name")) {
+            __LOG__A(logger, LOGLEVEL_ERROR, "[LAUNCHER  ] There is an item has no name.");
+            continue;
+        }
+        const std::string name = item.GetObject("name");
+        auto child = std::make_shared<ChildProc>(app_name, item);
+        // An earlier item of this name ends here, before the walk goes on.
+        g_child_map[name] = std::move(child);
+    }
+}
+
+// Any return from the wait is the stop request.
+void WaitForStop()
+{
+    std::unique_lock<std::mutex> lock(g_process_mutex);
+    g_process_condition.wait(lock);
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    InitDaemon();
+    if (argc <= 2) {
+        WriteEvent("Morvel Launcher", 3, "wrong parameters.");
+        return 0;
+    }
+    const std::string app_name = argv[1];
+    const std::string list_path = argv[2];
+
+    // Nothing of the reading is seen: there is no log yet. An unreadable list ends the launcher
+    // without a word, as the product expects.
+    __LOG__A(logger, LOGLEVEL_ERROR, "[LAUNCHER  ] Read data from %s", list_path.c_str());
+    std::string list;
+    if (!ReadData(list_path, list)) {
+        __LOG__A(logger, LOGLEVEL_ERROR, "[LAUNCHER  ] Failed to read data from %s",
+                 list_path.c_str());
+        return 0;
+    }
+
+    InitLog(app_name);
+    try {
+        StartChildren(app_name, list);
+    } catch (...) {
+        __LOG__A(logger, LOGLEVEL_ERROR, "[LAUNCHER  ] Error while parsing saved json string.");
+        return 0;
+    }
+    WaitForStop();
+    return 1;
+}

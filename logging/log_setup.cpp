@@ -1,0 +1,63 @@
+#include "logging/log_setup.h"
+
+#include "config/ini_profile.h"
+#include "config/locations.h"
+#include "logging/event_log.h"
+
+namespace {
+
+constexpr std::int32_t kFileLog = 2;
+
+struct LevelName
+{
+    const char* name;
+    LOGLEVEL level;
+};
+
+constexpr LevelName kLevelNames[] = {
+    {"DEBUG", LOGLEVEL_DEBUG}, {"MESSAGE", LOGLEVEL_MESSAGE},   {"WARNING", LOGLEVEL_WARNING},
+    {"ERROR", LOGLEVEL_ERROR}, {"CRITICAL", LOGLEVEL_CRITICAL}, {"VERBOSE", LOGLEVEL_VERBOSE},
+};
+
+}  // namespace
+
+void InitLog(std::string name)
+{
+    const LOGLEVEL level = GetLogLevel();
+    const std::string path = GetLogPath();
+    if (InitLogger(path.c_str()) != 0) {
+        WriteEvent("Morvel Launcher for " + name, 3, "Failed to initialize logger");
+        return;
+    }
+    ILog* log = nullptr;
+    GetLogger(kFileLog, "launcher", level, &log);
+    logger = log;
+}
+
+std::string GetLogPath()
+{
+    const std::string sdk_name = GetSDKName();
+    return GetHomePath() + "/Library/Logs/" + sdk_name + "/qv7log";
+}
+
+LOGLEVEL GetLogLevel()
+{
+    const std::string sdk_name = GetSDKName();
+    const std::string file = GetAppDataPath() + "/" + sdk_name + "/log.ini";
+    char text[1024] = {};
+    // Never 0 with this default; the message stays for a reader that changes its rules.
+    if (GetPrivateProfileString("LOG", "LEVEL", "ERROR", text, sizeof text, file) == 0) {
+        __LOG__A(logger, LOGLEVEL_ERROR, "[SERVICE   ] Failed to get log level");
+    }
+    return StringToLogLevel(text);
+}
+
+LOGLEVEL StringToLogLevel(std::string text)
+{
+    for (const LevelName& entry : kLevelNames) {
+        if (text == entry.name) {
+            return entry.level;
+        }
+    }
+    return LOGLEVEL_ERROR;
+}

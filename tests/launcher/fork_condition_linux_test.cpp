@@ -1,0 +1,61 @@
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <thread>
+
+#include "launcher/main.h"
+#include "tests/support/wait_until.h"
+
+namespace {
+
+// Waits until the child has ended, or kills it. Returns its wait status, -1 if it had to be killed.
+int WaitStatusOf(pid_t child)
+{
+    int wait_status = -1;
+    if (WaitUntil([&] { return waitpid(child, &wait_status, WNOHANG) == child; })) {
+        return wait_status;
+    }
+    kill(child, SIGKILL);
+    waitpid(child, &wait_status, 0);
+    return -1;
+}
+
+}  // namespace
+
+TEST(ForkedChild, LeavesThroughTheConditionsDestructorWhileTheParentWaits)
+{
+    std::atomic<bool> woken = false;
+    std::thread waiter([&] {
+        std::unique_lock<std::mutex> lock(g_process_mutex);
+        g_process_condition.wait(lock);
+        woken = true;
+    });
+    // Long enough that glibc counts the waiter; the mutex is free again once it waits.
+    ASSERT_TRUE(WaitUntil([] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        const bool free = g_process_mutex.try_lock();
+        if (free) {
+            g_process_mutex.unlock();
+        }
+        return free;
+    }));
+
+    const pid_t child = fork();
+    if (child == 0) {
+        g_process_condition.~condition_variable();
+        _exit(7);
+    }
+    EXPECT_EQ(WaitStatusOf(child), 7 << 8);
+
+    // The parent's own condition is untouched: its waiter can still be woken.
+    EXPECT_FALSE(woken);
+    EXPECT_TRUE(WaitUntil([&] {
+        g_process_condition.notify_all();
+        return woken.load();
+    }));
+    waiter.join();
+}

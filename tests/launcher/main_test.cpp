@@ -1,0 +1,352 @@
+#include "launcher/main.h"
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <thread>
+
+#include "logging/log.h"
+#include "tests/support/fake_log_library.h"
+#include "tests/support/fake_machine.h"
+#include "tests/support/fake_processes.h"
+#include "tests/support/fake_syslog.h"
+#include "tests/support/log_recorder.h"
+#include "tests/support/temp_folder.h"
+#include "tests/support/wait_until.h"
+
+int launcher_main(int argc, char** argv);
+
+namespace {
+
+std::vector<int> g_closed;
+
+}  // namespace
+
+// Keeps descriptors 0 to 2 of the test program open, and tells which of them were closed.
+extern "C" int close(int descriptor)
+{
+    static const auto real = reinterpret_cast<int (*)(int)>(dlsym(RTLD_NEXT, "close"));
+    if (descriptor >= 0 && descriptor <= 2) {
+        g_closed.push_back(descriptor);
+        return 0;
+    }
+    return real(descriptor);
+}
+
+namespace {
+
+using Events = std::vector<std::pair<int, std::string>>;
+using Kills = std::vector<std::pair<pid_t, int>>;
+
+FakeProcesses& Processes()
+{
+    return FakeProcesses::Instance();
+}
+
+class LauncherTest : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        Processes().Reset();
+        g_closed.clear();
+        g_system_events.clear();
+        g_fake_log_library = {};
+        g_fake_log_library.log = &m_log;
+        g_fake_machine.user = FakeMachine::User{"u", m_folder.path()};
+        logger = nullptr;
+    }
+
+    void TearDown() override
+    {
+        g_child_map.clear();
+        signal(SIGTERM, SIG_DFL);
+    }
+
+    static int Run(std::vector<std::string> arguments)
+    {
+        arguments.insert(arguments.begin(), "launcher");
+        std::vector<char*> argv;
+        for (std::string& argument : arguments) {
+            argv.push_back(argument.data());
+        }
+        argv.push_back(nullptr);
+        return launcher_main(static_cast<int>(arguments.size()), argv.data());
+    }
+
+    // Runs the launcher on a list that holds `list`, which is expected to end it.
+    int RunList(const std::string& list)
+    {
+        logger = nullptr;
+        return Run({"app", m_folder.Write("list.json", list)});
+    }
+
+    // Runs the launcher on a list that holds `list` and stops it once its children are forked.
+    // A list with children ends with an item without a name: its record tells that the walk is over
+    // and the map is no longer changed.
+    int RunUntilStopped(const std::string& list, std::size_t forks)
+    {
+        std::atomic<bool> ended = false;
+        int status = -1;
+        std::thread thread([&] {
+            status = RunList(list);
+            ended = true;
+        });
+        EXPECT_TRUE(WaitUntil([&] {
+            return Processes().forks().size() >= forks &&
+                   (forks == 0 || m_log.Has(LOGLEVEL_ERROR, kNoName));
+        }));
+        // The handler's notice is lost while main does not wait yet, so it is repeated.
+        EXPECT_TRUE(WaitUntil([&] {
+            sigterm_handler(SIGTERM);
+            return ended.load();
+        }));
+        thread.join();
+        return status;
+    }
+
+    const std::string kNoName = "[LAUNCHER  ] There is an item has no name.";
+    const std::string kParseError = "[LAUNCHER  ] Error while parsing saved json string.";
+
+    TempFolder m_folder;
+    LogRecorder m_log;
+};
+
+using InitDaemonTest = LauncherTest;
+using ReadDataTest = LauncherTest;
+using CommandLine = LauncherTest;
+using Walk = LauncherTest;
+using SigtermHandler = LauncherTest;
+
+}  // namespace
+
+TEST_F(InitDaemonTest, ClosesTheStandardDescriptorsAndInstallsTheHandler)
+{
+    InitDaemon();
+    EXPECT_EQ(g_closed, (std::vector<int>{0, 1, 2}));
+    struct sigaction action;
+    ASSERT_EQ(sigaction(SIGTERM, nullptr, &action), 0);
+    EXPECT_EQ(action.sa_handler, sigterm_handler);
+}
+
+TEST_F(ReadDataTest, ReadsAFileOfAnySizeWhole)
+{
+    for (const std::size_t size : {1U, 127U, 128U, 129U, 256U, 100'000U}) {
+        const std::string content(size, 'x');
+        std::string data = "before";
+        EXPECT_TRUE(ReadData(m_folder.Write("f", content), data)) << size;
+        EXPECT_EQ(data, content) << size;
+    }
+}
+
+TEST_F(ReadDataTest, CutsTheTextAtItsFirstNul)
+{
+    std::string data = "before";
+    EXPECT_TRUE(ReadData(m_folder.Write("f", std::string("ab\0cd", 5)), data));
+    EXPECT_EQ(data, "ab");
+    EXPECT_TRUE(ReadData(m_folder.Write("f", std::string("\0cd", 3)), data));
+    EXPECT_EQ(data, "") << "something was read";
+}
+
+TEST_F(ReadDataTest, LeavesTheDataWhereNothingCanBeRead)
+{
+    logger = &m_log;
+    const std::string missing = m_folder.path() + "/none";
+    const std::string empty = m_folder.Write("empty", "");
+    std::string data = "before";
+    EXPECT_FALSE(ReadData(missing, data));
+    EXPECT_FALSE(ReadData(empty, data));
+    EXPECT_EQ(data, "before");
+    EXPECT_EQ(m_log.records(), (std::vector<Record>{
+                                   {LOGLEVEL_ERROR, "[LAUNCHER  ] Failed to open file " + missing},
+                                   {LOGLEVEL_ERROR, "[LAUNCHER  ] Size of read " + empty + " is 0"},
+                               }));
+}
+
+TEST_F(CommandLine, NeedsTwoArguments)
+{
+    for (const std::vector<std::string>& arguments :
+         {std::vector<std::string>{}, std::vector<std::string>{"app"}}) {
+        g_system_events.clear();
+        EXPECT_EQ(Run(arguments), 0);
+        EXPECT_EQ(g_system_events, (Events{{3, "Morvel Launcher : wrong parameters."}}));
+    }
+    EXPECT_EQ(launcher_main(0, nullptr), 0);
+    EXPECT_TRUE(g_fake_log_library.init_paths.empty());
+    EXPECT_EQ(g_closed.size(), 9U)
+        << "the descriptors are closed before the arguments are looked at";
+}
+
+TEST_F(CommandLine, IgnoresFurtherArguments)
+{
+    const std::string path = m_folder.Write("list.json", "[]");
+    EXPECT_EQ(Run({"app", path, "more", "still more"}), 0);
+    EXPECT_EQ(m_log.records(), (std::vector<Record>{{LOGLEVEL_ERROR, kParseError}}));
+}
+
+TEST_F(CommandLine, PassesTheApplicationNameToTheLogSetUp)
+{
+    g_fake_log_library.init_result = 1;
+    EXPECT_EQ(Run({"component", m_folder.Write("list.json", "[]")}), 0);
+    EXPECT_EQ(g_system_events,
+              (Events{{3, "Morvel Launcher for component : Failed to initialize logger"}}));
+}
+
+TEST_F(CommandLine, EndsWithoutAWordOnAnUnreadableOrEmptyList)
+{
+    for (const std::string& path : {m_folder.path() + "/none", m_folder.Write("empty", "")}) {
+        EXPECT_EQ(Run({"app", path}), 0) << path;
+    }
+    EXPECT_TRUE(m_log.records().empty());
+    EXPECT_TRUE(g_system_events.empty());
+    EXPECT_TRUE(g_fake_log_library.init_paths.empty());
+}
+
+TEST_F(Walk, StartsEveryNamedItemUpToTheFirstGap)
+{
+    const int status = RunUntilStopped(R"({
+        "0": {"name": "sync-agent", "program": "/s", "argc": 1, "args": {"0": "a"}},
+        "1": {"name": "indexer", "program": "/i"},
+        "2": {"program": "/orphan"},
+        "4": {"name": "late", "program": "/late"},
+        "x": {"name": "other", "program": "/other"}})",
+                                       2);
+    EXPECT_EQ(status, 1);
+    EXPECT_EQ(Processes().forks().size(), 2U);
+    EXPECT_TRUE(m_log.Has(LOGLEVEL_DEBUG, "[LAUNCHER  ] Start to fork sync-agent"));
+    EXPECT_TRUE(m_log.Has(LOGLEVEL_DEBUG, "[LAUNCHER  ] Start to fork indexer"));
+    EXPECT_TRUE(m_log.Has(LOGLEVEL_ERROR, "[LAUNCHER  ] There is an item has no name."));
+    EXPECT_EQ(m_log.records().size(), 5U) << "with the two ends";
+}
+
+TEST_F(Walk, TakesNoOtherSpellingOfTheNumbers)
+{
+    EXPECT_EQ(RunUntilStopped(R"({"00":{"name":"a"},"+0":{"name":"b"},"1":{"name":"c"}})", 0), 1);
+    EXPECT_TRUE(m_log.records().empty());
+}
+
+TEST_F(Walk, OfAnEmptyListWaitsForTheStop)
+{
+    for (const char* list : {"null", "{}", R"({"a":1})", "{} text behind the document"}) {
+        EXPECT_EQ(RunUntilStopped(list, 0), 1) << list;
+    }
+    EXPECT_TRUE(m_log.records().empty());
+}
+
+TEST_F(Walk, SkipsItemsWithoutName)
+{
+    EXPECT_EQ(RunUntilStopped(R"({"0":null,"1":{},"2":{"name":"n","program":"/p"},"3":{}})", 1), 1);
+    const std::vector<Record> records = m_log.records();
+    EXPECT_EQ(std::count(records.begin(), records.end(), Record(LOGLEVEL_ERROR, kNoName)), 3);
+    EXPECT_TRUE(m_log.Has(LOGLEVEL_DEBUG, "[LAUNCHER  ] Start to fork n"));
+}
+
+TEST_F(Walk, TakesANullNameForTheEmptyName)
+{
+    EXPECT_EQ(RunUntilStopped(R"({"0":{"name":null,"program":"/p"},"1":{}})", 1), 1);
+    EXPECT_TRUE(m_log.Has(LOGLEVEL_DEBUG, "[LAUNCHER  ] Start to fork "));
+}
+
+TEST_F(Walk, EndsTheLauncherOnWhatItCannotTake)
+{
+    for (const char* list :
+         {"not json", "[]", "\"text\"", "5", "true", "{", R"({"0":[]})", R"({"0":"text"})",
+          R"({"0":5})", R"({"0":false})", R"({"0":{"name":{}}})", R"({"0":{"name":[]}})"}) {
+        LogRecorder log;
+        g_fake_log_library.log = &log;
+        EXPECT_EQ(RunList(list), 0) << list;
+        EXPECT_EQ(log.records(), (std::vector<Record>{{LOGLEVEL_ERROR, kParseError}})) << list;
+    }
+    EXPECT_TRUE(Processes().forks().empty());
+}
+
+TEST_F(Walk, EndsOnAListThatBeginsWithANul)
+{
+    EXPECT_EQ(RunList(std::string("\0{}", 3)), 0);
+    EXPECT_EQ(m_log.records(), (std::vector<Record>{{LOGLEVEL_ERROR, kParseError}}));
+}
+
+TEST_F(Walk, EndsOnAListThatIsNestedTooDeeply)
+{
+    EXPECT_EQ(RunList(std::string(5000, '[')), 0);
+    EXPECT_EQ(m_log.records(), (std::vector<Record>{{LOGLEVEL_ERROR, kParseError}}));
+}
+
+TEST_F(Walk, KeepsTheChildrenThatItStartedBeforeItFailed)
+{
+    EXPECT_EQ(RunList(R"({"0":{"name":"n","program":"/p"},"1":[]})"), 0);
+    EXPECT_EQ(g_child_map.size(), 1U);
+    EXPECT_EQ(g_child_map.count("n"), 1U);
+    EXPECT_TRUE(Processes().kills().empty());
+}
+
+TEST_F(Walk, EndsTheEarlierOfTwoItemsOfOneNameBeforeItGoesOn)
+{
+    // The item without a name holds the walk until item "0" has forked.
+    m_log.SetHook([&](const std::string& text) {
+        if (text == kNoName) {
+            EXPECT_TRUE(WaitUntil([] { return Processes().forks().size() == 1; }));
+        }
+    });
+    EXPECT_EQ(RunList(R"({"0":{"name":"a","program":"/first"},"1":{},
+                          "2":{"name":"a","program":"/second"},"3":[]})"),
+              0);
+    EXPECT_EQ(g_child_map.size(), 1U);
+    EXPECT_EQ(Processes().kills(), (Kills{{1001, SIGKILL}}));
+    EXPECT_TRUE(m_log.Has(LOGLEVEL_ERROR, "[LAUNCHER  ] a 1001 is killed. ret = 1001, status = 9"));
+    EXPECT_EQ(m_log.records().back().second, kParseError) << "joined before the walk went on";
+}
+
+TEST_F(Walk, SignalsTheProcessGroupForAnEarlierItemThatHasNotForked)
+{
+    // Both supervisors are held before their forks until the earlier one is destroyed.
+    m_log.SetHook([](const std::string& text) {
+        if (text == "[LAUNCHER  ] Start to fork a") {
+            EXPECT_TRUE(WaitUntil([] { return !Processes().kills().empty(); }));
+        }
+    });
+    Processes().End(1001, 0);
+    Processes().End(1002, 0);
+    EXPECT_EQ(RunList(R"({"0":{"name":"a","program":"/first"},
+                          "1":{"name":"a","program":"/second"},"2":[]})"),
+              0);
+    EXPECT_EQ(Processes().kills(), (Kills{{0, SIGKILL}}));
+    EXPECT_EQ(g_child_map.size(), 1U);
+}
+
+TEST_F(SigtermHandler, EndsEveryChildAndWakesMain)
+{
+    EXPECT_EQ(RunUntilStopped(R"({"0":{"name":"a","program":"/a"},"1":{"name":"b","program":"/b"},
+                                  "2":{"name":"c","program":"/c"},"3":{}})",
+                              3),
+              1);
+    EXPECT_TRUE(g_child_map.empty());
+    EXPECT_EQ(Processes().kills().size(), 3U);
+    int ends = 0;
+    for (const Record& record : m_log.records()) {
+        ends += record.second.find("is killed. ret = ") != std::string::npos &&
+                record.second.find("status = 9") != std::string::npos;
+    }
+    EXPECT_EQ(ends, 3);
+}
+
+TEST_F(SigtermHandler, DoesNothingForAnyOtherSignal)
+{
+    g_child_map["n"] = std::make_shared<ChildProc>("app", JsonObject(R"({"name":"n"})"));
+    ASSERT_TRUE(WaitUntil([] { return Processes().forks().size() == 1; }));
+    for (const int signal : {0, SIGINT, SIGHUP, SIGKILL}) {
+        sigterm_handler(signal);
+    }
+    EXPECT_EQ(g_child_map.size(), 1U);
+    EXPECT_TRUE(Processes().kills().empty());
+}
+
+TEST_F(SigtermHandler, NotifiesWithAnEmptyMap)
+{
+    EXPECT_EQ(RunUntilStopped("null", 0), 1);
+    EXPECT_TRUE(Processes().kills().empty());
+}

@@ -1,0 +1,62 @@
+// Processes as the code under test sees them: nothing is started, nothing is signalled.
+// The source defines fork, execv, waitpid and kill for the test program. The real kill is out of
+// reach: code under test signals process groups and every process by design.
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+class FakeProcesses
+{
+public:
+    struct Exec
+    {
+        std::string path;
+        std::vector<std::string> arguments;
+    };
+
+    static FakeProcesses& Instance();
+
+    // Forgets everything; the next child gets process id 1001.
+    void Reset();
+
+    // What the next calls of fork return: 0 makes the supervisor take the child's way, -1 fails.
+    // Without any left, fork gives new process ids.
+    void ScriptForks(std::deque<pid_t> results);
+
+    // Ends child `pid`: waitpid for it returns with `wait_status`. Signal 9 does the same with 9.
+    void End(pid_t pid, int wait_status);
+
+    // Called with the target of every kill, before it takes effect. Set before anything runs.
+    void SetKillHook(std::function<void(pid_t)> hook);
+
+    std::vector<std::pair<pid_t, int>> kills();
+    std::vector<Exec> execs();
+    std::vector<std::chrono::steady_clock::time_point> forks();
+
+    // The replaced functions' work.
+    pid_t Fork();
+    int Execv(const char* path, char* const arguments[]);
+    pid_t Waitpid(pid_t pid, int* wait_status, int options);
+    int Kill(pid_t pid, int signal);
+
+private:
+    std::mutex m_mutex;
+    std::condition_variable m_ended;
+    std::deque<pid_t> m_scripted;
+    pid_t m_next_pid = 1001;
+    std::map<pid_t, int> m_wait_statuses;
+    std::vector<std::pair<pid_t, int>> m_kills;
+    std::vector<Exec> m_execs;
+    std::vector<std::chrono::steady_clock::time_point> m_forks;
+    std::function<void(pid_t)> m_kill_hook;
+};

@@ -1,0 +1,40 @@
+"""The JSON Schema for launch lists against lists that are good and lists that are not.
+
+    schema_test.py SCHEMA LISTS-FOLDER LIST...
+
+Every list in LISTS-FOLDER/good and every LIST must be valid, every one in LISTS-FOLDER/bad must not.
+"""
+
+import json
+import pathlib
+import sys
+import unittest
+
+import jsonschema
+
+
+class Schema(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        schema = json.loads(SCHEMA.read_text())
+        jsonschema.Draft202012Validator.check_schema(schema)
+        cls.validator = jsonschema.Draft202012Validator(schema)
+
+    def test_takes_every_good_list(self):
+        lists = sorted((LISTS / "good").glob("*.json")) + EXAMPLES
+        self.assertGreater(len(lists), len(EXAMPLES))
+        for path in lists:
+            with self.subTest(path.name):
+                self.validator.validate(json.loads(path.read_text()))
+
+    def test_refuses_every_bad_list(self):
+        lists = sorted((LISTS / "bad").glob("*.json"))
+        self.assertTrue(lists)
+        for path in lists:
+            with self.subTest(path.name):
+                self.assertFalse(self.validator.is_valid(json.loads(path.read_text())))
+
+
+if __name__ == "__main__":
+    SCHEMA, LISTS, *EXAMPLES = map(pathlib.Path, sys.argv[1:])
+    unittest.main(argv=sys.argv[:1])

@@ -7,8 +7,9 @@
 
 #include "util/string_util.h"
 
-// jsoncpp marks Json::Reader as deprecated. Its rules for what is accepted are the ones that our
-// documents were written against, and its successor's differ.
+// Some versions of jsoncpp mark Json::Reader as deprecated. Its rules for what is accepted are the
+// ones that our documents were written against, and its successor's differ.
+#pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 
 JsonObject::JsonObject(const char* text, unsigned int length) : m_ref(&m_value)
@@ -29,6 +30,8 @@ JsonObject::JsonObject(const char* text) : m_ref(&m_value)
         throw AERROR_PARSE_FAILED;
     }
 }
+
+#pragma GCC diagnostic pop
 
 JsonObject::JsonObject(Json::Value& value) : m_ref(&value) {}
 

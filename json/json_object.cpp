@@ -3,7 +3,6 @@
 #include <json/reader.h>
 
 #include <regex>
-#include <utility>
 
 #include "util/string_util.h"
 
@@ -48,6 +47,7 @@ JsonObject JsonObject::GetEmptyObject()
     return JsonObject("{}");
 }
 
+// NOLINTNEXTLINE(bugprone-unhandled-self-assignment): Json::Value copies before it lets go.
 JsonObject& JsonObject::operator=(const JsonObject& other)
 {
     if (other.m_value.isNull()) {
@@ -61,7 +61,7 @@ JsonObject& JsonObject::operator=(const JsonObject& other)
 
 JsonObject& JsonObject::operator=(std::string text)
 {
-    *m_ref = std::move(text);
+    *m_ref = text;
     return *this;
 }
 
@@ -121,7 +121,8 @@ bool JsonObject::IsArray()
 
 JsonObject::operator std::string()
 {
-    return m_ref->asString().c_str();
+    const std::string text = m_ref->asString();
+    return text.substr(0, text.find('\0'));
 }
 
 JsonObject::operator unsigned long long()

@@ -29,9 +29,10 @@ std::string Quoted(const std::string& text)
 }
 
 // A document as a form: every string and member name is blanked, and filled in again after one of
-// jsoncpp's writers has laid the form out. The writers must not see the texts themselves: several
-// versions turn every character beyond ASCII into an escape and every ill-formed byte into U+FFFD,
-// which cannot be undone in the finished text, where a comment may hold the same escape literally.
+// jsoncpp's writers has laid the form out; there, quotes stand around blanks and nowhere else. So
+// the layout is the library's own. The writers must not see the texts themselves: several versions
+// turn every character beyond ASCII into an escape and every ill-formed byte into U+FFFD, which
+// cannot be undone in the finished text, where a comment may hold the same escape literally.
 class Form
 {
 public:

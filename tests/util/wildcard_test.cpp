@@ -71,18 +71,17 @@ private:
     {
         const std::size_t next = std::min(from + 1, m_end + 1);
         const bool at_dot = from < m_end && m_name[from] == '.';
-        const std::size_t last_dot = LastDot(from);
         switch (c) {
             case '?':
                 return rest[next];
             case '"':
                 return rest[at_dot ? next : from];
             case '>':
-                return rest[at_dot && last_dot == from ? from : next];
+                return rest[at_dot && LastDot(from) == from ? from : next];
             case '*':
                 return Any(rest, from, m_end);
             case '<':
-                return Any(rest, from, last_dot != kNone ? last_dot : from == 0 ? 0 : m_end);
+                return Any(rest, from, LessReach(from));
             default:
                 return from < m_end && Fold(m_name[from]) == Fold(c) && rest[next];
         }
@@ -96,6 +95,12 @@ private:
             any = any || rest[position];
         }
         return any;
+    }
+
+    std::size_t LessReach(std::size_t from) const
+    {
+        const std::size_t last_dot = LastDot(from);
+        return last_dot != kNone ? last_dot : from == 0 ? 0 : m_end;
     }
 
     std::size_t LastDot(std::size_t from) const
@@ -347,7 +352,7 @@ TEST(IsNameInExpression, ComparesWholeUnits)
 TEST(IsNameInExpression, AgreesWithTheTableOnAllShortPairs)
 {
     const std::vector<std::string> expressions = AllTexts(kExpressionLetters, 4);
-    std::vector<std::wstring> wide_expressions = Wide(expressions);
+    const std::vector<std::wstring> wide_expressions = Wide(expressions);
     for (const std::string& name : AllTexts(kNameLetters, 4)) {
         const std::wstring wide_name = Wide(name);
         for (const bool ignore_case : {false, true}) {

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/all_texts.h"
 #include "tests/support/wide.h"
 #include "util/string_util.h"
 
@@ -108,6 +109,18 @@ TEST(Split, CutsBetweenAllCharactersAtAnEmptyMatch)
 {
     ExpectSplit("", {{"", {""}}, {"abc", {"", "a", "b", "c"}}});
     ExpectSplit("x*", {{"", {""}}, {"axb", {"", "a", "", "b"}}});
+}
+
+TEST(Split, AgreesWithTheStandardTokenIteration)
+{
+    for (const char* expression : {"/", "a+", "/|b", "(a)(b)?", "^a", "b$", "[^a]", "aba"}) {
+        const std::regex separator(expression);
+        for (const std::string& text : AllTexts("ab/", 6)) {
+            const std::sregex_token_iterator first(text.begin(), text.end(), separator, -1);
+            EXPECT_EQ(split(text, separator), Tokens(first, std::sregex_token_iterator()))
+                << text << " at " << expression;
+        }
+    }
 }
 
 TEST(Split, GoesOnBehindANul)

@@ -44,7 +44,7 @@ private:
         static const mask* Table()
         {
             static mask table[table_size] = {};
-            table['x'] = space;
+            table[static_cast<unsigned char>('x')] = space;
             return table;
         }
     };

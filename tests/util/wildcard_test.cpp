@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/all_texts.h"
 #include "tests/support/wide.h"
 #include "util/util.h"
 
@@ -125,18 +126,6 @@ private:
 
 constexpr char kExpressionLetters[] = "*?<>\".aAb";
 constexpr char kNameLetters[] = ".aAb";
-
-// Every text of at most `length` of the `letters`, the empty one included.
-std::vector<std::string> AllTexts(const std::string& letters, std::size_t length)
-{
-    std::vector<std::string> texts = {""};
-    for (std::size_t i = 0; i < texts.size() && texts[i].size() < length; ++i) {
-        for (const char letter : letters) {
-            texts.push_back(texts[i] + letter);
-        }
-    }
-    return texts;
-}
 
 std::string RandomText(std::mt19937& random, const std::string& letters, std::size_t length)
 {

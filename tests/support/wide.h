@@ -12,6 +12,7 @@ inline std::wstring Wide(const std::string& text)
 inline std::vector<std::wstring> Wide(const std::vector<std::string>& texts)
 {
     std::vector<std::wstring> wide;
+    wide.reserve(texts.size());
     for (const std::string& text : texts) {
         wide.push_back(Wide(text));
     }

@@ -116,6 +116,7 @@ TEST(EndsWith, ComparesTheLastBytesWithRegardToCase)
     for (const auto& c : cases) {
         EXPECT_EQ(ends_with(c.text, c.suffix), c.result) << c.text << " ends with " << c.suffix;
     }
+    EXPECT_FALSE(ends_with("abc", std::string("\0abc", 4)));
     EXPECT_FALSE(ends_with(std::string("a\0b", 3), std::string("x\0b", 3)));
     EXPECT_TRUE(ends_with(std::string("a\0b", 3), std::string("\0b", 2)));
 }

@@ -133,13 +133,13 @@ void FileLog::Write(LOGLEVEL level, std::string_view text, std::size_t cut, char
     *end++ = '\n';
 
     m_file.Follow(Millisecond(heading.time), heading.process);
-    const std::uint32_t lost = m_file.TakeLost(heading.process);
+    const std::uint32_t lost = m_file.lost.Take(heading.process);
     if (lost != 0 && !WriteNotice(heading, lost)) {
-        m_file.AddLost(lost + 1, heading.process);
+        m_file.lost.Add(lost + 1, heading.process);
         return;
     }
     if (!m_file.Append(line, static_cast<std::size_t>(end - line), heading.process)) {
-        m_file.AddLost(1, heading.process);
+        m_file.lost.Add(1, heading.process);
     }
 }
 

@@ -7,10 +7,17 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <algorithm>
+
+#include "qv7log/file_state.h"
 #include "qv7log/limits.h"
 
 namespace qv7log {
 namespace {
+
+// The process whose thread is changing the file under the descriptor, or 0: see TakeTurn. One for
+// all logs, since the rotation lock does not part two logs of one process at the same path.
+std::atomic<pid_t> g_turn{0};
 
 constexpr int kFirstOwnDescriptor = 3;
 constexpr mode_t kFileMode = 0600;
@@ -19,7 +26,7 @@ constexpr mode_t kFolderMode = 0700;
 // The log's path and up to this many characters: ".lock", or "." and the number of an old file.
 constexpr std::size_t kMaxSuffix = 16;
 
-// How often a record is tried again while another thread of this process changes the file.
+// How often a thread gives way while another one of its process changes the file.
 constexpr int kAttempts = 1000;
 
 template <typename Call>
@@ -70,6 +77,23 @@ int OpenLogFile(const char* path, int flags)
     return file;
 }
 
+// Moves `file`, which is close-on-exec, to `least` or above, away from the descriptors that other
+// programs get. Closes it where that fails; -1 with an errno.
+//
+// No call opens a file up there directly. It may come up at 1 or 2 first, but is close-on-exec from
+// the start, so that no program ever sees it, whenever a fork happens.
+int MoveUp(int file, int least)
+{
+    if (file < 0 || file >= least) {
+        return file;
+    }
+    const int moved = fcntl(file, F_DUPFD_CLOEXEC, least);
+    const int error = errno;
+    close(file);
+    errno = error;
+    return moved;
+}
+
 bool IsSameFile(const struct stat& a, const struct stat& b)
 {
     return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
@@ -91,10 +115,7 @@ int LogFile::Open(const char* path)
         return error;
     }
     // First the log: the lowest descriptor is for it, and it is the one that programs inherit.
-    m_log = OpenLogFile(m_path, 0);
-    if (m_log < 0 && errno == ENOENT && MakeFolders()) {
-        m_log = OpenLogFile(m_path, 0);
-    }
+    m_log = OpenOrCreate(0);
     if (m_log < 0) {
         return errno;
     }
@@ -126,6 +147,13 @@ int LogFile::StorePath(const char* path)
     return 0;
 }
 
+// Opens the log, with `flags` besides its own; -1 with an errno.
+int LogFile::OpenOrCreate(int flags)
+{
+    const int file = OpenLogFile(m_path, flags);
+    return file < 0 && errno == ENOENT && MakeFolders() ? OpenLogFile(m_path, flags) : file;
+}
+
 // Creates the folders of the path that do not exist; false with an errno.
 bool LogFile::MakeFolders()
 {
@@ -147,21 +175,10 @@ bool LogFile::MakeFolders()
 }
 
 // Opens the file that is locked during a rotation; false with an errno.
-//
-// The descriptor must be 3 or above, since programs started from here get the lower ones. No call
-// opens a file there directly: it may come up at 1 or 2 first, but close-on-exec from the start, so
-// that no program ever sees it.
 bool LogFile::OpenLock()
 {
-    const SuffixedPath path(m_path, ".lock");
-    const int file = OpenFile(path.text, O_RDWR | O_CLOEXEC);
-    if (file < 0) {
-        return false;
-    }
-    m_lock = fcntl(file, F_DUPFD_CLOEXEC, kFirstOwnDescriptor);
-    const int error = errno;
-    close(file);
-    errno = error;
+    const int file = OpenFile(SuffixedPath(m_path, ".lock").text, O_RDWR | O_CLOEXEC);
+    m_lock = MoveUp(file, kFirstOwnDescriptor);
     return m_lock >= 0;
 }
 
@@ -201,8 +218,13 @@ void LogFile::Unlock()
 // which then never ends in the child.
 bool LogFile::TakeTurn(pid_t process)
 {
-    pid_t holder = m_turn.load();
-    return holder != process && m_turn.compare_exchange_strong(holder, process);
+    pid_t holder = g_turn.load();
+    return holder != process && g_turn.compare_exchange_strong(holder, process);
+}
+
+void LogFile::EndTurn()
+{
+    g_turn.store(0);
 }
 
 bool LogFile::Append(const char* line, std::size_t size, pid_t process)
@@ -210,7 +232,7 @@ bool LogFile::Append(const char* line, std::size_t size, pid_t process)
     bool torn_before = false;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         std::int64_t file_size = 0;
-        switch (TryAppend(line, size, file_size)) {
+        switch (TryAppend(line, size, process, file_size)) {
             case Outcome::kWritten:
                 if (file_size >= kRotateSize && process == m_owner) {
                     Rotate(process);
@@ -242,22 +264,27 @@ bool LogFile::Append(const char* line, std::size_t size, pid_t process)
 }
 
 // Writes the line once. Fills in the file's size when it is written.
-LogFile::Outcome LogFile::TryAppend(const char* line, std::size_t size, std::int64_t& file_size)
+LogFile::Outcome LogFile::TryAppend(const char* line, std::size_t size, pid_t process,
+                                    std::int64_t& file_size)
 {
+    m_writers.Add(1, process);
+    if (m_leaving.load() == process) {
+        m_writers.Subtract(1);
+        return Outcome::kNoFile;
+    }
     const ssize_t written = RetryInterrupted([&] { return write(m_log, line, size); });
+    const int error = errno;
+    const FileState file = written < 0 ? FileState{} : GetFileState(m_log);
+    m_writers.Subtract(1);
     if (written < 0) {
         // macOS closes a descriptor for a moment while dup2 gives it another file.
-        return errno == EBADF ? Outcome::kNoFile : Outcome::kFailed;
+        return error == EBADF ? Outcome::kNoFile : Outcome::kFailed;
     }
     if (static_cast<std::size_t>(written) < size) {
         return Outcome::kTorn;
     }
-    struct stat status;
-    if (fstat(m_log, &status) != 0) {
-        return Outcome::kWritten;
-    }
-    file_size = status.st_size;
-    return status.st_nlink == 0 ? Outcome::kNoFile : Outcome::kWritten;
+    file_size = file.size;
+    return file.is_removed ? Outcome::kNoFile : Outcome::kWritten;
 }
 
 void LogFile::Follow(std::int64_t millisecond, pid_t process)
@@ -266,18 +293,18 @@ void LogFile::Follow(std::int64_t millisecond, pid_t process)
         return;
     }
     m_followed.store(millisecond, std::memory_order_relaxed);
-    struct stat open_file;
-    if (!IsCurrent(open_file)) {
+    struct stat status;
+    if (!IsCurrent(status)) {
         Reopen(process);  // where it fails, the open file serves on
     }
 }
 
-// Whether the open file is the one at the log's path. Fills in `open_file` in any case.
-bool LogFile::IsCurrent(struct stat& open_file) const
+// Whether the open file is the one at the log's path. Fills in its `status` if so.
+bool LogFile::IsCurrent(struct stat& status) const
 {
     struct stat at_path;
-    return fstat(m_log, &open_file) == 0 && lstat(m_path, &at_path) == 0 &&
-           IsSameFile(open_file, at_path);
+    return fstat(m_log, &status) == 0 && lstat(m_path, &at_path) == 0 &&
+           IsSameFile(status, at_path);
 }
 
 LogFile::Change LogFile::Reopen(pid_t process)
@@ -285,32 +312,51 @@ LogFile::Change LogFile::Reopen(pid_t process)
     if (!TakeTurn(process)) {
         return Change::kBusy;
     }
-    const bool done = OpenAgain();
+    struct stat status;
+    const bool current = IsCurrent(status);  // by another thread since
+    const Change change = current ? Change::kDone : OpenAgain(process);
     EndTurn();
-    return done ? Change::kDone : Change::kFailed;
+    return change;
 }
 
 // Puts the file at the log's path, a new one if there is none, under the log's descriptor. Only in
 // one's turn: two threads at once could bring an older file back, and with it an older order.
 //
 // The descriptor is never closed for this and never close-on-exec: a child forked at any moment
-// inherits a log at its number. The file's first descriptor may be a low one for a moment, but is
-// close-on-exec from the start.
-bool LogFile::OpenAgain()
+// inherits a log at its number. It is also the only one to write through: a child gets its
+// descriptors and its memory at different moments, so that a number that changes could name another
+// file there.
+LogFile::Change LogFile::OpenAgain(pid_t process)
 {
-    int file = OpenLogFile(m_path, O_CLOEXEC);
-    if (file < 0 && errno == ENOENT && MakeFolders()) {
-        file = OpenLogFile(m_path, O_CLOEXEC);
-    }
+    const int least =
+        std::max(kFirstOwnDescriptor, m_log + 1);  // m_log is free if someone closed it
+    const int file = MoveUp(OpenOrCreate(O_CLOEXEC), least);
     if (file < 0) {
-        return false;
+        return Change::kFailed;
     }
-    if (file == m_log) {  // someone had closed it
-        return fcntl(m_log, F_SETFD, 0) == 0;
+    Change change = Change::kBusy;
+    if (!GetFileState(m_log).is_removed || WaitForWriters(process)) {
+        const bool done = RetryInterrupted([&] { return dup2(file, m_log); }) == m_log;
+        change = done ? Change::kDone : Change::kFailed;
     }
-    const bool done = RetryInterrupted([&] { return dup2(file, m_log); }) == m_log;
+    m_leaving.store(0);
     close(file);
-    return done;
+    return change;
+}
+
+// Keeps new writers of this process away, until m_leaving is 0 again, and waits for those that
+// write: a removed file may be exchanged only while nobody is between a write and the question
+// whether the file is removed, or the record would be lost. False: it takes too long.
+bool LogFile::WaitForWriters(pid_t process)
+{
+    m_leaving.store(process);
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        if (m_writers.Get(process) == 0) {
+            return true;
+        }
+        sched_yield();
+    }
+    return false;
 }
 
 // Makes the log an old file and begins a new one, unless another thread or process does so already.
@@ -322,12 +368,12 @@ void LogFile::Rotate(pid_t process)
     }
     if (Lock()) {
         // Now that nobody else rotates: is the log, and not what someone has made of it, full?
-        struct stat open_file;
-        if (IsCurrent(open_file) && open_file.st_size >= kRotateSize) {
+        struct stat status;
+        if (IsCurrent(status) && status.st_size >= kRotateSize) {
             ShiftOldFiles();
             rename(m_path, SuffixedPath(m_path, 1).text);
         }
-        OpenAgain();
+        OpenAgain(process);
         Unlock();
     }
     EndTurn();
@@ -345,29 +391,6 @@ void LogFile::ShiftOldFiles()
     for (int number = last; number > 1; --number) {
         rename(SuffixedPath(m_path, number - 1).text, SuffixedPath(m_path, number).text);
     }
-}
-
-void LogFile::AddLost(std::uint32_t records, pid_t process)
-{
-    const std::uint64_t owner = static_cast<std::uint64_t>(static_cast<std::uint32_t>(process))
-                                << 32;
-    std::uint64_t known = m_lost.load();
-    std::uint64_t next = 0;
-    do {
-        const std::uint64_t before = known >> 32 == owner >> 32 ? known & UINT32_MAX : 0;
-        const std::uint64_t count = before + records;
-        next = owner | (count < UINT32_MAX ? count : UINT32_MAX);
-    } while (!m_lost.compare_exchange_weak(known, next));
-}
-
-std::uint32_t LogFile::TakeLost(pid_t process)
-{
-    if (m_lost.load(std::memory_order_relaxed) == 0) {
-        return 0;
-    }
-    const std::uint64_t known = m_lost.exchange(0);
-    return known >> 32 == static_cast<std::uint32_t>(process) ? static_cast<std::uint32_t>(known)
-                                                              : 0;
 }
 
 }  // namespace qv7log

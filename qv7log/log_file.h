@@ -17,6 +17,20 @@
 
 namespace qv7log {
 
+// A number that each process has of its own: it is 0 again in a forked child, whatever the other
+// threads of the parent were doing with it at the fork.
+class ProcessCount
+{
+public:
+    void Add(std::uint32_t count, pid_t process);
+    void Subtract(std::uint32_t count);  // at most what the process has added
+    std::uint32_t Get(pid_t process) const;
+    std::uint32_t Take(pid_t process);  // gets it and sets it to 0
+
+private:
+    std::atomic<std::uint64_t> m_value{0};  // process id << 32 | count
+};
+
 class LogFile
 {
 public:
@@ -26,21 +40,15 @@ public:
     // it forks do not.
     int Open(const char* path);
 
-    // Appends one record of `size` bytes at `line` by one write. `line` begins with a newline,
-    // which is written only after a record that did not fit on the disk, to end its line. False:
-    // the record is in no file.
+    // Appends the record of `size` bytes at `line` by one write. False: it is in no file.
     bool Append(const char* line, std::size_t size, pid_t process);
 
     // Goes on with the file at the log's path if that is no longer the one that is open: another
     // process has rotated, or someone has taken the log away. Looks once in each `millisecond`.
     void Follow(std::int64_t millisecond, pid_t process);
 
-    // Counts records that could not be written.
-    void AddLost(std::uint32_t records, pid_t process);
-
-    // The number of records that `process` has lost since the last call. A forked child's count
-    // begins at 0.
-    std::uint32_t TakeLost(pid_t process);
+    // Records that could not be written.
+    ProcessCount lost;
 
 private:
     enum class Outcome
@@ -55,23 +63,25 @@ private:
     {
         kDone,
         kFailed,
-        kBusy,  // another thread of this process is changing the file
+        kBusy,  // other threads of this process are at it
     };
 
-    Outcome TryAppend(const char* line, std::size_t size, std::int64_t& file_size);
+    Outcome TryAppend(const char* line, std::size_t size, pid_t process, std::int64_t& file_size);
 
-    bool TakeTurn(pid_t process);
-    void EndTurn() { m_turn.store(0); }
+    static bool TakeTurn(pid_t process);
+    static void EndTurn();
 
     int StorePath(const char* path);
+    int OpenOrCreate(int flags);
     bool MakeFolders();
     bool OpenLock();
     bool Lock();
     void Unlock();
 
-    bool IsCurrent(struct stat& open_file) const;
+    bool IsCurrent(struct stat& status) const;
     Change Reopen(pid_t process);
-    bool OpenAgain();
+    Change OpenAgain(pid_t process);
+    bool WaitForWriters(pid_t process);
     void Rotate(pid_t process);
     void ShiftOldFiles();
 
@@ -80,8 +90,8 @@ private:
     int m_lock = -1;
     pid_t m_owner = 0;
     std::atomic<std::int64_t> m_followed{-1};  // the millisecond of the last look
-    std::atomic<pid_t> m_turn{0};              // see TakeTurn
-    std::atomic<std::uint64_t> m_lost{0};      // process id << 32 | count
+    ProcessCount m_writers;                    // threads in TryAppend
+    std::atomic<pid_t> m_leaving{0};           // the process that waits for them to end, or 0
 };
 
 }  // namespace qv7log

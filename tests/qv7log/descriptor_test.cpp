@@ -122,16 +122,21 @@ TEST(LogDescriptor, IsGivenBackWhenTheLogCannotStart)
 
 TEST(LogDescriptor, IsOpenedAgainWhenSomeoneClosedIt)
 {
-    TempFolder folder;
-    const std::string path = folder / "log";
-    EXPECT_EQ(InDaemon([&] {
-                  ILog* const log = StartLog(path);
-                  close(0);
-                  Log(log, LOGLEVEL_ERROR, "here");
-                  return IsLogFile(0, path) && !IsCloseOnExec(0) ? 0 : 1;
-              }),
-              0);
-    EXPECT_EQ(Texts(path), std::vector<std::string>{"here"});
+    for (const int number : {0, 3}) {
+        TempFolder folder;
+        const std::string path = folder / "log";
+        EXPECT_EQ(InDaemon([&] {
+                      for (int lower = 0; lower < number; ++lower) {
+                          open("/dev/null", O_RDONLY);
+                      }
+                      ILog* const log = StartLog(path);
+                      close(number);
+                      Log(log, LOGLEVEL_ERROR, "here");
+                      return IsLogFile(number, path) && !IsCloseOnExec(number) ? 0 : 1;
+                  }),
+                  0);
+        EXPECT_EQ(Texts(path), std::vector<std::string>{"here"}) << number;
+    }
 }
 
 // Executes this test program itself, which then only lists what it inherited: see main.

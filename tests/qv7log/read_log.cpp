@@ -1,10 +1,13 @@
 #include "tests/qv7log/read_log.h"
 
+#include <ctype.h>
 #include <stdlib.h>
 
 #include <cstdarg>
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <map>
 #include <sstream>
 #include <stdexcept>
 
@@ -70,15 +73,29 @@ void ReadInto(Content& content, const std::string& path)
     }
 }
 
+std::vector<std::string> OldFiles(const std::string& path)
+{
+    const std::string prefix = path + ".";
+    std::map<int, std::string, std::greater<>> files;
+    for (const auto& entry :
+         std::filesystem::directory_iterator(std::filesystem::path(path).parent_path())) {
+        const std::string file = entry.path().string();
+        if (file.compare(0, prefix.size(), prefix) == 0 && isdigit(file[prefix.size()])) {
+            files[std::stoi(file.substr(prefix.size()))] = file;
+        }
+    }
+    std::vector<std::string> names;
+    for (const auto& [number, file] : files) {
+        names.push_back(file);
+    }
+    return names;
+}
+
 Content ReadLog(const std::string& path)
 {
-    int oldest = 0;
-    while (Exists(path + "." + std::to_string(oldest + 1))) {
-        ++oldest;
-    }
     Content content;
-    for (int number = oldest; number > 0; --number) {
-        ReadInto(content, path + "." + std::to_string(number));
+    for (const std::string& file : OldFiles(path)) {
+        ReadInto(content, file);
     }
     ReadInto(content, path);
     return content;

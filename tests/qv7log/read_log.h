@@ -41,6 +41,9 @@ struct Content
 // Adds the entries of the file at `path` to `content`.
 void ReadInto(Content& content, const std::string& path);
 
+// The old files of the log at `path`, the oldest first. There may be gaps in their numbers.
+std::vector<std::string> OldFiles(const std::string& path);
+
 // The whole log at `path`, old files first.
 Content ReadLog(const std::string& path);
 

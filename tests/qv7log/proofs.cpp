@@ -19,9 +19,11 @@
 #include <random>
 #include <sstream>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "qv7log/limits.h"
+#include "qv7log/time_stamp.h"
 #include "tests/qv7log/read_log.h"
 
 namespace {
@@ -360,82 +362,85 @@ std::string DiskFull(const std::string& folder, int rounds)
     return kept + lost == all ? "" : "records are neither kept nor counted";
 }
 
+namespace {
+
+// A file that was removed, and the time stamp that nothing in it may exceed.
+struct Removed
+{
+    int file;
+    std::string latest;
+};
+
+std::string StampIn(milliseconds delay)
+{
+    timespec time;
+    clock_gettime(CLOCK_REALTIME, &time);
+    time.tv_nsec += static_cast<long>(delay.count()) * 1000000;
+    time.tv_sec += time.tv_nsec / 1000000000;
+    time.tv_nsec %= 1000000000;
+    char stamp[qv7log::kTimeStampSize];
+    qv7log::PutTimeStamp(stamp, time);
+    return {stamp, sizeof stamp};
+}
+
+// Adds what the removed file holds to `content`.
+std::string ReadRemoved(const Removed& removed, Content& content)
+{
+    std::string text(static_cast<std::size_t>(lseek(removed.file, 0, SEEK_END)), '\0');
+    if (pread(removed.file, text.data(), text.size(), 0) != static_cast<ssize_t>(text.size())) {
+        return "a removed file cannot be read";
+    }
+    close(removed.file);
+    std::string_view rest = text;
+    qv7log::Entry entry;
+    while (qv7log::NextEntry(rest, entry)) {
+        if (!entry.is_record) {
+            return "torn in a removed file: " + std::string(entry.raw);
+        }
+        if (entry.record.time > removed.latest) {
+            return "too late, since " + removed.latest + ": " + std::string(entry.raw);
+        }
+        content.records.push_back(entry.record);
+    }
+    return "";
+}
+
+}  // namespace
+
 std::string RemovedUnderLoad(const std::string& folder, int removals)
 {
     const std::string path = folder + "/log";
     ILog* const log = StartLog(path);
     Archive archive(path, folder + "/archive");
     Writers writers(log, 8, microseconds(50));
-    std::vector<int> files;
-    std::vector<off_t> sizes;
+    std::vector<Removed> removed;
     for (int i = 0; i < removals; ++i) {
-        const std::string removed = folder + "/removed";
-        const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-        struct stat status;
-        if (file >= 0 && unlink(path.c_str()) == 0 && fstat(file, &status) == 0) {
-            if (status.st_nlink == 0) {  // else it was rotated in between, and another one removed
-                files.push_back(file);
-                sizes.push_back(status.st_size);
-            } else {
-                return "the wrong file was removed";
-            }
+        // Under another name first: a rotation could put another file between opening and removing.
+        const std::string aside = folder + "/aside";
+        if (rename(path.c_str(), aside.c_str()) == 0) {
+            const int file = open(aside.c_str(), O_RDONLY | O_CLOEXEC);
+            unlink(aside.c_str());
+            removed.push_back({file, StampIn(milliseconds(100))});
         }
-        std::this_thread::sleep_for(milliseconds(5));
+        std::this_thread::sleep_for(milliseconds(2));
     }
     const std::map<int, int> written = writers.Finish();
-    const Content content = archive.Finish();
-
-    // Who may be missing: what was in a removed file before its removal.
-    std::map<int, std::vector<bool>> seen;
-    for (const auto& [writer, count] : written) {
-        seen[writer].resize(static_cast<std::size_t>(count));
+    Content content = archive.Finish();
+    std::string wrong = CheckWhole(content);
+    for (const Removed& one : removed) {
+        wrong += ReadRemoved(one, content);
     }
-    const auto mark = [&seen](const qv7log::Record& record, bool once) {
-        int writer = 0;
-        int number = 0;
-        if (!ReadNumber(record, writer, number)) {
-            return false;
-        }
-        std::vector<bool>& numbers = seen[writer];
-        const auto at = static_cast<std::size_t>(number);
-        if (at >= numbers.size() || (once && numbers[at])) {
-            return false;
-        }
-        numbers[at] = true;
-        return true;
-    };
-    for (const qv7log::Record& record : content.records) {
-        if (!mark(record, true)) {
-            return "twice: " + record.text;
-        }
-    }
-    int later = 0;
-    for (std::size_t i = 0; i < files.size(); ++i) {
-        std::string text(static_cast<std::size_t>(lseek(files[i], 0, SEEK_END)), '\0');
-        if (pread(files[i], text.data(), text.size(), 0) != static_cast<ssize_t>(text.size())) {
-            return "a removed file cannot be read";
-        }
-        close(files[i]);
-        later += static_cast<off_t>(text.size()) > sizes[i] ? 1 : 0;
-        std::string_view rest = text;
-        qv7log::Entry entry;
-        while (static_cast<off_t>(text.size() - rest.size()) < sizes[i] &&
-               qv7log::NextEntry(rest, entry)) {
-            if (!entry.is_record || !mark(entry.record, false)) {
-                return "torn in a removed file: " + std::string(entry.raw);
-            }
-        }
-    }
-    std::printf("  %zu removals, %d of them hit a write\n", files.size(), later);
-    for (const auto& [writer, numbers] : seen) {
-        for (std::size_t number = 0; number < numbers.size(); ++number) {
-            if (!numbers[number]) {
-                return "lost: writer " + std::to_string(writer) + " number " +
-                       std::to_string(number);
-            }
-        }
-    }
-    return CheckWhole(content);
+    // Removed files have no place in the order: sort by number.
+    std::sort(content.records.begin(), content.records.end(),
+              [](const qv7log::Record& a, const qv7log::Record& b) {
+                  int writers_of[2] = {};
+                  int numbers[2] = {};
+                  ReadNumber(a, writers_of[0], numbers[0]);
+                  ReadNumber(b, writers_of[1], numbers[1]);
+                  return std::tie(writers_of[0], numbers[0]) < std::tie(writers_of[1], numbers[1]);
+              });
+    std::printf("  %zu removals\n", removed.size());
+    return wrong + CheckNumbers(content, written);
 }
 
 namespace {

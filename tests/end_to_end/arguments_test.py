@@ -2,10 +2,11 @@
 
 import os
 import re
+import signal
 
 import harness
-from harness import HELPERS, STAY, WORK
-from harness import end_text, item, numbered, start_text
+from harness import HELPERS, NO_NAME, STAY, WORK
+from harness import end_text, item, nameless, numbered, start_text
 
 
 class ArgumentVector(harness.LauncherTest):
@@ -127,12 +128,18 @@ class Program(harness.LauncherTest):
                 self.assertEqual([path.encode()], start.arguments)
                 self.assertEqual(1, launcher.stop())
 
-    def test_an_object_or_array_ends_the_launcher(self):
+    def test_an_object_or_array_ends_the_launcher_but_not_its_children(self):
         for program in ({}, [STAY]):
             with self.subTest(program):
-                launcher = self.start(numbered({"name": "a", "program": program}))
-                self.assertEqual(-6, launcher.wait())
-                self.assertEqual([], launcher.log())
+                launcher = self.start(
+                    numbered(item("b"), *nameless(20_000), {"name": "a", "program": program})
+                )
+                self.assertEqual(-signal.SIGABRT, launcher.wait())
+                self.assertEqual(
+                    [("DEBUG", start_text("b"))],
+                    [entry for entry in launcher.log() if entry != ("ERROR", NO_NAME)],
+                )
+                self.assert_left_behind(["stay"])
 
 
 class Inheritance(harness.LauncherTest):

@@ -159,17 +159,19 @@ class Launcher:
         return self.pid not in self._test.ended
 
     def settle(self):
-        """Waits until every thread sleeps. A child that reports its start does not show that the
-        supervisor has its process id; a stop before that signals the whole process group."""
+        """Waits until main is in its wait and no supervisor in the middle of a start. Before that,
+        a stop request would be lost, or would signal the whole process group: a child that reports
+        its start does not show that its supervisor already has its process id."""
 
         def settled():
-            before = self._switches()
+            before = self.switches()
             time.sleep(0.01)
-            return before is not None and before == self._switches()
+            after = self.switches()
+            return before and after and before[str(self.pid)] == after[str(self.pid)]
 
         self._test.wait_for(settled, "every thread of the launcher sleeps")
 
-    def _switches(self):
+    def switches(self):
         """The context switches of each thread; None while one is not asleep."""
         threads = {}
         for thread in os.listdir(f"/proc/{self.pid}/task"):
@@ -317,9 +319,9 @@ class LauncherTest(unittest.TestCase):
                 return
             self.ended[pid] = os.waitstatus_to_exitcode(wait_status)
 
-    def wait_for(self, condition, what):
+    def wait_for(self, condition, what, seconds=DEADLINE):
         """Polls until the condition holds; its value."""
-        end = time.monotonic() + DEADLINE
+        end = time.monotonic() + seconds
         while True:
             value = condition()
             if value:

@@ -5,8 +5,8 @@ import re
 import signal
 
 import harness
-from harness import HELPERS, NO_NAME, STAY, WORK
-from harness import end_text, item, nameless, numbered, start_text
+from harness import HELPERS, MANY, STAY, WORK
+from harness import end_text, item, nameless, numbered, start_text, without_nameless
 
 
 class ArgumentVector(harness.LauncherTest):
@@ -107,9 +107,7 @@ class ArgumentVector(harness.LauncherTest):
                 )
                 self.assertEqual(1, launcher.stop())
                 pid = int(re.search(r"a (\d+) is killed", log[1][1])[1])
-                self.assertIn(
-                    log[1][1], [end_text("a", pid, status) for status in harness.ABORTED]
-                )
+                self.assertIn(log[1][1], [end_text("a", pid, status) for status in harness.ABORTED])
                 self.assertEqual(["DEBUG", "ERROR", "DEBUG"], [level for level, _ in log[:3]])
                 self.assertEqual([start_text("a")] * 2, [log[0][1], log[2][1]])
                 self.assertEqual([], self.starts())
@@ -132,12 +130,12 @@ class Program(harness.LauncherTest):
         for program in ({}, [STAY]):
             with self.subTest(program):
                 launcher = self.start(
-                    numbered(item("b"), *nameless(20_000), {"name": "a", "program": program})
+                    numbered(item("b"), *nameless(MANY), {"name": "a", "program": program})
                 )
                 self.assertEqual(-signal.SIGABRT, launcher.wait())
                 self.assertEqual(
                     [("DEBUG", start_text("b"))],
-                    [entry for entry in launcher.log() if entry != ("ERROR", NO_NAME)],
+                    without_nameless(launcher.log()),
                 )
                 self.assert_left_behind(["stay"])
 
@@ -148,9 +146,11 @@ class Inheritance(harness.LauncherTest):
         self.wait_for_starts(1)
         self.assertEqual(1, launcher.stop())
         lines = harness.read_lines(WORK + "/inherited")
-        return launcher, [line for line in lines if not line.startswith("environment ")], [
-            line for line in lines if line.startswith("environment ")
-        ]
+        return (
+            launcher,
+            [line for line in lines if not line.startswith("environment ")],
+            [line for line in lines if line.startswith("environment ")],
+        )
 
     def test_the_log_is_descriptor_0_and_nothing_else_is_open(self):
         launcher, state, _ = self.inherited(before=lambda: os.umask(0o027))

@@ -74,7 +74,9 @@ class Locations(LocationsTest):
                 found = self.locations_of(self.install(f"{folder}/{name}"))
                 self.assertEqual(contents + "/Frameworks" if app_path else "", found["GetAppPath"])
                 self.assertEqual("Kestrane" if app_path else "", found["GetSDKName"])
-                self.assertEqual(contents + "/MacOS" if current_path else "", found["GetCurrentPath"])
+                self.assertEqual(
+                    contents + "/MacOS" if current_path else "", found["GetCurrentPath"]
+                )
 
     def test_a_launcher_with_a_path_too_long_logs_without_a_product_name(self):
         name = "Kestrane.app/Contents/MacOS/launcher"

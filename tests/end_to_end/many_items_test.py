@@ -25,9 +25,7 @@ class ManyItems(harness.LauncherTest):
         # Each item takes its pause of 50 ms.
         self.assertGreaterEqual(time.monotonic() - began, COUNT * 0.050)
         log = launcher.log()
-        self.assertEqual(
-            sorted(("DEBUG", start_text(name)) for name in names), sorted(log[:COUNT])
-        )
+        self.assertEqual(sorted(("DEBUG", start_text(name)) for name in names), sorted(log[:COUNT]))
         self.assertEqual(
             sorted(("ERROR", end_text(name, pids[name], 9)) for name in names),
             sorted(log[COUNT:]),

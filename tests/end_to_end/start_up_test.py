@@ -117,8 +117,14 @@ class Levels(harness.LauncherTest):
 
     def test_each_name(self):
         both = {"DEBUG", "ERROR"}
-        levels = {"DEBUG": both, "MESSAGE": {"ERROR"}, "WARNING": {"ERROR"}, "ERROR": {"ERROR"},
-                  "CRITICAL": set(), "VERBOSE": both}
+        levels = {
+            "DEBUG": both,
+            "MESSAGE": {"ERROR"},
+            "WARNING": {"ERROR"},
+            "ERROR": {"ERROR"},
+            "CRITICAL": set(),
+            "VERBOSE": both,
+        }
         for name, seen in levels.items():
             with self.subTest(name):
                 self.assertEqual(seen, self.seen_at(f"[LOG]\nLEVEL={name}\n"))

@@ -5,11 +5,8 @@ import signal
 import time
 
 import harness
-from harness import NO_NAME
-from harness import end_text, item, nameless, numbered, start_text
-
-# How many nameless items keep the walk busy while a signal is sent.
-MANY = 20_000
+from harness import MANY, NO_NAME
+from harness import end_text, item, nameless, numbered, start_text, without_nameless
 
 
 class Stop(harness.LauncherTest):
@@ -91,7 +88,7 @@ class Stop(harness.LauncherTest):
         launcher.send(signal.SIGTERM)
         self.assertEqual(1, launcher.wait())
         (first,), (second,) = self.starts("1"), self.starts("2")
-        log = [entry for entry in launcher.log() if entry != ("ERROR", NO_NAME)]
+        log = without_nameless(launcher.log())
         self.assertEqual(
             [
                 ("ERROR", end_text("a", first.pid, 9)),

@@ -6,8 +6,8 @@ import signal
 import unittest
 
 import harness
-from harness import END, HELPERS, PARSE_ERROR, STAY, WORK
-from harness import end_text, item, numbered, start_text
+from harness import END, HELPERS, MANY, NO_NAME, PARSE_ERROR, STAY, WORK
+from harness import end_text, item, nameless, numbered, start_text
 
 PAUSE = 50_000_000  # nanoseconds
 
@@ -138,18 +138,20 @@ class EmptyProgram(harness.LauncherTest):
 
     def test_the_whole_process_group_ends(self):
         outsider = self.spawn(["/bin/sleep", "1000"])
-        for what, entry in {"absent": {}, "empty": {"program": ""}, "null": {"program": None}}.items():
+        for what, entry in {
+            "absent": {},
+            "empty": {"program": ""},
+            "null": {"program": None},
+        }.items():
             with self.subTest(what):
-                launcher = self.start(
-                    numbered(item("b"), *harness.nameless(20_000), {"name": "a", **entry})
-                )
+                launcher = self.start(numbered(item("b"), *nameless(MANY), {"name": "a", **entry}))
                 self.assertEqual(-signal.SIGKILL, launcher.wait())
                 bystander = self.starts()[-1]
                 self.wait_for(
                     lambda: self.reap() or bystander.pid not in map(pid_of, harness.processes()),
                     "the end of the other item",
                 )
-                log = [record for record in launcher.records() if record.text != harness.NO_NAME]
+                log = [record for record in launcher.records() if record.text != NO_NAME]
                 self.assertEqual(
                     [
                         ("DEBUG", start_text("b")),

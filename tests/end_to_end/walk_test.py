@@ -3,15 +3,8 @@
 import json
 
 import harness
-from harness import NO_NAME, PARSE_ERROR, STAY
-from harness import end_text, item, nameless, numbered, start_text
-
-# How many nameless items keep the walk busy while an item before them gets going.
-MANY = 20_000
-
-
-def without_nameless(log):
-    return [entry for entry in log if entry != ("ERROR", NO_NAME)]
+from harness import MANY, NO_NAME, PARSE_ERROR, STAY
+from harness import end_text, item, nameless, numbered, start_text, without_nameless
 
 
 class Walk(harness.LauncherTest):
@@ -94,8 +87,17 @@ class Walk(harness.LauncherTest):
         )
 
     def test_a_scalar_name_is_its_text(self):
-        names = {"": "", "a%sb": "a%sb", "é": "é", 7: "7", -1: "-1", 1.5: "1.5", True: "true",
-                 False: "false", None: ""}
+        names = {
+            "": "",
+            "a%sb": "a%sb",
+            "é": "é",
+            7: "7",
+            -1: "-1",
+            1.5: "1.5",
+            True: "true",
+            False: "false",
+            None: "",
+        }
         for name, text in names.items():
             with self.subTest(name):
                 launcher = self.start(numbered(item(name)))
@@ -127,7 +129,9 @@ class Walk(harness.LauncherTest):
 
     def test_a_second_item_of_one_name_replaces_the_first(self):
         launcher = self.start(
-            numbered(item("a", STAY, "1"), *nameless(MANY), item("a", STAY, "2"), item("b", STAY, "3"))
+            numbered(
+                item("a", STAY, "1"), *nameless(MANY), item("a", STAY, "2"), item("b", STAY, "3")
+            )
         )
         (third,) = self.wait_for_starts(1, "3")
         (first,), (second,) = self.starts("1"), self.starts("2")

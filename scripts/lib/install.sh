@@ -47,6 +47,7 @@ install_missing() {
     if command -v brew >/dev/null; then
         brew install --quiet "${missing[@]}"
     elif command -v apt-get >/dev/null; then
+        find_root
         # The package lists may be old, or not there at all.
         apt_get install "${missing[@]}" || { apt_get update && apt_get install "${missing[@]}"; }
     else
@@ -55,15 +56,20 @@ install_missing() {
     fi
 }
 
-# Only here root is needed.
-apt_get() {
-    local command=(env DEBIAN_FRONTEND=noninteractive apt-get -y -q --no-install-recommends "$@")
+# Only to install a package root is needed.
+find_root() {
+    as_root=()
     if [ "$(id -u)" -eq 0 ]; then
-        "${command[@]}"
-    elif command -v sudo >/dev/null && sudo -n true 2>/dev/null; then
-        sudo -n "${command[@]}"
-    else
+        return
+    fi
+    if ! command -v sudo >/dev/null || ! sudo -n true 2>/dev/null; then
         echo "Please run as root: apt-get install ${missing[*]}" >&2
         return 1
     fi
+    as_root=(sudo -n)
+}
+
+apt_get() {
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+        apt-get -y -q --no-install-recommends "$@"
 }

@@ -136,6 +136,19 @@ class UnrunnableProgram(harness.LauncherTest):
 class EmptyProgram(harness.LauncherTest):
     """The child leaves through the exit-time destructors, which signal its process group."""
 
+    def test_alone(self):
+        # Again and again, so that the child is born while main is in its wait, too.
+        for _ in range(20):
+            launcher = self.start(numbered({"name": "a"}))
+            self.assertEqual(-signal.SIGKILL, launcher.wait())
+            self.assertEqual(
+                [
+                    ("DEBUG", start_text("a")),
+                    ("ERROR", "[LAUNCHER  ] program path of a is empty"),
+                ],
+                launcher.log()[:2],
+            )
+
     def test_the_whole_process_group_ends(self):
         outsider = self.spawn(["/bin/sleep", "1000"])
         for what, entry in {

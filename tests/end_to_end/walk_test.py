@@ -64,6 +64,8 @@ class Walk(harness.LauncherTest):
             "name array": b'{"0": {"name": ["a"]}}',
             "zero byte first": b'\0{"0": {}}',
             "zero byte inside": b'{"0": \0{}}',
+            "zero byte in a name": b'{"0": {"name": "a\0b"}}',
+            "zero byte in a comment": b"/* \0 */ {}",
         }
         for what, text in texts.items():
             with self.subTest(what):

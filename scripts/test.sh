@@ -12,6 +12,7 @@ preset=${1:-debug}
 shift $(($# > 0))
 
 need_build_tools
+need_schema_validator
 if [ "$(uname)" = Linux ]; then
     need_command bwrap bubblewrap -
 fi

@@ -278,7 +278,10 @@ class LauncherTest(unittest.TestCase):
 
     def spawn(self, argv, environment=None, before=lambda: None):
         """Runs a program in a process group of its own."""
-        variables = {"KESTRANE_TEST_STARTS": self.starts_path, **(environment or {})}
+        variables = {"KESTRANE_TEST_STARTS": self.starts_path}
+        # Tells the sanitizers where to write.
+        variables.update({k: v for k, v in os.environ.items() if k.endswith("SAN_OPTIONS")})
+        variables.update(environment or {})
         pid = os.fork()
         if pid == 0:
             try:
@@ -426,6 +429,9 @@ def run_in_namespace(arguments, home=HOME, **options):
     }
     for outside, inside in places.items():
         command += ["--ro-bind", outside, inside]
+    # Where sanitizers write reports, and the compiler's counters are kept.
+    if "KESTRANE_WRITABLE" in os.environ:
+        command += ["--bind", os.environ["KESTRANE_WRITABLE"], os.environ["KESTRANE_WRITABLE"]]
     with tempfile.TemporaryFile() as passwd:
         passwd.write(f"tester:x:{os.getuid()}:{os.getgid()}::{home}:/bin/sh\n".encode())
         passwd.seek(0)

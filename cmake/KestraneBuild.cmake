@@ -30,6 +30,10 @@ if(KESTRANE_SANITIZE)
     add_link_options(-fsanitize=${KESTRANE_SANITIZE})
     set(KESTRANE_TEST_LAUNCHER "${PROJECT_SOURCE_DIR}/tests/sanitizers/without_reports.sh")
 endif()
+if(KESTRANE_BUILD_FUZZERS)
+    # The fuzzer has to see where the code goes, and stops at the first report.
+    add_compile_options(-fsanitize=fuzzer-no-link -fno-sanitize-recover=all)
+endif()
 if(KESTRANE_COVERAGE)
     # Threads count, too.
     add_compile_options(--coverage -fprofile-update=atomic)

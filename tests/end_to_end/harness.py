@@ -36,6 +36,9 @@ APPLICATION = "Kestrane Test"
 # How long a condition may take to come true on a busy machine.
 DEADLINE = 20.0
 
+# Tell the sanitizers where to write, see tests/sanitizers.
+SANITIZER_OPTIONS = {k: v for k, v in os.environ.items() if k.endswith("SAN_OPTIONS")}
+
 NO_NAME = "[LAUNCHER  ] There is an item has no name."
 PARSE_ERROR = "[LAUNCHER  ] Error while parsing saved json string."
 
@@ -278,10 +281,9 @@ class LauncherTest(unittest.TestCase):
 
     def spawn(self, argv, environment=None, before=lambda: None):
         """Runs a program in a process group of its own."""
-        variables = {"KESTRANE_TEST_STARTS": self.starts_path}
-        # Tells the sanitizers where to write.
-        variables.update({k: v for k, v in os.environ.items() if k.endswith("SAN_OPTIONS")})
-        variables.update(environment or {})
+        variables = {
+            "KESTRANE_TEST_STARTS": self.starts_path, **SANITIZER_OPTIONS, **(environment or {})
+        }
         pid = os.fork()
         if pid == 0:
             try:

@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "qv7log/limits.h"
+#include "qv7log/record.h"
 #include "qv7log/time_stamp.h"
 #include "tests/qv7log/read_log.h"
 
@@ -551,4 +552,81 @@ std::string KilledWhileRotating(const std::string& folder, int rounds)
     }
     written[kWitness] = witness->completed[0];
     return wrong + CheckNumbers(archive.Finish(), written, 1);
+}
+
+namespace {
+
+std::string RandomText(std::mt19937& random)
+{
+    const char* const pieces[] = {"\\",
+                                  "\n",
+                                  "Z",
+                                  "2026-11-21T02:26:11.123",
+                                  "Z ERROR    l[1] x",
+                                  "\xe2\x80\xa8",
+                                  "\xc2\x85",
+                                  "\xc3",
+                                  "\xa9",
+                                  "\xf0\x9f\x98\x80",
+                                  "\xed\xa0",
+                                  "\x80",
+                                  "26-11-21T02:26:11.123Z",
+                                  "20",
+                                  "\\<1 bytes cut>",
+                                  "-11-21T02:26:11.123Z",
+                                  " ",
+                                  "[",
+                                  "]",
+                                  "x20",
+                                  "\x1b"};
+    std::string text;
+    for (std::size_t count = random() % 12; count != 0; --count) {
+        const std::size_t piece = random() % (std::size(pieces) + 2);
+        if (piece < std::size(pieces)) {
+            text += pieces[piece];
+        } else {
+            text += static_cast<char>(random());
+        }
+    }
+    return text.substr(0, qv7log::kMaxName);
+}
+
+std::string RandomRecord(const std::string& name, const std::string& text, std::size_t cut)
+{
+    char escaped[qv7log::kMaxName * qv7log::kEscapedSize];
+    const auto size = static_cast<std::size_t>(qv7log::PutName(escaped, name) - escaped);
+    const qv7log::Heading heading = {{1795228811, 0}, LOGLEVEL_ERROR, {escaped, size}, 4711};
+    char line[qv7log::kMaxFraming + qv7log::kMaxName * qv7log::kEscapedSize];
+    char* end = qv7log::PutText(qv7log::PutHeading(line, heading), text);
+    end = cut != 0 ? qv7log::PutCutMark(end, cut) : end;
+    return {line, end};
+}
+
+bool IsControl(char c)
+{
+    return (c >= 0 && c < 0x20) || c == 0x7f;
+}
+
+}  // namespace
+
+std::string EscapingRoundTrips(const std::string&, int count)
+{
+    std::mt19937 random(7);
+    for (int i = 0; i < count; ++i) {
+        const std::string name = RandomText(random);
+        const std::string text = RandomText(random);
+        const std::size_t cut = random() % 2 != 0 ? random() : 0;
+        const std::string line = RandomRecord(name, text, cut);
+        if (std::any_of(line.begin(), line.end(), IsControl)) {
+            return "unsafe: " + line;
+        }
+        const std::string log = line + "\n";
+        std::string_view rest = log;
+        qv7log::Entry entry;
+        if (!qv7log::NextEntry(rest, entry) || !entry.is_record || !rest.empty() ||
+            entry.record.text != text || entry.record.name != name || entry.record.cut != cut) {
+            return "not read back: " + line;
+        }
+    }
+    return "";
 }

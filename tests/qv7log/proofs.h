@@ -27,3 +27,7 @@ std::string RemovedUnderLoad(const std::string& folder, int removals);
 // child behind that goes on logging. Every record that was completed is there once, and a second
 // process never stops rotating.
 std::string KilledWhileRotating(const std::string& folder, int rounds);
+
+// `count` records with random names and texts, made of what the escaping minds and of any bytes, are
+// one safe line each and are read back exactly. `folder` stays empty.
+std::string EscapingRoundTrips(const std::string& folder, int count);

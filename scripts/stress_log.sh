@@ -29,7 +29,7 @@ trap 'rmdir "$folder" 2>/dev/null || true' EXIT   # a proof that failed leaves i
 
 "$stress" forks "$folder" "$forks"
 "$stress" processes "$folder" 20000
-"$stress" removed "$folder" 5000
+"$stress" removed "$folder" 2000
 "$stress" killed "$folder" 500
 "$stress" escape "$folder" 5000000
 if command -v bwrap >/dev/null; then

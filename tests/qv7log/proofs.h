@@ -20,7 +20,8 @@ std::string ProcessesRotating(const std::string& folder, int records);
 std::string DiskFull(const std::string& folder, int rounds);
 
 // The log is removed `removals` times while 8 threads log: every record is there once and whole, in
-// the log or in a removed file, where none is later than a tenth of a second after the removal.
+// the log or in a removed file, where none is later than a second after the removal, or counted in a
+// record that tells how many were lost.
 std::string RemovedUnderLoad(const std::string& folder, int removals);
 
 // `rounds` times, a process with 4 threads is killed while it logs and rotates, and leaves a forked

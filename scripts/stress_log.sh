@@ -1,28 +1,22 @@
-#!/bin/sh
+#!/usr/bin/env bash
 # The long proofs of the log: that it loses, tears and disorders no record, whatever the processes, the
 # disk and other people do. About five minutes. Ends non-zero if one does not hold.
 #
-#   scripts/stress_log.sh [FORKS]      100,000 forks if not given
-set -eu
+#     scripts/stress_log.sh [FORKS]      100,000 forks if not given
+set -euo pipefail
+cd "$(dirname "$0")/.."
+. scripts/lib/install.sh
 
 forks=${1:-100000}
-root=$(cd "$(dirname "$0")/.." && pwd)
-build="$root/build/release"
-jobs=$(getconf _NPROCESSORS_ONLN)
+stress=build/release/tests/qv7log/log_stress
 
-missing=
-for tool in cmake ninja c++ bwrap; do
-    command -v "$tool" >/dev/null || missing=yes
-done
-if [ -n "$missing" ] && command -v apt-get >/dev/null; then
-    sudo=$([ "$(id -u)" = 0 ] || echo sudo)
-    $sudo apt-get -q -y install cmake ninja-build g++ libjsoncpp-dev libgtest-dev bubblewrap >/dev/null
+need_build_tools
+if [ "$(uname)" = Linux ]; then
+    need_command bwrap bubblewrap -
 fi
-
-cd "$root"
+install_missing
 cmake --preset release >/dev/null
-cmake --build --preset release --target log_stress -- -j"$jobs"
-stress="$build/tests/qv7log/log_stress"
+cmake --build --preset release --target log_stress -j "$(getconf _NPROCESSORS_ONLN)"
 
 folder=$(mktemp -d)
 trap 'rmdir "$folder" 2>/dev/null || true' EXIT   # a proof that failed leaves its files there

@@ -294,7 +294,13 @@ void LogFile::Follow(const timespec& time, pid_t process)
         m_nowhere.store(false);
     } else {
         // Where this fails, the open file serves on, unless it is in no folder any more.
-        m_nowhere.store(Reopen(process) == Change::kFailed && status.st_nlink == 0);
+        const bool removed = status.st_nlink == 0;
+        Change change = Reopen(process);
+        for (int i = 0; removed && change == Change::kBusy && i < kAttempts; ++i) {
+            sched_yield();
+            change = Reopen(process);
+        }
+        m_nowhere.store(removed && change != Change::kDone);
     }
 }
 

@@ -105,7 +105,7 @@ class ArgumentVector(harness.LauncherTest):
                 log = self.wait_for(
                     lambda: len(launcher.log()) >= 3 and launcher.log(), "a restart"
                 )
-                self.assertEqual(1, launcher.stop())
+                launcher.kill()
                 pid = int(re.search(r"a (\d+) is killed", log[1][1])[1])
                 self.assertIn(log[1][1], [end_text("a", pid, status) for status in harness.ABORTED])
                 self.assertEqual(["DEBUG", "ERROR", "DEBUG"], [level for level, _ in log[:3]])

@@ -88,7 +88,7 @@ class Locations(LocationsTest):
                 )
                 launcher.log_path = self.log_path(sdk_name)
                 self.wait_for_starts(2)
-                self.assertEqual(1, launcher.stop())
+                launcher.kill()
                 # Only under its name the product has a level file, for DEBUG.
                 self.assertEqual(
                     sdk_name != "", ("DEBUG", start_text("a")) in launcher.log(), launcher.log()

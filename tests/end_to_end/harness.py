@@ -36,7 +36,8 @@ APPLICATION = "Kestrane Test"
 # How long a condition may take to come true on a busy machine.
 DEADLINE = 20.0
 
-# Tell the sanitizers where to write, see tests/sanitizers.
+# The sanitizers that the launcher is built with, and what tells them where to write.
+SANITIZE = os.environ.get("KESTRANE_SANITIZE", "")
 SANITIZER_OPTIONS = {k: v for k, v in os.environ.items() if k.endswith("SAN_OPTIONS")}
 
 NO_NAME = "[LAUNCHER  ] There is an item has no name."

@@ -133,6 +133,9 @@ class UnrunnableProgram(harness.LauncherTest):
         self.kill_all()
 
 
+@unittest.skipIf(
+    harness.SANITIZE == "thread", "ThreadSanitizer crashes when a forked child's thread ends"
+)
 class EmptyProgram(harness.LauncherTest):
     """The child leaves through the exit-time destructors, which signal its process group."""
 
@@ -182,6 +185,9 @@ class EmptyProgram(harness.LauncherTest):
 
 
 @unittest.skipUnless(os.getuid() == 0, "needs root, to become a user with a limit")
+@unittest.skipIf(
+    harness.SANITIZE == "thread", "ThreadSanitizer's own thread counts towards the limit"
+)
 class ProcessLimit(harness.LauncherTest):
     def become_limited(self, count):
         resource.setrlimit(resource.RLIMIT_NPROC, (count, count))

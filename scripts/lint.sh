@@ -35,7 +35,7 @@ tidy() {
 # Each source with the options of its compile command.
 check_cpp() {
     cppcheck --quiet --project=build/lint/compile_commands.json -j "$jobs" --error-exitcode=1 \
-        --enable=warning,performance,portability,style --inline-suppr --inconclusive \
+        --enable=warning,performance,portability --inline-suppr \
         --library=googletest --suppressions-list=scripts/lib/cppcheck.supp
 }
 

@@ -42,6 +42,12 @@ private:
     std::size_t m_start = 0;
 };
 
+// What a function sees of `text` that takes it as a C string.
+inline std::string UpToNul(const std::string& text)
+{
+    return text.substr(0, text.find('\0'));
+}
+
 // Ends the program, so that the input is kept, unless `holds`.
 inline void Require(bool holds, const char* what)
 {

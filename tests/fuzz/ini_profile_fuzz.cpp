@@ -51,11 +51,11 @@ Lines LinesOf(const std::string& file)
     for (const char c : file) {
         line += c;
         if (c == '\n' || line.size() == kLongestLine) {
-            lines.push_back(Trimmed(line.c_str()));
+            lines.push_back(Trimmed(UpToNul(line)));
             line.clear();
         }
     }
-    lines.push_back(Trimmed(line.c_str()));
+    lines.push_back(Trimmed(UpToNul(line)));
     return lines;
 }
 

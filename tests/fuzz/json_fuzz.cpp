@@ -125,7 +125,7 @@ void CheckConversions(JsonObject& value)
 
 void CheckEdits(JsonObject& document, const std::string& text)
 {
-    const std::string key = text.c_str();
+    const std::string key = UpToNul(text);
     const std::string before = document.ToText();
     if (Allowed([&] { document.Insert(key.c_str(), document); })) {
         Require(document[key.c_str()].ToText() == before, "a document goes into itself as a copy");
@@ -151,7 +151,7 @@ void CheckEdits(JsonObject& document, const std::string& text)
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     FuzzInput input(data, size);
-    const std::string path = input.TakeLine();
+    const std::string path = UpToNul(input.TakeLine());
     const std::string text = input.TakeLine();
     const std::string json = input.Rest();
 
@@ -165,7 +165,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
         return 0;
     }
     CheckWriting(*document);
-    CheckLookup(*document, path.c_str());
+    CheckLookup(*document, path);
     Allowed([&] {
         JsonObject value = document->GetObject(path.c_str());
         CheckConversions(value);

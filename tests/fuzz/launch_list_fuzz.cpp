@@ -105,7 +105,7 @@ Walk g_expected;
 
 std::string TextOf(const Json::Value& value)
 {
-    return value.asString().c_str();
+    return UpToNul(value.asString());
 }
 
 // What an item without a program counts as.
@@ -254,7 +254,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     static const TempFolder folder;
     const std::string content = FuzzInput(data, size).Rest();
-    const std::string list = content.c_str();
+    const std::string list = UpToNul(content);
     std::optional<Walk> expected;
     try {
         expected = Expected(list);

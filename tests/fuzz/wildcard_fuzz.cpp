@@ -24,9 +24,8 @@ std::wstring Widened(const std::string& text)
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     FuzzInput input(data, size);
-    // Up to the first NUL, as the functions see them.
-    const std::string expression = input.TakeLine().c_str();
-    const std::string name = input.TakeLine().c_str();
+    const std::string expression = UpToNul(input.TakeLine());
+    const std::string name = UpToNul(input.TakeLine());
     // The time grows exponentially with the stars.
     const auto stars = std::count_if(expression.begin(), expression.end(),
                                      [](char c) { return c == '*' || c == '<'; });

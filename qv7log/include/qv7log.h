@@ -6,10 +6,11 @@
 //         GetLogger(2, "launcher", LOGLEVEL_ERROR, &log);
 //     }
 //
-// Forks:     every operation of ILog may be called at any time in a forked child, whatever the other
-//            threads of the parent were doing at the fork, and in children of that child. It takes no
-//            lock, waits for nobody, and the child's records go to the same log, whole, under the
-//            child's process id. Rotating is left to the process that called InitLogger.
+// Forks:     every operation of ILog may be called at any time in a child made by fork, whatever the
+//            other threads of the parent were doing then, and in children of that child. Nothing on
+//            the way can be held for ever by a thread that the child does not have: no lock, no
+//            buffered output, no locale, no time zone. The child's records go to the same log, whole,
+//            under its own process id. Rotating is left to the process that called InitLogger.
 // Threads:   LogV may be called from any number of threads at once. The records of one thread stay in
 //            order. InitLogger and GetLogger are for the start, before other threads log.
 // Lifetime:  the library owns every ILog and never destroys one, nor what it writes with: threads may

@@ -100,6 +100,18 @@ std::vector<JsonMember> JsonSource::Members(const JsonPlace& object) const
     return members;
 }
 
+std::string JsonSource::String(const JsonPlace& place) const
+{
+    std::string text;
+    ReadValue(place.begin, &text);
+    return text;
+}
+
+std::string JsonSource::Written(const JsonPlace& place) const
+{
+    return m_text.substr(place.begin, place.end - place.begin);
+}
+
 JsonPosition JsonSource::Position(std::size_t offset, JsonPosition from) const
 {
     JsonPosition position = from;

@@ -72,6 +72,12 @@ public:
     // for a place that is no object.
     std::vector<JsonMember> Members(const JsonPlace& object) const;
 
+    // The string at `place`, a string of this text: all of it, NULs included.
+    std::string String(const JsonPlace& place) const;
+
+    // The text of `place` as it is written.
+    std::string Written(const JsonPlace& place) const;
+
     // Lines end where the reader ends them: at \n, \r or \r\n. A position known already, not behind
     // `offset`, saves counting from the start.
     JsonPosition Position(std::size_t offset, JsonPosition from = {}) const;

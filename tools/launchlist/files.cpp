@@ -5,9 +5,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 
 namespace launchlist {
 
@@ -21,8 +21,22 @@ bool Fail(std::string& error)
     return false;
 }
 
-bool ReadAll(int descriptor, std::string& bytes, std::string& error)
+}  // namespace
+
+bool ReadFile(const std::string& path, std::string& bytes, std::string& error)
 {
+    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (descriptor < 0) {
+        return Fail(error);
+    }
+    const bool is_read = ReadDescriptor(descriptor, bytes, error);
+    close(descriptor);
+    return is_read;
+}
+
+bool ReadDescriptor(int descriptor, std::string& bytes, std::string& error)
+{
+    bytes.clear();
     // One read more than the size says tells the end; the size is only a hint, since a log grows.
     struct stat status = {};
     if (fstat(descriptor, &status) == 0 && status.st_size > 0) {
@@ -42,20 +56,6 @@ bool ReadAll(int descriptor, std::string& bytes, std::string& error)
             return Fail(error);
         }
     }
-}
-
-}  // namespace
-
-bool ReadFile(const std::string& path, std::string& bytes, std::string& error)
-{
-    bytes.clear();
-    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (descriptor < 0) {
-        return Fail(error);
-    }
-    const bool is_read = ReadAll(descriptor, bytes, error);
-    close(descriptor);
-    return is_read;
 }
 
 bool WriteFile(const std::string& path, const std::string& bytes, std::string& error)

@@ -17,8 +17,7 @@ void CheckBytes(const std::string& bytes, const std::string& text, Findings& fin
 {
     if (text.size() < bytes.size()) {
         findings.push_back({Severity::kWarning, "zero-byte", text.size(), "", "a zero byte",
-                            "the list ends here; what follows is not read",
-                            "remove the byte, or write \\u0000 inside a string"});
+                            "the list ends here; what follows is not read", "remove the byte"});
     }
     std::size_t bad = 0;
     if (!is_utf8(text, &bad)) {
@@ -35,8 +34,20 @@ std::string RemedyFor(const JsonFault& fault, const std::string& text)
     if (fault.too_deep) {
         return "nest no deeper than 1000 levels; an item needs two";
     }
-    if (fault.message.find("object member name") != std::string::npos) {
+    const auto tells_of = [&](const char* words) {
+        return fault.message.find(words) != std::string::npos;
+    };
+    if (tells_of("Missing ':'")) {
+        return "write a colon behind the name";
+    }
+    if (tells_of("Missing ',' or")) {
+        return "write a comma before the next one, or the closing bracket";
+    }
+    if (tells_of("object member name")) {
         return "write names in double quotes, no comma behind the last member, and a \"}\"";
+    }
+    if (tells_of("escape")) {
+        return "write a backslash as two";
     }
     return "write a complete JSON value here";
 }

@@ -111,9 +111,12 @@ std::string JsonEscapeOf(char32_t code)
 
 bool IsPlainWord(const std::string& text)
 {
-    const auto is_plain = [](char c) {
+    // A "=" makes an assignment of a first word, but not behind a "-" or "/".
+    const bool may_assign = text.empty() || (text[0] != '-' && text[0] != '/');
+    const std::string signs = may_assign ? "%+,-./:@_" : "%+,-./:@_=";
+    const auto is_plain = [&](char c) {
         return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-               std::string("%+,-./:@_").find(c) != std::string::npos;
+               signs.find(c) != std::string::npos;
     };
     return !text.empty() && std::all_of(text.begin(), text.end(), is_plain);
 }

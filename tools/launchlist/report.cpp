@@ -41,8 +41,9 @@ public:
     void AddUnread(const Unread& unread)
     {
         if (m_report.unread < kSamples) {
-            m_report.unread_samples.push_back(unread.path + ":" + std::to_string(unread.line) +
-                                              ": " + quoted(std::string(unread.text)));
+            m_report.unread_samples.push_back(printable(unread.path) + ":" +
+                                              std::to_string(unread.line) + ": " +
+                                              quoted(std::string(unread.text)));
         }
         ++m_report.unread;
     }

@@ -80,7 +80,7 @@ struct Report
     std::size_t records = 0;
     std::size_t other_records = 0;  // Of other programs, or with a text that is not the launcher's.
     std::size_t unread = 0;         // Entries that are no records.
-    std::vector<std::string> unread_samples;
+    std::vector<std::string> unread_samples;  // Printable.
     std::uint64_t lost_records = 0;
     std::size_t launchers = 0;
     std::size_t nameless_items = 0;

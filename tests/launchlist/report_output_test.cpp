@@ -65,6 +65,14 @@ TEST(Timeline, MarksWhatCouldNotBeStarted)
     EXPECT_EQ(Signs(Timeline(report.items[1], *report.first, *report.last, 10)), "!=========");
 }
 
+TEST(Timeline, ShowsOnlyTheStartOfARunWhoseEndIsNotKnown)
+{
+    LogText log;
+    log.Start(0, kLauncher, "a").Start(5500, 200, "a").End(10000, 200, "b", 300, 0);
+    const Report report = ReportOn(log);
+    EXPECT_EQ(Signs(Timeline(report.items[0], *report.first, *report.last, 10)), "=....=====");
+}
+
 TEST(Timeline, OfOneMomentHasACell)
 {
     LogText log;

@@ -223,6 +223,16 @@ TEST(Report, FindsTheWorstMinute)
     EXPECT_EQ(item.worst_minute, 3U);
 }
 
+TEST(Report, EndsAMinuteAfterSixtySeconds)
+{
+    for (const Milliseconds second_restart : {60999, 61000}) {
+        LogText log;
+        log.Start(0, kLauncher, "a").End(950, kLauncher, "a", 201, 0).Start(1000, kLauncher, "a");
+        log.End(second_restart - 50, kLauncher, "a", 202, 0).Start(second_restart, kLauncher, "a");
+        EXPECT_EQ(ItemOf(ReportOn(log), "a").worst_minute, second_restart < 61000 ? 2U : 1U);
+    }
+}
+
 TEST(Report, ReadsNothingIntoAClockThatWasSetBack)
 {
     LogText log;

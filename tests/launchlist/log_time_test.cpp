@@ -72,6 +72,12 @@ TEST(ParseMoment, TakesPartsAndAges)
     }
 }
 
+TEST(FormatRange, NamesADayOnce)
+{
+    EXPECT_EQ(FormatRange(0, 86399000), "1970-01-01 00:00:00 to 23:59:59 UTC");
+    EXPECT_EQ(FormatRange(0, 86400000), "1970-01-01 00:00:00 to 1970-01-02 00:00:00 UTC");
+}
+
 TEST(FormatDuration, TakesTheUnitThatFits)
 {
     const struct

@@ -158,6 +158,17 @@ std::string FormatForPeople(Milliseconds time)
     return text;
 }
 
+std::string FormatRange(Milliseconds first, Milliseconds last)
+{
+    constexpr std::size_t kDateSize = 10;
+    const std::string from = FormatForPeople(first);
+    std::string to = FormatForPeople(last);
+    if (from.compare(0, kDateSize, to, 0, kDateSize) == 0) {
+        to.erase(0, kDateSize + 1);
+    }
+    return from + " to " + to + " UTC";
+}
+
 std::string FormatDuration(Milliseconds duration)
 {
     const auto number = [](Milliseconds value) { return static_cast<long long>(value); };

@@ -21,6 +21,9 @@ std::optional<Milliseconds> ParseMoment(const std::string& text, Milliseconds no
 std::string FormatTimeStamp(Milliseconds time);
 std::string FormatForPeople(Milliseconds time);
 
+// "2026-11-21 02:26:11 to 03:00:00 UTC"; the second date only where it is another one.
+std::string FormatRange(Milliseconds first, Milliseconds last);
+
 // "0.31 s", "4.2 s", "2 min 5 s", "3 h 20 min", "4 d 3 h".
 std::string FormatDuration(Milliseconds duration);
 

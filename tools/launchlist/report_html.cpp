@@ -40,7 +40,7 @@ const CellShape& ShapeOf(Cell cell)
          {"running", "running", 4, 3},
          {"end", "ended with status 0", 2, 6},
          {"crash", "ended otherwise", 0, 10},
-         {"failed", "could not be started", 7, 3}}};
+         {"failed", "could not be started", 6, 4}}};
     return kShapes[static_cast<std::size_t>(cell)];
 }
 
@@ -78,8 +78,9 @@ std::string Bar(const ItemReport& item, const Report& report)
         if (stretch.cell != Cell::kNothing) {
             const CellShape& shape = ShapeOf(stretch.cell);
             svg += Rectangle(shape, stretch.begin, stretch.end - stretch.begin) + "><title>" +
-                   shape.words + ", " + FormatForPeople(TimeAt(report, stretch.begin)) + " to " +
-                   FormatForPeople(TimeAt(report, stretch.end)) + "</title></rect>\n";
+                   shape.words + ", " +
+                   FormatRange(TimeAt(report, stretch.begin), TimeAt(report, stretch.end)) +
+                   "</title></rect>\n";
         }
     }
     return svg + "</svg>\n";

@@ -33,7 +33,7 @@ std::string ReportTitle(const Report& report)
     if (!report.first) {
         return "no records";
     }
-    return FormatForPeople(*report.first) + " to " + FormatForPeople(*report.last) + " UTC (" +
+    return FormatRange(*report.first, *report.last) + " (" +
            FormatDuration(*report.last - *report.first) + "), " +
            counted(report.launchers, "launcher") + ", " + counted(report.items.size(), "item") +
            ", " + counted(report.records, "record");
@@ -119,7 +119,7 @@ std::vector<std::string> ItemNotes(const ItemReport& item)
     if (item.loop) {
         notes.push_back(std::string(item.loop->is_crash ? "crashes" : "ends") +
                         " in a loop: " + counted(item.loop->runs, "run") + " of less than " +
-                        FormatDuration(kShortRun) + " in a row, " +
+                        std::to_string(kShortRun / 1000) + " s in a row, " +
                         FormatForPeople(item.loop->from) + " to " + FormatForPeople(item.loop->to));
     }
     if (item.failed_starts > 0) {

@@ -120,7 +120,7 @@ std::vector<std::string> ItemNotes(const ItemReport& item)
         notes.push_back(std::string(item.loop->is_crash ? "crashes" : "ends") +
                         " in a loop: " + counted(item.loop->runs, "run") + " of less than " +
                         std::to_string(kShortRun / 1000) + " s in a row, " +
-                        FormatForPeople(item.loop->from) + " to " + FormatForPeople(item.loop->to));
+                        FormatRange(item.loop->from, item.loop->to));
     }
     if (item.failed_starts > 0) {
         notes.push_back("could not be started " + Times(item.failed_starts) +

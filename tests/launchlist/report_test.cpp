@@ -223,6 +223,14 @@ TEST(Report, FindsTheWorstMinute)
     EXPECT_EQ(item.worst_minute, 3U);
 }
 
+TEST(Report, TakesTheMiddleOfTwoForTheMedian)
+{
+    LogText log;
+    log.Start(0, kLauncher, "a").End(1000, kLauncher, "a", 201, 0);
+    log.Start(2000, kLauncher, "a").End(5000, kLauncher, "a", 202, 0);
+    EXPECT_EQ(ItemOf(ReportOn(log), "a").median, 2000);
+}
+
 TEST(Report, EndsAMinuteAfterSixtySeconds)
 {
     for (const Milliseconds second_restart : {60999, 61000}) {

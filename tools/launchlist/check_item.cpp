@@ -179,16 +179,18 @@ private:
 
     void CheckFile(const std::string& path, std::size_t offset)
     {
+        struct stat status = {};
+        const bool is_there = stat(path.c_str(), &status) == 0;
         if (path[0] != '/') {
             Add(Severity::kWarning, "program-relative", offset, "program",
                 "the path " + quoted(path) + " is relative",
-                "it is looked for in the folder in which the launcher was started, whichever that "
-                "is; PATH is not searched",
+                "it is looked for in the folder in which the launcher is started; from here there "
+                "is " +
+                    std::string(is_there ? "such a file" : "none"),
                 "write an absolute path");
             return;
         }
-        struct stat status = {};
-        if (stat(path.c_str(), &status) != 0) {
+        if (!is_there) {
             const bool is_missing = errno == ENOENT || errno == ENOTDIR;
             Add(Severity::kError, "program-not-there", offset, "program",
                 is_missing ? "there is no " + quoted(path)

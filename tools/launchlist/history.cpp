@@ -35,7 +35,7 @@ void MeasureRuns(ItemReport& report)
     }
     std::sort(lengths.begin(), lengths.end());
     report.shortest = lengths.front();
-    report.median = lengths[lengths.size() / 2];
+    report.median = (lengths[(lengths.size() - 1) / 2] + lengths[lengths.size() / 2]) / 2;
     report.longest = lengths.back();
 }
 

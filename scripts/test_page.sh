@@ -7,19 +7,15 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/lib/install.sh
+. scripts/lib/browser.sh
 
 preset=${1:-debug}
 
 need_build_tools
-need_command chromium chromium chromium
-need_command chromedriver chromium-driver chromedriver
-python3 -c 'import selenium' 2>/dev/null || note_missing python3-selenium python-selenium
-# A page is hard to read without any font.
-if [ "$(uname)" = Linux ] && [ ! -d /usr/share/fonts/truetype/dejavu ]; then
-    note_missing fonts-dejavu-core -
-fi
+need_browser selenium
 install_missing
+python_with selenium
 
 cmake --preset "$preset" >/dev/null
 cmake --build --preset "$preset" --target launchlist
-python3 -B tests/launchlist/page_test.py "build/$preset/tools/launchlist/launchlist"
+"$python" -B tests/launchlist/page_test.py "build/$preset/tools/launchlist/launchlist"

@@ -127,6 +127,16 @@ TEST(Report, TellsWhatCouldNotBeStartedFromProcessesThatCarryOn)
     EXPECT_EQ(ItemOf(report, "good").ends, 1U);
 }
 
+TEST(Report, CallsAProgramRunningOnlyWhenItWasStartedInTheEnd)
+{
+    LogText log;
+    log.Start(0, kLauncher, "a").Start(50, 300, "a").Start(100, 301, "a");
+    EXPECT_EQ(ItemOf(ReportOn(log), "a").state, State::kUnknown);
+    log.Add(5000, "ERROR", kLauncher, "[LAUNCHER  ] There is an item has no name.");
+    EXPECT_EQ(ItemOf(ReportOn(log), "a").state, State::kRunning);
+    EXPECT_EQ(ItemOf(ReportOn(log), "a").failed_starts, 2U);
+}
+
 TEST(Report, TellsWhatCouldNotBeStartedFromItsEndWithoutDebugRecords)
 {
     LogText log;

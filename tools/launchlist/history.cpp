@@ -273,7 +273,7 @@ bool History::LacksStarts(const Item& item) const
     });
 }
 
-State History::StateOf(const Item& item) const
+State History::StateOf(const Item& item, Milliseconds last) const
 {
     const auto starter = m_processes.find(item.last_starter);
     if (!item.last_run || starter == m_processes.end() ||
@@ -281,7 +281,12 @@ State History::StateOf(const Item& item) const
         return State::kUnknown;
     }
     const Run& run = item.report.runs[*item.last_run];
-    return run.is_failed ? State::kUnknown : run.end ? State::kEnded : State::kRunning;
+    // What could not be started again and again has not been started because the log ends.
+    const bool may_fail = starter->second.carries_on && last - item.last_start <= kCarryOnWithin;
+    if (run.is_failed || (!run.end && may_fail)) {
+        return State::kUnknown;
+    }
+    return run.end ? State::kEnded : State::kRunning;
 }
 
 void History::Finish(Report& report)
@@ -292,7 +297,7 @@ void History::Finish(Report& report)
         if (LacksStarts(item)) {
             item.report.starts.reset();
         }
-        item.report.state = StateOf(item);
+        item.report.state = StateOf(item, report.last.value_or(0));
         item.report.restarts = item.restarts.size();
         item.report.worst_minute = WorstMinute(std::move(item.restarts));
         MeasureRuns(item.report);

@@ -22,7 +22,7 @@ public:
     // Adds an event about no item.
     void AddProcess(std::int64_t process, Milliseconds time);
 
-    // Moves the result into `report`. Nothing may be added after that.
+    // Moves the result into `report`, whose range is known. Nothing may be added after that.
     void Finish(Report& report);
 
 private:
@@ -66,7 +66,7 @@ private:
     void AddForkFailed(std::int64_t id, std::size_t item, Milliseconds time);
     void FailRun(std::size_t item, std::size_t run);
     bool LacksStarts(const Item& item) const;
-    State StateOf(const Item& item) const;
+    State StateOf(const Item& item, Milliseconds last) const;
 
     std::vector<Item> m_items;
     std::unordered_map<std::string, std::size_t> m_by_name;

@@ -1,0 +1,87 @@
+#!/usr/bin/env bash
+# Builds the bundle build/macos/Kestrane.app and all test programs for macOS, for both architectures.
+#
+#   scripts/build_macos.sh          on Linux with a pinned cross compiler, on a Mac with its own
+#   scripts/build_macos.sh --test   on a Mac: runs the tests, too
+#
+# What is downloaded or built once is kept under build/. The bundle appears only when it is whole.
+. "$(dirname "$0")/lib/base.sh"
+. scripts/lib/python_env.sh
+. scripts/lib/libraries.sh
+
+out=build/macos
+bundle=$out/Kestrane.app
+architectures="arm64 x86_64"
+
+prepare_tools()
+{
+    need cmake cmake
+    need ninja ninja-build
+    if on_a_mac; then
+        need lipo "Xcode's command line tools"
+        lipo=lipo zig=
+        return
+    fi
+    need llvm-lipo-14 llvm-14
+    python_env zig
+    lipo=llvm-lipo-14
+    zig=$("$python" -c 'import ziglang; print(ziglang.__path__[0] + "/zig")')
+    export ZIG_GLOBAL_CACHE_DIR=$root/build/cache/zig ZIG_LOCAL_CACHE_DIR=$root/build/cache/zig
+}
+
+# build ARCHITECTURE: libraries, programs and tests, and the bundle of this one architecture.
+build()
+{
+    local toolchain="-DCMAKE_TOOLCHAIN_FILE=$root/cmake/macos-$1.cmake -DKESTRANE_ZIG=$zig"
+    # shellcheck disable=SC2086  # The arguments are words.
+    build_libraries "macos-$1" $toolchain
+    # shellcheck disable=SC2086
+    cmake -S . -B "$out/$1" -G Ninja -DCMAKE_BUILD_TYPE=Release $toolchain \
+        -DCMAKE_FIND_ROOT_PATH="$root/build/deps/macos-$1" \
+        >"$out/$1.log" || fail "CMake cannot configure the build for $1; its messages stand above."
+    cmake --build "$out/$1" || fail "The build for $1 failed; its messages stand above."
+    cmake --install "$out/$1" --prefix "$out/stage/$1" >>"$out/$1.log"
+}
+
+is_mach_o()
+{
+    [ "$(od -An -N4 -tx1 "$1" | tr -d ' ')" = cffaedfe ]
+}
+
+# Makes one bundle of the two: what is machine code holds both architectures.
+join()
+{
+    local file
+    cp -R "$out/stage/arm64/Kestrane.app" "$out/stage/joined"
+    (cd "$out/stage/joined" && find . -type f) | while read -r file; do
+        if is_mach_o "$out/stage/joined/$file"; then
+            "$lipo" -create "$out/stage/arm64/Kestrane.app/$file" \
+                "$out/stage/x86_64/Kestrane.app/$file" -output "$out/stage/joined/$file"
+        fi
+    done
+    mv "$out/stage/joined" "$bundle"
+    rm -rf "$out/stage"
+}
+
+test_on_a_mac=
+case "${1-}" in
+    "") ;;
+    --test) test_on_a_mac=yes ;;
+    *) fail "The one argument known is --test." ;;
+esac
+if [ -n "$test_on_a_mac" ] && ! on_a_mac; then
+    fail "The tests built for macOS run on a Mac only; on Linux use scripts/build_macos.sh alone."
+fi
+
+# An older bundle must not pass for the result of a build that failed.
+rm -rf "$bundle" "$out/stage"
+mkdir -p "$out"
+prepare_tools
+for architecture in $architectures; do
+    build "$architecture"
+done
+join
+echo "$bundle is built."
+if [ -n "$test_on_a_mac" ]; then
+    ctest --test-dir "$out/$(uname -m)" --output-on-failure
+fi

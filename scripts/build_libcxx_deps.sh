@@ -3,10 +3,12 @@
 . "$(dirname "$0")/lib/base.sh"
 . scripts/lib/libraries.sh
 
-need cmake cmake
-need ninja ninja-build
-need clang++ clang
+need_command cmake cmake cmake
+need_command ninja ninja-build ninja
+need_command clang++ clang llvm
 if ! echo '#include <string>' | clang++ -stdlib=libc++ -x c++ -fsyntax-only - 2>/dev/null; then
-    need_libcxx
+    note_missing libc++-dev llvm
+    note_missing libc++abi-dev llvm
 fi
+install_or_fail
 build_libraries libcxx -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_CXX_FLAGS=-stdlib=libc++

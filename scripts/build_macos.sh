@@ -8,49 +8,29 @@
 . "$(dirname "$0")/lib/base.sh"
 . scripts/lib/python_env.sh
 . scripts/lib/libraries.sh
+. scripts/lib/macos_tools.sh
 
 out=build/macos
 bundle=$out/Kestrane.app
 architectures="arm64 x86_64"
 
-prepare_tools()
-{
-    need cmake cmake
-    need ninja ninja-build
-    if on_a_mac; then
-        need lipo "Xcode's command line tools"
-        lipo=lipo zig=
-        return
-    fi
-    need llvm-lipo-14 llvm-14
-    python_env zig
-    lipo=llvm-lipo-14
-    zig=$("$python" -c 'import ziglang; print(ziglang.__path__[0] + "/zig")')
-    export ZIG_GLOBAL_CACHE_DIR=$root/build/cache/zig ZIG_LOCAL_CACHE_DIR=$root/build/cache/zig
-}
-
 # build ARCHITECTURE: libraries, programs and tests, and the bundle of this one architecture.
-build()
-{
-    local toolchain="-DCMAKE_TOOLCHAIN_FILE=$root/cmake/macos-$1.cmake -DKESTRANE_ZIG=$zig"
-    # shellcheck disable=SC2086  # The arguments are words.
-    build_libraries "macos-$1" $toolchain
-    # shellcheck disable=SC2086
-    cmake -S . -B "$out/$1" -G Ninja -DCMAKE_BUILD_TYPE=Release $toolchain \
+build() {
+    local toolchain=("-DCMAKE_TOOLCHAIN_FILE=$root/cmake/macos-$1.cmake" "-DKESTRANE_ZIG=$zig")
+    build_libraries "macos-$1" "${toolchain[@]}"
+    cmake -S . -B "$out/$1" -G Ninja -DCMAKE_BUILD_TYPE=Release "${toolchain[@]}" \
         -DCMAKE_FIND_ROOT_PATH="$root/build/deps/macos-$1" \
-        >"$out/$1.log" || fail "CMake cannot configure the build for $1; its messages stand above."
-    cmake --build "$out/$1" || fail "The build for $1 failed; its messages stand above."
+        >"$out/$1.log" || fail "CMake cannot configure the build for $1; mend what stands above and start again."
+    cmake --build "$out/$1" || fail "The build for $1 failed; mend what stands above and start again."
     cmake --install "$out/$1" --prefix "$out/stage/$1" >>"$out/$1.log"
 }
 
-is_mach_o()
-{
+is_mach_o() {
     [ "$(od -An -N4 -tx1 "$1" | tr -d ' ')" = cffaedfe ]
 }
 
 # Makes one bundle of the two: what is machine code holds both architectures.
-join()
-{
+join() {
     local file
     cp -R "$out/stage/arm64/Kestrane.app" "$out/stage/joined"
     (cd "$out/stage/joined" && find . -type f) | while read -r file; do
@@ -76,7 +56,7 @@ fi
 # An older bundle must not pass for the result of a build that failed.
 rm -rf "$bundle" "$out/stage"
 mkdir -p "$out"
-prepare_tools
+prepare_macos_tools
 for architecture in $architectures; do
     build "$architecture"
 done

@@ -1,34 +1,28 @@
-# What every script starts with; to be sourced. Sets `root`, the project's folder, and goes there.
-# Runs with the bash of macOS, too (3.2).
+# shellcheck shell=bash
+# What the scripts for macOS and libc++ start with; to be sourced. Sets `root`, the project's folder,
+# and goes there. Runs with the bash of macOS, too (3.2).
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 cd "$root"
+. scripts/lib/install.sh
 
 # fail SENTENCE: ends the script with one sentence that says what is wrong and what to do.
-fail()
-{
+fail() {
     echo "$(basename "$0"): $1" >&2
     exit 1
 }
 
-# need TOOL PACKAGE: makes sure that TOOL can be run. Where Debian's apt-get can install PACKAGE, it
-# does.
-need()
-{
-    command -v "$1" >/dev/null && return
-    if command -v apt-get >/dev/null && [ "$(id -u)" = 0 ]; then
-        { apt-get update && apt-get install -y --no-install-recommends "$2"; } >/dev/null 2>&1 || true
-        command -v "$1" >/dev/null && return
-    fi
-    fail "The program $1 is missing; install it (on Debian: apt-get install $2) and start again."
+# install_or_fail: installs what need_command has noted as missing.
+install_or_fail() {
+    mkdir -p build
+    install_missing >build/install.log 2>&1 ||
+        fail "These packages are missing and cannot be installed (see build/install.log): ${missing[*]}; install them and start again."
 }
 
-on_a_mac()
-{
+on_a_mac() {
     [ "$(uname)" = Darwin ]
 }
 
-sha256()
-{
+sha256() {
     cmake -E sha256sum "$1" | cut -d' ' -f1
 }

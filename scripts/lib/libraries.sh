@@ -1,5 +1,7 @@
+# shellcheck shell=bash
 # jsoncpp and GoogleTest built from source for another target than the machine's own packages; to be
 # sourced after base.sh.
+# shellcheck disable=SC2154  # `root` is set there.
 
 # Debian's source packages: name, version, the source's file and its SHA-256. Debian's patches touch
 # only the build and the documentation, so the file is taken as it is.
@@ -11,8 +13,7 @@ debian_pool=https://deb.debian.org/debian/pool/main
 
 # Gets the file of a source package into the current folder. apt-get is given a list of its own; the
 # machine's stay as they are.
-download()
-{
+download() {
     local package=$1 version=$2 file=$3
     if ! command -v apt-get >/dev/null; then
         local folder=${package:0:1}
@@ -29,8 +30,7 @@ download()
 }
 
 # fetch_source PACKAGE VERSION FILE SHA256: puts the checked file into build/cache/sources.
-fetch_source()
-{
+fetch_source() {
     local sources=$root/build/cache/sources file=$3
     local work=$sources/$1.partial log=$sources/$1.log
     [ ! -f "$sources/$file" ] || [ "$(sha256 "$sources/$file")" != "$4" ] || return 0
@@ -50,8 +50,7 @@ fetch_source()
 }
 
 # build_library SOURCE FOLDER CMAKE_ARGUMENT...: unpacks SOURCE into FOLDER and builds it there.
-build_library()
-{
+build_library() {
     local file=$1 folder=$2
     shift 2
     mkdir -p "$folder"
@@ -64,8 +63,7 @@ build_library()
 
 # build_libraries NAME CMAKE_ARGUMENT...: builds both libraries, static, into build/deps/NAME. Does
 # nothing when they are there, made by the same arguments, compiler and sources.
-build_libraries()
-{
+build_libraries() {
     local prefix=build/deps/$1 recipe source file
     shift
     recipe="$* $(cat "${BASH_SOURCE[0]}" cmake/macos-*.cmake scripts/requirements/zig.txt | cksum)"

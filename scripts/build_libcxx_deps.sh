@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # Builds jsoncpp and GoogleTest with Clang and libc++ for the preset "libcxx", into build/deps/libcxx.
-. "$(dirname "$0")/lib/base.sh"
+set -euo pipefail
+cd "$(dirname "$0")/.."
+. scripts/lib/base.sh
 . scripts/lib/libraries.sh
 
 need_command cmake cmake cmake

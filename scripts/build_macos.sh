@@ -5,7 +5,9 @@
 #   scripts/build_macos.sh --test   on a Mac: runs the tests, too
 #
 # What is downloaded or built once is kept under build/. The bundle appears only when it is whole.
-. "$(dirname "$0")/lib/base.sh"
+set -euo pipefail
+cd "$(dirname "$0")/.."
+. scripts/lib/base.sh
 . scripts/lib/python_env.sh
 . scripts/lib/libraries.sh
 . scripts/lib/macos_tools.sh
@@ -16,10 +18,10 @@ architectures="arm64 x86_64"
 
 # build ARCHITECTURE: libraries, programs and tests, and the bundle of this one architecture.
 build() {
-    local toolchain=("-DCMAKE_TOOLCHAIN_FILE=$root/cmake/macos-$1.cmake" "-DKESTRANE_ZIG=$zig")
+    local toolchain=("-DCMAKE_TOOLCHAIN_FILE=$PWD/cmake/macos-$1.cmake" "-DKESTRANE_ZIG=$zig")
     build_libraries "macos-$1" "${toolchain[@]}"
     cmake -S . -B "$out/$1" -G Ninja -DCMAKE_BUILD_TYPE=Release "${toolchain[@]}" \
-        -DCMAKE_FIND_ROOT_PATH="$root/build/deps/macos-$1" \
+        -DCMAKE_FIND_ROOT_PATH="$PWD/build/deps/macos-$1" -DCMAKE_COMPILE_WARNING_AS_ERROR=ON \
         >"$out/$1.log" || fail "CMake cannot configure the build for $1; mend what stands above and start again."
     cmake --build "$out/$1" || fail "The build for $1 failed; mend what stands above and start again."
     cmake --install "$out/$1" --prefix "$out/stage/$1" >>"$out/$1.log"

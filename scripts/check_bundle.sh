@@ -3,7 +3,9 @@
 #
 #   scripts/check_bundle.sh [BUNDLE]     build/macos/Kestrane.app if none is given
 #   scripts/check_bundle.sh --self-test  breaks each promise on purpose and sees the check fail
-. "$(dirname "$0")/lib/base.sh"
+set -euo pipefail
+cd "$(dirname "$0")/.."
+. scripts/lib/base.sh
 . scripts/lib/python_env.sh
 
 if [ "${1-}" = --self-test ]; then

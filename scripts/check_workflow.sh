@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # Checks the workflows of .github/: GitHub's schema for them holds, and every step that runs something
 # runs a script of this folder.
-. "$(dirname "$0")/lib/base.sh"
+set -euo pipefail
+cd "$(dirname "$0")/.."
+. scripts/lib/base.sh
 . scripts/lib/python_env.sh
 
 need_command python3 python3 python3

@@ -5,7 +5,9 @@
 #
 # IDENTITY is a name of the keychain, or "-" (as if none is given) for a signature that holds on this
 # Mac only. BUNDLE is build/macos/Kestrane.app if none is given.
-. "$(dirname "$0")/lib/base.sh"
+set -euo pipefail
+cd "$(dirname "$0")/.."
+. scripts/lib/base.sh
 
 identity=${1:--}
 contents=${2-build/macos/Kestrane.app}/Contents

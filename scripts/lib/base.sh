@@ -1,9 +1,6 @@
 # shellcheck shell=bash
-# What the scripts for macOS and libc++ start with; to be sourced. Sets `root`, the project's folder,
-# and goes there. Runs with the bash of macOS, too (3.2).
-set -euo pipefail
-root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
-cd "$root"
+# What the scripts for macOS and libc++ share; to be sourced in the project's folder. Runs with the
+# bash of macOS, too (3.2).
 . scripts/lib/install.sh
 
 # fail SENTENCE: ends the script with one sentence that says what is wrong and what to do.

@@ -1,7 +1,6 @@
 # shellcheck shell=bash
 # jsoncpp and GoogleTest built from source for another target than the machine's own packages; to be
 # sourced after base.sh.
-# shellcheck disable=SC2154  # `root` is set there.
 
 # Debian's source packages: name, version, the source's file and its SHA-256. Debian's patches touch
 # only the build and the documentation, so the file is taken as it is.
@@ -31,7 +30,7 @@ download() {
 
 # fetch_source PACKAGE VERSION FILE SHA256: puts the checked file into build/cache/sources.
 fetch_source() {
-    local sources=$root/build/cache/sources file=$3
+    local sources=$PWD/build/cache/sources file=$3
     local work=$sources/$1.partial log=$sources/$1.log
     [ ! -f "$sources/$file" ] || [ "$(sha256 "$sources/$file")" != "$4" ] || return 0
     echo "Getting $file"
@@ -78,7 +77,7 @@ build_libraries() {
         file=$(echo "$source" | cut -d' ' -f3)
         echo "Building $file for $prefix"
         if ! build_library "build/cache/sources/$file" "$prefix.partial/${file%%_*}" "$@" \
-            -DCMAKE_INSTALL_PREFIX="$root/$prefix.partial/prefix" >"$prefix.log" 2>&1; then
+            -DCMAKE_INSTALL_PREFIX="$PWD/$prefix.partial/prefix" >"$prefix.log" 2>&1; then
             rm -rf "$prefix.partial"
             fail "$file does not build (see $prefix.log); check the compiler named there and start again."
         fi

@@ -1,6 +1,6 @@
 # shellcheck shell=bash
 # The tools that build for macOS; to be sourced after base.sh and python_env.sh.
-# shellcheck disable=SC2034,SC2154  # Set here for the scripts; set there for this one.
+# shellcheck disable=SC2034,SC2154  # Variables set here for the scripts, or by python_env.
 
 # prepare_macos_tools: sets `lipo`, and `zig` to the cross compiler; on a Mac, which has its own, to
 # nothing.
@@ -19,5 +19,5 @@ prepare_macos_tools() {
     python_env zig
     lipo=llvm-lipo-14
     zig=$("$python" -c 'import ziglang; print(ziglang.__path__[0] + "/zig")')
-    export ZIG_GLOBAL_CACHE_DIR=$root/build/cache/zig ZIG_LOCAL_CACHE_DIR=$root/build/cache/zig
+    export ZIG_GLOBAL_CACHE_DIR=$PWD/build/cache/zig ZIG_LOCAL_CACHE_DIR=$PWD/build/cache/zig
 }

@@ -1,13 +1,12 @@
 # shellcheck shell=bash
 # Private Python environments; to be sourced after base.sh.
-# shellcheck disable=SC2154  # `root` is set there.
 
 # python_env NAME: makes build/venv/NAME from the pinned wheels of scripts/requirements/NAME.txt,
 # once, and sets `python` to its interpreter. Needs python3. A copy of the list in the environment, written last,
 # marks it as complete; one without that copy is made anew.
 python_env() {
     local requirements=scripts/requirements/$1.txt env=build/venv/$1
-    python=$root/$env/bin/python
+    python=$PWD/$env/bin/python
     cmp -s "$requirements" "$env/requirements.txt" && return
     rm -rf "$env"
     mkdir -p build/venv

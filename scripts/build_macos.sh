@@ -59,6 +59,10 @@ fi
 rm -rf "$bundle" "$out/stage"
 mkdir -p "$out"
 prepare_macos_tools
+if [ -n "$test_on_a_mac" ]; then
+    need_schema_validator
+    install_or_fail
+fi
 for architecture in $architectures; do
     build "$architecture"
 done

@@ -6,8 +6,6 @@ cd "$(dirname "$0")/.."
 . scripts/lib/base.sh
 . scripts/lib/python_env.sh
 
-need_command python3 python3 python3
-install_or_fail
 python_env workflow
 "$python" -m check_jsonschema --builtin-schema vendor.github-workflows .github/workflows/*.yml ||
     fail "A workflow does not follow the schema; mend what stands above and start again."

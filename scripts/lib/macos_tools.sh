@@ -7,7 +7,6 @@
 prepare_macos_tools() {
     need_command cmake cmake cmake
     need_command ninja ninja-build ninja
-    need_command python3 python3 python3
     if on_a_mac; then
         command -v lipo >/dev/null || fail "The program lipo is missing; run xcode-select --install and start again."
         install_or_fail

@@ -2,12 +2,17 @@
 # Private Python environments; to be sourced after base.sh.
 
 # python_env NAME: makes build/venv/NAME from the pinned wheels of scripts/requirements/NAME.txt,
-# once, and sets `python` to its interpreter. Needs python3. A copy of the list in the environment, written last,
+# once, and sets `python` to its interpreter. A copy of the list in the environment, written last,
 # marks it as complete; one without that copy is made anew.
 python_env() {
     local requirements=scripts/requirements/$1.txt env=build/venv/$1
     python=$PWD/$env/bin/python
     cmp -s "$requirements" "$env/requirements.txt" && return
+    need_command python3 python3 python3
+    if ! python3 -c 'import ensurepip' 2>/dev/null; then
+        note_missing python3-venv python
+    fi
+    install_or_fail
     rm -rf "$env"
     mkdir -p build/venv
     echo "Making the Python environment $env"

@@ -75,7 +75,7 @@ class Scripts(ScriptTest):
         for name in BASIC_TOOLS:
             (self.tools / name).symlink_to(shutil.which(name))
         self.environment["PATH"] = str(self.tools)
-        missing = "cmake ninja-build python3 llvm-14; install them and start again."
+        missing = "cmake ninja-build llvm-14; install them and start again."
         self.expect_failure(rf"These packages are missing and cannot be installed \(.*\): {missing}")
 
     def test_missing_tool_and_no_network(self):
@@ -86,9 +86,14 @@ class Scripts(ScriptTest):
         self.expect_failure("These packages are missing and cannot be installed .*")
 
     def test_no_virtual_environment(self):
-        self.tool("python3", "echo 'The virtual environment was not created' >&2; exit 1")
+        self.tool("python3", "[ $1 = -c ] || { echo 'The environment was not created' >&2; exit 1; }")
         self.expect_failure("python3 cannot make an environment .*python3-venv.*")
         self.assertFalse((self.build / "venv/zig").exists())
+
+    def test_python_without_its_modules_for_environments(self):
+        self.tool("python3", "exit 1")
+        self.tool("apt-get", "exit 100")
+        self.expect_failure("These packages are missing .*: python3-venv; .*")
 
     def test_wheel_that_cannot_be_had(self):
         self.environment |= {"PIP_NO_INDEX": "1", "PIP_FIND_LINKS": "/nowhere"}

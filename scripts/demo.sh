@@ -3,11 +3,13 @@
 #
 #     scripts/demo.sh          the example list and what can happen to it, about ten seconds
 #     scripts/demo.sh LIST     a list of your own, until Ctrl-C
+#
+# KESTRANE_BUNDLE names a bundle to run in place of the one staged here.
 set -euo pipefail
 
 root=$(cd "$(dirname "$0")/.." && pwd)
 list=${1:-$root/examples/launch-list.json}
-contents=$root/build/stage/Kestrane.app/Contents
+contents=${KESTRANE_BUNDLE:-$root/build/stage/Kestrane.app}/Contents
 
 # Each is set when there is something to end or to take away.
 launcher=

@@ -56,7 +56,7 @@ need_build_tools() {
 }
 
 install_missing() {
-    install_packages
+    install_packages || return
     if [ "${#private_python[@]}" -ne 0 ]; then
         python3 -m venv build/python
         build/python/bin/pip install --quiet "${private_python[@]}"

@@ -24,7 +24,7 @@ public:
     std::string TakeLine()
     {
         const std::size_t end = m_text.find('\n', m_start);
-        const std::string line = m_text.substr(m_start, end - m_start);
+        std::string line = m_text.substr(m_start, end - m_start);
         m_start = end == std::string::npos ? m_text.size() : end + 1;
         return line;
     }

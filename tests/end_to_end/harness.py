@@ -39,6 +39,8 @@ DEADLINE = 20.0
 # The sanitizers that the launcher is built with, and what tells them where to write.
 SANITIZE = os.environ.get("KESTRANE_SANITIZE", "")
 SANITIZER_OPTIONS = {k: v for k, v in os.environ.items() if k.endswith("SAN_OPTIONS")}
+# For processes that end where leaks cannot be looked for, or are seen that are none.
+WITHOUT_LEAKS = {k: v + ":detect_leaks=0" for k, v in SANITIZER_OPTIONS.items()}
 
 # The exit status of a file whose cases cannot run here; CMakeLists.txt tells CTest.
 SKIPPED = 77
@@ -222,6 +224,7 @@ class LauncherTest(unittest.TestCase):
 
     # Taken from the password file by the launcher.
     home = HOME
+    sanitizer_options = SANITIZER_OPTIONS
     maxDiff = 4000
 
     def setUp(self):
@@ -300,7 +303,7 @@ class LauncherTest(unittest.TestCase):
     def spawn(self, argv, environment=None, before=lambda: None):
         """Runs a program in a process group of its own."""
         variables = {
-            "KESTRANE_TEST_STARTS": self.starts_path, **SANITIZER_OPTIONS, **(environment or {})
+            "KESTRANE_TEST_STARTS": self.starts_path, **self.sanitizer_options, **(environment or {})
         }
         pid = os.fork()
         if pid == 0:

@@ -11,6 +11,7 @@
 #include <map>
 #include <sstream>
 #include <stdexcept>
+#include <vector>
 
 TempFolder::TempFolder() : m_path((std::filesystem::temp_directory_path() / "log-XXXXXX").string())
 {
@@ -33,13 +34,20 @@ void Log(ILog* log, LOGLEVEL level, const char* format, ...)
     va_end(arguments);
 }
 
+ILog* Kept(ILog* log)
+{
+    static auto* const logs = new std::vector<ILog*>;
+    logs->push_back(log);
+    return log;
+}
+
 ILog* StartLog(const std::string& path, LOGLEVEL threshold)
 {
     ILog* log = nullptr;
     if (InitLogger(path.c_str()) == 0) {
         GetLogger(2, "test", threshold, &log);
     }
-    return log;
+    return Kept(log);
 }
 
 std::string ReadFile(const std::string& path)

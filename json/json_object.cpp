@@ -3,12 +3,12 @@
 #include <json/reader.h>
 
 #include <regex>
-#include <utility>
 
 #include "util/string_util.h"
 
-// jsoncpp marks Json::Reader as deprecated. Its rules for what is accepted are the ones that our
-// documents were written against, and its successor's differ.
+// Some versions of jsoncpp mark Json::Reader as deprecated. Its rules for what is accepted are the
+// ones that our documents were written against, and its successor's differ.
+#pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 
 JsonObject::JsonObject(const char* text, unsigned int length) : m_ref(&m_value)
@@ -30,6 +30,8 @@ JsonObject::JsonObject(const char* text) : m_ref(&m_value)
     }
 }
 
+#pragma GCC diagnostic pop
+
 JsonObject::JsonObject(Json::Value& value) : m_ref(&value) {}
 
 JsonObject::JsonObject(const JsonObject& other) : m_ref(other.m_ref)
@@ -45,6 +47,7 @@ JsonObject JsonObject::GetEmptyObject()
     return JsonObject("{}");
 }
 
+// NOLINTNEXTLINE(bugprone-unhandled-self-assignment): Json::Value copies before it lets go.
 JsonObject& JsonObject::operator=(const JsonObject& other)
 {
     if (other.m_value.isNull()) {
@@ -58,7 +61,7 @@ JsonObject& JsonObject::operator=(const JsonObject& other)
 
 JsonObject& JsonObject::operator=(std::string text)
 {
-    *m_ref = std::move(text);
+    *m_ref = text;
     return *this;
 }
 
@@ -118,7 +121,8 @@ bool JsonObject::IsArray()
 
 JsonObject::operator std::string()
 {
-    return m_ref->asString().c_str();
+    const std::string text = m_ref->asString();
+    return text.substr(0, text.find('\0'));
 }
 
 JsonObject::operator unsigned long long()

@@ -17,6 +17,7 @@
 #include <json/value.h>
 
 #include <string>
+#include <vector>
 
 #include "json/aerror.h"
 
@@ -84,6 +85,43 @@ public:
     // The low 32 bits of the 64-bit value: 2^32 + 5 reads as 5, without an error.
     operator int();
     operator AERROR();
+
+    // The value as wide text, up to its first NUL. Throws std::range_error("wstring_convert:
+    // from_bytes error") when the text is not UTF-8.
+    operator std::wstring();
+
+    // Sets member `key` to a deep copy of what `item` refers to, which may be a part of this
+    // document or the whole of it. Always true.
+    bool Insert(const char* key, const JsonObject& item);
+
+    // Sets member `key` to all of `text` in UTF-8, NULs included. Always true. Throws
+    // std::range_error("wstring_convert: to_bytes error") before the document is touched when
+    // `text` holds anything that is not a Unicode character.
+    bool Insert(const char* key, const std::wstring& text);
+
+    // Appends all of `text`, NULs included, or a deep copy of what `item` refers to. Always true.
+    // A temporary is no `item`: it is converted and appended as its text.
+    bool InsertArrayItem(std::string text);
+    bool InsertArrayItem(JsonObject& item);
+
+    // Removes element `index`, of which the low 32 bits count: 2^32 removes element 0. Whether
+    // there was one; a value that is no array has none.
+    bool RemoveArrayItem(unsigned long index);
+
+    // Removes member `key`. Whether there was one; a value that is no object has none.
+    bool Remove(const char* key);
+
+    // The names of the members, ascending by their bytes; none for null.
+    std::vector<std::string> GetKeys();
+
+    // A view of the same value, in spite of the name. Assign it to an owning object for a copy.
+    JsonObject Copy();
+
+    // The value as JSON, in one line without comments, or indented with the document's comments;
+    // no white space at either end. Strings and member names leave as the bytes stored, whether
+    // they are UTF-8 or not; only what JSON must not hold as it is gets escaped.
+    std::string ToText();
+    std::string ToStyledText();
 
 private:
     // The value at `path`, or null when a name of it is missing.

@@ -21,9 +21,18 @@ void Append(Tokens<Char>& tokens, Text<Char> token, const Transform<Char>& trans
 template <typename Char>
 Tokens<Char> SplitAtMatches(const Text<Char>& text, const std::basic_regex<Char>& separator)
 {
-    // Submatch -1 is the text that was not matched.
-    using Iterator = std::regex_token_iterator<typename Text<Char>::const_iterator>;
-    return Tokens<Char>(Iterator(text.begin(), text.end(), separator, -1), Iterator());
+    // regex_token_iterator would do, but libc++'s loses the text between empty matches.
+    using Match = std::regex_iterator<typename Text<Char>::const_iterator>;
+    Tokens<Char> tokens;
+    auto start = text.begin();
+    for (Match match(text.begin(), text.end(), separator); match != Match(); ++match) {
+        tokens.emplace_back(start, (*match)[0].first);
+        start = (*match)[0].second;
+    }
+    if (start != text.end() || tokens.empty()) {
+        tokens.emplace_back(start, text.end());
+    }
+    return tokens;
 }
 
 template <typename Char>

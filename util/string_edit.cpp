@@ -1,8 +1,7 @@
 #include <algorithm>
 #include <cstdarg>
-#include <cstdint>
+#include <cstddef>
 #include <cstdio>
-#include <cstring>
 #include <memory>
 
 #include "util/string_util.h"

@@ -1,0 +1,17 @@
+// Every text of at most `length` of the `letters`, the empty one included, the shorter ones first.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+inline std::vector<std::string> AllTexts(const std::string& letters, std::size_t length)
+{
+    std::vector<std::string> texts = {""};
+    for (std::size_t i = 0; i < texts.size() && texts[i].size() < length; ++i) {
+        for (const char letter : letters) {
+            texts.push_back(texts[i] + letter);
+        }
+    }
+    return texts;
+}

@@ -229,6 +229,16 @@ TEST_F(Walk, TakesNoOtherSpellingOfTheNumbers)
     EXPECT_TRUE(m_log.records().empty());
 }
 
+// The argument vector lives on the supervisor's stack, whose size the program sets on Linux.
+TEST_F(Walk, StartsAProgramWithFiftyThousandArguments)
+{
+    Processes().ScriptForks({0});
+    RunUntilStopped(R"({"0":{"name":"a","program":"/p","argc":50000},"1":{}})", 2);
+    const std::vector<FakeProcesses::Exec> execs = Processes().execs();
+    ASSERT_EQ(execs.size(), 1U);
+    EXPECT_EQ(execs[0].arguments.size(), 50'001U);
+}
+
 TEST_F(Walk, OfAnEmptyListWaitsForTheStop)
 {
     for (const char* list : {"null", "{}", R"({"a":1})", "{} text behind the document"}) {

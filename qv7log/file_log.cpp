@@ -1,51 +1,187 @@
+// The two entry points and the log behind them.
 #include <errno.h>
-#include <fcntl.h>
-#include <sys/stat.h>
+#include <stdio.h>
+#include <string.h>
 #include <time.h>
 #include <unistd.h>
 
-#include <cstdio>
-#include <cstring>
-#include <string>
+#include <algorithm>
+#include <atomic>
+#include <memory>
+#include <new>
 
 #include "qv7log/include/qv7log.h"
+#include "qv7log/limits.h"
+#include "qv7log/log_file.h"
+#include "qv7log/record.h"
 
+namespace qv7log {
 namespace {
-int g_descriptor = -1;
+
+constexpr std::int32_t kFileLog = 2;
+constexpr LOGLEVEL kNoticeLevel = LOGLEVEL_ERROR;
+
+// Never reset: see the header.
+std::atomic<LogFile*> g_file{nullptr};
+
+// VERBOSE has the highest number and the lowest rank: as a threshold it lets everything pass.
+int Rank(LOGLEVEL level)
+{
+    return level == LOGLEVEL_VERBOSE ? 0 : level;
+}
+
+std::int64_t Millisecond(const timespec& time)
+{
+    return static_cast<std::int64_t>(time.tv_sec) * 1000 + time.tv_nsec / 1000000;
+}
 
 class FileLog final : public ILog
 {
 public:
-    explicit FileLog(LOGLEVEL level) : m_level(level) {}
+    FileLog(LogFile& file, std::string_view name, LOGLEVEL threshold)
+        : m_file(file), m_threshold(Rank(threshold))
+    {
+        name = name.substr(0, kMaxName);
+        name = name.substr(0, SizeOfWholeCharacters(name));
+        const char* const end = PutName(m_name, name);
+        m_name_size = static_cast<std::size_t>(end - m_name);
+    }
+
     void Reserved1() override {}
     void Reserved2() override {}
+
     void LogV(LOGLEVEL level, const char* format, va_list arguments) override
+        __attribute__((format(printf, 3, 0)))
     {
-        if (m_level != LOGLEVEL_VERBOSE && level < m_level)
-            return;
-        char text[4096];
-        vsnprintf(text, sizeof text - 1, format, arguments);
-        strcat(text, "\n");
-        ssize_t ignored = write(g_descriptor, text, strlen(text));
-        (void)ignored;
+        if (Rank(level) >= m_threshold) {
+            const int error = errno;
+            Format(level, format, arguments);
+            errno = error;
+        }
     }
-    LOGLEVEL m_level;
+
+private:
+    void Format(LOGLEVEL level, const char* format, va_list arguments)
+        __attribute__((noinline, format(printf, 3, 0)));
+    void FormatLong(LOGLEVEL level, std::size_t size, const char* format, va_list arguments)
+        __attribute__((noinline, format(printf, 4, 0)));
+    void Write(LOGLEVEL level, std::string_view text, std::size_t cut, char* line);
+    bool WriteNotice(Heading heading, std::uint32_t lost);
+
+    LogFile& m_file;
+    const int m_threshold;
+    std::size_t m_name_size = 0;
+    char m_name[kMaxName * kEscapedSize];
 };
+
+// The space that Write needs for the line of a text of `size` bytes.
+constexpr std::size_t LineSpace(std::size_t size)
+{
+    return kMaxFraming + size * kEscapedSize;
+}
+
+void FileLog::Format(LOGLEVEL level, const char* format, va_list arguments)
+{
+    va_list again;
+    va_copy(again, arguments);
+    char text[kStackText];
+    const int result = vsnprintf(text, sizeof text, format, arguments);
+    const auto size = static_cast<std::size_t>(result);
+    if (result >= 0 && size >= sizeof text) {
+        FormatLong(level, size, format, again);
+    } else {
+        // What cannot be formatted is logged as it stands; only its reader can say what is wrong.
+        const std::string_view whole(result < 0 ? format : text,
+                                     result < 0 ? strlen(format) : size);
+        const std::string_view kept = whole.substr(0, kStackText);
+        char line[LineSpace(kStackText)];
+        Write(level, kept, whole.size() - kept.size(), line);
+    }
+    va_end(again);
+}
+
+// The same for a text that needs the heap. Without memory, its beginning is better than nothing.
+void FileLog::FormatLong(LOGLEVEL level, std::size_t size, const char* format, va_list arguments)
+{
+    char few[256];
+    char few_line[LineSpace(sizeof few)];
+    std::size_t space = std::min(size, kMaxText) + 1;
+    const std::unique_ptr<char[]> memory(new (std::nothrow) char[space + LineSpace(space)]);
+    char* const text = memory ? memory.get() : few;
+    char* const line = memory ? text + space : few_line;
+    if (!memory) {
+        space = sizeof few;
+    }
+    // Another thread may have changed an argument since it was measured.
+    size = static_cast<std::size_t>(std::max(vsnprintf(text, space, format, arguments), 0));
+    std::string_view kept(text, std::min(size, space - 1));
+    if (kept.size() < size) {
+        kept = kept.substr(0, SizeOfWholeCharacters(kept));
+    }
+    Write(level, kept, size - kept.size(), line);
+}
+
+// Writes the record of a text that lacks its last `cut` bytes. `line` has LineSpace for the text.
+void FileLog::Write(LOGLEVEL level, std::string_view text, std::size_t cut, char* line)
+{
+    Heading heading = {{}, level, {m_name, m_name_size}, getpid()};
+    clock_gettime(CLOCK_REALTIME, &heading.time);
+    char* end = PutText(PutHeading(line, heading), text);
+    if (cut != 0) {
+        end = PutCutMark(end, cut);
+    }
+    *end++ = '\n';
+
+    m_file.Follow(Millisecond(heading.time), heading.process);
+    const std::uint32_t lost = m_file.lost.Take(heading.process);
+    if (lost != 0 && !WriteNotice(heading, lost)) {
+        m_file.lost.Add(lost + 1, heading.process);
+        return;
+    }
+    if (!m_file.Append(line, static_cast<std::size_t>(end - line), heading.process)) {
+        m_file.lost.Add(1, heading.process);
+    }
+}
+
+bool FileLog::WriteNotice(Heading heading, std::uint32_t lost)
+{
+    char text[64];
+    snprintf(text, sizeof text, "[QV7LOG    ] %u records were lost", static_cast<unsigned>(lost));
+    heading.level = kNoticeLevel;
+    char line[LineSpace(sizeof text)];
+    char* end = PutText(PutHeading(line, heading), text);
+    *end++ = '\n';
+    return m_file.Append(line, static_cast<std::size_t>(end - line), heading.process);
+}
+
 }  // namespace
+}  // namespace qv7log
 
 std::int32_t InitLogger(const char* path)
 {
-    std::string folder = path;
-    for (size_t i = 1; i < folder.size(); ++i)
-        if (folder[i] == '/')
-            mkdir(folder.substr(0, i).c_str(), 0700);
-    g_descriptor = open(path, O_WRONLY | O_CREAT | O_APPEND, 0600);
-    return g_descriptor < 0 ? errno : 0;
+    auto* const file = new (std::nothrow) qv7log::LogFile;
+    if (file == nullptr) {
+        return ENOMEM;
+    }
+    const int error = file->Open(path);
+    if (error != 0) {
+        delete file;
+        return error;
+    }
+    qv7log::g_file.store(file);
+    return 0;
 }
 
-std::int32_t GetLogger(std::int32_t kind, const char*, LOGLEVEL level, ILog** out)
+std::int32_t GetLogger(std::int32_t kind, const char* name, LOGLEVEL level, ILog** out)
 {
-    if (kind == 2)
-        *out = new FileLog(level);
+    qv7log::LogFile* const file = qv7log::g_file.load();
+    if (kind != qv7log::kFileLog || file == nullptr) {
+        return EINVAL;
+    }
+    auto* const log = new (std::nothrow) qv7log::FileLog(*file, name, level);
+    if (log == nullptr) {
+        return ENOMEM;
+    }
+    *out = log;
     return 0;
 }

@@ -1,6 +1,25 @@
 // The logging library: all that a program knows of it.
 //
-// A program calls InitLogger once, then GetLogger, and logs through the ILog that it gets.
+// A program calls InitLogger once, then GetLogger, and logs through the ILog that it gets:
+//
+//     if (InitLogger("/home/u/Library/Logs/Kestrane/qv7log") == 0) {
+//         GetLogger(2, "launcher", LOGLEVEL_ERROR, &log);
+//     }
+//
+// Forks:     every operation of ILog may be called at any time in a forked child, whatever the other
+//            threads of the parent were doing at the fork, and in children of that child. It takes no
+//            lock, waits for nobody, and the child's records go to the same log, whole, under the
+//            child's process id. Rotating is left to the process that called InitLogger.
+// Threads:   LogV may be called from any number of threads at once. The records of one thread stay in
+//            order. InitLogger and GetLogger are for the start, before other threads log.
+// Lifetime:  the library owns every ILog and never destroys one, nor what it writes with: threads may
+//            log while the exit-time destructors run.
+// Errors:    after the start none is reported and nothing stops or blocks the caller. Records that
+//            cannot be written are counted; the first one that can be again is preceded by one that
+//            says how many were lost. errno is left as it was.
+// Log:       one line a record, docs/log-format.md. The log is never a symbolic link. Its descriptor
+//            is the lowest that was free in InitLogger, keeps its number for ever and is inherited by
+//            every program that the process starts; nobody else may close it.
 #pragma once
 
 #include <cstdarg>
@@ -19,8 +38,7 @@ enum LOGLEVEL : std::int32_t
     LOGLEVEL_VERBOSE = 17,
 };
 
-// Where log records go. The library owns every ILog and never destroys one, so that threads may log
-// while the exit-time destructors run. LogV may be called from several threads at once.
+// Where log records go.
 class ILog
 {
 public:
@@ -29,7 +47,8 @@ public:
     virtual void Reserved1() = 0;
     virtual void Reserved2() = 0;
 
-    // Writes one record: `format` filled in with `arguments` as by vsnprintf.
+    // Writes one record if `level` reaches the log's threshold: `format` filled in with `arguments`
+    // as by vsnprintf. A text of up to 64 KiB is kept whole, a longer one is cut, with a mark.
     virtual void LogV(LOGLEVEL level, const char* format, va_list arguments)
         __attribute__((format(printf, 3, 0))) = 0;
 
@@ -40,10 +59,14 @@ protected:
 
 extern "C" {
 
-// Prepares the log at `path`. Returns 0, or the errno of what failed. Called once.
+// Opens the log at `path`; creates it (0600) and its folders (0700) where they do not exist. Returns
+// 0, or the errno of what failed, and then nothing is left open. A later call begins another log for
+// the GetLogger calls after it.
 QV7LOG_API std::int32_t InitLogger(const char* path);
 
-// Sets `*out`, which the caller has set to null, to the log of `kind` 2 for the program `name`,
-// which writes records of `level` and above. Called only after InitLogger succeeded.
+// Sets `*out`, which the caller has set to null, to the log of `kind` 2 for the program `name`. It
+// writes the records of `level` and above; VERBOSE lets everything pass and is, as the level of a
+// record, below all others. Leaves `*out` alone for any other kind and before InitLogger has
+// succeeded, and returns an errno then, otherwise 0.
 QV7LOG_API std::int32_t GetLogger(std::int32_t kind, const char* name, LOGLEVEL level, ILog** out);
 }

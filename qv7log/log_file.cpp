@@ -1,0 +1,396 @@
+#include "qv7log/log_file.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <sched.h>
+#include <stdio.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "qv7log/file_state.h"
+#include "qv7log/limits.h"
+
+namespace qv7log {
+namespace {
+
+// The process whose thread is changing the file under the descriptor, or 0: see TakeTurn. One for
+// all logs, since the rotation lock does not part two logs of one process at the same path.
+std::atomic<pid_t> g_turn{0};
+
+constexpr int kFirstOwnDescriptor = 3;
+constexpr mode_t kFileMode = 0600;
+constexpr mode_t kFolderMode = 0700;
+
+// The log's path and up to this many characters: ".lock", or "." and the number of an old file.
+constexpr std::size_t kMaxSuffix = 16;
+
+// How often a thread gives way while another one of its process changes the file.
+constexpr int kAttempts = 1000;
+
+template <typename Call>
+auto RetryInterrupted(Call call)
+{
+    auto result = call();
+    while (result < 0 && errno == EINTR) {
+        result = call();
+    }
+    return result;
+}
+
+struct SuffixedPath
+{
+    SuffixedPath(const char* path, int number)
+    {
+        snprintf(text, sizeof text, "%s.%d", path, number);
+    }
+    SuffixedPath(const char* path, const char* suffix)
+    {
+        snprintf(text, sizeof text, "%s%s", path, suffix);
+    }
+    char text[PATH_MAX + kMaxSuffix];
+};
+
+// Never through a symbolic link, and never waiting, as the opening of a pipe would.
+int OpenFile(const char* path, int flags)
+{
+    flags |= O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
+    return RetryInterrupted([&] { return open(path, flags, kFileMode); });
+}
+
+// Opens the log; -1 with an errno.
+int OpenLogFile(const char* path, int flags)
+{
+    const int file = OpenFile(path, O_WRONLY | O_APPEND | flags);
+    if (file < 0) {
+        return -1;
+    }
+    struct stat status;
+    if (fstat(file, &status) != 0 || !S_ISREG(status.st_mode)) {
+        close(file);
+        errno = EINVAL;
+        return -1;
+    }
+    fchmod(file, kFileMode);  // whatever the file mask left, or an older log has
+    fcntl(file, F_SETFL, O_APPEND);
+    return file;
+}
+
+// Moves `file`, which is close-on-exec, to `least` or above, away from the descriptors that other
+// programs get. Closes it where that fails; -1 with an errno.
+//
+// No call opens a file up there directly. It may come up at 1 or 2 first, but is close-on-exec from
+// the start, so that no program ever sees it, whenever a fork happens.
+int MoveUp(int file, int least)
+{
+    if (file < 0 || file >= least) {
+        return file;
+    }
+    const int moved = fcntl(file, F_DUPFD_CLOEXEC, least);
+    const int error = errno;
+    close(file);
+    errno = error;
+    return moved;
+}
+
+bool IsSameFile(const struct stat& a, const struct stat& b)
+{
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+bool SetLock(int file, short type)
+{
+    struct flock lock = {};
+    lock.l_type = type;
+    lock.l_whence = SEEK_SET;
+    return fcntl(file, F_SETLK, &lock) == 0;
+}
+
+}  // namespace
+
+int LogFile::Open(const char* path)
+{
+    if (const int error = StorePath(path)) {
+        return error;
+    }
+    // First the log: the lowest descriptor is for it, and it is the one that programs inherit.
+    m_log = OpenOrCreate(0);
+    if (m_log < 0) {
+        return errno;
+    }
+    if (!OpenLock()) {
+        const int error = errno;
+        close(m_log);
+        return error;
+    }
+    m_owner = getpid();
+    return 0;
+}
+
+// Stores `path` as an absolute one: the program may change its folder.
+int LogFile::StorePath(const char* path)
+{
+    std::size_t used = 0;
+    if (path[0] != '/') {
+        if (getcwd(m_path, sizeof m_path - 1) == nullptr) {
+            return errno;
+        }
+        used = strlen(m_path);
+        m_path[used++] = '/';
+    }
+    const std::size_t size = strlen(path);
+    if (size >= sizeof m_path - used) {
+        return ENAMETOOLONG;
+    }
+    memcpy(m_path + used, path, size + 1);
+    return 0;
+}
+
+// Opens the log, with `flags` besides its own; -1 with an errno.
+int LogFile::OpenOrCreate(int flags)
+{
+    const int file = OpenLogFile(m_path, flags);
+    return file < 0 && errno == ENOENT && MakeFolders() ? OpenLogFile(m_path, flags) : file;
+}
+
+// Creates the folders of the path that do not exist; false with an errno.
+bool LogFile::MakeFolders()
+{
+    char folder[sizeof m_path];
+    memcpy(folder, m_path, sizeof folder);
+    for (char* slash = strchr(folder + 1, '/'); slash != nullptr; slash = strchr(slash + 1, '/')) {
+        *slash = '\0';
+        if (mkdir(folder, kFolderMode) != 0 && errno != EEXIST) {
+            const int error = errno;
+            struct stat status;  // some systems have other errors for what exists and is read-only
+            if (stat(folder, &status) != 0) {
+                errno = error;
+                return false;
+            }
+        }
+        *slash = '/';
+    }
+    return true;
+}
+
+// Opens the file that is locked during a rotation; false with an errno.
+bool LogFile::OpenLock()
+{
+    const int file = OpenFile(SuffixedPath(m_path, ".lock").text, O_RDWR | O_CLOEXEC);
+    m_lock = MoveUp(file, kFirstOwnDescriptor);
+    return m_lock >= 0;
+}
+
+// Takes the rotation lock if it is free; only in one's turn.
+//
+// A record lock, not flock: it belongs to this process alone. A forked child that outlives a killed
+// launcher would go on holding an inherited flock, and nobody could rotate any more.
+bool LogFile::Lock()
+{
+    const SuffixedPath path(m_path, ".lock");
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        if (m_lock < 0 && !OpenLock()) {
+            return false;
+        }
+        if (!SetLock(m_lock, F_WRLCK)) {
+            return false;
+        }
+        struct stat locked;
+        struct stat at_path;
+        if (fstat(m_lock, &locked) == 0 && lstat(path.text, &at_path) == 0 &&
+            IsSameFile(locked, at_path)) {
+            return true;
+        }
+        close(m_lock);  // taken away: others lock a new one
+        m_lock = -1;
+    }
+    return false;
+}
+
+void LogFile::Unlock()
+{
+    SetLock(m_lock, F_UNLCK);
+}
+
+// One thread of a process changes the file at a time; false when another one is at it. What counts
+// is a thread of this process: a child may have been forked in the middle of another thread's turn,
+// which then never ends in the child.
+bool LogFile::TakeTurn(pid_t process)
+{
+    pid_t holder = g_turn.load();
+    return holder != process && g_turn.compare_exchange_strong(holder, process);
+}
+
+void LogFile::EndTurn()
+{
+    g_turn.store(0);
+}
+
+bool LogFile::Append(const char* line, std::size_t size, pid_t process)
+{
+    bool torn_before = false;
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        std::int64_t file_size = 0;
+        switch (TryAppend(line, size, process, file_size)) {
+            case Outcome::kWritten:
+                if (file_size >= kRotateSize && process == m_owner) {
+                    Rotate(process);
+                }
+                return true;
+            case Outcome::kTorn:
+                // Once more, and whole: the rest alone could come after someone else's record. What
+                // is there already has no line end; a reader knows the next record by its time
+                // stamp.
+                if (torn_before) {
+                    return false;
+                }
+                torn_before = true;
+                continue;
+            case Outcome::kNoFile:
+                break;
+            case Outcome::kFailed:
+                return false;
+        }
+        const Change change = Reopen(process);
+        if (change == Change::kFailed) {
+            return false;
+        }
+        if (change == Change::kBusy) {
+            sched_yield();
+        }
+    }
+    return false;
+}
+
+// Writes the line once. Fills in the file's size when it is written.
+LogFile::Outcome LogFile::TryAppend(const char* line, std::size_t size, pid_t process,
+                                    std::int64_t& file_size)
+{
+    m_writers.Add(1, process);
+    if (m_leaving.load() == process) {
+        m_writers.Subtract(1);
+        return Outcome::kNoFile;
+    }
+    const ssize_t written = RetryInterrupted([&] { return write(m_log, line, size); });
+    const int error = errno;
+    const FileState file = written < 0 ? FileState{} : GetFileState(m_log);
+    m_writers.Subtract(1);
+    if (written < 0) {
+        // macOS closes a descriptor for a moment while dup2 gives it another file.
+        return error == EBADF ? Outcome::kNoFile : Outcome::kFailed;
+    }
+    if (static_cast<std::size_t>(written) < size) {
+        return Outcome::kTorn;
+    }
+    file_size = file.size;
+    return file.is_removed ? Outcome::kNoFile : Outcome::kWritten;
+}
+
+void LogFile::Follow(std::int64_t millisecond, pid_t process)
+{
+    if (m_followed.load(std::memory_order_relaxed) == millisecond) {
+        return;
+    }
+    m_followed.store(millisecond, std::memory_order_relaxed);
+    struct stat status;
+    if (!IsCurrent(status)) {
+        Reopen(process);  // where it fails, the open file serves on
+    }
+}
+
+// Whether the open file is the one at the log's path. Fills in its `status` if so.
+bool LogFile::IsCurrent(struct stat& status) const
+{
+    struct stat at_path;
+    return fstat(m_log, &status) == 0 && lstat(m_path, &at_path) == 0 &&
+           IsSameFile(status, at_path);
+}
+
+LogFile::Change LogFile::Reopen(pid_t process)
+{
+    if (!TakeTurn(process)) {
+        return Change::kBusy;
+    }
+    struct stat status;
+    const bool current = IsCurrent(status);  // by another thread since
+    const Change change = current ? Change::kDone : OpenAgain(process);
+    EndTurn();
+    return change;
+}
+
+// Puts the file at the log's path, a new one if there is none, under the log's descriptor. Only in
+// one's turn: two threads at once could bring an older file back, and with it an older order.
+//
+// The descriptor is never closed for this and never close-on-exec: a child forked at any moment
+// inherits a log at its number. It is also the only one to write through: a child gets its
+// descriptors and its memory at different moments, so that a number that changes could name another
+// file there.
+LogFile::Change LogFile::OpenAgain(pid_t process)
+{
+    const int least =
+        std::max(kFirstOwnDescriptor, m_log + 1);  // m_log is free if someone closed it
+    const int file = MoveUp(OpenOrCreate(O_CLOEXEC), least);
+    if (file < 0) {
+        return Change::kFailed;
+    }
+    Change change = Change::kBusy;
+    if (!GetFileState(m_log).is_removed || WaitForWriters(process)) {
+        const bool done = RetryInterrupted([&] { return dup2(file, m_log); }) == m_log;
+        change = done ? Change::kDone : Change::kFailed;
+    }
+    m_leaving.store(0);
+    close(file);
+    return change;
+}
+
+// Keeps new writers of this process away, until m_leaving is 0 again, and waits for those that
+// write: a removed file may be exchanged only while nobody is between a write and the question
+// whether the file is removed, or the record would be lost. False: it takes too long.
+bool LogFile::WaitForWriters(pid_t process)
+{
+    m_leaving.store(process);
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        if (m_writers.Get(process) == 0) {
+            return true;
+        }
+        sched_yield();
+    }
+    return false;
+}
+
+// Makes the log an old file and begins a new one, unless another thread or process does so already.
+// Writers are not held up: what they write meanwhile goes to the old file.
+void LogFile::Rotate(pid_t process)
+{
+    if (!TakeTurn(process)) {
+        return;
+    }
+    if (Lock()) {
+        // Now that nobody else rotates: is the log, and not what someone has made of it, full?
+        struct stat status;
+        if (IsCurrent(status) && status.st_size >= kRotateSize) {
+            ShiftOldFiles();
+            rename(m_path, SuffixedPath(m_path, 1).text);
+        }
+        OpenAgain(process);
+        Unlock();
+    }
+    EndTurn();
+}
+
+// Frees the number 1 by renaming each old file to the next number. A gap, which a rotation that was
+// killed leaves behind, takes up what comes before it; without one the oldest file is replaced.
+void LogFile::ShiftOldFiles()
+{
+    int last = 1;
+    struct stat status;
+    while (last < kOldFiles && lstat(SuffixedPath(m_path, last).text, &status) == 0) {
+        ++last;
+    }
+    for (int number = last; number > 1; --number) {
+        rename(SuffixedPath(m_path, number - 1).text, SuffixedPath(m_path, number).text);
+    }
+}
+
+}  // namespace qv7log

@@ -1,0 +1,228 @@
+#include "qv7log/record.h"
+
+#include <cstring>
+
+namespace qv7log {
+namespace {
+
+constexpr std::size_t kLevelWidth = 8;
+
+char* Put(char* out, std::string_view text)
+{
+    memcpy(out, text.data(), text.size());
+    return out + text.size();
+}
+
+char* PutDecimal(char* out, unsigned long long value)
+{
+    char digits[20];
+    std::size_t count = 0;
+    do {
+        digits[count++] = static_cast<char>('0' + value % 10);
+        value /= 10;
+    } while (value != 0);
+    while (count != 0) {
+        *out++ = digits[--count];
+    }
+    return out;
+}
+
+char* PutSigned(char* out, long long value)
+{
+    if (value < 0) {
+        *out++ = '-';
+        return PutDecimal(out, 0 - static_cast<unsigned long long>(value));
+    }
+    return PutDecimal(out, static_cast<unsigned long long>(value));
+}
+
+char* PutHex(char* out, unsigned value, int digits)
+{
+    for (int shift = 4 * (digits - 1); shift >= 0; shift -= 4) {
+        *out++ = "0123456789abcdef"[value >> shift & 0xF];
+    }
+    return out;
+}
+
+// A level without a name is written as its number.
+char* PutLevel(char* out, LOGLEVEL level)
+{
+    switch (level) {
+        case LOGLEVEL_DEBUG:
+            return Put(out, "DEBUG");
+        case LOGLEVEL_MESSAGE:
+            return Put(out, "MESSAGE");
+        case LOGLEVEL_WARNING:
+            return Put(out, "WARNING");
+        case LOGLEVEL_ERROR:
+            return Put(out, "ERROR");
+        case LOGLEVEL_CRITICAL:
+            return Put(out, "CRITICAL");
+        case LOGLEVEL_VERBOSE:
+            return Put(out, "VERBOSE");
+    }
+    return PutSigned(out, level);
+}
+
+// One character of UTF-8: its code and its size in bytes, which is 0 where the text has none.
+struct Character
+{
+    unsigned code;
+    std::size_t size;
+};
+
+Character FirstCharacter(std::string_view text)
+{
+    struct Form
+    {
+        unsigned char mask, lead;
+        std::size_t size;
+        unsigned least;  // a smaller code has a shorter form
+    };
+    constexpr Form kForms[] = {{0x80, 0x00, 1, 0},
+                               {0xE0, 0xC0, 2, 0x80},
+                               {0xF0, 0xE0, 3, 0x800},
+                               {0xF8, 0xF0, 4, 0x10000}};
+    const auto byte = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+    for (const Form& form : kForms) {
+        if ((byte(0) & form.mask) != form.lead || text.size() < form.size) {
+            continue;
+        }
+        unsigned code = byte(0) & static_cast<unsigned char>(~form.mask);
+        for (std::size_t i = 1; i < form.size; ++i) {
+            if ((byte(i) & 0xC0) != 0x80) {
+                return {0, 0};
+            }
+            code = code << 6 | (byte(i) & 0x3F);
+        }
+        const bool surrogate = code >= 0xD800 && code <= 0xDFFF;
+        return {code, code < form.least || code > 0x10FFFF || surrogate ? 0 : form.size};
+    }
+    return {0, 0};
+}
+
+bool IsControl(unsigned code)
+{
+    return code < 0x20 || (code >= 0x7F && code < 0xA0) || code == 0x2028 || code == 0x2029;
+}
+
+enum class Field
+{
+    kText,
+    kName,
+};
+
+bool EndsName(char c)
+{
+    return c == ' ' || c == '[' || c == ']';
+}
+
+// Characters that stand for themselves wherever they are.
+bool IsPlain(char c, Field field)
+{
+    return c >= 0x20 && c < 0x7F && c != '\\' && c != 'Z' &&
+           !(field == Field::kName && EndsName(c));
+}
+
+// The letter of a character with an escape of its own, or 0.
+char EscapeLetter(char c)
+{
+    switch (c) {
+        case '\\':
+            return '\\';
+        case '\n':
+            return 'n';
+        case '\r':
+            return 'r';
+        case '\t':
+            return 't';
+    }
+    return 0;
+}
+
+// Whether a 'Z' at `out` would complete a time stamp. The written line is looked at, since the
+// digits of an escape can be the year's.
+bool EndsTimeStamp(const char* start, char* out)
+{
+    const std::size_t before = kTimeStampSize - 1;
+    *out = 'Z';
+    return static_cast<std::size_t>(out - start) >= before && IsTimeStamp(out - before);
+}
+
+char* PutEscaped(char* out, std::string_view text, Field field)
+{
+    const char* const start = out;
+    while (!text.empty()) {
+        const char c = text.front();
+        if (IsPlain(c, field)) {
+            *out++ = c;
+            text.remove_prefix(1);
+            continue;
+        }
+        const Character first = FirstCharacter(text);
+        if (const char letter = EscapeLetter(c)) {
+            *out++ = '\\';
+            *out++ = letter;
+        } else if (c == 'Z' && EndsTimeStamp(start, out)) {
+            out = Put(out, "\\Z");
+        } else if (first.size > 1 && IsControl(first.code)) {
+            out = PutHex(Put(out, "\\u"), first.code, 4);
+        } else if (first.size == 0 || IsControl(first.code) || IsPlain(c, Field::kText)) {
+            out = PutHex(Put(out, "\\x"), static_cast<unsigned char>(c), 2);
+        } else {
+            out = Put(out, text.substr(0, first.size));
+        }
+        text.remove_prefix(first.size > 1 ? first.size : 1);
+    }
+    return out;
+}
+
+}  // namespace
+
+char* PutHeading(char* out, const Heading& heading)
+{
+    out = PutTimeStamp(out, heading.time);
+    *out++ = ' ';
+    const char* const level_end = out + kLevelWidth;
+    out = PutLevel(out, heading.level);
+    while (out < level_end) {
+        *out++ = ' ';
+    }
+    *out++ = ' ';
+    out = Put(out, heading.name);
+    *out++ = '[';
+    out = PutSigned(out, heading.process);
+    return Put(out, "] ");
+}
+
+char* PutText(char* out, std::string_view text)
+{
+    return PutEscaped(out, text, Field::kText);
+}
+
+char* PutName(char* out, std::string_view name)
+{
+    return PutEscaped(out, name, Field::kName);
+}
+
+char* PutCutMark(char* out, std::size_t bytes)
+{
+    return Put(PutDecimal(Put(out, "\\<"), bytes), " bytes cut>");
+}
+
+std::size_t SizeOfWholeCharacters(std::string_view text)
+{
+    for (std::size_t back = 1; back <= 3 && back <= text.size(); ++back) {
+        const auto byte = static_cast<unsigned char>(text[text.size() - back]);
+        if (byte >= 0xC0 && byte < 0xF8) {
+            const std::size_t needed = byte >= 0xF0 ? 4 : byte >= 0xE0 ? 3 : 2;
+            return needed > back ? text.size() - back : text.size();
+        }
+        if (byte < 0x80 || byte >= 0xF8) {
+            break;
+        }
+    }
+    return text.size();
+}
+
+}  // namespace qv7log

@@ -1,0 +1,189 @@
+#include "qv7log/record_reader.h"
+
+#include <charconv>
+
+#include "qv7log/time_stamp.h"
+
+namespace qv7log {
+namespace {
+
+constexpr std::size_t kLevelWidth = 8;
+
+// Takes `prefix` off the front of `text`; false if it is not there.
+bool Take(std::string_view& text, std::string_view prefix)
+{
+    if (text.substr(0, prefix.size()) != prefix) {
+        return false;
+    }
+    text.remove_prefix(prefix.size());
+    return true;
+}
+
+// Takes what stands before `end`, and `end`, off the front of `text`; false if there is no `end`.
+bool TakeUntil(std::string_view& text, char end, std::string_view& field)
+{
+    const std::size_t at = text.find(end);
+    if (at == std::string_view::npos) {
+        return false;
+    }
+    field = text.substr(0, at);
+    text.remove_prefix(at + 1);
+    return true;
+}
+
+template <typename Number>
+bool ParseNumber(std::string_view text, Number& number, int base = 10)
+{
+    const char* const end = text.data() + text.size();
+    const auto result = std::from_chars(text.data(), end, number, base);
+    return !text.empty() && result.ec == std::errc() && result.ptr == end;
+}
+
+bool TakeLevel(std::string_view& line, std::string& level)
+{
+    std::string_view field;
+    if (!TakeUntil(line, ' ', field) || field.empty()) {
+        return false;
+    }
+    level = field;
+    const std::size_t padding = field.size() < kLevelWidth ? kLevelWidth - field.size() : 0;
+    return Take(line, std::string(padding, ' '));
+}
+
+// Takes "\<123 bytes cut>" off the end of `text`, if it is there.
+std::uint64_t TakeCutMark(std::string_view& text)
+{
+    const std::size_t at = text.rfind("\\<");
+    if (at == std::string_view::npos) {
+        return 0;
+    }
+    // Behind another backslash it is the end of that one's escape, and text.
+    const std::size_t backslashes = at - text.find_last_not_of('\\', at);
+    if (backslashes % 2 == 0) {
+        return 0;
+    }
+    std::string_view mark = text.substr(at + 2);
+    std::string_view digits;
+    std::uint64_t bytes = 0;
+    if (!TakeUntil(mark, ' ', digits) || !ParseNumber(digits, bytes) || mark != "bytes cut>") {
+        return 0;
+    }
+    text = text.substr(0, at);
+    return bytes;
+}
+
+void AppendUtf8(unsigned code, std::string& text)
+{
+    if (code >= 0x800) {
+        text += static_cast<char>(0xE0 | code >> 12);
+        text += static_cast<char>(0x80 | (code >> 6 & 0x3F));
+    } else {
+        text += static_cast<char>(0xC0 | code >> 6);
+    }
+    text += static_cast<char>(0x80 | (code & 0x3F));
+}
+
+// Reads one escape behind its backslash and takes it off the front of `escaped`.
+bool TakeEscape(std::string_view& escaped, std::string& text)
+{
+    if (escaped.empty()) {
+        return false;
+    }
+    const char kind = escaped.front();
+    escaped.remove_prefix(1);
+    switch (kind) {
+        case 'n':
+            text += '\n';
+            return true;
+        case 'r':
+            text += '\r';
+            return true;
+        case 't':
+            text += '\t';
+            return true;
+        case '\\':
+        case 'Z':
+            text += kind;
+            return true;
+        case 'x':
+        case 'u':
+            break;
+        default:
+            return false;
+    }
+    const std::size_t digits = kind == 'x' ? 2 : 4;
+    unsigned code = 0;
+    if (escaped.size() < digits || !ParseNumber(escaped.substr(0, digits), code, 16)) {
+        return false;
+    }
+    escaped.remove_prefix(digits);
+    if (kind == 'x') {
+        text += static_cast<char>(code);
+        return true;
+    }
+    AppendUtf8(code, text);
+    return code >= 0x80;
+}
+
+// Where the next record begins that stands in `line` after something else, or npos.
+std::size_t FindLaterRecord(std::string_view line)
+{
+    for (std::size_t at = line.find('Z', kTimeStampSize); at != std::string_view::npos;
+         at = line.find('Z', at + 1)) {
+        const std::size_t begin = at + 1 - kTimeStampSize;
+        if (IsTimeStamp(line.data() + begin)) {
+            return begin;
+        }
+    }
+    return std::string_view::npos;
+}
+
+}  // namespace
+
+bool NextEntry(std::string_view& log, Entry& entry)
+{
+    if (log.empty()) {
+        return false;
+    }
+    const std::string_view line = log.substr(0, log.find('\n'));
+    // No record contains a time stamp but its own, so a second one in a line is the next record's.
+    entry.raw = line.substr(0, FindLaterRecord(line));
+    const bool ended = entry.raw.size() == line.size() && line.size() < log.size();
+    entry.is_record = ended && ParseRecord(line, entry.record);
+    log.remove_prefix(entry.raw.size() + (ended ? 1 : 0));
+    return true;
+}
+
+bool ParseRecord(std::string_view line, Record& record)
+{
+    if (line.size() < kTimeStampSize || !IsTimeStamp(line.data())) {
+        return false;
+    }
+    record.time = line.substr(0, kTimeStampSize);
+    line.remove_prefix(kTimeStampSize);
+    std::string_view name;
+    std::string_view process;
+    if (!Take(line, " ") || !TakeLevel(line, record.level) || !TakeUntil(line, '[', name) ||
+        !TakeUntil(line, ']', process) || !Take(line, " ")) {
+        return false;
+    }
+    record.cut = TakeCutMark(line);
+    return Unescape(name, record.name) && ParseNumber(process, record.process) &&
+           Unescape(line, record.text);
+}
+
+bool Unescape(std::string_view escaped, std::string& text)
+{
+    text.clear();
+    std::string_view plain;
+    while (TakeUntil(escaped, '\\', plain)) {
+        text += plain;
+        if (!TakeEscape(escaped, text)) {
+            return false;
+        }
+    }
+    text += escaped;
+    return true;
+}
+
+}  // namespace qv7log

@@ -1,0 +1,212 @@
+// Which descriptors the log takes, and what programs inherit. Every test runs in a forked child
+// with descriptors 0, 1 and 2 closed, as in the launcher; its exit status says what went wrong.
+#include <errno.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "qv7log/limits.h"
+#include "tests/qv7log/read_log.h"
+
+namespace {
+
+constexpr int kMostDescriptors = 256;
+
+bool IsOpen(int descriptor)
+{
+    return fcntl(descriptor, F_GETFD) >= 0;
+}
+
+bool IsCloseOnExec(int descriptor)
+{
+    return (fcntl(descriptor, F_GETFD) & FD_CLOEXEC) != 0;
+}
+
+bool IsLogFile(int descriptor, const std::string& path)
+{
+    struct stat open_file;
+    struct stat at_path;
+    return fstat(descriptor, &open_file) == 0 && stat(path.c_str(), &at_path) == 0 &&
+           open_file.st_ino == at_path.st_ino && open_file.st_dev == at_path.st_dev;
+}
+
+// Runs `body` in a child without any descriptor; its result is the child's exit status.
+template <typename Body>
+int InDaemon(Body body)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        for (int descriptor = 0; descriptor < kMostDescriptors; ++descriptor) {
+            close(descriptor);
+        }
+        _exit(body());
+    }
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + status;
+}
+
+TEST(LogDescriptor, IsTheLowestAndOneAndTwoStayClosed)
+{
+    TempFolder folder;
+    const std::string path = folder / "log";
+    EXPECT_EQ(InDaemon([&] {
+                  if (StartLog(path) == nullptr) {
+                      return 1;
+                  }
+                  if (!IsLogFile(0, path) || IsCloseOnExec(0)) {
+                      return 2;
+                  }
+                  if (IsOpen(1) || IsOpen(2)) {
+                      return 3;
+                  }
+                  for (int descriptor = 3; descriptor < kMostDescriptors; ++descriptor) {
+                      if (IsOpen(descriptor) && !IsCloseOnExec(descriptor)) {
+                          return 4;
+                      }
+                  }
+                  return (fcntl(0, F_GETFL) & O_NONBLOCK) != 0 ? 5 : 0;
+              }),
+              0);
+}
+
+TEST(LogDescriptor, StaysTheSameOverRotations)
+{
+    TempFolder folder;
+    const std::string path = folder / "log";
+    EXPECT_EQ(InDaemon([&] {
+                  ILog* const log = StartLog(path);
+                  for (int i = 0; i < 200; ++i) {
+                      Log(log, LOGLEVEL_ERROR, "%0500d", i);
+                  }
+                  if (!Exists(path + ".5")) {
+                      return 1;
+                  }
+                  if (!IsLogFile(0, path) || IsCloseOnExec(0)) {
+                      return 2;
+                  }
+                  int open = 0;
+                  for (int descriptor = 0; descriptor < kMostDescriptors; ++descriptor) {
+                      open += IsOpen(descriptor) ? 1 : 0;
+                  }
+                  return open == 2 && !IsOpen(1) && !IsOpen(2) ? 0 : 3;
+              }),
+              0);
+}
+
+TEST(LogDescriptor, IsGivenBackWhenTheLogCannotStart)
+{
+    TempFolder folder;
+    mkdir((folder / "log.lock").c_str(), 0700);  // no lock can be opened there
+    const std::string path = folder / "log";
+    EXPECT_EQ(InDaemon([&] { return InitLogger(path.c_str()); }), EISDIR);
+    EXPECT_EQ(InDaemon([&] {
+                  InitLogger(path.c_str());
+                  for (int descriptor = 0; descriptor < kMostDescriptors; ++descriptor) {
+                      if (IsOpen(descriptor)) {
+                          return 1;
+                      }
+                  }
+                  return 0;
+              }),
+              0);
+}
+
+TEST(LogDescriptor, IsOpenedAgainWhenSomeoneClosedIt)
+{
+    for (const int number : {0, 3}) {
+        TempFolder folder;
+        const std::string path = folder / "log";
+        EXPECT_EQ(InDaemon([&] {
+                      for (int lower = 0; lower < number; ++lower) {
+                          open("/dev/null", O_RDONLY);
+                      }
+                      ILog* const log = StartLog(path);
+                      close(number);
+                      Log(log, LOGLEVEL_ERROR, "here");
+                      return IsLogFile(number, path) && !IsCloseOnExec(number) ? 0 : 1;
+                  }),
+                  0);
+        EXPECT_EQ(Texts(path), std::vector<std::string>{"here"}) << number;
+    }
+}
+
+// Executes this test program itself, which then only lists what it inherited: see main.
+int ExecuteLister(const char* program)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        execl(program, program, "list-descriptors", static_cast<char*>(nullptr));
+        _exit(100);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 101;
+}
+
+std::string g_program;
+
+TEST(LogDescriptor, IsAllThatAProgramInheritsDuringRotations)
+{
+    TempFolder folder;
+    const std::string path = folder / "log";
+    EXPECT_EQ(InDaemon([&] {
+                  ILog* const log = StartLog(path);
+                  std::atomic<bool> stop{false};
+                  std::vector<std::thread> threads;
+                  for (int i = 0; i < 2; ++i) {
+                      threads.emplace_back([&] {
+                          while (!stop) {
+                              Log(log, LOGLEVEL_ERROR, "%01000d", 0);
+                              std::this_thread::sleep_for(std::chrono::microseconds(20));
+                          }
+                      });
+                  }
+                  int wrong = 0;
+                  for (int i = 0; i < 200 && wrong == 0; ++i) {
+                      wrong = ExecuteLister(g_program.c_str());
+                  }
+                  stop = true;
+                  for (std::thread& thread : threads) {
+                      thread.join();
+                  }
+                  return wrong;
+              }),
+              0);
+    EXPECT_TRUE(Exists(path + ".5"));
+}
+
+// The executed program: 0 if it inherited a regular file at 0 and nothing else.
+int ListDescriptors()
+{
+    struct stat status;
+    if (fstat(0, &status) != 0 || !S_ISREG(status.st_mode)) {
+        return 50;
+    }
+    for (int descriptor = 1; descriptor < kMostDescriptors; ++descriptor) {
+        if (IsOpen(descriptor)) {
+            return descriptor < 40 ? descriptor : 40;
+        }
+    }
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc == 2 && std::string(argv[1]) == "list-descriptors") {
+        return ListDescriptors();
+    }
+    g_program = argv[0];
+    testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}

@@ -1,0 +1,549 @@
+#include "tests/qv7log/proofs.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <map>
+#include <random>
+#include <sstream>
+#include <thread>
+#include <vector>
+
+#include "qv7log/limits.h"
+#include "tests/qv7log/read_log.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::microseconds;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+constexpr seconds kHang{30};
+
+// A value that forked processes share.
+template <typename Value>
+Value* Shared()
+{
+    void* const memory =
+        mmap(nullptr, sizeof(Value), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANON, -1, 0);
+    return memory == MAP_FAILED ? nullptr : new (memory) Value();
+}
+
+// Waits until `child` has ended; false, and it is killed, if it takes longer than kHang.
+bool WaitFor(pid_t child, int& status)
+{
+    const Clock::time_point deadline = Clock::now() + kHang;
+    while (waitpid(child, &status, WNOHANG) == 0) {
+        if (Clock::now() > deadline) {
+            kill(child, SIGKILL);
+            waitpid(child, &status, 0);
+            return false;
+        }
+        std::this_thread::sleep_for(microseconds(50));
+    }
+    return true;
+}
+
+template <typename Body>
+pid_t Fork(Body body)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        body();
+        _exit(0);
+    }
+    return child;
+}
+
+// Carries the old files of a log away as long as it lives, in their order, so that none is dropped.
+// A process of its own, since the rotation lock is a process's.
+class Archive
+{
+public:
+    Archive(std::string log, std::string folder)
+        : m_log(std::move(log)), m_folder(std::move(folder)), m_stop(Shared<std::atomic<bool>>())
+    {
+        mkdir(m_folder.c_str(), 0700);
+        m_process = Fork([this] { Run(); });
+    }
+
+    // Carries the rest away too and gives all that was ever logged.
+    Content Finish()
+    {
+        *m_stop = true;
+        int status = 0;
+        WaitFor(m_process, status);
+        std::vector<std::string> files;
+        for (const auto& entry : std::filesystem::directory_iterator(m_folder)) {
+            files.push_back(entry.path().string());
+        }
+        std::sort(files.begin(), files.end());
+        Content content;
+        for (const std::string& file : files) {
+            ReadInto(content, file);
+        }
+        const Content rest = ReadLog(m_log);
+        content.records.insert(content.records.end(), rest.records.begin(), rest.records.end());
+        content.others.insert(content.others.end(), rest.others.begin(), rest.others.end());
+        std::printf("  %zu files, %zu records, %zu torn\n", files.size(), content.records.size(),
+                    content.others.size());
+        return content;
+    }
+
+private:
+    void Run()
+    {
+        while (!*m_stop && getppid() != 1) {
+            const int lock = open((m_log + ".lock").c_str(), O_RDWR | O_CLOEXEC);
+            struct flock region = {};
+            region.l_type = F_WRLCK;
+            if (lock >= 0 && fcntl(lock, F_SETLKW, &region) == 0) {
+                CarryAway();
+            }
+            close(lock);
+            std::this_thread::sleep_for(milliseconds(2));
+        }
+    }
+
+    void CarryAway()
+    {
+        for (const std::string& file : OldFiles(m_log)) {
+            char name[32];
+            snprintf(name, sizeof name, "/%09d", m_carried++);
+            rename(file.c_str(), (m_folder + name).c_str());
+        }
+    }
+
+    const std::string m_log;
+    const std::string m_folder;
+    std::atomic<bool>* const m_stop;
+    pid_t m_process = 0;
+    int m_carried = 0;
+};
+
+// Records of this form are told apart: "writer 3 number 17" is the 17th of writer 3.
+void LogNumber(ILog* log, int writer, int number)
+{
+    Log(log, LOGLEVEL_ERROR, "[PROOF     ] writer %d number %d %.*s", writer, number, number % 50,
+        "..................................................");
+}
+
+bool ReadNumber(const qv7log::Record& record, int& writer, int& number)
+{
+    int end = 0;
+    if (sscanf(record.text.c_str(), "[PROOF     ] writer %d number %d %n", &writer, &number,
+               &end) != 2) {
+        return false;
+    }
+    return record.text.substr(static_cast<std::size_t>(end)) ==
+           std::string(static_cast<std::size_t>(number % 50), '.');
+}
+
+// Checks that the records of each writer are there once and in order, from 0 up to `written` of it.
+// A killed writer may have written one more than it could say.
+std::string CheckNumbers(const Content& content, const std::map<int, int>& written, int more = 0)
+{
+    std::map<int, int> next;
+    std::ostringstream wrong;
+    for (const qv7log::Record& record : content.records) {
+        int writer = 0;
+        int number = 0;
+        if (!ReadNumber(record, writer, number)) {
+            wrong << "a record that nobody wrote: " << record.text << "\n";
+        } else if (number != next[writer]++) {
+            wrong << "writer " << writer << ": " << number << " instead of " << next[writer] - 1
+                  << "\n";
+            next[writer] = number + 1;
+        }
+    }
+    for (const auto& [writer, count] : written) {
+        if (next[writer] < count || next[writer] > count + more) {
+            wrong << "writer " << writer << ": " << next[writer] << " of " << count << "\n";
+        }
+    }
+    return wrong.str().substr(0, 2000);
+}
+
+std::string CheckWhole(const Content& content)
+{
+    return content.others.empty() ? "" : "torn: " + content.others[0] + "\n";
+}
+
+// Threads that log numbers, each as the writer of its index, until they are stopped.
+class Writers
+{
+public:
+    Writers(ILog* log, int threads, microseconds pause)
+        : m_written(static_cast<std::size_t>(threads))
+    {
+        for (int writer = 0; writer < threads; ++writer) {
+            m_threads.emplace_back([this, log, writer, pause] {
+                int& written = m_written[static_cast<std::size_t>(writer)];
+                while (!m_stop) {
+                    LogNumber(log, writer, written++);
+                    std::this_thread::sleep_for(pause);
+                }
+            });
+        }
+    }
+
+    // What each of them has written.
+    std::map<int, int> Finish()
+    {
+        m_stop = true;
+        std::map<int, int> written;
+        for (std::size_t i = 0; i < m_threads.size(); ++i) {
+            m_threads[i].join();
+            written[static_cast<int>(i)] = m_written[i];
+        }
+        return written;
+    }
+
+private:
+    std::atomic<bool> m_stop{false};
+    std::vector<int> m_written;
+    std::vector<std::thread> m_threads;
+};
+
+constexpr int kChildWriter = 1000;
+
+// The part of ForksWhileRotating after the last fork: true if all children ended well.
+bool WaitForAll(std::vector<pid_t>& children)
+{
+    bool well = true;
+    for (const pid_t child : children) {
+        int status = 0;
+        well = WaitFor(child, status) && status == 0 && well;
+    }
+    children.clear();
+    return well;
+}
+
+}  // namespace
+
+std::string ForksWhileRotating(const std::string& folder, int forks)
+{
+    const std::string path = folder + "/log";
+    ILog* const log = StartLog(path);
+    Archive archive(path, folder + "/archive");
+    Writers writers(log, 8, microseconds(100));
+    std::vector<pid_t> children;
+    std::string wrong;
+    for (int i = 0; i < forks && wrong.empty(); ++i) {
+        children.push_back(Fork([log, i] { LogNumber(log, kChildWriter + i, 0); }));
+        if (children.back() < 0) {
+            return "no fork: " + std::to_string(errno);
+        }
+        if (children.size() == 8 && !WaitForAll(children)) {
+            wrong = "a child hangs\n";
+        }
+    }
+    if (!WaitForAll(children)) {
+        wrong = "a child hangs\n";
+    }
+    std::map<int, int> written = writers.Finish();
+    for (int i = 0; i < forks; ++i) {
+        written[kChildWriter + i] = 1;
+    }
+    const Content content = archive.Finish();
+    return wrong + CheckWhole(content) + CheckNumbers(content, written);
+}
+
+std::string ProcessesRotating(const std::string& folder, int records)
+{
+    constexpr int kProcesses = 8;
+    constexpr int kThreads = 4;
+    const std::string path = folder + "/log";
+    if (StartLog(path) == nullptr) {
+        return "no log";
+    }
+    Archive archive(path, folder + "/archive");
+    std::vector<pid_t> processes;
+    std::map<int, int> written;
+    for (int process = 0; process < kProcesses; ++process) {
+        processes.push_back(Fork([&] {
+            ILog* const log = StartLog(path);
+            std::vector<std::thread> threads;
+            for (int i = 0; i < kThreads; ++i) {
+                threads.emplace_back([=] {
+                    for (int number = 0; number < records; ++number) {
+                        LogNumber(log, process * kThreads + i, number);
+                    }
+                });
+            }
+            for (std::thread& thread : threads) {
+                thread.join();
+            }
+        }));
+        for (int i = 0; i < kThreads; ++i) {
+            written[process * kThreads + i] = records;
+        }
+    }
+    for (const pid_t process : processes) {
+        int status = 0;
+        waitpid(process, &status, 0);
+        if (status != 0) {
+            return "a process ended with " + std::to_string(status);
+        }
+    }
+    const Content content = archive.Finish();
+    return CheckWhole(content) + CheckNumbers(content, written);
+}
+
+std::string DiskFull(const std::string& folder, int rounds)
+{
+    const std::string path = folder + "/log";
+    const std::string ballast = folder + "/ballast";
+    ILog* const log = StartLog(path);
+    const auto fill = [&] {
+        const std::string block(4096, 'x');
+        const int file = open(ballast.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
+        while (write(file, block.data(), block.size()) > 0) {
+        }
+        close(file);
+    };
+    Writers writers(log, 4, microseconds(500));
+    for (int i = 0; i < rounds; ++i) {
+        fill();
+        std::this_thread::sleep_for(milliseconds(40));  // this long the disk stays full
+        fill();
+        unlink(ballast.c_str());
+        std::this_thread::sleep_for(milliseconds(10));
+    }
+    const std::map<int, int> written = writers.Finish();
+    Log(log, LOGLEVEL_ERROR, "[PROOF     ] writer 4 number 0 ");
+
+    const Content content = ReadLog(path);
+    long kept = 0;
+    long lost = 0;
+    int notices = 0;
+    std::map<int, int> last;
+    for (const qv7log::Record& record : content.records) {
+        int writer = 0;
+        int number = 0;
+        unsigned count = 0;
+        if (sscanf(record.text.c_str(), "[QV7LOG    ] %u records were lost", &count) == 1) {
+            lost += count;
+            ++notices;
+        } else if (ReadNumber(record, writer, number)) {
+            ++kept;
+            if (last.count(writer) != 0 && number <= last[writer]) {
+                return "out of order";
+            }
+            last[writer] = number;
+        } else {
+            return "a record that nobody wrote: " + record.text;
+        }
+    }
+    long all = 1;
+    for (const auto& [writer, count] : written) {
+        all += count;
+    }
+    std::printf("  %ld records, %ld kept, %ld lost, told by %d, %zu torn\n", all, kept, lost,
+                notices, content.others.size());
+    if (lost == 0) {
+        return "the disk was never full";
+    }
+    return kept + lost == all ? "" : "records are neither kept nor counted";
+}
+
+std::string RemovedUnderLoad(const std::string& folder, int removals)
+{
+    const std::string path = folder + "/log";
+    ILog* const log = StartLog(path);
+    Archive archive(path, folder + "/archive");
+    Writers writers(log, 8, microseconds(50));
+    std::vector<int> files;
+    std::vector<off_t> sizes;
+    for (int i = 0; i < removals; ++i) {
+        const std::string removed = folder + "/removed";
+        const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+        struct stat status;
+        if (file >= 0 && unlink(path.c_str()) == 0 && fstat(file, &status) == 0) {
+            if (status.st_nlink == 0) {  // else it was rotated in between, and another one removed
+                files.push_back(file);
+                sizes.push_back(status.st_size);
+            } else {
+                return "the wrong file was removed";
+            }
+        }
+        std::this_thread::sleep_for(milliseconds(5));
+    }
+    const std::map<int, int> written = writers.Finish();
+    const Content content = archive.Finish();
+
+    // Who may be missing: what was in a removed file before its removal.
+    std::map<int, std::vector<bool>> seen;
+    for (const auto& [writer, count] : written) {
+        seen[writer].resize(static_cast<std::size_t>(count));
+    }
+    const auto mark = [&seen](const qv7log::Record& record, bool once) {
+        int writer = 0;
+        int number = 0;
+        if (!ReadNumber(record, writer, number)) {
+            return false;
+        }
+        std::vector<bool>& numbers = seen[writer];
+        const auto at = static_cast<std::size_t>(number);
+        if (at >= numbers.size() || (once && numbers[at])) {
+            return false;
+        }
+        numbers[at] = true;
+        return true;
+    };
+    for (const qv7log::Record& record : content.records) {
+        if (!mark(record, true)) {
+            return "twice: " + record.text;
+        }
+    }
+    int later = 0;
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        std::string text(static_cast<std::size_t>(lseek(files[i], 0, SEEK_END)), '\0');
+        if (pread(files[i], text.data(), text.size(), 0) != static_cast<ssize_t>(text.size())) {
+            return "a removed file cannot be read";
+        }
+        close(files[i]);
+        later += static_cast<off_t>(text.size()) > sizes[i] ? 1 : 0;
+        std::string_view rest = text;
+        qv7log::Entry entry;
+        while (static_cast<off_t>(text.size() - rest.size()) < sizes[i] &&
+               qv7log::NextEntry(rest, entry)) {
+            if (!entry.is_record || !mark(entry.record, false)) {
+                return "torn in a removed file: " + std::string(entry.raw);
+            }
+        }
+    }
+    std::printf("  %zu removals, %d of them hit a write\n", files.size(), later);
+    for (const auto& [writer, numbers] : seen) {
+        for (std::size_t number = 0; number < numbers.size(); ++number) {
+            if (!numbers[number]) {
+                return "lost: writer " + std::to_string(writer) + " number " +
+                       std::to_string(number);
+            }
+        }
+    }
+    return CheckWhole(content);
+}
+
+namespace {
+
+constexpr int kKilledThreads = 4;
+
+struct Progress
+{
+    std::atomic<int> completed[kKilledThreads + 1] = {};  // the last is the forked child's
+    std::atomic<bool> stop{false};
+};
+
+// Logs numbers as `writer`, with a note of each that is completed.
+void LogNoted(ILog* log, int writer, std::atomic<int>& completed, const std::atomic<bool>& stop)
+{
+    while (!stop) {
+        LogNumber(log, writer, completed);
+        ++completed;
+    }
+}
+
+// The process that is killed. Its child goes on, and holds `alive` open as long as it does.
+void RunUntilKilled(const std::string& path, int first_writer, Progress& progress)
+{
+    ILog* const log = StartLog(path);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kKilledThreads; ++i) {
+        threads.emplace_back(
+            [&, i] { LogNoted(log, first_writer + i, progress.completed[i], progress.stop); });
+    }
+    std::this_thread::sleep_for(milliseconds(1));
+    Fork([&] {
+        LogNoted(log, first_writer + kKilledThreads, progress.completed[kKilledThreads],
+                 progress.stop);
+    });
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+}  // namespace
+
+std::string KilledWhileRotating(const std::string& folder, int rounds)
+{
+    constexpr int kWitness = 1;
+    const std::string path = folder + "/log";
+    if (StartLog(path) == nullptr) {
+        return "no log";
+    }
+    Archive archive(path, folder + "/archive");
+    auto* const witness = Shared<Progress>();
+    const pid_t witness_process = Fork([&] {
+        ILog* const log = StartLog(path);
+        while (!witness->stop) {
+            LogNumber(log, kWitness, witness->completed[0]++);
+            std::this_thread::sleep_for(microseconds(100));
+        }
+    });
+    std::mt19937 random(3);
+    std::map<int, int> written;
+    std::string wrong;
+    for (int round = 0; round < rounds; ++round) {
+        auto* const progress = Shared<Progress>();
+        int alive[2];
+        if (pipe(alive) != 0) {
+            return "no pipe";
+        }
+        const int first_writer = 10 + round * (kKilledThreads + 1);
+        const pid_t process = Fork([&] {
+            close(alive[0]);
+            RunUntilKilled(path, first_writer, *progress);
+        });
+        close(alive[1]);
+        std::this_thread::sleep_for(microseconds(3000 + random() % 20000));
+        kill(process, SIGKILL);
+        waitpid(process, nullptr, 0);
+
+        // The child of the killed process logs on, and the witness rotates: the log stays small.
+        const int before = witness->completed[0];
+        const Clock::time_point deadline = Clock::now() + kHang;
+        struct stat status = {};
+        do {
+            std::this_thread::sleep_for(milliseconds(1));
+            stat(path.c_str(), &status);
+        } while (
+            (witness->completed[0] < before + 10 || status.st_size > 2 * qv7log::kRotateSize) &&
+            Clock::now() < deadline);
+        if (Clock::now() >= deadline) {
+            wrong = "nobody rotates after round " + std::to_string(round) + "\n";
+        }
+        progress->stop = true;
+        char byte;
+        while (read(alive[0], &byte, 1) < 0 && errno == EINTR) {
+        }
+        close(alive[0]);
+        for (int i = 0; i <= kKilledThreads; ++i) {
+            written[first_writer + i] = progress->completed[i];
+        }
+        munmap(progress, sizeof *progress);
+        if (!wrong.empty()) {
+            break;
+        }
+    }
+    witness->stop = true;
+    int status = 0;
+    if (!WaitFor(witness_process, status)) {
+        wrong += "the witness hangs\n";
+    }
+    written[kWitness] = witness->completed[0];
+    return wrong + CheckNumbers(archive.Finish(), written, 1);
+}

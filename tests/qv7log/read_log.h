@@ -1,0 +1,52 @@
+// What the tests of the log share: a folder of their own, a call with "...", and the log read back.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "qv7log/include/qv7log.h"
+#include "qv7log/record_reader.h"
+
+// A folder that is there as long as the object.
+class TempFolder
+{
+public:
+    TempFolder();
+    ~TempFolder();
+    TempFolder(const TempFolder&) = delete;
+    TempFolder& operator=(const TempFolder&) = delete;
+
+    std::string operator/(const std::string& name) const { return m_path + "/" + name; }
+    const std::string& path() const { return m_path; }
+
+private:
+    std::string m_path;
+};
+
+__attribute__((format(printf, 3, 4))) void Log(ILog* log, LOGLEVEL level, const char* format, ...);
+
+// Starts a log at `path` and gives its ILog; null where one of the two calls fails.
+ILog* StartLog(const std::string& path, LOGLEVEL threshold = LOGLEVEL_VERBOSE);
+
+std::string ReadFile(const std::string& path);
+void WriteFile(const std::string& path, const std::string& text);
+bool Exists(const std::string& path);
+
+struct Content
+{
+    std::vector<qv7log::Record> records;
+    std::vector<std::string> others;  // entries that are no records
+};
+
+// Adds the entries of the file at `path` to `content`.
+void ReadInto(Content& content, const std::string& path);
+
+// The old files of the log at `path`, the oldest first. There may be gaps in their numbers.
+std::vector<std::string> OldFiles(const std::string& path);
+
+// The whole log at `path`, old files first.
+Content ReadLog(const std::string& path);
+
+// The texts of the whole log at `path`, old files first; of what is no record, "!" and its raw
+// form.
+std::vector<std::string> Texts(const std::string& path);

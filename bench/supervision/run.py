@@ -1,13 +1,18 @@
-"""Measures every launcher in one run and writes the raw results as JSON.
+"""Measures every launcher in one run, and our own parts, and writes the raw results as JSON.
 
 Each measurement has a PID namespace, a file system for its own files and a home folder of its own
 (bubblewrap): some of the launchers, ours included, signal whole process groups by design.
-The contenders take turns, in the opposite order every other time.
+The contenders take turns, in the opposite order every other time. To compare two builds of the
+launcher, give the bundle of one as --other-stage:
+
+    run.py --bench BUILD/bench --stage BUILD/stage --other-stage BEFORE/stage --output out.json \\
+        --only start --counts 100,500 --contenders threads,launcher,other
 """
 
 import argparse
 import json
 import os
+import re
 import subprocess
 import sys
 import tempfile
@@ -15,6 +20,7 @@ import time
 
 import contenders
 
+SCENARIOS = "start,stop,restart,idle,storm,log,operations"
 HERE = os.path.dirname(os.path.abspath(__file__))
 
 
@@ -59,13 +65,24 @@ def turns(names, repetition):
     return names if repetition % 2 == 0 else names[::-1]
 
 
+def instructions(command):
+    """How many the command executes, counted by callgrind."""
+    tool = ["valgrind", "--tool=callgrind", "--callgrind-out-file=/dev/null"]
+    output = subprocess.run([*tool, *command], check=True, capture_output=True, text=True).stderr
+    return int(re.search(r"Collected : (\d+)", output)[1])
+
+
 class Measurement:
-    def __init__(self, namespace, profile):
+    def __init__(self, namespace, bench, profile):
         self._namespace = namespace
+        self._bench = bench
         self._profile = profile
         self.results = []
 
     def _keep(self, scenario, contender, result, **options):
+        values = {**options, **{key: value for key, value in result.items()
+                                if not isinstance(value, list)}}
+        print(scenario, contender, *(f"{key}={value}" for key, value in values.items()), flush=True)
         self.results.append({"scenario": scenario, "contender": contender, **options, **result})
 
     def _sequence(self, scenario, names, options):
@@ -83,11 +100,11 @@ class Measurement:
 
     def start(self):
         for count in self._profile["counts"]:
-            options = {"n": count}
-            self._sequence("start", self._profile["start"], options)
+            self._sequence("start", self._profile["start"], {"n": count})
+
+    def stop(self):
         for count in self._profile["stop_counts"]:
-            options = {"n": count, "stop": True}
-            self._sequence("start", self._profile["stop"], options)
+            self._sequence("stop", self._profile["stop"], {"n": count})
 
     def restart(self):
         profile = self._profile
@@ -106,6 +123,34 @@ class Measurement:
             options = self._profile["storm_options"]
             self._keep("storm", name, self._namespace.run("storm", name, **options), **options)
 
+    def log(self):
+        """The logging library's own benchmark, which takes turns itself."""
+        output = subprocess.run(
+            [f"{self._bench}/qv7log_bench", "--benchmark_filter=^Write", "--benchmark_format=json",
+             f"--benchmark_repetitions={self._profile['repetitions']}",
+             f"--benchmark_min_time={self._profile['log_seconds']}",
+             "--benchmark_enable_random_interleaving=true"],
+            check=True, capture_output=True, text=True).stdout
+        for run in json.loads(output)["benchmarks"]:
+            if run["run_type"] == "iteration":
+                library = re.match("Write([^/]*)", run["name"])[1].lower()
+                self._keep("log", library, {"records_per_s": run["items_per_second"]},
+                           threads=run["threads"])
+
+    def operations(self):
+        program = f"{self._bench}/instructions"
+        names = subprocess.run([program], check=True, capture_output=True, text=True).stdout.split()
+        for name in self._profile.get("operations", names):
+            count = 2 if "1000-items" in name else 50
+            once, twice = (instructions([program, name, str(n)]) for n in (count, 2 * count))
+            nanoseconds = [
+                float(subprocess.run([program, name, str(20 * count)], check=True,
+                                     capture_output=True, text=True).stdout)
+                for _ in range(self._profile["repetitions"])
+            ]
+            self._keep("operations", name, {"instructions": round((twice - once) / count),
+                                            "nanoseconds": nanoseconds})
+
 
 def full_profile():
     everyone = [*contenders.FLOORS, *contenders.LAUNCHER, *contenders.LEAN]
@@ -123,6 +168,7 @@ def full_profile():
         "idle_options": {"n": 100, "windows": 5, "seconds": 20},
         "storm": ["threads", *contenders.LAUNCHER, *contenders.LEAN],
         "storm_options": {"n": 200, "windows": 5, "seconds": 4},
+        "log_seconds": 0.5,
     }
 
 
@@ -143,17 +189,19 @@ def short_profile():
         "idle_options": {"n": 5, "windows": 1, "seconds": 1},
         "storm": ["threads", "launcher", "runit"],
         "storm_options": {"n": 10, "windows": 1, "seconds": 3},
+        "log_seconds": 0.01,
+        "operations": ["expression-made", "json-lookups-of-1000-items"],
     }
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--programs", required=True, help="folder of the helpers and floors")
+    parser.add_argument("--bench", required=True, help="the build's folder of benchmarks")
     parser.add_argument("--stage", required=True, help="folder with the installed bundle")
     parser.add_argument("--other-stage", help="another build to compare with, as `other`")
     parser.add_argument("--output", required=True)
     parser.add_argument("--short", action="store_true")
-    parser.add_argument("--only", help="comma-separated scenarios")
+    parser.add_argument("--only", help="comma-separated, of " + SCENARIOS)
     parser.add_argument("--contenders", help="comma-separated, in place of all")
     parser.add_argument("--counts", help="comma-separated, in place of all")
     parser.add_argument("--repetitions", type=int)
@@ -170,10 +218,11 @@ def main():
     if arguments.repetitions:
         profile["repetitions"] = arguments.repetitions
 
-    namespace = Namespace(arguments.programs, arguments.stage, arguments.other_stage)
-    measurement = Measurement(namespace, profile)
+    namespace = Namespace(arguments.bench + "/supervision", arguments.stage,
+                          arguments.other_stage)
+    measurement = Measurement(namespace, arguments.bench, profile)
     seconds = {}
-    for scenario in (arguments.only or "start,restart,idle,storm").split(","):
+    for scenario in (arguments.only or SCENARIOS).split(","):
         begin = time.monotonic()
         getattr(measurement, scenario)()
         seconds[scenario] = round(time.monotonic() - begin, 1)

@@ -128,10 +128,6 @@ class Supervisor(Contender):
 
     watched = END
 
-    def __init__(self, title, lean):
-        super().__init__(title)
-        self._lean = lean
-
     def prepare(self, helpers):
         lines = [
             "[supervisord]",
@@ -145,10 +141,9 @@ class Supervisor(Contender):
             "minprocs=4096",
         ]
         for i, program in enumerate(helpers):
-            path = f"{PROGRAMS}/{program}"
             lines += [
                 f"[program:helper-{i}]",
-                f"command={path if self._lean else f'/bin/sh -c {chr(34)}exec {path}{chr(34)}'}",
+                f"command={PROGRAMS}/{program}",
                 "autostart=true",
                 "autorestart=true",
                 "startsecs=0",
@@ -171,13 +166,12 @@ LEAN = {
     "daemontools": Daemontools("daemontools", lean=True),
     "runit": Runit("runit", lean=True),
     "s6": S6("s6", lean=True),
-    "supervisor": Supervisor("supervisor", lean=True),
+    "supervisor": Supervisor("supervisor"),
 }
 SCRIPTS = {
     "daemontools-sh": Daemontools("daemontools, sh", lean=False),
     "runit-sh": Runit("runit, sh", lean=False),
     "s6-sh": S6("s6, sh", lean=False),
-    "supervisor-sh": Supervisor("supervisor, sh", lean=False),
 }
 # Another build of the launcher, see run.py.
 OTHER = {"other": Launcher("other build", "/tmp/other_stage")}

@@ -157,7 +157,7 @@ def start(contender, options):
 def stop(contender, options):
     """Time from the request to stop until the last process has gone."""
     pid, _ = start_all(contender, options["n"])
-    time.sleep(1.5)  # Some pause for a second when a helper has lived for less.
+    time.sleep(1.1)  # Some pause for a second when a helper has lived for less.
     begin = time.monotonic_ns()
     contender.stop(pid)
     try:

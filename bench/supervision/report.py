@@ -334,8 +334,8 @@ def goals(results):
 SETTINGS = """## Who is compared
 
 All run as root in a PID namespace of their own, take turns in the opposite order every other time,
-and keep no log of the helpers. Each peer appears in its leanest form, in which the helper itself
-stands in for the run script, and with the usual shell script ("sh") that executes it.
+and keep no log of the helpers. A peer with run scripts appears in its leanest form, in which the
+helper itself stands in for the script, and with the usual shell script ("sh") that executes it.
 
 | | setting |
 |---|---|
@@ -345,7 +345,7 @@ stands in for the run script, and with the usual shell script ("sh") that execut
 | daemontools | `svscan`, one folder per helper; starts a helper once a second at most |
 | runit | `runsvdir`, the same; the folder's time lies in the past, or it would wait for a second |
 | s6 | `s6-svscan` with room for all, the same |
-| supervisor | `autorestart=true`, `startsecs=0`, `stopsignal=KILL`, no log files; polls once a second |
+| supervisor | `autorestart=true`, `startsecs=0`, `stopsignal=KILL`, no log files; needs no script; polls once a second |
 
 The helper is a static program that writes one record and sleeps
 ([source](../bench/supervision/helper.cpp)).
@@ -403,6 +403,7 @@ def gnuplot(path, lines):
         "set grid ytics lc '#dddddd'",
         "set border 3",
         "set tics nomirror",
+        "set pointintervalbox 0",
     ]
     subprocess.run(["gnuplot"], input="\n".join(head + lines) + "\n", text=True, check=True)
 
@@ -436,26 +437,34 @@ def chart_by_count(results, path, key, title):
     gnuplot(path, lines)
 
 
-def chart_bars(path, title, rows, log_scale, labels):
-    """rows: contender, then (median, low, high) of each bar beside another."""
-    lines = data("bars", [(f'"{TITLES.get(name, name)}"',
-                           *(value for f in figures for value in (f.median, f.low, f.high)))
-                          for name, figures in rows])
+def chart_bars(path, title, rows, labels, log_scale=False):
+    """rows: a name and the figures of its bars, one for each label. A label that has a colour gives
+    it to its bars; else all bars have the colour of their row, the later ones paler."""
+    lines, plots = [], []
     width = 0.8 / len(labels)
-    plots = []
     for i, label in enumerate(labels):
-        column = 2 + 3 * i
         offset = (i - (len(labels) - 1) / 2) * width
-        plots.append(f"$bars using ($0+{offset}):{column}:({width * 0.9}) with boxes "
-                     f"fs solid {1 - 0.5 * i} noborder lc '#d62728' title '{label}'")
-        plots.append(f"$bars using ($0+{offset}):{column}:{column + 1}:{column + 2} "
-                     "with yerrorbars pt 0 lc '#000000' notitle")
-    plots.append("$bars using 0:(NaN):xtic(1) notitle")
+        lines += data(f"bars{i}", [
+            (position + offset, figures[i].median, figures[i].low, figures[i].high,
+             COLOURS[label if label in COLOURS else name].replace("#", "0x"),
+             f'"{number(figures[i].median)}"')
+            for position, (name, figures) in enumerate(rows)])
+        solid = 1 if label in COLOURS else 1 - 0.5 * i
+        plots += [
+            f"$bars{i} using 1:2:({width * 0.9}):5 with boxes fs solid {solid} noborder "
+            f"lc rgb variable notitle",
+            f"$bars{i} using 1:2:3:4 with yerrorbars pt 7 ps 0.1 lc '#000000' notitle",
+            f"$bars{i} using 1:4:6 with labels offset 0,0.7 font ',11' notitle",
+        ]
+        if label in COLOURS:
+            plots.append(f"NaN with boxes fs solid 1 noborder lc '{COLOURS[label]}' title '{label}'")
+    ticks = ", ".join(f"'{TITLES.get(name, name)}' {i}" for i, (name, _) in enumerate(rows))
     lines += [
         f"set title '{title}'",
-        "set logscale y" if log_scale else "set yrange [0:*]",
+        "set logscale y; set yrange [0.5:*]" if log_scale else "set yrange [0:*]",
         f"set xrange [-0.6:{len(rows) - 0.4}]",
-        "set key top left" if len(labels) > 1 else "unset key",
+        f"set xtics ({ticks})",
+        "set key outside right",
         "plot " + ", ".join(plots),
     ]
     gnuplot(path, lines)
@@ -466,21 +475,23 @@ def charts(results, folder):
     chart_by_count(results, folder + "/start.svg", "start_ms", "Milliseconds until N helpers run")
     chart_by_count(results, folder + "/memory.svg", "pss_kib",
                    "Memory of the supervising side, KiB")
-    chart_bars(folder + "/restart.svg", "Milliseconds from a helper’s end to its next start, alone",
+    chart_bars(folder + "/restart.svg", 
+               "Milliseconds from a helper’s end to its next start, alone: p50, and p99 paler",
                [(name, [results.restart_figure(share, contender=name, neighbours=0)
                         for share in (50, 99)])
-                for name in results.names("restart", neighbours=0)], True, ["p50", "p99"])
+                for name in results.names("restart", neighbours=0)],
+               ["p50", "p99"], log_scale=True)
     chart_bars(folder + "/storm.svg", "CPU milliseconds a start while 200 helpers end at once",
                [(name, [Figure([1000 * window["cpu_share"] / window["starts_per_s"]
                                 for result in results.select("storm", contender=name)
                                 for window in result["windows"]])])
-                for name in results.names("storm")], False, ["CPU ms a start"])
+                for name in results.names("storm")], ["CPU ms a start"])
     if results.select("log"):
         chart_bars(folder + "/log.svg", "Log records a second",
                    [(f"{threads} threads" if threads > 1 else "1 thread",
                      [results.figure("log", "records_per_s", contender=name, threads=threads)
                       for name in ("qv7log", "spdlog")])
-                    for threads in results.values("log", "threads")], False, ["qv7log", "spdlog"])
+                    for threads in results.values("log", "threads")], ["qv7log", "spdlog"])
 
 
 def main():

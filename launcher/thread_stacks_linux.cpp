@@ -1,7 +1,7 @@
 // A cheap fork for a process with a thread per item.
 //
 // Every fork copies what every thread added to the address space, so the start of N items costs N
-// squared. Three settings make a thread small; docs/benchmarks.md has the figures.
+// squared. Three settings make a thread small; docs/tuning.md has the figures.
 //
 // - Stacks of 512 KiB, what a thread has on macOS, in place of 8 MiB. Not less: the argument vector
 //   of an item lives there ("argc").

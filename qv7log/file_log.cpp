@@ -1,5 +1,6 @@
 // The two entry points and the log behind them.
 #include <errno.h>
+#include <pthread.h>
 #include <stdio.h>
 #include <string.h>
 #include <time.h>
@@ -30,9 +31,12 @@ int Rank(LOGLEVEL level)
     return level == LOGLEVEL_VERBOSE ? 0 : level;
 }
 
-std::int64_t Millisecond(const timespec& time)
+// This process; getpid asks the system, which is an eighth of a record's price.
+std::atomic<pid_t> g_process{0};
+
+void RememberProcess()
 {
-    return static_cast<std::int64_t>(time.tv_sec) * 1000 + time.tv_nsec / 1000000;
+    g_process.store(getpid(), std::memory_order_relaxed);
 }
 
 class FileLog final : public ILog
@@ -124,7 +128,7 @@ void FileLog::FormatLong(LOGLEVEL level, std::size_t size, const char* format, v
 // Writes the record of a text that lacks its last `cut` bytes. `line` has LineSpace for the text.
 void FileLog::Write(LOGLEVEL level, std::string_view text, std::size_t cut, char* line)
 {
-    Heading heading = {{}, level, {m_name, m_name_size}, getpid()};
+    Heading heading = {{}, level, {m_name, m_name_size}, g_process.load(std::memory_order_relaxed)};
     clock_gettime(CLOCK_REALTIME, &heading.time);
     char* end = PutText(PutHeading(line, heading), text);
     if (cut != 0) {
@@ -132,7 +136,7 @@ void FileLog::Write(LOGLEVEL level, std::string_view text, std::size_t cut, char
     }
     *end++ = '\n';
 
-    m_file.Follow(Millisecond(heading.time), heading.process);
+    m_file.Follow(heading.time, heading.process);
     const std::uint32_t lost = m_file.lost.Take(heading.process);
     if (lost != 0 && !WriteNotice(heading, lost)) {
         m_file.lost.Add(lost + 1, heading.process);
@@ -168,7 +172,10 @@ std::int32_t InitLogger(const char* path)
         delete file;
         return error;
     }
-    qv7log::g_file.store(file);
+    if (qv7log::g_file.exchange(file) == nullptr) {
+        qv7log::RememberProcess();
+        pthread_atfork(nullptr, nullptr, qv7log::RememberProcess);
+    }
     return 0;
 }
 

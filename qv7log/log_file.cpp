@@ -5,11 +5,11 @@
 #include <sched.h>
 #include <stdio.h>
 #include <string.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
 
-#include "qv7log/file_state.h"
 #include "qv7log/limits.h"
 
 namespace qv7log {
@@ -26,7 +26,12 @@ constexpr mode_t kFolderMode = 0700;
 // The log's path and up to this many characters: ".lock", or "." and the number of an old file.
 constexpr std::size_t kMaxSuffix = 16;
 
-// How often a thread gives way while another one of its process changes the file.
+// A record that begins sooner after the end of the last one belongs to a burst. Shorter than it
+// takes to remove a file.
+constexpr std::int64_t kBurstGap = 1000;  // nanoseconds
+constexpr std::int64_t kMillisecond = 1000000;
+
+// How often a record is tried again while another thread of this process changes the file.
 constexpr int kAttempts = 1000;
 
 template <typename Call>
@@ -37,6 +42,11 @@ auto RetryInterrupted(Call call)
         result = call();
     }
     return result;
+}
+
+std::int64_t Nanoseconds(const timespec& time)
+{
+    return static_cast<std::int64_t>(time.tv_sec) * 1000000000 + time.tv_nsec;
 }
 
 struct SuffixedPath
@@ -229,30 +239,33 @@ void LogFile::EndTurn()
 
 bool LogFile::Append(const char* line, std::size_t size, pid_t process)
 {
+    if (m_nowhere.load(std::memory_order_relaxed)) {
+        return false;
+    }
     bool torn_before = false;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
-        std::int64_t file_size = 0;
-        switch (TryAppend(line, size, process, file_size)) {
-            case Outcome::kWritten:
-                if (file_size >= kRotateSize && process == m_owner) {
-                    Rotate(process);
-                }
-                return true;
-            case Outcome::kTorn:
-                // Once more, and whole: the rest alone could come after someone else's record. What
-                // is there already has no line end; a reader knows the next record by its time
-                // stamp.
-                if (torn_before) {
-                    return false;
-                }
-                torn_before = true;
-                continue;
-            case Outcome::kNoFile:
-                break;
-            case Outcome::kFailed:
-                return false;
+        const ssize_t written = RetryInterrupted([&] { return write(m_log, line, size); });
+        if (written == static_cast<ssize_t>(size)) {
+            timespec now;
+            clock_gettime(CLOCK_REALTIME, &now);
+            m_last_record.store(Nanoseconds(now), std::memory_order_relaxed);
+            const auto added = static_cast<std::int64_t>(size);
+            if (m_size.fetch_add(added) + added >= kRotateSize && process == m_owner) {
+                Rotate(process);
+            }
+            return true;
         }
-        const Change change = Reopen(process);
+        if (written >= 0) {
+            // Once more, and whole: the rest alone could come after someone else's record. What is
+            // there already has no line end; a reader knows the next record by its time stamp.
+            if (torn_before) {
+                return false;
+            }
+            torn_before = true;
+            continue;
+        }
+        // Closed; macOS does so for a moment while dup2 gives a descriptor another file.
+        const Change change = errno == EBADF ? Reopen(process) : Change::kFailed;
         if (change == Change::kFailed) {
             return false;
         }
@@ -263,43 +276,35 @@ bool LogFile::Append(const char* line, std::size_t size, pid_t process)
     return false;
 }
 
-// Writes the line once. Fills in the file's size when it is written.
-LogFile::Outcome LogFile::TryAppend(const char* line, std::size_t size, pid_t process,
-                                    std::int64_t& file_size)
+// A look costs as much as two records. In a burst there is one in each millisecond, before any
+// other record there is one.
+void LogFile::Follow(const timespec& time, pid_t process)
 {
-    m_writers.Add(1, process);
-    if (m_leaving.load() == process) {
-        m_writers.Subtract(1);
-        return Outcome::kNoFile;
-    }
-    const ssize_t written = RetryInterrupted([&] { return write(m_log, line, size); });
-    const int error = errno;
-    const FileState file = written < 0 ? FileState{} : GetFileState(m_log);
-    m_writers.Subtract(1);
-    if (written < 0) {
-        // macOS closes a descriptor for a moment while dup2 gives it another file.
-        return error == EBADF ? Outcome::kNoFile : Outcome::kFailed;
-    }
-    if (static_cast<std::size_t>(written) < size) {
-        return Outcome::kTorn;
-    }
-    file_size = file.size;
-    return file.is_removed ? Outcome::kNoFile : Outcome::kWritten;
-}
-
-void LogFile::Follow(std::int64_t millisecond, pid_t process)
-{
-    if (m_followed.load(std::memory_order_relaxed) == millisecond) {
+    const std::int64_t now = Nanoseconds(time);
+    // Below 0 when another thread has written meanwhile.
+    const std::int64_t gap = now - m_last_record.load(std::memory_order_relaxed);
+    const bool in_burst = gap < kBurstGap && gap > -kMillisecond;
+    if (in_burst && now / kMillisecond == m_last_look.load(std::memory_order_relaxed)) {
         return;
     }
-    m_followed.store(millisecond, std::memory_order_relaxed);
-    struct stat status;
-    if (!IsCurrent(status)) {
-        Reopen(process);  // where it fails, the open file serves on
+    m_last_look.store(now / kMillisecond, std::memory_order_relaxed);
+    struct stat status = {};
+    if (IsCurrent(status)) {
+        m_size.store(status.st_size);
+        m_nowhere.store(false);
+    } else {
+        // Where this fails, the open file serves on, unless it is in no folder any more.
+        const bool removed = status.st_nlink == 0;
+        Change change = Reopen(process);
+        for (int i = 0; removed && change == Change::kBusy && i < kAttempts; ++i) {
+            sched_yield();
+            change = Reopen(process);
+        }
+        m_nowhere.store(removed && change != Change::kDone);
     }
 }
 
-// Whether the open file is the one at the log's path. Fills in its `status` if so.
+// Whether the open file is the one at the log's path. Fills in its `status` in any case.
 bool LogFile::IsCurrent(struct stat& status) const
 {
     struct stat at_path;
@@ -314,7 +319,7 @@ LogFile::Change LogFile::Reopen(pid_t process)
     }
     struct stat status;
     const bool current = IsCurrent(status);  // by another thread since
-    const Change change = current ? Change::kDone : OpenAgain(process);
+    const Change change = current ? Change::kDone : OpenAgain();
     EndTurn();
     return change;
 }
@@ -326,37 +331,19 @@ LogFile::Change LogFile::Reopen(pid_t process)
 // inherits a log at its number. It is also the only one to write through: a child gets its
 // descriptors and its memory at different moments, so that a number that changes could name another
 // file there.
-LogFile::Change LogFile::OpenAgain(pid_t process)
+LogFile::Change LogFile::OpenAgain()
 {
     const int least =
         std::max(kFirstOwnDescriptor, m_log + 1);  // m_log is free if someone closed it
     const int file = MoveUp(OpenOrCreate(O_CLOEXEC), least);
-    if (file < 0) {
+    struct stat status;
+    if (file < 0 || fstat(file, &status) != 0) {
         return Change::kFailed;
     }
-    Change change = Change::kBusy;
-    if (!GetFileState(m_log).is_removed || WaitForWriters(process)) {
-        const bool done = RetryInterrupted([&] { return dup2(file, m_log); }) == m_log;
-        change = done ? Change::kDone : Change::kFailed;
-    }
-    m_leaving.store(0);
+    const bool done = RetryInterrupted([&] { return dup2(file, m_log); }) == m_log;
     close(file);
-    return change;
-}
-
-// Keeps new writers of this process away, until m_leaving is 0 again, and waits for those that
-// write: a removed file may be exchanged only while nobody is between a write and the question
-// whether the file is removed, or the record would be lost. False: it takes too long.
-bool LogFile::WaitForWriters(pid_t process)
-{
-    m_leaving.store(process);
-    for (int attempt = 0; attempt < kAttempts; ++attempt) {
-        if (m_writers.Get(process) == 0) {
-            return true;
-        }
-        sched_yield();
-    }
-    return false;
+    m_size.store(status.st_size);
+    return done ? Change::kDone : Change::kFailed;
 }
 
 // Makes the log an old file and begins a new one, unless another thread or process does so already.
@@ -373,7 +360,7 @@ void LogFile::Rotate(pid_t process)
             ShiftOldFiles();
             rename(m_path, SuffixedPath(m_path, 1).text);
         }
-        OpenAgain(process);
+        OpenAgain();
         Unlock();
     }
     EndTurn();

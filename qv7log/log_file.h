@@ -10,6 +10,7 @@
 #include <limits.h>
 #include <sys/stat.h>
 #include <sys/types.h>
+#include <time.h>
 
 #include <atomic>
 #include <cstddef>
@@ -17,14 +18,11 @@
 
 namespace qv7log {
 
-// A number that each process has of its own: it is 0 again in a forked child, whatever the other
-// threads of the parent were doing with it at the fork.
+// A number that each process has of its own: it is 0 again in a forked child.
 class ProcessCount
 {
 public:
     void Add(std::uint32_t count, pid_t process);
-    void Subtract(std::uint32_t count);  // at most what the process has added
-    std::uint32_t Get(pid_t process) const;
     std::uint32_t Take(pid_t process);  // gets it and sets it to 0
 
 private:
@@ -43,30 +41,22 @@ public:
     // Appends the record of `size` bytes at `line` by one write. False: it is in no file.
     bool Append(const char* line, std::size_t size, pid_t process);
 
-    // Goes on with the file at the log's path if that is no longer the one that is open: another
-    // process has rotated, or someone has taken the log away. Looks once in each `millisecond`.
-    void Follow(std::int64_t millisecond, pid_t process);
+    // Before a record of the time `time`: goes on with the file at the log's path if that is no
+    // longer the one that is open, since another process has rotated or someone has taken the log
+    // away. In a burst, records less than a microsecond apart, it looks once in each millisecond;
+    // what is logged until then is in the file that was taken away.
+    void Follow(const timespec& time, pid_t process);
 
     // Records that could not be written.
     ProcessCount lost;
 
 private:
-    enum class Outcome
-    {
-        kWritten,
-        kTorn,    // only a part of it
-        kNoFile,  // nothing, or into a file that has been removed
-        kFailed,
-    };
-
     enum class Change
     {
         kDone,
         kFailed,
-        kBusy,  // other threads of this process are at it
+        kBusy,  // another thread of this process is changing the file
     };
-
-    Outcome TryAppend(const char* line, std::size_t size, pid_t process, std::int64_t& file_size);
 
     static bool TakeTurn(pid_t process);
     static void EndTurn();
@@ -80,8 +70,7 @@ private:
 
     bool IsCurrent(struct stat& status) const;
     Change Reopen(pid_t process);
-    Change OpenAgain(pid_t process);
-    bool WaitForWriters(pid_t process);
+    Change OpenAgain();
     void Rotate(pid_t process);
     void ShiftOldFiles();
 
@@ -89,9 +78,10 @@ private:
     int m_log = -1;
     int m_lock = -1;
     pid_t m_owner = 0;
-    std::atomic<std::int64_t> m_followed{-1};  // the millisecond of the last look
-    ProcessCount m_writers;                    // threads in TryAppend
-    std::atomic<pid_t> m_leaving{0};           // the process that waits for them to end, or 0
+    std::atomic<std::int64_t> m_last_record{0};  // when it was written, in nanoseconds
+    std::atomic<std::int64_t> m_last_look{0};    // the millisecond of Follow's last one
+    std::atomic<bool> m_nowhere{false};          // the file is removed and cannot be created again
+    std::atomic<std::int64_t> m_size{0};         // as far as this process knows
 };
 
 }  // namespace qv7log

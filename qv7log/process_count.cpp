@@ -27,19 +27,9 @@ void ProcessCount::Add(std::uint32_t count, pid_t process)
     } while (!m_value.compare_exchange_weak(known, next));
 }
 
-void ProcessCount::Subtract(std::uint32_t count)
-{
-    m_value.fetch_sub(count);
-}
-
-std::uint32_t ProcessCount::Get(pid_t process) const
-{
-    return Unpack(m_value.load(), process);
-}
-
 std::uint32_t ProcessCount::Take(pid_t process)
 {
-    return Unpack(m_value.exchange(0), process);
+    return m_value.load() == 0 ? 0 : Unpack(m_value.exchange(0), process);
 }
 
 }  // namespace qv7log

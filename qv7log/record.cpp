@@ -108,20 +108,29 @@ bool IsControl(unsigned code)
 
 enum class Field
 {
-    kText,
-    kName,
+    kText = 1,
+    kName = 2,
 };
 
-bool EndsName(char c)
+// For each byte, the fields in which it stands for itself wherever it is.
+struct PlainBytes
 {
-    return c == ' ' || c == '[' || c == ']';
-}
+    constexpr PlainBytes() : fields()
+    {
+        for (int byte = 0x20; byte < 0x7F; ++byte) {
+            const char c = static_cast<char>(byte);
+            const bool in_text = c != '\\' && c != 'Z';
+            const bool in_name = in_text && c != ' ' && c != '[' && c != ']';
+            fields[byte] = static_cast<unsigned char>((in_text ? 1 : 0) | (in_name ? 2 : 0));
+        }
+    }
+    unsigned char fields[256];
+};
+constexpr PlainBytes kPlainBytes;
 
-// Characters that stand for themselves wherever they are.
 bool IsPlain(char c, Field field)
 {
-    return c >= 0x20 && c < 0x7F && c != '\\' && c != 'Z' &&
-           !(field == Field::kName && EndsName(c));
+    return (kPlainBytes.fields[static_cast<unsigned char>(c)] & static_cast<int>(field)) != 0;
 }
 
 // The letter of a character with an escape of its own, or 0.
@@ -155,8 +164,12 @@ char* PutEscaped(char* out, std::string_view text, Field field)
     while (!text.empty()) {
         const char c = text.front();
         if (IsPlain(c, field)) {
-            *out++ = c;
-            text.remove_prefix(1);
+            std::size_t run = 1;
+            while (run < text.size() && IsPlain(text[run], field)) {
+                ++run;
+            }
+            out = Put(out, text.substr(0, run));
+            text.remove_prefix(run);
             continue;
         }
         const Character first = FirstCharacter(text);

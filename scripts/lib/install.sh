@@ -6,6 +6,7 @@
 #     install_missing
 
 missing=()
+private_python=()
 
 # need_command COMMAND DEBIAN-PACKAGE HOMEBREW-FORMULA: notes the package if there is no command.
 need_command() {
@@ -22,6 +23,19 @@ need_header() {
         c++ -x c++ -E "${folders[@]}" - >/dev/null 2>&1 || note_missing "$2" "$3"
 }
 
+# need_schema_validator: the Python package jsonschema. Where the system has no package of it, it goes
+# to a private environment, build/python, once install_missing has run.
+need_schema_validator() {
+    if [ -x build/python/bin/python3 ] || /usr/bin/python3 -c 'import jsonschema' 2>/dev/null; then
+        return
+    fi
+    if command -v brew >/dev/null; then
+        private_python=(jsonschema)
+    else
+        missing+=(python3-jsonschema)
+    fi
+}
+
 note_missing() {
     if command -v brew >/dev/null; then
         missing+=("$2")
@@ -36,10 +50,19 @@ need_build_tools() {
     need_command c++ g++ llvm
     need_command python3 python3 python3
     need_header json/json.h libjsoncpp-dev jsoncpp
+    need_header uuid/uuid.h uuid-dev -
     need_header gtest/gtest.h libgtest-dev googletest
 }
 
 install_missing() {
+    install_packages
+    if [ "${#private_python[@]}" -ne 0 ]; then
+        python3 -m venv build/python
+        build/python/bin/pip install --quiet "${private_python[@]}"
+    fi
+}
+
+install_packages() {
     if [ "${#missing[@]}" -eq 0 ]; then
         return
     fi

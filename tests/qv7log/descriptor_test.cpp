@@ -171,7 +171,7 @@ TEST(LogDescriptor, IsAllThatAProgramInheritsDuringRotations)
                       });
                   }
                   int wrong = 0;
-                  for (int i = 0; i < 200 && wrong == 0; ++i) {
+                  for (int i = 0; i < 100 && wrong == 0; ++i) {
                       wrong = ExecuteLister(g_program.c_str());
                   }
                   stop = true;

@@ -177,7 +177,7 @@ TEST(GetLogger, EscapesAndCutsTheName)
 
 TEST(InitLogger, CreatesFoldersAndFilesForTheUserAlone)
 {
-    for (const mode_t mask : {0, 022, 077}) {
+    for (const mode_t mask : {mode_t{0}, mode_t{022}, mode_t{077}}) {
         TempFolder folder;
         const mode_t before = umask(mask);
         ILog* const log = StartLog(folder / "a//b/log");

@@ -21,7 +21,7 @@ struct Proof
 
 constexpr Proof kProofs[] = {
     {"forks", ForksWhileRotating}, {"processes", ProcessesRotating}, {"full", DiskFull},
-    {"removed", RemovedUnderLoad}, {"killed", KilledWhileRotating},
+    {"removed", RemovedUnderLoad}, {"killed", KilledWhileRotating},  {"escape", EscapingRoundTrips},
 };
 
 int Run(const Proof& proof, const std::string& parent, int count)
@@ -53,6 +53,7 @@ int main(int argc, char** argv)
             return Run(proof, argv[2], std::atoi(argv[3]));
         }
     }
-    std::fputs("usage: log_stress forks|processes|full|removed|killed FOLDER COUNT\n", stderr);
+    std::fputs("usage: log_stress forks|processes|full|removed|killed|escape FOLDER COUNT\n",
+               stderr);
     return 2;
 }

@@ -19,9 +19,12 @@
 #include <random>
 #include <sstream>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "qv7log/limits.h"
+#include "qv7log/record.h"
+#include "qv7log/time_stamp.h"
 #include "tests/qv7log/read_log.h"
 
 namespace {
@@ -303,6 +306,43 @@ std::string ProcessesRotating(const std::string& folder, int records)
     return CheckWhole(content) + CheckNumbers(content, written);
 }
 
+namespace {
+
+// Checks that each record is there once and in its writer's order, or counted as lost. Behind
+// `written`, the records of Writers, stands one of kLastWriter, before which all losses are told.
+constexpr int kLastWriter = 500;
+
+std::string CheckKeptOrTold(const Content& content, const std::map<int, int>& written)
+{
+    long kept = 0;
+    long lost = 0;
+    std::map<int, int> last;
+    for (const qv7log::Record& record : content.records) {
+        int writer = 0;
+        int number = 0;
+        unsigned count = 0;
+        if (sscanf(record.text.c_str(), "[QV7LOG    ] %u records were lost", &count) == 1) {
+            lost += count;
+        } else if (!ReadNumber(record, writer, number)) {
+            return "a record that nobody wrote: " + record.text;
+        } else if (last.count(writer) != 0 && number <= last[writer]) {
+            return "out of order, or twice: " + record.text;
+        } else {
+            last[writer] = number;
+            ++kept;
+        }
+    }
+    long all = 1;
+    for (const auto& [writer, count] : written) {
+        all += count;
+    }
+    std::printf("  %ld records, %ld kept, %ld told as lost, %zu torn\n", all, kept, lost,
+                content.others.size());
+    return kept + lost == all ? "" : "records are neither kept nor counted";
+}
+
+}  // namespace
+
 std::string DiskFull(const std::string& folder, int rounds)
 {
     const std::string path = folder + "/log";
@@ -324,41 +364,60 @@ std::string DiskFull(const std::string& folder, int rounds)
         std::this_thread::sleep_for(milliseconds(10));
     }
     const std::map<int, int> written = writers.Finish();
-    Log(log, LOGLEVEL_ERROR, "[PROOF     ] writer 4 number 0 ");
-
+    LogNumber(log, kLastWriter, 0);
     const Content content = ReadLog(path);
-    long kept = 0;
-    long lost = 0;
-    int notices = 0;
-    std::map<int, int> last;
-    for (const qv7log::Record& record : content.records) {
-        int writer = 0;
-        int number = 0;
-        unsigned count = 0;
-        if (sscanf(record.text.c_str(), "[QV7LOG    ] %u records were lost", &count) == 1) {
-            lost += count;
-            ++notices;
-        } else if (ReadNumber(record, writer, number)) {
-            ++kept;
-            if (last.count(writer) != 0 && number <= last[writer]) {
-                return "out of order";
-            }
-            last[writer] = number;
-        } else {
-            return "a record that nobody wrote: " + record.text;
-        }
-    }
-    long all = 1;
-    for (const auto& [writer, count] : written) {
-        all += count;
-    }
-    std::printf("  %ld records, %ld kept, %ld lost, told by %d, %zu torn\n", all, kept, lost,
-                notices, content.others.size());
-    if (lost == 0) {
+    if (std::none_of(content.records.begin(), content.records.end(), [](const qv7log::Record& r) {
+            return r.text.rfind("[QV7LOG    ]", 0) == 0;
+        })) {
         return "the disk was never full";
     }
-    return kept + lost == all ? "" : "records are neither kept nor counted";
+    return CheckKeptOrTold(content, written);
 }
+
+namespace {
+
+// A file that was removed, and the time stamp that nothing in it may exceed.
+struct Removed
+{
+    int file;
+    std::string latest;
+};
+
+std::string StampIn(milliseconds delay)
+{
+    timespec time;
+    clock_gettime(CLOCK_REALTIME, &time);
+    time.tv_nsec += static_cast<long>(delay.count()) * 1000000;
+    time.tv_sec += time.tv_nsec / 1000000000;
+    time.tv_nsec %= 1000000000;
+    char stamp[qv7log::kTimeStampSize];
+    qv7log::PutTimeStamp(stamp, time);
+    return {stamp, sizeof stamp};
+}
+
+// Adds what the removed file holds to `content`.
+std::string ReadRemoved(const Removed& removed, Content& content)
+{
+    std::string text(static_cast<std::size_t>(lseek(removed.file, 0, SEEK_END)), '\0');
+    if (pread(removed.file, text.data(), text.size(), 0) != static_cast<ssize_t>(text.size())) {
+        return "a removed file cannot be read";
+    }
+    close(removed.file);
+    std::string_view rest = text;
+    qv7log::Entry entry;
+    while (qv7log::NextEntry(rest, entry)) {
+        if (!entry.is_record) {
+            return "torn in a removed file: " + std::string(entry.raw);
+        }
+        if (entry.record.time > removed.latest) {
+            return "too late, since " + removed.latest + ": " + std::string(entry.raw);
+        }
+        content.records.push_back(entry.record);
+    }
+    return "";
+}
+
+}  // namespace
 
 std::string RemovedUnderLoad(const std::string& folder, int removals)
 {
@@ -366,76 +425,35 @@ std::string RemovedUnderLoad(const std::string& folder, int removals)
     ILog* const log = StartLog(path);
     Archive archive(path, folder + "/archive");
     Writers writers(log, 8, microseconds(50));
-    std::vector<int> files;
-    std::vector<off_t> sizes;
+    std::vector<Removed> removed;
     for (int i = 0; i < removals; ++i) {
-        const std::string removed = folder + "/removed";
-        const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-        struct stat status;
-        if (file >= 0 && unlink(path.c_str()) == 0 && fstat(file, &status) == 0) {
-            if (status.st_nlink == 0) {  // else it was rotated in between, and another one removed
-                files.push_back(file);
-                sizes.push_back(status.st_size);
-            } else {
-                return "the wrong file was removed";
-            }
+        // Under another name first: a rotation could put another file between opening and removing.
+        const std::string aside = folder + "/aside";
+        if (rename(path.c_str(), aside.c_str()) == 0) {
+            const int file = open(aside.c_str(), O_RDONLY | O_CLOEXEC);
+            unlink(aside.c_str());
+            removed.push_back({file, StampIn(milliseconds(1000))});
         }
-        std::this_thread::sleep_for(milliseconds(5));
+        std::this_thread::sleep_for(milliseconds(2));
     }
     const std::map<int, int> written = writers.Finish();
-    const Content content = archive.Finish();
-
-    // Who may be missing: what was in a removed file before its removal.
-    std::map<int, std::vector<bool>> seen;
-    for (const auto& [writer, count] : written) {
-        seen[writer].resize(static_cast<std::size_t>(count));
+    LogNumber(log, kLastWriter, 0);
+    Content content = archive.Finish();
+    std::string wrong = CheckWhole(content);
+    for (const Removed& one : removed) {
+        wrong += ReadRemoved(one, content);
     }
-    const auto mark = [&seen](const qv7log::Record& record, bool once) {
-        int writer = 0;
-        int number = 0;
-        if (!ReadNumber(record, writer, number)) {
-            return false;
-        }
-        std::vector<bool>& numbers = seen[writer];
-        const auto at = static_cast<std::size_t>(number);
-        if (at >= numbers.size() || (once && numbers[at])) {
-            return false;
-        }
-        numbers[at] = true;
-        return true;
-    };
-    for (const qv7log::Record& record : content.records) {
-        if (!mark(record, true)) {
-            return "twice: " + record.text;
-        }
-    }
-    int later = 0;
-    for (std::size_t i = 0; i < files.size(); ++i) {
-        std::string text(static_cast<std::size_t>(lseek(files[i], 0, SEEK_END)), '\0');
-        if (pread(files[i], text.data(), text.size(), 0) != static_cast<ssize_t>(text.size())) {
-            return "a removed file cannot be read";
-        }
-        close(files[i]);
-        later += static_cast<off_t>(text.size()) > sizes[i] ? 1 : 0;
-        std::string_view rest = text;
-        qv7log::Entry entry;
-        while (static_cast<off_t>(text.size() - rest.size()) < sizes[i] &&
-               qv7log::NextEntry(rest, entry)) {
-            if (!entry.is_record || !mark(entry.record, false)) {
-                return "torn in a removed file: " + std::string(entry.raw);
-            }
-        }
-    }
-    std::printf("  %zu removals, %d of them hit a write\n", files.size(), later);
-    for (const auto& [writer, numbers] : seen) {
-        for (std::size_t number = 0; number < numbers.size(); ++number) {
-            if (!numbers[number]) {
-                return "lost: writer " + std::to_string(writer) + " number " +
-                       std::to_string(number);
-            }
-        }
-    }
-    return CheckWhole(content);
+    // Removed files have no place in the order: sort by number.
+    std::sort(content.records.begin(), content.records.end(),
+              [](const qv7log::Record& a, const qv7log::Record& b) {
+                  int writers_of[2] = {-1, -1};  // that of what only tells of losses
+                  int numbers[2] = {};
+                  ReadNumber(a, writers_of[0], numbers[0]);
+                  ReadNumber(b, writers_of[1], numbers[1]);
+                  return std::tie(writers_of[0], numbers[0]) < std::tie(writers_of[1], numbers[1]);
+              });
+    std::printf("  %zu removals\n", removed.size());
+    return wrong + CheckKeptOrTold(content, written);
 }
 
 namespace {
@@ -546,4 +564,81 @@ std::string KilledWhileRotating(const std::string& folder, int rounds)
     }
     written[kWitness] = witness->completed[0];
     return wrong + CheckNumbers(archive.Finish(), written, 1);
+}
+
+namespace {
+
+std::string RandomText(std::mt19937& random)
+{
+    const char* const pieces[] = {"\\",
+                                  "\n",
+                                  "Z",
+                                  "2026-11-21T02:26:11.123",
+                                  "Z ERROR    l[1] x",
+                                  "\xe2\x80\xa8",
+                                  "\xc2\x85",
+                                  "\xc3",
+                                  "\xa9",
+                                  "\xf0\x9f\x98\x80",
+                                  "\xed\xa0",
+                                  "\x80",
+                                  "26-11-21T02:26:11.123Z",
+                                  "20",
+                                  "\\<1 bytes cut>",
+                                  "-11-21T02:26:11.123Z",
+                                  " ",
+                                  "[",
+                                  "]",
+                                  "x20",
+                                  "\x1b"};
+    std::string text;
+    for (std::size_t count = random() % 12; count != 0; --count) {
+        const std::size_t piece = random() % (std::size(pieces) + 2);
+        if (piece < std::size(pieces)) {
+            text += pieces[piece];
+        } else {
+            text += static_cast<char>(random());
+        }
+    }
+    return text.substr(0, qv7log::kMaxName);
+}
+
+std::string RandomRecord(const std::string& name, const std::string& text, std::size_t cut)
+{
+    char escaped[qv7log::kMaxName * qv7log::kEscapedSize];
+    const auto size = static_cast<std::size_t>(qv7log::PutName(escaped, name) - escaped);
+    const qv7log::Heading heading = {{1795228811, 0}, LOGLEVEL_ERROR, {escaped, size}, 4711};
+    char line[qv7log::kMaxFraming + qv7log::kMaxName * qv7log::kEscapedSize];
+    char* end = qv7log::PutText(qv7log::PutHeading(line, heading), text);
+    end = cut != 0 ? qv7log::PutCutMark(end, cut) : end;
+    return {line, end};
+}
+
+bool IsControl(char c)
+{
+    return (c >= 0 && c < 0x20) || c == 0x7f;
+}
+
+}  // namespace
+
+std::string EscapingRoundTrips(const std::string&, int count)
+{
+    std::mt19937 random(7);
+    for (int i = 0; i < count; ++i) {
+        const std::string name = RandomText(random);
+        const std::string text = RandomText(random);
+        const std::size_t cut = random() % 2 != 0 ? random() : 0;
+        const std::string line = RandomRecord(name, text, cut);
+        if (std::any_of(line.begin(), line.end(), IsControl)) {
+            return "unsafe: " + line;
+        }
+        const std::string log = line + "\n";
+        std::string_view rest = log;
+        qv7log::Entry entry;
+        if (!qv7log::NextEntry(rest, entry) || !entry.is_record || !rest.empty() ||
+            entry.record.text != text || entry.record.name != name || entry.record.cut != cut) {
+            return "not read back: " + line;
+        }
+    }
+    return "";
 }

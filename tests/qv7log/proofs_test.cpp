@@ -30,4 +30,9 @@ TEST(Log, LosesNothingThatWasWrittenBeforeAKill)
     EXPECT_EQ(KilledWhileRotating(folder.path(), 30), "");
 }
 
+TEST(Record, IsReadBackExactlyWhateverItHolds)
+{
+    EXPECT_EQ(EscapingRoundTrips("", 100000), "");
+}
+
 }  // namespace

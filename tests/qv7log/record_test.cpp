@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <random>
 #include <string>
 #include <vector>
 
@@ -233,73 +232,6 @@ TEST(NextEntry, TakesNoRecordWithoutItsLineEnd)
         EXPECT_EQ(entry.raw, raw);
     }
     EXPECT_FALSE(qv7log::NextEntry(rest, entry));
-}
-
-// Random texts of pieces that matter to the escaping, and of any byte.
-std::string RandomText(std::mt19937& random)
-{
-    const char* const pieces[] = {"\\",
-                                  "\n",
-                                  "Z",
-                                  "2026-11-21T02:26:11.123",
-                                  "Z ERROR    l[1] x",
-                                  "\xe2\x80\xa8",
-                                  "\xc2\x85",
-                                  "\xc3",
-                                  "\xa9",
-                                  "\xf0\x9f\x98\x80",
-                                  "\xed\xa0",
-                                  "\x80",
-                                  "26-11-21T02:26:11.123Z",
-                                  "20",
-                                  "\\<1 bytes cut>",
-                                  "-11-21T02:26:11.123Z",
-                                  " ",
-                                  "[",
-                                  "]",
-                                  "x20",
-                                  "\x1b"};
-    std::string text;
-    for (std::size_t count = random() % 12; count != 0; --count) {
-        const std::size_t piece = random() % (std::size(pieces) + 2);
-        if (piece < std::size(pieces)) {
-            text += pieces[piece];
-        } else {
-            text += static_cast<char>(random());
-        }
-    }
-    return text;
-}
-
-bool IsSafe(const std::string& line)
-{
-    for (const char c : line) {
-        if ((c >= 0 && c < 0x20) || c == 0x7f) {
-            return false;
-        }
-    }
-    return true;
-}
-
-TEST(Record, IsReadBackExactlyWhateverItHolds)
-{
-    std::mt19937 random(7);
-    for (int i = 0; i < 200000; ++i) {
-        const std::string text = RandomText(random);
-        const std::string name = RandomText(random);
-        const std::size_t cut = random() % 2 != 0 ? random() : 0;
-        const std::string line = Line(text, name, LOGLEVEL_ERROR, cut);
-        ASSERT_TRUE(IsSafe(line)) << line;
-        const std::string log = line + "\n";
-        std::string_view rest = log;
-        Entry entry;
-        ASSERT_TRUE(qv7log::NextEntry(rest, entry));
-        ASSERT_TRUE(entry.is_record) << line;
-        ASSERT_TRUE(rest.empty()) << line;
-        ASSERT_EQ(entry.record.text, text) << line;
-        ASSERT_EQ(entry.record.name, name) << line;
-        ASSERT_EQ(entry.record.cut, cut) << line;
-    }
 }
 
 }  // namespace

@@ -144,16 +144,13 @@ TEST(Pexec, LeavesNoChildAndNoDescriptor)
 
 TEST(Pexec, ThrowsWhenTheShellCannotBeStarted)
 {
-    std::string message;
-    {
+    try {
         const NoNewDescriptors guard;
-        try {
-            pexec("echo hi");
-        } catch (const std::runtime_error& error) {
-            message = error.what();
-        }
+        pexec("echo hi");
+        FAIL() << "the shell was started";
+    } catch (const std::runtime_error& error) {
+        EXPECT_STREQ(error.what(), "popen() failed!");
     }
-    EXPECT_EQ(message, "popen() failed!");
     EXPECT_EQ(pexec("echo hi"), "hi\n");
 }
 

@@ -1,0 +1,11 @@
+// A helper that lives long: it does nothing until a signal ends it.
+//
+//     sync_agent [ARGUMENT...]
+#include <unistd.h>
+
+int main()
+{
+    for (;;) {
+        pause();
+    }
+}

@@ -1,0 +1,164 @@
+"""What comes before the walk: the arguments, the reading of the list, the logging library."""
+
+import os
+import shutil
+import signal
+
+import harness
+from harness import APPLICATION, END, OTHER_LOG, STAY, WORK
+from harness import end_text, item, numbered, start_text
+
+# LOG_ERR of the user facility.
+ERROR_EVENT = 8 + 3
+
+
+class Arguments(harness.LauncherTest):
+    def test_too_few_give_an_event_and_nothing_else(self):
+        for arguments in ([], [APPLICATION]):
+            with self.subTest(arguments):
+                launcher = self.start_with(arguments)
+                self.assertEqual(0, launcher.wait())
+                self.assertEqual(
+                    [harness.Event(ERROR_EVENT, "Morvel Launcher : wrong parameters.")],
+                    self.events(),
+                )
+                self.assertFalse(os.path.exists(self.home + "/Library"))
+
+    def test_further_ones_are_ignored(self):
+        path = self.write(WORK + "/list.json", "{}")
+        launcher = self.start_with([APPLICATION, path, "third", "fourth"])
+        self.assertEqual(1, launcher.stop())
+        self.assertEqual([], launcher.log())
+
+
+class List(harness.LauncherTest):
+    def test_one_that_cannot_be_read_ends_the_launcher_without_a_word(self):
+        paths = {
+            "missing": WORK + "/missing.json",
+            "in a missing folder": WORK + "/missing/list.json",
+            "no path": "",
+            "empty": self.write(WORK + "/empty.json", ""),
+        }
+        for what, path in paths.items():
+            with self.subTest(what):
+                launcher = self.start_with([APPLICATION, path])
+                self.assertEqual(0, launcher.wait())
+                self.assertEqual([], self.events())
+                self.assertFalse(os.path.exists(self.home + "/Library"))
+
+    def test_a_folder_keeps_the_launcher_reading(self):
+        launcher = self.start_with([APPLICATION, WORK])
+        self.holds_for(1.0, launcher.running, "the launcher reads on")
+        # Not even the stop request ends the reading.
+        launcher.send(signal.SIGTERM)
+        self.holds_for(0.3, launcher.running, "the launcher reads on after SIGTERM")
+        self.assertFalse(os.path.exists(self.home + "/Library"))
+        launcher.send(signal.SIGKILL)
+        self.assertEqual(-signal.SIGKILL, launcher.wait())
+
+
+class LoggingLibrary(harness.LauncherTest):
+    def test_one_that_cannot_start_gives_an_event_and_the_launcher_goes_on(self):
+        self.write(self.home + "/Library/Logs", "not a folder")
+        launcher = self.start(numbered(item("a")), level_file=None)
+        self.wait_for_starts(1)
+        self.assertEqual(
+            [
+                harness.Event(
+                    ERROR_EVENT,
+                    f"Morvel Launcher for {APPLICATION} : Failed to initialize logger",
+                )
+            ],
+            self.events(),
+        )
+        self.assertEqual(1, launcher.stop())
+
+    def start_with_other_library(self, environment):
+        contents = self.copy_bundle(WORK + "/bundle")
+        (library,) = os.listdir(OTHER_LOG)
+        shutil.copy(f"{OTHER_LOG}/{library}", f"{contents}/Frameworks/{library}")
+        launcher = self.start(
+            numbered(item("a")), program=contents + "/MacOS/launcher", environment=environment
+        )
+        self.wait_for_starts(1)
+        self.assertEqual(1, launcher.stop())
+        self.assertFalse(os.path.exists(launcher.log_path))
+        return harness.read_lines(WORK + "/log_calls")
+
+    def test_the_products_own_takes_the_place_of_ours(self):
+        self.assertEqual(
+            [f"InitLogger {self.log_path()}", "GetLogger 2 launcher 1 null"],
+            self.start_with_other_library({}),
+        )
+
+    def test_no_log_is_asked_of_one_that_cannot_start(self):
+        self.assertEqual(
+            [f"InitLogger {self.log_path()}"],
+            self.start_with_other_library({"KESTRANE_TEST_LOG": "-1"}),
+        )
+        self.assertEqual(1, len(self.events()))
+
+
+class Levels(harness.LauncherTest):
+    def seen_at(self, level_file):
+        """The levels of what the launcher logs with this level file."""
+        launcher = self.start(numbered(item("a", END, "exit", "3")), level_file=level_file)
+        # With the second start, the end of the first one is logged.
+        first = self.wait_for_starts(2)[0]
+        launcher.kill()
+        records = [
+            ("DEBUG", start_text("a")),
+            ("ERROR", end_text("a", first.pid, 3 * 256)),
+        ]
+        log = launcher.log()
+        seen = {level for level, _ in log}
+        self.assertEqual([record for record in records if record[0] in seen], log[: len(seen)])
+        return seen
+
+    def test_each_name(self):
+        both = {"DEBUG", "ERROR"}
+        levels = {
+            "DEBUG": both,
+            "MESSAGE": {"ERROR"},
+            "WARNING": {"ERROR"},
+            "ERROR": {"ERROR"},
+            "CRITICAL": set(),
+            "VERBOSE": both,
+        }
+        for name, seen in levels.items():
+            with self.subTest(name):
+                self.assertEqual(seen, self.seen_at(f"[LOG]\nLEVEL={name}\n"))
+
+    def test_spellings_of_the_level_file(self):
+        files = {
+            "[log]\nlevel=DEBUG\n": "DEBUG",
+            "[ LOG ]\r\n  LEVEL=DEBUG\r\n": "DEBUG",
+            "[LOG]\nLEVEL=DEBUG=ERROR": "DEBUG",
+            "[LOG]\nLEVEL=\nLEVEL=DEBUG\n": "DEBUG",
+        }
+        for text in files:
+            with self.subTest(text):
+                self.assertEqual({"DEBUG", "ERROR"}, self.seen_at(text))
+
+    def test_everything_else_is_the_level_error(self):
+        files = [
+            None,
+            "",
+            "LEVEL=DEBUG\n",
+            "[LOG]\nLEVEL=debug\n",
+            "[LOG]\nLEVEL=Debug\n",
+            "[LOG]\nLEVEL = DEBUG\n",
+            "[LOG]\nLEVEL= DEBUG\n",
+            "[LOG]\nLEVEL=TRACE\n",
+            "[LOG]\nLEVEL=1\n",
+            "[OTHER]\nLEVEL=DEBUG\n",
+            "[OTHER]\n[LOG]\n[LOG]\nLEVEL=DEBUG\n",
+            "[LOG]\nLEVEL=" + "x" * 1024 + "\n",
+        ]
+        for text in files:
+            with self.subTest(text):
+                self.assertEqual({"ERROR"}, self.seen_at(text))
+
+
+if __name__ == "__main__":
+    harness.main()

@@ -1,0 +1,236 @@
+"""How one item is kept running, and what happens when it cannot be."""
+
+import os
+import resource
+import signal
+import unittest
+
+import harness
+from harness import END, HELPERS, MANY, NO_NAME, PARSE_ERROR, STAY, WORK
+from harness import end_text, item, nameless, numbered, start_text
+
+PAUSE = 50_000_000  # nanoseconds
+
+# A user of no other process, so that a limit on the number of processes counts only ours.
+LONELY_USER = 54321
+
+
+class Restart(harness.LauncherTest):
+    def test_each_end_is_logged_with_its_raw_wait_status(self):
+        wait_statuses = {
+            ("exit", "0"): 0,
+            ("exit", "1"): 256,
+            ("exit", "3"): 768,
+            ("exit", "255"): 65280,
+            ("signal", "1"): 1,
+            ("signal", "9"): 9,
+            ("signal", "10"): 10,
+            ("signal", "13"): 13,
+            ("signal", "15"): 15,
+        }
+        ways = {f"<{' '.join(way)}>": way for way in wait_statuses}
+        launcher = self.start(numbered(*(item(name, END, *way) for name, way in ways.items())))
+        for way in ways.values():
+            self.wait_for_starts(2, *way)
+        launcher.kill()
+        for name, way in ways.items():
+            with self.subTest(name):
+                log = [entry for entry in launcher.log() if name in entry[1]]
+                first = self.starts(*way)[0]
+                self.assertEqual(
+                    [
+                        ("DEBUG", start_text(name)),
+                        ("ERROR", end_text(name, first.pid, wait_statuses[way])),
+                        ("DEBUG", start_text(name)),
+                    ],
+                    log[:3],
+                )
+
+    def test_the_pause_is_never_under_50_ms(self):
+        launcher = self.start(numbered(item("a", END, "exit", "0")))
+        starts = self.wait_for_starts(10)
+        launcher.kill()
+        for before, after in zip(starts, starts[1:]):
+            self.assertGreaterEqual(after.nanoseconds - before.nanoseconds, PAUSE)
+        self.assertEqual(len(starts), len({start.pid for start in starts}))
+
+    def test_a_child_killed_from_outside_comes_back(self):
+        launcher = self.start(numbered(item("a")))
+        expected = [("DEBUG", start_text("a"))]
+        for count, number in enumerate((signal.SIGKILL, signal.SIGTERM, signal.SIGINT), 1):
+            child = self.wait_for_starts(count)[-1]
+            os.kill(child.pid, number)
+            again = self.wait_for_starts(count + 1)[-1]
+            self.assertGreaterEqual(again.nanoseconds - child.nanoseconds, PAUSE)
+            expected += [
+                ("ERROR", end_text("a", child.pid, int(number))),
+                ("DEBUG", start_text("a")),
+            ]
+        self.assertEqual(expected, launcher.log())
+        self.assertEqual(1, launcher.stop())
+
+    def test_items_do_not_wait_for_each_other(self):
+        launcher = self.start(numbered(item("stays"), item("ends", END, "exit", "0")))
+        self.wait_for_starts(5, "exit")
+        self.assertEqual(1, len([start for start in self.starts() if len(start.arguments) == 1]))
+        launcher.kill()
+
+
+class UnrunnableProgram(harness.LauncherTest):
+    """Each failed child becomes a further supervisor: one more process every 50 ms, each waiting
+    for the next. Bounded by the end of the namespace."""
+
+    def check(self, program, **options):
+        launcher = self.start(numbered(item("a", program)), **options)
+        # Each link of the chain logs its own start; the first is the launcher.
+        links = self.wait_for(
+            lambda: len(launcher.records()) >= 5 and launcher.records(), "a chain of processes"
+        )
+        self.assertEqual([("DEBUG", start_text("a"))] * len(links), [link[1::2] for link in links])
+        pids = [link.pid for link in links]
+        self.assertEqual(launcher.pid, pids[0])
+        self.assertEqual(len(pids), len(set(pids)))
+        parents = {process.pid: process.parent for process in harness.processes()}
+        self.assertEqual(pids[:-1], [parents[pid] for pid in pids[1:]])
+
+        # The stop kills the first child only; the rest goes on.
+        self.assertEqual(1, launcher.stop())
+        ends = [record for record in launcher.records() if record.level == "ERROR"]
+        self.assertEqual(
+            [(launcher.pid, end_text("a", pids[1], 9))],
+            [(record.pid, record.text) for record in ends],
+        )
+        grown = len(launcher.records())
+        self.wait_for(lambda: len(launcher.records()) > grown, "further links")
+        self.reap()
+        left = harness.processes()
+        self.assertEqual({"launcher"}, {process.name for process in left})
+        self.assertNotIn(pids[1], [process.pid for process in left])
+        self.assertGreaterEqual(len(left), len(pids) - 1)
+        self.kill_all()
+
+    def test_missing(self):
+        self.check(WORK + "/missing")
+
+    def test_a_folder(self):
+        self.check(WORK)
+
+    def test_not_executable(self):
+        self.check(self.write(WORK + "/text", "#!/bin/sh\n"))
+
+    def test_no_search_of_the_path(self):
+        self.check("stay", environment={"PATH": HELPERS})
+
+    def test_the_chain_grows_no_faster_than_the_pause(self):
+        launcher = self.start(numbered(item("a", WORK + "/missing")))
+        self.wait_for(lambda: len(launcher.records()) >= 8, "a chain of processes")
+        seconds = [
+            int(record.time[17:19]) + int(record.time[20:23]) / 1000
+            for record in launcher.records()
+        ]
+        for before, after in zip(seconds, seconds[1:]):
+            self.assertGreaterEqual(round((after - before) % 60, 3), 0.050)
+        self.kill_all()
+
+
+class EmptyProgram(harness.LauncherTest):
+    """The child leaves through the exit-time destructors, which signal its process group."""
+
+    def test_alone(self):
+        # Again and again, so that the child is born while main is in its wait, too.
+        for _ in range(20):
+            launcher = self.start(numbered({"name": "a"}))
+            self.assertEqual(-signal.SIGKILL, launcher.wait())
+            self.assertEqual(
+                [
+                    ("DEBUG", start_text("a")),
+                    ("ERROR", "[LAUNCHER  ] program path of a is empty"),
+                ],
+                launcher.log()[:2],
+            )
+
+    def test_the_whole_process_group_ends(self):
+        outsider = self.spawn(["/bin/sleep", "1000"])
+        for what, entry in {
+            "absent": {},
+            "empty": {"program": ""},
+            "null": {"program": None},
+        }.items():
+            with self.subTest(what):
+                launcher = self.start(numbered(item("b"), *nameless(MANY), {"name": "a", **entry}))
+                self.assertEqual(-signal.SIGKILL, launcher.wait())
+                bystander = self.starts()[-1]
+                self.wait_for(
+                    lambda: self.reap() or bystander.pid not in map(pid_of, harness.processes()),
+                    "the end of the other item",
+                )
+                log = [record for record in launcher.records() if record.text != NO_NAME]
+                self.assertEqual(
+                    [
+                        ("DEBUG", start_text("b")),
+                        ("DEBUG", start_text("a")),
+                        ("ERROR", "[LAUNCHER  ] program path of a is empty"),
+                    ],
+                    [(record.level, record.text) for record in log[:3]],
+                )
+                # The last is the child's own word.
+                self.assertEqual(launcher.pid, log[1].pid)
+                self.assertNotEqual(launcher.pid, log[2].pid)
+        self.reap()
+        self.assertNotIn(outsider, self.ended)
+        self.assert_left_behind(["sleep"])
+
+
+@unittest.skipUnless(os.getuid() == 0, "needs root, to become a user with a limit")
+class ProcessLimit(harness.LauncherTest):
+    def become_limited(self, count):
+        resource.setrlimit(resource.RLIMIT_NPROC, (count, count))
+        os.setgroups([])
+        os.setgid(LONELY_USER)
+        os.setuid(LONELY_USER)
+
+    def setUp(self):
+        super().setUp()
+        # The password file does not know this user; its home comes from the environment.
+        os.mkdir(self.home + "/Library")
+        os.chown(self.home + "/Library", LONELY_USER, LONELY_USER)
+
+    def start_limited(self, launch_list, count):
+        return self.start(
+            launch_list,
+            before=lambda: self.become_limited(count),
+            environment={"HOME": self.home},
+        )
+
+    def test_a_failed_fork_ends_the_supervision(self):
+        # Room for the main thread and the supervisor, none for a child.
+        launcher = self.start_limited(numbered(item("a")), 2)
+        expected = [
+            ("DEBUG", start_text("a")),
+            ("ERROR", "[LAUNCHER  ] Failed to fork a"),
+        ]
+        self.wait_for(lambda: len(launcher.log()) >= 2, "a failed fork")
+        self.holds_for(0.3, lambda: expected == launcher.log(), "no second try")
+
+        # The stop signals every process that the user may signal, and nothing else.
+        same_user = self.spawn(["/bin/sleep", "1000"], before=lambda: self.become_limited(9))
+        other_user = self.spawn(["/bin/sleep", "1000"])
+        self.assertEqual(1, launcher.stop())
+        self.wait_for(lambda: self.reap() or same_user in self.ended, "the signal to every process")
+        self.assertEqual(-signal.SIGKILL, self.ended[same_user])
+        self.assertNotIn(other_user, self.ended)
+        self.assertEqual(expected, launcher.log())
+        self.assert_left_behind(["sleep"])
+
+    def test_a_supervisor_that_cannot_be_started_fails_the_walk(self):
+        launcher = self.start_limited(numbered(item("a")), 1)
+        self.assertEqual(0, launcher.wait())
+        self.assertEqual([("ERROR", PARSE_ERROR)], launcher.log())
+
+
+def pid_of(process):
+    return process.pid
+
+
+if __name__ == "__main__":
+    harness.main()

@@ -1,0 +1,39 @@
+// Writes where this program believes the product to lie into the file "locations" of its working
+// folder, reports its start and stays.
+#include "config/locations.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "tests/helpers/start_report.h"
+
+namespace {
+
+void Print(std::FILE* out, const char* name, const std::string& value)
+{
+    std::fprintf(out, "%s=%s\n", name, value.c_str());
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    std::FILE* out = std::fopen("locations", "w");
+    if (out == nullptr) {
+        return 1;
+    }
+    Print(out, "GetAppPath", GetAppPath());
+    Print(out, "IsFinderSync", IsFinderSync() ? "true" : "false");
+    Print(out, "GetHomePath", GetHomePath());
+    Print(out, "GetAppDataPath", GetAppDataPath());
+    Print(out, "GetSDKName", GetSDKName());
+    Print(out, "GetOSXMountPath", GetOSXMountPath("Share"));
+    Print(out, "GetCurrentPath", GetCurrentPath());
+    Print(out, "GetUserName", GetUserName());
+    std::fclose(out);
+    ReportStart(argc, argv);
+    for (;;) {
+        pause();
+    }
+}

@@ -1,0 +1,6 @@
+// How a helper program tells a test that it has started.
+#pragma once
+
+// Appends one line to the file that KESTRANE_TEST_STARTS names: the process id, the monotonic time
+// in nanoseconds, and every argument as "LENGTH:HEX", the program's own name first.
+void ReportStart(int argc, char** argv);

@@ -452,12 +452,13 @@ def chart_bars(path, title, rows, labels, log_scale=False):
         solid = 1 if label in COLOURS else 1 - 0.5 * i
         plots += [
             f"$bars{i} using 1:2:({width * 0.9}):5 with boxes fs solid {solid} noborder "
-            f"lc rgb variable notitle",
+            "lc rgb variable notitle",
             f"$bars{i} using 1:2:3:4 with yerrorbars pt 7 ps 0.1 lc '#000000' notitle",
             f"$bars{i} using 1:4:6 with labels offset 0,0.7 font ',11' notitle",
         ]
         if label in COLOURS:
-            plots.append(f"NaN with boxes fs solid 1 noborder lc '{COLOURS[label]}' title '{label}'")
+            plots.append(f"NaN with boxes fs solid 1 noborder lc '{COLOURS[label]}' "
+                         f"title '{label}'")
     ticks = ", ".join(f"'{TITLES.get(name, name)}' {i}" for i, (name, _) in enumerate(rows))
     lines += [
         f"set title '{title}'",

@@ -10,6 +10,7 @@ set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(KESTRANE_BUNDLE "Kestrane.app/Contents")
 set(KESTRANE_MACOS_DIR "${KESTRANE_BUNDLE}/MacOS")
 set(KESTRANE_FRAMEWORKS_DIR "${KESTRANE_BUNDLE}/Frameworks")
+set(KESTRANE_MAN_DIR "share/man")
 
 # The language standard, the one include path of our own (the project root) and the warnings.
 # Warnings become errors only where a caller asks for it (CMAKE_COMPILE_WARNING_AS_ERROR).

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "json/json_object.h"
+#include "launcher/launch_item.h"
 #include "logging/event_log.h"
 #include "logging/log.h"
 #include "logging/log_setup.h"
@@ -70,17 +71,13 @@ namespace {
 void StartChildren(const std::string& app_name, const std::string& list)
 {
     JsonObject document(list.c_str(), static_cast<unsigned int>(list.size()));
-    for (int i = 0;; ++i) {
-        const std::string index = std::to_string(i);
-        if (!document.HasObject(index.c_str())) {
-            break;
-        }
-        JsonObject item = document[index.c_str()];
-        if (!item.HasObject("/name")) {
+    for (int i = 0; HasItem(document, i); ++i) {
+        JsonObject item = GetItem(document, i);
+        if (!HasName(item)) {
             __LOG__A(logger, LOGLEVEL_ERROR, "[LAUNCHER  ] There is an item has no name.");
             continue;
         }
-        const std::string name = item.GetObject("name");
+        const std::string name = ItemName(item);
         auto child = std::make_shared<ChildProc>(app_name, item);
         // An earlier item of this name ends here, before the walk goes on.
         g_child_map[name] = std::move(child);

@@ -17,8 +17,10 @@ void InitLog(std::string name);
 // leaves its place empty.
 std::string GetLogPath();
 
-// "LEVEL" of section "LOG" in log.ini in the product's folder under GetAppDataPath(); ERROR without
-// one.
+// The file that sets the log's level: log.ini in the product's folder under GetAppDataPath().
+std::string GetLevelPath();
+
+// "LEVEL" of section "LOG" in the level file; ERROR without one.
 LOGLEVEL GetLogLevel();
 
 // The level that `text` names, compared whole and with regard to case; ERROR for any other text.

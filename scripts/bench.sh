@@ -9,7 +9,8 @@
 # build/bench/short.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-. scripts/lib/install.sh
+. scripts/lib/base.sh
+. scripts/lib/libraries.sh
 
 short=no
 if [ "${1-}" = --short ]; then
@@ -32,8 +33,9 @@ install_missing
 
 build=build/bench
 load=$(cut -d ' ' -f 1-3 /proc/loadavg)
-cmake --preset release -B "$build" -DKESTRANE_BUILD_TESTS=OFF -DKESTRANE_BUILD_BENCHMARKS=ON
-cmake --build "$build"
+build_libraries bench
+cmake --preset bench
+cmake --build --preset bench
 cmake --install "$build" --prefix "$build/stage"
 
 folder=docs

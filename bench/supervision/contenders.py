@@ -72,7 +72,7 @@ class Launcher(Contender):
 class ServiceFolders(Contender):
     """One folder for each helper, with a program named "run" in it."""
 
-    # Each of them holds back a helper that lived for less than a second.
+    # All but s6 restart at once what lived for a second.
     restarting = SECOND
     watched = SECOND
 

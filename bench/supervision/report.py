@@ -111,7 +111,7 @@ def machine():
         ("Memory", f"{memory} GiB"),
         ("Kernel", f"Linux {platform.release()}"),
         ("System", system["PRETTY_NAME"].strip('"') + ", " + " ".join(platform.libc_ver())),
-        ("Compiler", output_of("c++", "--version").splitlines()[0] + ", CMake's release mode"),
+        ("Compiler", output_of("c++", "--version").splitlines()[0] + ", CMake preset bench"),
         ("Packages", ", ".join(versions.splitlines())),
         ("Date", output_of("date", "-u", "+%Y-%m-%d")),
         ("Load before the run", LOAD),
@@ -167,10 +167,11 @@ flatters supervisor: both are Python programs.
 def restart(results):
     parts = ["""## Restart
 
-Milliseconds from a helper's end to its next start. The launcher and the floors pause for 50 ms and
-restart a helper that ends at once; supervisor, too, which polls once a second. daemontools, runit
-and s6 hold back what lived for less than a second, so their helper lives for 1.05 s: their pause is
-not in the figure. Percentiles of each run, then median, minimum and maximum of the runs.
+Milliseconds from a helper's end to its next start. The launcher and the floors pause for 50 ms,
+s6 for a second, and supervisor polls once a second, whatever the helper's life; theirs ends at once
+(s6: after 1.05 s). daemontools and runit hold back only what lived for less than a second, so their
+helper lives for 1.05 s, and the figure holds no pause. Percentiles of each run, then median, minimum
+and maximum of the runs.
 
 ![Restart](charts/restart.svg)
 """]
@@ -231,7 +232,7 @@ def storm(results):
 another helper among them whose restarts are watched. The CPU share (1 is one processor busy) holds
 the supervising side and the helpers themselves. The peers start a helper again once a second at
 most, so only the CPU time of a start compares with ours. The watched helper lives for 20 ms, or for
-1.05 s where a peer would hold it back (s6, runit, daemontools).
+1.05 s under daemontools, runit and s6.
 
 ![Storm](charts/storm.svg)
 
@@ -341,10 +342,10 @@ helper itself stands in for the script, and with the usual shell script ("sh") t
 |---|---|
 | loop floor | one thread forks, executes and waits in a loop ([source](../bench/supervision/floor_loop.cpp)); the physical limit |
 | thread floor | a thread per helper does the same, untuned ([source](../bench/supervision/floor_threads.cpp)); the limit of the design |
-| launcher | the installed bundle in release mode, log level ERROR as without a log.ini |
+| launcher | the installed bundle in release mode, jsoncpp and the C++ library linked in as on macOS; log level ERROR, as without a log.ini |
 | daemontools | `svscan`, one folder per helper; starts a helper once a second at most |
 | runit | `runsvdir`, the same; the folder's time lies in the past, or it would wait for a second |
-| s6 | `s6-svscan` with room for all, the same |
+| s6 | `s6-svscan` with room for all; pauses for a second after each end |
 | supervisor | `autorestart=true`, `startsecs=0`, `stopsignal=KILL`, no log files; needs no script; polls once a second |
 
 The helper is a static program that writes one record and sleeps

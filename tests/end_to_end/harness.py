@@ -36,6 +36,9 @@ APPLICATION = "Kestrane Test"
 # How long a condition may take to come true on a busy machine.
 DEADLINE = 20.0
 
+# The exit status of a file whose cases cannot run here; CMakeLists.txt tells CTest.
+SKIPPED = 77
+
 NO_NAME = "[LAUNCHER  ] There is an item has no name."
 PARSE_ERROR = "[LAUNCHER  ] Error while parsing saved json string."
 
@@ -383,6 +386,9 @@ class LauncherTest(unittest.TestCase):
 
 def main():
     """Runs the cases of the calling file: those named on the command line, or all."""
+    if sys.platform != "linux":
+        print("left out: lists here may signal every process, and only Linux has a PID namespace")
+        sys.exit(SKIPPED)
     if os.getpid() == 1:
         sys.exit(run_here(sys.argv[1]))
     names = sys.argv[1:] or [case.id().split(".", 1)[1] for case in all_cases()]

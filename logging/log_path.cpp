@@ -1,0 +1,14 @@
+#include "config/locations.h"
+#include "logging/log_setup.h"
+
+std::string GetLogPath()
+{
+    const std::string sdk_name = GetSDKName();
+    return GetHomePath() + "/Library/Logs/" + sdk_name + "/qv7log";
+}
+
+std::string GetLevelPath()
+{
+    const std::string sdk_name = GetSDKName();
+    return GetAppDataPath() + "/" + sdk_name + "/log.ini";
+}

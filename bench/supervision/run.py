@@ -109,7 +109,9 @@ class Measurement:
     def restart(self):
         profile = self._profile
         for neighbours in profile["neighbours"]:
-            self._sequence("restart", profile["restart"],
+            # Neighbours are nothing to a loop of one thread.
+            names = [name for name in profile["restart"] if name != "loop" or neighbours == 0]
+            self._sequence("restart", names,
                            {"neighbours": neighbours, "restarts": profile["restarts"]})
             self._side_by_side("restart", profile["restart_peers"], profile["repetitions"],
                                {"neighbours": neighbours,

@@ -404,7 +404,6 @@ def gnuplot(path, lines):
         "set grid ytics lc '#dddddd'",
         "set border 3",
         "set tics nomirror",
-        "set pointintervalbox 0",
     ]
     subprocess.run(["gnuplot"], input="\n".join(head + lines) + "\n", text=True, check=True)
 
@@ -454,7 +453,7 @@ def chart_bars(path, title, rows, labels, log_scale=False):
         plots += [
             f"$bars{i} using 1:2:({width * 0.9}):5 with boxes fs solid {solid} noborder "
             "lc rgb variable notitle",
-            f"$bars{i} using 1:2:3:4 with yerrorbars pt 7 ps 0.1 lc '#000000' notitle",
+            f"$bars{i} using 1:3:(0):($4-$3) with vectors nohead lw 1.5 lc '#000000' notitle",
             f"$bars{i} using 1:4:6 with labels offset 0,0.7 font ',11' notitle",
         ]
         if label in COLOURS:

@@ -322,6 +322,23 @@ class Program(harness.LauncherTest):
         self.assertIn("read", imported)
         self.assertEqual(set(), imported & set(DANGEROUS))
 
+    def test_colour_is_for_terminals(self):
+        path = self.write(WORK + "/wrong.json", "[]")
+        for variables, colored in (
+            ({}, True),
+            ({"NO_COLOR": "1"}, False),
+            ({"NO_COLOR": ""}, True),
+        ):
+            with self.subTest(variables):
+                controller, terminal = os.openpty()
+                subprocess.run(
+                    [LAUNCHLIST, "check", path], stdout=terminal, env=variables, check=False
+                )
+                os.close(terminal)
+                self.assertEqual(colored, b"\x1b[" in os.read(controller, 4096))
+                os.close(controller)
+        self.assertNotIn("\x1b", launchlist("check", path, statuses=(2,)))
+
     def test_exit_statuses(self):
         good = self.write(WORK + "/good.json", '{"0": {"name": "a", "program": "/bin/sh"}}')
         warned = self.write(WORK + "/warned.json", "{}")

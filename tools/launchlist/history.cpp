@@ -14,7 +14,7 @@ constexpr Milliseconds kRestartPause = 50;
 // own start, and on a busy machine somewhat later.
 constexpr Milliseconds kCarryOnWithin = 1000;
 
-constexpr Milliseconds kMinute = 60 * 1000;
+constexpr Milliseconds kMinute = 60000;
 
 // Fills in the lengths of the runs.
 void MeasureRuns(ItemReport& report)

@@ -339,6 +339,19 @@ class Program(harness.LauncherTest):
                 os.close(controller)
         self.assertNotIn("\x1b", launchlist("check", path, statuses=(2,)))
 
+    def test_arguments_do_not_drive_the_terminal(self):
+        name = "\x1b]0;owned\x07"
+        for arguments in (["check", name, name], ["check", name], ["report", "--since", name]):
+            run = subprocess.run([LAUNCHLIST, *arguments], stderr=subprocess.PIPE, check=False)
+            self.assertIn(rb"\x1b]0;owned\x07", run.stderr)
+            self.assertNotIn(b"\x1b", run.stderr)
+
+    def test_what_cannot_be_printed_is_a_failure(self):
+        good = self.write(WORK + "/good.json", '{"0": {"name": "a", "program": "/bin/sh"}}')
+        with open("/dev/full", "wb") as full:
+            run = subprocess.run([LAUNCHLIST, "check", good], stdout=full, check=False)
+        self.assertEqual(3, run.returncode)
+
     def test_exit_statuses(self):
         good = self.write(WORK + "/good.json", '{"0": {"name": "a", "program": "/bin/sh"}}')
         warned = self.write(WORK + "/warned.json", "{}")

@@ -153,8 +153,11 @@ History::Supervision& History::SupervisionOf(std::int64_t id, std::size_t index,
         ++m_launchers;
         m_last_launcher = id;
     }
-    m_items[index].supervisors.insert(id);
-    return process.items[index];
+    const auto [supervision, is_first] = process.items.try_emplace(index);
+    if (is_first) {
+        m_items[index].supervisors.push_back(id);
+    }
+    return supervision->second;
 }
 
 // Whether a new process that starts `item` at `time` may be the child of the item's last start.

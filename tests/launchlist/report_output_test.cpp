@@ -106,7 +106,7 @@ TEST(ReportText, FitsTheTerminal)
     LogText log;
     log.Start(0, kLauncher, std::string(200, 'x')).Start(90, kLauncher, "b");
     const Report report = ReportOn(log);
-    for (const std::size_t width : {60, 80, 120}) {
+    for (const std::size_t width : {60U, 80U, 120U}) {
         const std::string text = ReportText(report, kLevelFile, {width, false});
         const std::size_t row = text.rfind("\nb ");
         EXPECT_EQ(text.find('\n', row + 1) - row - 1, width);

@@ -230,7 +230,7 @@ class LauncherTest(unittest.TestCase):
         os.makedirs(self.home)
         os.makedirs(WORK)
         os.chdir(WORK)
-        # A child that ends by abort leaves no core file, and its wait status has no bit for one.
+        # A child that ends by abort leaves no core file, but where the system pipes it to a program.
         resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
 
     def tearDown(self):

@@ -46,12 +46,15 @@ class Restart(harness.LauncherTest):
                     log[:3],
                 )
 
-    def test_the_pause_is_never_under_50_ms(self):
+    def test_the_pause_is_50_ms_and_never_under(self):
         launcher = self.start(numbered(item("a", END, "exit", "0")))
         starts = self.wait_for_starts(10)
         launcher.kill()
-        for before, after in zip(starts, starts[1:]):
-            self.assertGreaterEqual(after.nanoseconds - before.nanoseconds, PAUSE)
+        pauses = [
+            after.nanoseconds - before.nanoseconds for before, after in zip(starts, starts[1:])
+        ]
+        self.assertGreaterEqual(min(pauses), PAUSE)
+        self.assertLess(min(pauses), 2 * PAUSE, "the shortest, since machines are busy at times")
         self.assertEqual(len(starts), len({start.pid for start in starts}))
 
     def test_a_child_killed_from_outside_comes_back(self):
@@ -86,7 +89,7 @@ class UnrunnableProgram(harness.LauncherTest):
         links = self.wait_for(
             lambda: len(launcher.records()) >= 5 and launcher.records(), "a chain of processes"
         )
-        self.assertEqual([("DEBUG", start_text("a"))] * len(links), [link[1::2] for link in links])
+        self.assertEqual([("DEBUG", start_text("a"))] * len(links), [(link.level, link.text) for link in links])
         pids = [link.pid for link in links]
         self.assertEqual(launcher.pid, pids[0])
         self.assertEqual(len(pids), len(set(pids)))

@@ -16,7 +16,7 @@
 #include <utility>
 #include <vector>
 
-#include "logging/log_setup.h"
+#include "logging/log_path.h"
 #include "tools/launchlist/check.h"
 #include "tools/launchlist/explain.h"
 #include "tools/launchlist/files.h"

@@ -237,6 +237,11 @@ class CheckBundle(unittest.TestCase):
 
     def test_checks_every_program_of_the_bundle(self):
         name = "Contents/MacOS/another"
+        alone = both(link, source="int main(void) { return 0; }\n")
+        self.expect(Bundle(others={name: alone}))
+        elsewhere = both(link_launcher, options=("-Wl,-rpath,/opt/lib",))
+        bundle = Bundle(others={name: elsewhere})
+        self.expect_twice(bundle, name, "its run paths are ['/opt/lib']")
         bundle = Bundle(others={name: both(link_launcher, minimum="13.0")})
         self.expect_twice(bundle, name, "its oldest system is macOS 13.0, not 11.0")
 

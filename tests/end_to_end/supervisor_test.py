@@ -1,18 +1,13 @@
 """How one item is kept running, and what happens when it cannot be."""
 
 import os
-import resource
 import signal
-import unittest
 
 import harness
 from harness import END, HELPERS, MANY, NO_NAME, PARSE_ERROR, STAY, WORK
 from harness import end_text, item, nameless, numbered, start_text
 
 PAUSE = 50_000_000  # nanoseconds
-
-# A user of no other process, so that a limit on the number of processes counts only ours.
-LONELY_USER = 54321
 
 
 class Restart(harness.LauncherTest):
@@ -184,27 +179,7 @@ class EmptyProgram(harness.LauncherTest):
         self.assert_left_behind(["sleep"])
 
 
-@unittest.skipUnless(os.getuid() == 0, "needs root, to become a user with a limit")
-class ProcessLimit(harness.LauncherTest):
-    def become_limited(self, count):
-        resource.setrlimit(resource.RLIMIT_NPROC, (count, count))
-        os.setgroups([])
-        os.setgid(LONELY_USER)
-        os.setuid(LONELY_USER)
-
-    def setUp(self):
-        super().setUp()
-        # The password file does not know this user; its home comes from the environment.
-        os.mkdir(self.home + "/Library")
-        os.chown(self.home + "/Library", LONELY_USER, LONELY_USER)
-
-    def start_limited(self, launch_list, count):
-        return self.start(
-            launch_list,
-            before=lambda: self.become_limited(count),
-            environment={"HOME": self.home},
-        )
-
+class ProcessLimit(harness.LimitedUserTest):
     def test_a_failed_fork_ends_the_supervision(self):
         # Room for the main thread and the supervisor, none for a child.
         launcher = self.start_limited(numbered(item("a")), 2)

@@ -61,6 +61,7 @@ bool ReadData(std::string path, std::string& data)
         __LOG__A(logger, LOGLEVEL_ERROR, "[LAUNCHER  ] Size of read %s is 0", path.c_str());
         return false;
     }
+    // The buffer ends without a NUL of its own, the text at the first one in it.
     data.assign(bytes.data(), strnlen(bytes.data(), bytes.size()));
     return true;
 }
@@ -97,7 +98,7 @@ int main(int argc, char** argv)
 {
     InitDaemon();
     if (argc <= 2) {
-        WriteEvent("Morvel Launcher", 3, "wrong parameters.");
+        WriteEvent("Morvel Launcher", kEventError, "wrong parameters.");
         return 0;
     }
     const std::string app_name = argv[1];
@@ -117,6 +118,7 @@ int main(int argc, char** argv)
     try {
         StartChildren(app_name, list);
     } catch (...) {
+        // A thread that could not be made lands here, too.
         __LOG__A(logger, LOGLEVEL_ERROR, "[LAUNCHER  ] Error while parsing saved json string.");
         return 0;
     }

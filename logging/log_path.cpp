@@ -1,5 +1,6 @@
+#include "logging/log_path.h"
+
 #include "config/locations.h"
-#include "logging/log_setup.h"
 
 std::string GetLogPath()
 {

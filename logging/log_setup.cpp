@@ -26,7 +26,7 @@ void InitLog(std::string name)
     const LOGLEVEL level = GetLogLevel();
     const std::string path = GetLogPath();
     if (InitLogger(path.c_str()) != 0) {
-        WriteEvent("Morvel Launcher for " + name, 3, "Failed to initialize logger");
+        WriteEvent("Morvel Launcher for " + name, kEventError, "Failed to initialize logger");
         return;
     }
     ILog* log = nullptr;

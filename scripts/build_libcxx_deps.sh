@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds jsoncpp and GoogleTest with Clang and libc++ for the preset "libcxx", into build/deps/libcxx;
+# Builds jsoncpp, GoogleTest and CLI11 with Clang and libc++ for the preset "libcxx", into build/deps/libcxx;
 # scripts/test.sh does it for that preset.
 set -euo pipefail
 cd "$(dirname "$0")/.."

@@ -10,6 +10,7 @@ import os
 import pathlib
 import plistlib
 import shutil
+import struct
 import subprocess
 import sys
 import tempfile
@@ -236,8 +237,21 @@ class CheckBundle(unittest.TestCase):
 
     def test_checks_every_program_of_the_bundle(self):
         name = "Contents/MacOS/another"
+        alone = both(link, source="int main(void) { return 0; }\n")
+        self.expect(Bundle(others={name: alone}))
+        elsewhere = both(link_launcher, options=("-Wl,-rpath,/opt/lib",))
+        bundle = Bundle(others={name: elsewhere})
+        self.expect_twice(bundle, name, "its run paths are ['/opt/lib']")
         bundle = Bundle(others={name: both(link_launcher, minimum="13.0")})
         self.expect_twice(bundle, name, "its oldest system is macOS 13.0, not 11.0")
+
+        slices = []
+        for architecture in ("arm64", "x86_64"):
+            library = link_library(architecture, source="int CloseLogger(void) { return 0; }\n")
+            source = "int CloseLogger(void);\nint main(void) { return CloseLogger(); }\n"
+            slices.append(link_launcher(architecture, source=source, library=library))
+        bundle = Bundle(others={name: slices})
+        self.expect_twice(bundle, name, "it takes _CloseLogger from libqv7log")
 
     def test_says_what_cannot_be_read(self):
         bundle = Bundle()
@@ -308,6 +322,21 @@ class CheckSignature(unittest.TestCase):
             file = work / "changed"
             file.write_bytes(changed)
             with self.subTest(name):
+                expected = [f"{LAUNCHER_NAME} (arm64): its signature does not fit its content"]
+                self.assertEqual(self.problems_of(file), expected)
+
+    def test_wants_it_to_cover_the_whole_content(self):
+        good = link_launcher("arm64").read_bytes()
+        start = lief.MachO.parse(list(good)).at(0).code_signature.data_offset
+        # The first code directory: number of pages, size of what it covers, size of a page.
+        place = start + struct.unpack_from(">I", good, start + 16)[0] + 28
+        pages, limit, page_bits = struct.unpack_from(">II3xB", good, place)
+        for values in ((pages - 1, limit), (pages - 1, (pages - 1) << page_bits)):
+            changed = bytearray(good)
+            struct.pack_into(">II", changed, place, *values)
+            file = work / "changed"
+            file.write_bytes(changed)
+            with self.subTest(values):
                 expected = [f"{LAUNCHER_NAME} (arm64): its signature does not fit its content"]
                 self.assertEqual(self.problems_of(file), expected)
 

@@ -38,6 +38,9 @@ DEADLINE = 20.0
 
 # The sanitizers that the launcher is built with, and what tells them where to write.
 SANITIZE = os.environ.get("KESTRANE_SANITIZE", "")
+one_thread_more = unittest.skipIf(
+    SANITIZE == "thread", "ThreadSanitizer's own thread counts towards the limit"
+)
 SANITIZER_OPTIONS = {k: v for k, v in os.environ.items() if k.endswith("SAN_OPTIONS")}
 # For processes that end where leaks cannot be looked for, or are seen that are none.
 WITHOUT_LEAKS = {k: v + ":detect_leaks=0" for k, v in SANITIZER_OPTIONS.items()}
@@ -225,6 +228,8 @@ class LauncherTest(unittest.TestCase):
     # Taken from the password file by the launcher.
     home = HOME
     sanitizer_options = SANITIZER_OPTIONS
+    # Of a disk for the home alone, in bytes; without one the home shares the memory of /tmp.
+    disk_size = None
     maxDiff = 4000
 
     def setUp(self):
@@ -234,10 +239,11 @@ class LauncherTest(unittest.TestCase):
         self._events = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
         self._events.setblocking(False)
         self._events.bind("/dev/log")
-        os.makedirs(self.home)
+        os.chmod("/dev/log", 0o666)  # for every user, as usual
+        os.makedirs(self.home, exist_ok=True)
         os.makedirs(WORK)
         os.chdir(WORK)
-        # A child that ends by abort leaves no core file, and its wait status has no bit for one.
+        # A child that ends by abort leaves no core file, but where the system pipes it to a program.
         resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
 
     def tearDown(self):
@@ -393,6 +399,40 @@ class LauncherTest(unittest.TestCase):
         return contents
 
 
+# A user of no other process, so that a limit on the number of processes counts only ours.
+LONELY_USER = 54321
+
+
+@unittest.skipUnless(os.getuid() == 0, "needs root, to become a user with a limit")
+class LimitedUserTest(LauncherTest):
+    """Cases of a launcher whose user may have so many processes only, threads counted, and may not
+    write everywhere: root could."""
+
+    # Leaks are looked for by a process more.
+    sanitizer_options = WITHOUT_LEAKS
+
+    def setUp(self):
+        super().setUp()
+        # The password file does not know this user; its home comes from the environment.
+        os.mkdir(self.home + "/Library")
+        for folder in (self.home + "/Library", WORK):
+            os.chown(folder, LONELY_USER, LONELY_USER)
+
+    def become_limited(self, count):
+        resource.setrlimit(resource.RLIMIT_NPROC, (count, count))
+        os.setgroups([])
+        os.setgid(LONELY_USER)
+        os.setuid(LONELY_USER)
+
+    def start_limited(self, launch_list, count, **options):
+        return self.start(
+            launch_list,
+            before=lambda: self.become_limited(count),
+            environment={"HOME": self.home},
+            **options,
+        )
+
+
 def main():
     """Runs the cases of the calling file: those named on the command line, or all."""
     if sys.platform != "linux":
@@ -431,20 +471,23 @@ def run_here(name):
 def passes(name):
     """Runs one case in a namespace of its own."""
     began = time.monotonic()
-    home = getattr(sys.modules["__main__"], name.split(".")[0]).home
-    passed = run_in_namespace([os.path.abspath(sys.argv[0]), name], home).returncode == 0
+    case = getattr(sys.modules["__main__"], name.split(".")[0])
+    arguments = [os.path.abspath(sys.argv[0]), name]
+    passed = run_in_namespace(arguments, case.home, case.disk_size).returncode == 0
     verdict = "ok" if passed else "FAILED"
     print(f"{verdict:6} {time.monotonic() - began:5.1f} s  {name}", flush=True)
     return passed
 
 
-def run_in_namespace(arguments, home=HOME, **options):
+def run_in_namespace(arguments, home=HOME, disk_size=None, **options):
     """Runs Python with these arguments as process 1 of a namespace, as subprocess.run does."""
     bwrap = shutil.which("bwrap")
     if bwrap is None:
         sys.exit("bwrap is missing (package bubblewrap); nothing was tested")
     command = [bwrap, "--unshare-pid", "--as-pid-1", "--die-with-parent", "--new-session"]
     command += ["--ro-bind", "/", "/", "--proc", "/proc", "--dev", "/dev", "--tmpfs", "/tmp"]
+    if disk_size is not None:
+        command += ["--size", str(disk_size), "--tmpfs", home]
     # The tests once more: they may lie below the /tmp that is hidden.
     here = os.path.dirname(os.path.abspath(__file__))
     places = {

@@ -89,7 +89,7 @@ class Explain(harness.LauncherTest):
             with self.subTest(entry):
                 launcher = self.start(numbered({"name": "a", "program": STAY, **entry}))
                 self.wait_for(lambda: len(launcher.log()) >= 3, "a restart")
-                self.assertEqual(1, launcher.stop())
+                launcher.kill()
                 self.assertEqual([], self.starts())
                 (step,) = explained(WORK + "/list.json")["items"]
                 self.assertNotIn("arguments", step)
@@ -321,6 +321,36 @@ class Program(harness.LauncherTest):
         imported = {line.split()[-1].split("@")[0] for line in symbols.splitlines() if line.strip()}
         self.assertIn("read", imported)
         self.assertEqual(set(), imported & set(DANGEROUS))
+
+    def test_colour_is_for_terminals(self):
+        path = self.write(WORK + "/wrong.json", "[]")
+        for variables, colored in (
+            ({}, True),
+            ({"NO_COLOR": "1"}, False),
+            ({"NO_COLOR": ""}, True),
+        ):
+            with self.subTest(variables):
+                controller, terminal = os.openpty()
+                subprocess.run(
+                    [LAUNCHLIST, "check", path], stdout=terminal, env=variables, check=False
+                )
+                os.close(terminal)
+                self.assertEqual(colored, b"\x1b[" in os.read(controller, 4096))
+                os.close(controller)
+        self.assertNotIn("\x1b", launchlist("check", path, statuses=(2,)))
+
+    def test_arguments_do_not_drive_the_terminal(self):
+        name = "\x1b]0;owned\x07"
+        for arguments in (["check", name, name], ["check", name], ["report", "--since", name]):
+            run = subprocess.run([LAUNCHLIST, *arguments], stderr=subprocess.PIPE, check=False)
+            self.assertIn(rb"\x1b]0;owned\x07", run.stderr)
+            self.assertNotIn(b"\x1b", run.stderr)
+
+    def test_what_cannot_be_printed_is_a_failure(self):
+        good = self.write(WORK + "/good.json", '{"0": {"name": "a", "program": "/bin/sh"}}')
+        with open("/dev/full", "wb") as full:
+            run = subprocess.run([LAUNCHLIST, "check", good], stdout=full, check=False)
+        self.assertEqual(3, run.returncode)
 
     def test_exit_statuses(self):
         good = self.write(WORK + "/good.json", '{"0": {"name": "a", "program": "/bin/sh"}}')

@@ -1,7 +1,6 @@
 """How one item is kept running, and what happens when it cannot be."""
 
 import os
-import resource
 import signal
 import unittest
 
@@ -10,9 +9,6 @@ from harness import END, HELPERS, MANY, NO_NAME, PARSE_ERROR, STAY, WORK
 from harness import end_text, item, nameless, numbered, start_text
 
 PAUSE = 50_000_000  # nanoseconds
-
-# A user of no other process, so that a limit on the number of processes counts only ours.
-LONELY_USER = 54321
 
 
 class Restart(harness.LauncherTest):
@@ -46,12 +42,15 @@ class Restart(harness.LauncherTest):
                     log[:3],
                 )
 
-    def test_the_pause_is_never_under_50_ms(self):
+    def test_the_pause_is_50_ms_and_never_under(self):
         launcher = self.start(numbered(item("a", END, "exit", "0")))
         starts = self.wait_for_starts(10)
         launcher.kill()
-        for before, after in zip(starts, starts[1:]):
-            self.assertGreaterEqual(after.nanoseconds - before.nanoseconds, PAUSE)
+        pauses = [
+            after.nanoseconds - before.nanoseconds for before, after in zip(starts, starts[1:])
+        ]
+        self.assertGreaterEqual(min(pauses), PAUSE)
+        self.assertLess(min(pauses), 2 * PAUSE, "the shortest, since machines are busy at times")
         self.assertEqual(len(starts), len({start.pid for start in starts}))
 
     def test_a_child_killed_from_outside_comes_back(self):
@@ -86,7 +85,7 @@ class UnrunnableProgram(harness.LauncherTest):
         links = self.wait_for(
             lambda: len(launcher.records()) >= 5 and launcher.records(), "a chain of processes"
         )
-        self.assertEqual([("DEBUG", start_text("a"))] * len(links), [link[1::2] for link in links])
+        self.assertEqual([("DEBUG", start_text("a"))] * len(links), [(link.level, link.text) for link in links])
         pids = [link.pid for link in links]
         self.assertEqual(launcher.pid, pids[0])
         self.assertEqual(len(pids), len(set(pids)))
@@ -187,33 +186,8 @@ class EmptyProgram(harness.LauncherTest):
         self.assert_left_behind(["sleep"])
 
 
-@unittest.skipUnless(os.getuid() == 0, "needs root, to become a user with a limit")
-@unittest.skipIf(
-    harness.SANITIZE == "thread", "ThreadSanitizer's own thread counts towards the limit"
-)
-class ProcessLimit(harness.LauncherTest):
-    # Leaks are looked for by a process more.
-    sanitizer_options = harness.WITHOUT_LEAKS
-
-    def become_limited(self, count):
-        resource.setrlimit(resource.RLIMIT_NPROC, (count, count))
-        os.setgroups([])
-        os.setgid(LONELY_USER)
-        os.setuid(LONELY_USER)
-
-    def setUp(self):
-        super().setUp()
-        # The password file does not know this user; its home comes from the environment.
-        os.mkdir(self.home + "/Library")
-        os.chown(self.home + "/Library", LONELY_USER, LONELY_USER)
-
-    def start_limited(self, launch_list, count):
-        return self.start(
-            launch_list,
-            before=lambda: self.become_limited(count),
-            environment={"HOME": self.home},
-        )
-
+@harness.one_thread_more
+class ProcessLimit(harness.LimitedUserTest):
     def test_a_failed_fork_ends_the_supervision(self):
         # Room for the main thread and the supervisor, none for a child.
         launcher = self.start_limited(numbered(item("a")), 2)

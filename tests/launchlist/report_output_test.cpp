@@ -106,7 +106,7 @@ TEST(ReportText, FitsTheTerminal)
     LogText log;
     log.Start(0, kLauncher, std::string(200, 'x')).Start(90, kLauncher, "b");
     const Report report = ReportOn(log);
-    for (const std::size_t width : {60, 80, 120}) {
+    for (const std::size_t width : {60U, 80U, 120U}) {
         const std::string text = ReportText(report, kLevelFile, {width, false});
         const std::size_t row = text.rfind("\nb ");
         EXPECT_EQ(text.find('\n', row + 1) - row - 1, width);
@@ -122,8 +122,8 @@ TEST(ReportOutput, ShowsNothingHostile)
 {
     LogText log;
     const std::string name = "\\x1b]0;owned\\x07\\u202e<script>alert('1')</script>\"&\\xff\\n";
-    for (int i = 0; i < 6; ++i) {
-        log.Start(100 * i, kLauncher, name).End(100 * i + 50, kLauncher, name, 200 + i, 256);
+    for (const Milliseconds time : {0, 100, 200, 300, 400, 500}) {
+        log.Start(time, kLauncher, name).End(time + 50, kLauncher, name, 200, 256);
     }
     log.Raw(
         "\x1b[2J<img src=x onerror=alert(2)>\xc2\x9b"
@@ -147,6 +147,25 @@ TEST(ReportOutput, ShowsNothingHostile)
     EXPECT_EQ(read, "\x1b]0;owned\x07\u202e<script>alert('1')</script>\"&\ufffd\n");
 }
 
+TEST(ReportOutput, StaysSoundWhateverByteOfTheLogChanges)
+{
+    LogText log;
+    log.Start(0, kLauncher, "a\\n").End(1000, kLauncher, "a\\n", 201, 256);
+    log.Add(2000, "ERROR", 201, "[LAUNCHER  ] program path of a is empty");
+    const TemporaryFolder folder;
+    for (std::size_t i = 0; i < log.Text().size(); ++i) {
+        for (const char c : {'\n', '\x1b', '9', '\xff'}) {
+            std::string changed = log.Text();
+            changed[i] = c;
+            const Report report = MakeReport({folder.Write("qv7log", changed)}, {});
+            for (const std::string& output : {Text(report), ReportJson(report)}) {
+                EXPECT_TRUE(is_utf8(output));
+                EXPECT_FALSE(Holds(output, "\x1b"));
+            }
+        }
+    }
+}
+
 TEST(ReportHtml, LoadsAndRunsNothing)
 {
     LogText log;
@@ -162,7 +181,8 @@ TEST(ReportHtml, StaysSmallWhateverTheLog)
 {
     LogText log;
     for (int i = 0; i < 20000; ++i) {
-        log.Start(100 * i, kLauncher, "a").End(100 * i + 50, kLauncher, "a", 200 + i, i % 2 * 256);
+        const Milliseconds time = Milliseconds{100} * i;
+        log.Start(time, kLauncher, "a").End(time + 50, kLauncher, "a", 200 + i, i % 2 * 256);
     }
     EXPECT_LT(ReportHtml(ReportOn(log), kLevelFile).size(), 200000U);
 }

@@ -303,6 +303,16 @@ TEST(Report, CountsTornForeignAndHostilePieces)
     EXPECT_EQ(ItemOf(report, "a").ends, 1U);
 }
 
+TEST(Report, TakesNoCutNameForAName)
+{
+    LogText log;
+    log.Start(0, kLauncher, "aaa\\<70000 bytes cut>");
+    const Report report = ReportOn(log);
+    EXPECT_EQ(report.unread, 0U);
+    EXPECT_EQ(report.other_records, 1U);
+    EXPECT_TRUE(report.items.empty());
+}
+
 TEST(Report, KeepsNamesApartThatOnlyLookAlike)
 {
     LogText log;

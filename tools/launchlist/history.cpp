@@ -14,7 +14,7 @@ constexpr Milliseconds kRestartPause = 50;
 // own start, and on a busy machine somewhat later.
 constexpr Milliseconds kCarryOnWithin = 1000;
 
-constexpr Milliseconds kMinute = 60 * 1000;
+constexpr Milliseconds kMinute = 60000;
 
 // Fills in the lengths of the runs.
 void MeasureRuns(ItemReport& report)
@@ -153,8 +153,11 @@ History::Supervision& History::SupervisionOf(std::int64_t id, std::size_t index,
         ++m_launchers;
         m_last_launcher = id;
     }
-    m_items[index].supervisors.insert(id);
-    return process.items[index];
+    const auto [supervision, is_first] = process.items.try_emplace(index);
+    if (is_first) {
+        m_items[index].supervisors.push_back(id);
+    }
+    return supervision->second;
 }
 
 // Whether a new process that starts `item` at `time` may be the child of the item's last start.

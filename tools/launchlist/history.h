@@ -2,7 +2,6 @@
 #pragma once
 
 #include <map>
-#include <set>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -48,7 +47,7 @@ private:
     struct Item
     {
         ItemReport report;
-        std::set<std::int64_t> supervisors;
+        std::vector<std::int64_t> supervisors;
         std::vector<Milliseconds> restarts;
         std::optional<std::size_t> last_run;  // The last one that was started, by whom, and when.
         std::int64_t last_starter = 0;

@@ -16,7 +16,7 @@
 #include <utility>
 #include <vector>
 
-#include "logging/log_setup.h"
+#include "logging/log_path.h"
 #include "tools/launchlist/check.h"
 #include "tools/launchlist/explain.h"
 #include "tools/launchlist/files.h"
@@ -29,11 +29,11 @@ namespace {
 
 using namespace launchlist;
 
-// Exit statuses.
+// Exit statuses; launchlist(1) lists them.
 constexpr int kNothing = 0;
 constexpr int kWarnings = 1;
 constexpr int kErrors = 2;
-constexpr int kUnreadable = 3;
+constexpr int kUnreadable = 3;  // Or not to be written.
 constexpr int kUsage = 64;
 
 // Whether to use colour on standard output: on a terminal, unless NO_COLOR asks for none.
@@ -43,13 +43,15 @@ bool UseColor()
     return isatty(STDOUT_FILENO) != 0 && (no_color == nullptr || *no_color == '\0');
 }
 
-// Prints `text`, all of which is printable. A reader that has gone is no failure of ours.
-void Print(const std::string& text)
+// Prints `text`, all of which is printable; gives `status`, or the one of a failure.
+int Print(const std::string& text, int status)
 {
     std::fwrite(text.data(), 1, text.size(), stdout);
+    return std::fflush(stdout) == 0 ? status : kUnreadable;
 }
 
-int CannotRead(const std::string& path, const std::string& error)
+// Tells that `path` could not be read, or written.
+int FailOn(const std::string& path, const std::string& error)
 {
     std::fprintf(stderr, "launchlist: %s: %s\n", printable(path).c_str(), error.c_str());
     return kUnreadable;
@@ -60,12 +62,14 @@ int Check(const std::string& path, bool json)
     std::string bytes;
     std::string error;
     if (!ReadFile(path, bytes, error)) {
-        return CannotRead(path, error);
+        return FailOn(path, error);
     }
     const Findings findings = CheckList(bytes);
-    Print(json ? FindingsJson(path, findings) : FindingsText(path, findings, UseColor()));
     const Counts counts = CountFindings(findings);
-    return counts.errors > 0 ? kErrors : counts.warnings > 0 ? kWarnings : kNothing;
+    return Print(json ? FindingsJson(path, findings) : FindingsText(path, findings, UseColor()),
+                 counts.errors > 0     ? kErrors
+                 : counts.warnings > 0 ? kWarnings
+                                       : kNothing);
 }
 
 int Explain(const std::string& path, bool json)
@@ -73,11 +77,11 @@ int Explain(const std::string& path, bool json)
     std::string bytes;
     std::string error;
     if (!ReadFile(path, bytes, error)) {
-        return CannotRead(path, error);
+        return FailOn(path, error);
     }
     const Walk walk = ExplainList(bytes);
-    Print(json ? WalkJson(path, walk) : WalkText(walk, UseColor()));
-    return walk.ends_launcher ? kErrors : kNothing;
+    return Print(json ? WalkJson(path, walk) : WalkText(walk, UseColor()),
+                 walk.ends_launcher ? kErrors : kNothing);
 }
 
 struct ReportOptions
@@ -125,15 +129,15 @@ int ShowReport(ReportOptions options)
         MakeReport(options.logs, {MomentOf(options.since), MomentOf(options.until)});
     const auto is_read = [](const LogFile& file) { return file.error.empty(); };
     if (std::none_of(report.files.begin(), report.files.end(), is_read)) {
-        return CannotRead(report.files.front().path, report.files.front().error);
+        return FailOn(report.files.front().path, report.files.front().error);
     }
     const std::string level_file = GetLevelPath();
     std::string error;
     if (!options.html.empty() && !WriteFile(options.html, ReportHtml(report, level_file), error)) {
-        return CannotRead(options.html, error);
+        return FailOn(options.html, error);
     }
-    Print(options.json ? ReportJson(report) : ReportText(report, level_file, OwnTerminal()));
-    return kNothing;
+    return Print(options.json ? ReportJson(report) : ReportText(report, level_file, OwnTerminal()),
+                 kNothing);
 }
 
 void AddListOptions(CLI::App* command, std::string& list, bool& json)
@@ -188,7 +192,13 @@ int RunCommand(int argc, char** argv)
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? kNothing : kUsage;
+        if (error.get_exit_code() == 0) {
+            return app.exit(error);
+        }
+        // The words of CLI11 hold the arguments as they are, file names among them.
+        std::fprintf(stderr, "launchlist: %s\nlaunchlist --help tells more.\n",
+                     printable(error.what()).c_str());
+        return kUsage;
     }
     if (report->parsed()) {
         return ShowReport(options);

@@ -192,6 +192,7 @@ class Inheritance(harness.LauncherTest):
         variables = {"HOME": "/nowhere", "PATH": "/bin", "EMPTY": "", "A": "b=c"}
         _, _, environment = self.inherited(environment=variables)
         variables["KESTRANE_TEST_STARTS"] = self.starts_path
+        variables.update(harness.SANITIZER_OPTIONS)
         self.assertEqual(
             sorted(f"environment {name}={value}" for name, value in variables.items()),
             sorted(environment),

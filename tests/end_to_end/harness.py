@@ -36,6 +36,10 @@ APPLICATION = "Kestrane Test"
 # How long a condition may take to come true on a busy machine.
 DEADLINE = 20.0
 
+# The sanitizers that the launcher is built with, and what tells them where to write.
+SANITIZE = os.environ.get("KESTRANE_SANITIZE", "")
+SANITIZER_OPTIONS = {k: v for k, v in os.environ.items() if k.endswith("SAN_OPTIONS")}
+
 # The exit status of a file whose cases cannot run here; CMakeLists.txt tells CTest.
 SKIPPED = 77
 
@@ -298,7 +302,9 @@ class LauncherTest(unittest.TestCase):
 
     def spawn(self, argv, environment=None, before=lambda: None):
         """Runs a program in a process group of its own."""
-        variables = {"KESTRANE_TEST_STARTS": self.starts_path, **(environment or {})}
+        variables = {
+            "KESTRANE_TEST_STARTS": self.starts_path, **SANITIZER_OPTIONS, **(environment or {})
+        }
         pid = os.fork()
         if pid == 0:
             try:
@@ -483,6 +489,9 @@ def run_in_namespace(arguments, home=HOME, disk_size=None, **options):
     }
     for outside, inside in places.items():
         command += ["--ro-bind", outside, inside]
+    # Where sanitizers write reports, and the compiler's counters are kept.
+    if "KESTRANE_WRITABLE" in os.environ:
+        command += ["--bind", os.environ["KESTRANE_WRITABLE"], os.environ["KESTRANE_WRITABLE"]]
     with tempfile.TemporaryFile() as passwd:
         passwd.write(f"tester:x:{os.getuid()}:{os.getgid()}::{home}:/bin/sh\n".encode())
         passwd.seek(0)

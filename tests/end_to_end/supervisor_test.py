@@ -2,6 +2,7 @@
 
 import os
 import signal
+import unittest
 
 import harness
 from harness import END, HELPERS, MANY, NO_NAME, PARSE_ERROR, STAY, WORK
@@ -131,6 +132,9 @@ class UnrunnableProgram(harness.LauncherTest):
         self.kill_all()
 
 
+@unittest.skipIf(
+    harness.SANITIZE == "thread", "ThreadSanitizer crashes when a forked child's thread ends"
+)
 class EmptyProgram(harness.LauncherTest):
     """The child leaves through the exit-time destructors, which signal its process group."""
 
@@ -179,6 +183,9 @@ class EmptyProgram(harness.LauncherTest):
         self.assert_left_behind(["sleep"])
 
 
+@unittest.skipIf(
+    harness.SANITIZE == "thread", "ThreadSanitizer's own thread counts towards the limit"
+)
 class ProcessLimit(harness.LimitedUserTest):
     def test_a_failed_fork_ends_the_supervision(self):
         # Room for the main thread and the supervisor, none for a child.

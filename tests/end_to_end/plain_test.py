@@ -29,6 +29,7 @@ END = HELPERS + "/end"
 class Plain(unittest.TestCase):
     # Where the harness lets the home folder be, if it can say.
     home = harness.HOME
+    disk_size = None
 
     def setUp(self):
         self.work = tempfile.mkdtemp()

@@ -1,13 +1,10 @@
-// Logs for tests: records written in the form of the log, and a folder to put them into.
+// Logs for tests: records written in the form of the log.
 #pragma once
 
-#include <stdlib.h>
-
 #include <cstdio>
-#include <filesystem>
 #include <string>
 
-#include "tools/launchlist/files.h"
+#include "tests/support/temp_folder.h"
 #include "tools/launchlist/log_time.h"
 
 class LogText
@@ -53,29 +50,4 @@ public:
 
 private:
     std::string m_text;
-};
-
-// A folder of its own, removed with all that it holds.
-class TemporaryFolder
-{
-public:
-    TemporaryFolder() : m_path(std::filesystem::temp_directory_path() / "launchlist-XXXXXX")
-    {
-        m_path = mkdtemp(m_path.data());
-    }
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-    ~TemporaryFolder() { std::filesystem::remove_all(m_path); }
-
-    std::string Path(const std::string& name) const { return m_path + "/" + name; }
-
-    std::string Write(const std::string& name, const std::string& bytes) const
-    {
-        std::string error;
-        launchlist::WriteFile(Path(name), bytes, error);
-        return Path(name);
-    }
-
-private:
-    std::string m_path;
 };

@@ -19,7 +19,7 @@ constexpr char kLevelFile[] = "/home/log.ini";
 
 Report ReportOn(const LogText& log)
 {
-    const TemporaryFolder folder;
+    const TempFolder folder;
     return MakeReport({folder.Write("qv7log", log.Text())}, {});
 }
 
@@ -128,7 +128,7 @@ TEST(ReportOutput, ShowsNothingHostile)
     log.Raw(
         "\x1b[2J<img src=x onerror=alert(2)>\xc2\x9b"
         "31m\n");
-    const TemporaryFolder folder;
+    const TempFolder folder;
     const std::string path = folder.Write("<b>\x1b[1m", log.Text());
     const Report report = MakeReport({path}, {});
     EXPECT_EQ(report.items[0].name, "\x1b]0;owned\x07\u202e<script>alert('1')</script>\"&\xff\n");
@@ -152,7 +152,7 @@ TEST(ReportOutput, StaysSoundWhateverByteOfTheLogChanges)
     LogText log;
     log.Start(0, kLauncher, "a\\n").End(1000, kLauncher, "a\\n", 201, 256);
     log.Add(2000, "ERROR", 201, "[LAUNCHER  ] program path of a is empty");
-    const TemporaryFolder folder;
+    const TempFolder folder;
     for (std::size_t i = 0; i < log.Text().size(); ++i) {
         for (const char c : {'\n', '\x1b', '9', '\xff'}) {
             std::string changed = log.Text();

@@ -19,7 +19,7 @@ constexpr int kLauncher = 100;
 
 Report ReportOn(const LogText& log, const ReportRange& range = {})
 {
-    const TemporaryFolder folder;
+    const TempFolder folder;
     return MakeReport({folder.Write("qv7log", log.Text())}, range);
 }
 
@@ -327,7 +327,7 @@ TEST(Report, KeepsNamesApartThatOnlyLookAlike)
 
 TEST(Report, FindsRotatedFilesByItselfAndReadsThemInOrder)
 {
-    const TemporaryFolder folder;
+    const TempFolder folder;
     const std::string path = folder.Write(
         "qv7log", LogText().Start(4050, kLauncher, "a").End(5050, kLauncher, "a", 203, 0).Text());
     folder.Write("qv7log.1", LogText().End(4000, kLauncher, "a", 202, 0).Text());
@@ -338,9 +338,9 @@ TEST(Report, FindsRotatedFilesByItselfAndReadsThemInOrder)
                                  .Text());
     folder.Write("qv7log.lock", "no log");
     // A run that spans two files is one run; naming a file twice does not count it twice.
-    const Report report = MakeReport({path, folder.Path("qv7log.1")}, {});
+    const Report report = MakeReport({path, folder / "qv7log.1"}, {});
     ASSERT_EQ(report.files.size(), 3U);
-    EXPECT_EQ(report.files[0].path, folder.Path("qv7log.2"));
+    EXPECT_EQ(report.files[0].path, folder / "qv7log.2");
     EXPECT_EQ(report.files[2].path, path);
     EXPECT_EQ(report.unread, 0U);
     const ItemReport& item = ItemOf(report, "a");
@@ -352,24 +352,24 @@ TEST(Report, FindsRotatedFilesByItselfAndReadsThemInOrder)
 
 TEST(Report, ReadsAFileOnceThatHasTwoNames)
 {
-    const TemporaryFolder folder;
+    const TempFolder folder;
     const std::string path =
         folder.Write("qv7log", LogText().End(0, kLauncher, "a", 201, 0).Text());
-    ASSERT_EQ(link(path.c_str(), folder.Path("qv7log.1").c_str()), 0);
+    ASSERT_EQ(link(path.c_str(), (folder / "qv7log.1").c_str()), 0);
     EXPECT_EQ(ItemOf(MakeReport({path}, {}), "a").ends, 1U);
 }
 
 TEST(Report, SaysWhatItCouldNotRead)
 {
-    const TemporaryFolder folder;
+    const TempFolder folder;
     const std::string path =
         folder.Write("qv7log", LogText().End(0, kLauncher, "a", 201, 0).Text());
-    ASSERT_EQ(mkdir(folder.Path("qv7log.1").c_str(), 0700), 0);
-    const Report report = MakeReport({path, folder.Path("none")}, {});
+    ASSERT_EQ(mkdir((folder / "qv7log.1").c_str(), 0700), 0);
+    const Report report = MakeReport({path, folder / "none"}, {});
     ASSERT_EQ(report.files.size(), 3U);
     EXPECT_FALSE(report.files[0].error.empty());
     EXPECT_TRUE(report.files[1].error.empty());
-    EXPECT_EQ(report.files[2].path, folder.Path("none"));
+    EXPECT_EQ(report.files[2].path, folder / "none");
     EXPECT_FALSE(report.files[2].error.empty());
     EXPECT_EQ(report.items.size(), 1U);
 }

@@ -41,6 +41,7 @@ if(KESTRANE_COVERAGE)
     # Threads count, too.
     add_compile_options(--coverage -fprofile-update=atomic)
     add_link_options(--coverage)
+    set(KESTRANE_TEST_TIMEOUT 600)
 endif()
 
 # kestrane_library(NAME SOURCES... LIBS ...): one folder's static library, target kestrane_NAME.

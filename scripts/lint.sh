@@ -5,6 +5,8 @@ cd "$(dirname "$0")/.."
 . scripts/lib/install.sh
 
 need_build_tools
+need_header benchmark/benchmark.h libbenchmark-dev google-benchmark
+need_header spdlog/spdlog.h libspdlog-dev spdlog
 need_command clang++ clang llvm
 need_command clang-format clang-format clang-format
 need_command clang-tidy clang-tidy llvm

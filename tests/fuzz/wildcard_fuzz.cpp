@@ -29,7 +29,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
     // The time grows exponentially with the stars.
     const auto stars = std::count_if(expression.begin(), expression.end(),
                                      [](char c) { return c == '*' || c == '<'; });
-    if (stars > 5 || name.size() > 40) {
+    if (stars > 5 || name.size() > WildcardReference::kLongestName) {
         return -1;
     }
     for (const bool ignore_case : {false, true}) {

@@ -2,15 +2,18 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <string>
-#include <vector>
 
 // One row per rest of the expression, from its end to its start, says from which positions of the
 // name that rest matches. The position after the end stands for all that `?` and `>` reach there.
 class WildcardReference
 {
 public:
+    static constexpr std::size_t kLongestName = 40;
+
+    // `name` has at most kLongestName characters.
     WildcardReference(const std::string& name, bool ignore_case)
         : m_name(name), m_ignore_case(ignore_case), m_end(name.size())
     {
@@ -18,11 +21,11 @@ public:
 
     bool Matches(const std::string& expression) const
     {
-        Row rest(m_end + 2);
+        Row rest{};
         rest[m_end] = true;
         bool is_last = true;
         std::for_each(expression.rbegin(), expression.rend(), [&](char c) {
-            Row row(m_end + 2);
+            Row row{};
             for (std::size_t from = 0; from <= m_end + 1; ++from) {
                 row[from] = (c == '*' && is_last) || Cell(c, from, rest);
             }
@@ -33,7 +36,7 @@ public:
     }
 
 private:
-    using Row = std::vector<bool>;
+    using Row = std::array<bool, kLongestName + 2>;
 
     bool Cell(char c, std::size_t from, const Row& rest) const
     {

@@ -10,6 +10,7 @@ set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(KESTRANE_BUNDLE "Kestrane.app/Contents")
 set(KESTRANE_MACOS_DIR "${KESTRANE_BUNDLE}/MacOS")
 set(KESTRANE_FRAMEWORKS_DIR "${KESTRANE_BUNDLE}/Frameworks")
+set(KESTRANE_MAN_DIR "share/man")
 
 # The language standard, the one include path of our own (the project root) and the warnings.
 # Warnings become errors only where a caller asks for it (CMAKE_COMPILE_WARNING_AS_ERROR).
@@ -19,6 +20,28 @@ target_include_directories(kestrane_build INTERFACE "${PROJECT_SOURCE_DIR}")
 target_compile_options(kestrane_build INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wold-style-cast -Wnon-virtual-dtor
     -Woverloaded-virtual -Wformat=2 -Wimplicit-fallthrough)
+
+# Sanitizers and coverage look at everything of ours, the shared library included. A test then runs
+# below KESTRANE_TEST_LAUNCHER, which takes the sanitizers' reports in.
+set(KESTRANE_SANITIZE "" CACHE STRING "Sanitizers to build with: \"address,undefined\" or \"thread\"")
+option(KESTRANE_COVERAGE "Count which lines and branches run" OFF)
+set(KESTRANE_TEST_LAUNCHER "")
+set(KESTRANE_TEST_TIMEOUT 120)
+if(KESTRANE_SANITIZE)
+    add_compile_options(-fsanitize=${KESTRANE_SANITIZE} -fno-omit-frame-pointer -O1)
+    add_link_options(-fsanitize=${KESTRANE_SANITIZE})
+    set(KESTRANE_TEST_LAUNCHER "${PROJECT_SOURCE_DIR}/tests/sanitizers/without_reports.sh")
+    set(KESTRANE_TEST_TIMEOUT 600)
+endif()
+if(KESTRANE_BUILD_FUZZERS)
+    # The fuzzer has to see where the code goes, and stops at the first report.
+    add_compile_options(-fsanitize=fuzzer-no-link -fno-sanitize-recover=all)
+endif()
+if(KESTRANE_COVERAGE)
+    # Threads count, too.
+    add_compile_options(--coverage -fprofile-update=atomic)
+    add_link_options(--coverage)
+endif()
 
 # kestrane_library(NAME SOURCES... LIBS ...): one folder's static library, target kestrane_NAME.
 function(kestrane_library name)
@@ -36,6 +59,6 @@ function(kestrane_test file)
     string(REPLACE "/" "_" name "${name}")
     add_executable(${name} ${file} ${ARG_SOURCES})
     target_link_libraries(${name} PRIVATE kestrane_build ${ARG_LIBS} GTest::gtest_main)
-    add_test(NAME ${name} COMMAND ${name})
-    set_tests_properties(${name} PROPERTIES TIMEOUT 120)
+    add_test(NAME ${name} COMMAND ${KESTRANE_TEST_LAUNCHER} $<TARGET_FILE:${name}>)
+    set_tests_properties(${name} PROPERTIES TIMEOUT ${KESTRANE_TEST_TIMEOUT})
 endfunction()

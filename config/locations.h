@@ -4,7 +4,7 @@
 // the environment; none creates a folder or looks whether one is there (GetAppPath alone resolves
 // its answer if it can).
 //
-// Errors:  none is reported; an unknown place is the empty text.
+// Errors:  none is reported; what is unknown is the empty text, or leaves its part of a path empty.
 // Threads: not safe at once on several threads, since getpwuid keeps one static record.
 // Text:    8-bit, as the system gives it.
 #pragma once

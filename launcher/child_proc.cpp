@@ -10,6 +10,7 @@
 #include <cstring>
 #include <system_error>
 
+#include "launcher/launch_item.h"
 #include "logging/log.h"
 
 namespace {
@@ -23,7 +24,7 @@ ChildProc::ChildProc(std::string app_name, JsonObject item)
     // Assigned, not constructed: only the assignment turns a view into a copy of its own.
     m_item = item;
     m_app_name = app_name;
-    m_name = static_cast<std::string>(m_item["name"]);
+    m_name = ItemName(m_item);
     StartSupervisor();
 }
 
@@ -58,7 +59,7 @@ void ChildProc::StartSupervisor()
 void ChildProc::Supervise()
 {
     while (m_running) {
-        std::string program = m_item["program"];
+        std::string program = ItemProgram(m_item);
         __LOG__A(logger, LOGLEVEL_DEBUG, "[LAUNCHER  ] Start to fork %s", m_name.c_str());
         m_pid = fork();
         if (m_pid < 0) {
@@ -95,14 +96,11 @@ void ChildProc::WaitForEnd()
 // nothing guards the writes.
 void ChildProc::Execute(std::string& program)
 {
-    int count = 1;
-    if (m_item.HasObject("argc")) {
-        count = static_cast<int>(m_item["argc"]) + 1;
-    }
+    const int count = ItemArgumentCount(m_item) + 1;
     auto slots = static_cast<char**>(alloca((static_cast<std::size_t>(count) + 1) * sizeof(char*)));
     slots[0] = program.data();
     for (int i = 1; i < count; ++i) {
-        const std::string argument = m_item["args"][std::to_string(i - 1).c_str()];
+        const std::string argument = ItemArgument(m_item, i - 1);
         slots[i] = strdup(argument.c_str());
     }
     slots[count] = nullptr;

@@ -22,11 +22,11 @@ class ChildProc
 public:
     // Keeps a deep copy of `item` and starts its supervisor at once. Throws std::system_error
     // "thread constructor failed" when there is no thread to be had, and what JsonObject throws
-    // when "name" is no text.
+    // when "name" is an object or an array.
     ChildProc(std::string app_name, JsonObject item);
 
-    // Kills the child and joins the supervisor, which takes 50 ms at least. The signal goes to
-    // `m_pid` whatever it is: before the first fork that is 0, the own process group; after a
+    // Kills the child and joins the supervisor, which ends 50 ms after the child. The signal goes
+    // to `m_pid` whatever it is: before the first fork that is 0, the own process group; after a
     // failed one -1, every process that the user may signal.
     ~ChildProc();
 

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "json/json_object.h"
+#include "launcher/launch_item.h"
 #include "logging/event_log.h"
 #include "logging/log.h"
 #include "logging/log_setup.h"
@@ -60,6 +61,7 @@ bool ReadData(std::string path, std::string& data)
         __LOG__A(logger, LOGLEVEL_ERROR, "[LAUNCHER  ] Size of read %s is 0", path.c_str());
         return false;
     }
+    // The buffer ends without a NUL of its own, the text at the first one in it.
     data.assign(bytes.data(), strnlen(bytes.data(), bytes.size()));
     return true;
 }
@@ -70,17 +72,13 @@ namespace {
 void StartChildren(const std::string& app_name, const std::string& list)
 {
     JsonObject document(list.c_str(), static_cast<unsigned int>(list.size()));
-    for (int i = 0;; ++i) {
-        const std::string index = std::to_string(i);
-        if (!document.HasObject(index.c_str())) {
-            break;
-        }
-        JsonObject item = document[index.c_str()];
-        if (!item.HasObject("/name")) {
+    for (int i = 0; HasItem(document, i); ++i) {
+        JsonObject item = GetItem(document, i);
+        if (!HasName(item)) {
             __LOG__A(logger, LOGLEVEL_ERROR, "[LAUNCHER  ] There is an item has no name.");
             continue;
         }
-        const std::string name = item.GetObject("name");
+        const std::string name = ItemName(item);
         auto child = std::make_shared<ChildProc>(app_name, item);
         // An earlier item of this name ends here, before the walk goes on.
         g_child_map[name] = std::move(child);
@@ -100,7 +98,7 @@ int main(int argc, char** argv)
 {
     InitDaemon();
     if (argc <= 2) {
-        WriteEvent("Morvel Launcher", 3, "wrong parameters.");
+        WriteEvent("Morvel Launcher", kEventError, "wrong parameters.");
         return 0;
     }
     const std::string app_name = argv[1];
@@ -120,6 +118,7 @@ int main(int argc, char** argv)
     try {
         StartChildren(app_name, list);
     } catch (...) {
+        // A thread that could not be made lands here, too.
         __LOG__A(logger, LOGLEVEL_ERROR, "[LAUNCHER  ] Error while parsing saved json string.");
         return 0;
     }

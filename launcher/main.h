@@ -25,8 +25,9 @@ void InitDaemon();
 
 // Empties g_child_map, which kills every child with signal 9 and joins its supervisor one after
 // another, then wakes `main`. Any other signal does nothing.
-// Ordinary work in a signal handler, on purpose: it blocks for 50 ms and more per item, and where
-// the system runs it on a supervisor's thread, the join of the own thread ends the process.
+// Ordinary work in a signal handler, on purpose: it blocks for 50 ms and more per item. Where the
+// system runs it on a supervisor's thread, the join of the own thread ends the process; on one that
+// is in the middle of a fork it may wait for ever, for supervisors that wait for the fork's locks.
 void sigterm_handler(int sig);
 
 // Reads the file at `path` into `data`, up to its first NUL; true when it held at least a byte. On

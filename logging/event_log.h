@@ -5,6 +5,9 @@
 #include <cstdint>
 #include <string>
 
+// The priority of this program's events: syslog's LOG_ERR, with the user's facility.
+inline constexpr std::uint64_t kEventError = 3;
+
 // Passes `source`, " : " and `message` to syslog. `priority` goes there unchanged, cut to an int.
 // The text is syslog's format itself: a "%" in it is taken as a conversion.
 // May be called from any thread; nothing is reported back.

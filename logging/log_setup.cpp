@@ -26,7 +26,7 @@ void InitLog(std::string name)
     const LOGLEVEL level = GetLogLevel();
     const std::string path = GetLogPath();
     if (InitLogger(path.c_str()) != 0) {
-        WriteEvent("Morvel Launcher for " + name, 3, "Failed to initialize logger");
+        WriteEvent("Morvel Launcher for " + name, kEventError, "Failed to initialize logger");
         return;
     }
     ILog* log = nullptr;
@@ -34,16 +34,9 @@ void InitLog(std::string name)
     logger = log;
 }
 
-std::string GetLogPath()
-{
-    const std::string sdk_name = GetSDKName();
-    return GetHomePath() + "/Library/Logs/" + sdk_name + "/qv7log";
-}
-
 LOGLEVEL GetLogLevel()
 {
-    const std::string sdk_name = GetSDKName();
-    const std::string file = GetAppDataPath() + "/" + sdk_name + "/log.ini";
+    const std::string file = GetLevelPath();
     char text[1024] = {};
     // Never 0 with this default; the message stays for a reader that changes its rules.
     if (GetPrivateProfileString("LOG", "LEVEL", "ERROR", text, sizeof text, file) == 0) {

@@ -34,6 +34,10 @@ constexpr std::int64_t kMillisecond = 1000000;
 // How often a record is tried again while another thread of this process changes the file.
 constexpr int kAttempts = 1000;
 
+// How a thread gives way to one that writes: a tenth of a millisecond or two altogether.
+constexpr int kNaps = 3;
+constexpr timespec kNap = {0, 1000};
+
 template <typename Call>
 auto RetryInterrupted(Call call)
 {
@@ -223,18 +227,30 @@ void LogFile::Unlock()
     SetLock(m_lock, F_UNLCK);
 }
 
-// One thread of a process changes the file at a time; false when another one is at it. What counts
+// One thread of a process has a turn at a time; false when it is another one's. What counts
 // is a thread of this process: a child may have been forked in the middle of another thread's turn,
 // which then never ends in the child.
-bool LogFile::TakeTurn(pid_t process)
+bool LogFile::TakeTurn(std::atomic<pid_t>& turn, pid_t process)
 {
-    pid_t holder = g_turn.load();
-    return holder != process && g_turn.compare_exchange_strong(holder, process);
+    pid_t holder = turn.load();
+    return holder != process && turn.compare_exchange_strong(holder, process);
 }
 
-void LogFile::EndTurn()
+// Writes once. Threads that write at the same time need no turn, but the system makes them queue at
+// a price (docs/benchmarks.md), so the others take a few naps first. Whoever has the turn may
+// sleep, or not exist in this child: they write in any case.
+ssize_t LogFile::Write(const char* line, std::size_t size, pid_t process)
 {
-    g_turn.store(0);
+    bool my_turn = TakeTurn(m_writer, process);
+    for (int i = 0; i < kNaps && !my_turn; ++i) {
+        nanosleep(&kNap, nullptr);
+        my_turn = TakeTurn(m_writer, process);
+    }
+    const ssize_t written = RetryInterrupted([&] { return write(m_log, line, size); });
+    if (my_turn) {
+        m_writer.store(0);
+    }
+    return written;
 }
 
 bool LogFile::Append(const char* line, std::size_t size, pid_t process)
@@ -244,7 +260,7 @@ bool LogFile::Append(const char* line, std::size_t size, pid_t process)
     }
     bool torn_before = false;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
-        const ssize_t written = RetryInterrupted([&] { return write(m_log, line, size); });
+        const ssize_t written = Write(line, size, process);
         if (written == static_cast<ssize_t>(size)) {
             timespec now;
             clock_gettime(CLOCK_REALTIME, &now);
@@ -314,13 +330,13 @@ bool LogFile::IsCurrent(struct stat& status) const
 
 LogFile::Change LogFile::Reopen(pid_t process)
 {
-    if (!TakeTurn(process)) {
+    if (!TakeTurn(g_turn, process)) {
         return Change::kBusy;
     }
     struct stat status;
     const bool current = IsCurrent(status);  // by another thread since
     const Change change = current ? Change::kDone : OpenAgain();
-    EndTurn();
+    g_turn.store(0);
     return change;
 }
 
@@ -350,7 +366,7 @@ LogFile::Change LogFile::OpenAgain()
 // Writers are not held up: what they write meanwhile goes to the old file.
 void LogFile::Rotate(pid_t process)
 {
-    if (!TakeTurn(process)) {
+    if (!TakeTurn(g_turn, process)) {
         return;
     }
     if (Lock()) {
@@ -363,7 +379,7 @@ void LogFile::Rotate(pid_t process)
         OpenAgain();
         Unlock();
     }
-    EndTurn();
+    g_turn.store(0);
 }
 
 // Frees the number 1 by renaming each old file to the next number. A gap, which a rotation that was

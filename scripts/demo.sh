@@ -3,17 +3,20 @@
 #
 #     scripts/demo.sh          the example list and what can happen to it, about ten seconds
 #     scripts/demo.sh LIST     a list of your own, until Ctrl-C
+#
+# KESTRANE_BUNDLE names a bundle to run in place of the one staged here.
 set -euo pipefail
 
 root=$(cd "$(dirname "$0")/.." && pwd)
 list=${1:-$root/examples/launch-list.json}
-contents=$root/build/stage/Kestrane.app/Contents
+contents=${KESTRANE_BUNDLE:-$root/build/stage/Kestrane.app}/Contents
 
 # Each is set when there is something to end or to take away.
 launcher=
 follower=
 made_level_file=
 made_level_folder=
+began=
 
 say() {
     printf '\n-- %s\n' "$*"
@@ -27,7 +30,7 @@ build() (
     need_command ps procps -
     install_missing
     cmake --preset release >/dev/null
-    cmake --build --preset release --target launcher examples
+    cmake --build --preset release --target launcher launchlist examples
     cmake --install build/release --prefix build/stage >/dev/null
 )
 
@@ -102,6 +105,20 @@ wait_for_child() {
     done
     say "No $1 is running." >&2
     return 1
+}
+
+# Mistakes are told, and no reason to stop: some people want to see what becomes of them.
+check_list() {
+    say "Is there anything wrong with the list?"
+    (cd "$root" && "$contents/MacOS/launchlist" check "$list") || true
+}
+
+# What the log says about the time of the demo, and the same as a page.
+show_report() {
+    local page=$root/build/report.html
+    say "The report of this run"
+    "$contents/MacOS/launchlist" report --since "$began" --html "$page" || return 0
+    say "The same as a page: $page"
 }
 
 show_examples() {
@@ -179,6 +196,9 @@ clean_up() {
         kill "$follower" 2>/dev/null || true
         wait "$follower" 2>/dev/null || true
     fi
+    if [ -n "$began" ]; then
+        show_report
+    fi
     if [ -n "$made_level_file" ]; then
         rm -f "$level_file"
     fi
@@ -201,7 +221,9 @@ make_level_file
 say "List:       $list"
 echo "   Log:        $log"
 echo "   Level file: $level_file${made_level_file:+ (for the time of the demo)}"
+check_list
 follow_log
+began=$(date -u +%Y-%m-%dT%H:%M:%S)
 if [ $# -eq 0 ]; then
     # The example list names its programs from here.
     cd "$root"

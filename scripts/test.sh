@@ -20,6 +20,9 @@ if [ "$preset" = clang ]; then
     need_command clang++ clang llvm
 fi
 install_missing
+if [ "$preset" = libcxx ]; then
+    scripts/build_libcxx_deps.sh
+fi
 
 jobs=$(getconf _NPROCESSORS_ONLN)
 cmake --preset "$preset" "$@"

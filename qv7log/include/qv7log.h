@@ -6,20 +6,24 @@
 //         GetLogger(2, "launcher", LOGLEVEL_ERROR, &log);
 //     }
 //
-// Forks:     every operation of ILog may be called at any time in a forked child, whatever the other
-//            threads of the parent were doing at the fork, and in children of that child. It takes no
-//            lock, waits for nobody, and the child's records go to the same log, whole, under the
-//            child's process id. Rotating is left to the process that called InitLogger.
-// Threads:   LogV may be called from any number of threads at once. The records of one thread stay in
-//            order. InitLogger and GetLogger are for the start, before other threads log.
-// Lifetime:  the library owns every ILog and never destroys one, nor what it writes with: threads may
-//            log while the exit-time destructors run.
-// Errors:    after the start none is reported and nothing stops or blocks the caller. Records that
-//            cannot be written are counted; the first one that can be again is preceded by one that
-//            says how many were lost. errno is left as it was.
-// Log:       one line a record, docs/log-format.md. The log is never a symbolic link. Its descriptor
-//            is the lowest that was free in InitLogger, keeps its number for ever and is inherited by
-//            every program that the process starts; nobody else may close it.
+// Forks:     every operation of ILog may be called at any time in a child made by fork,
+//            whatever the other threads of the parent were doing then, and in children of that
+//            child. Nothing on the way can be held for ever by a thread that the child does not
+//            have: no lock, no buffered output, no locale, no time zone. The child's records go
+//            to the same log, whole, under its own process id. Rotating is left to the process
+//            that called InitLogger.
+// Threads:   LogV may be called from any number of threads at once. The records of one thread
+//            stay in order. InitLogger and GetLogger are for the start, before other threads
+//            log.
+// Lifetime:  the library owns every ILog and never destroys one, nor what it writes with:
+//            threads may log while the exit-time destructors run.
+// Errors:    after the start none is reported and nothing stops or blocks the caller. Records
+//            that cannot be written are counted; the first one that can be again is preceded by
+//            one that says how many were lost. errno is left as it was.
+// Log:       one line a record, docs/log-format.md. The log is never a symbolic link. Its
+//            descriptor is the lowest that was free in InitLogger, keeps its number for ever
+//            and is inherited by every program that the process starts; nobody else may close
+//            it.
 #pragma once
 
 #include <cstdarg>
@@ -59,9 +63,9 @@ protected:
 
 extern "C" {
 
-// Opens the log at `path`; creates it (0600) and its folders (0700) where they do not exist. Returns
-// 0, or the errno of what failed, and then nothing is left open. A later call begins another log for
-// the GetLogger calls after it.
+// Opens the log at `path`; creates it (0600) and its folders (0700) where they do not exist.
+// Returns 0, or the errno of what failed, and then nothing is left open. A later call begins
+// another log for the GetLogger calls after it.
 QV7LOG_API std::int32_t InitLogger(const char* path);
 
 // Sets `*out`, which the caller has set to null, to the log of `kind` 2 for the program `name`. It

@@ -51,11 +51,12 @@ need_build_tools() {
     need_command python3 python3 python3
     need_header json/json.h libjsoncpp-dev jsoncpp
     need_header uuid/uuid.h uuid-dev -
+    need_header CLI/CLI.hpp libcli11-dev cli11
     need_header gtest/gtest.h libgtest-dev googletest
 }
 
 install_missing() {
-    install_packages
+    install_packages || return
     if [ "${#private_python[@]}" -ne 0 ]; then
         python3 -m venv build/python
         build/python/bin/pip install --quiet "${private_python[@]}"

@@ -250,12 +250,21 @@ TEST_F(ProfileString, GoesOnReadingWhatFailsWithoutReachingTheEnd)
 {
     // A folder opens but cannot be read. The call does not return, so a child of our own makes it.
     const std::string folder = m_folder.path();
+    int started[2];
+    ASSERT_EQ(pipe(started), 0);
     const pid_t child = fork();
     if (child == 0) {
-        char buffer[8];
+        char buffer[8] = {};
+        if (write(started[1], buffer, 1) != 1) {
+            _exit(1);
+        }
         GetPrivateProfileString("LOG", "LEVEL", "d", buffer, 8, folder);
         _exit(0);
     }
+    char byte = 0;
+    EXPECT_EQ(read(started[0], &byte, 1), 1);
+    close(started[0]);
+    close(started[1]);
     usleep(300'000);
     int wait_status = 0;
     EXPECT_EQ(waitpid(child, &wait_status, WNOHANG), 0);

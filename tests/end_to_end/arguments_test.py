@@ -169,10 +169,30 @@ class Inheritance(harness.LauncherTest):
         self.assertEqual([f"group {launcher.pid}", "mask 022"], state)
         self.assertEqual(1, len(self.events()))
 
+    def test_the_group_is_the_one_that_the_launcher_was_started_in(self):
+        leader = self.spawn(["/bin/sleep", "1000"])
+        _, state, _ = self.inherited(before=lambda: os.setpgid(0, leader))
+        self.assertIn(f"group {leader}", state)
+        self.assert_left_behind(["sleep"])
+
+    def test_other_descriptors_stay_open(self):
+        def open_descriptor_7():
+            os.dup2(os.open("/dev/null", os.O_RDONLY), 7)
+
+        _, state, _ = self.inherited(before=open_descriptor_7)
+        self.assertIn(f"descriptor 7: inode {os.stat('/dev/null').st_ino}", state)
+
+    def test_descriptors_that_are_closed_already_do_no_harm(self):
+        launcher, state, _ = self.inherited(before=lambda: os.closerange(0, 3))
+        self.assertIn(
+            f"descriptor 0: inode {os.stat(launcher.log_path).st_ino} write-only append", state
+        )
+
     def test_the_environment_is_the_launchers(self):
         variables = {"HOME": "/nowhere", "PATH": "/bin", "EMPTY": "", "A": "b=c"}
         _, _, environment = self.inherited(environment=variables)
         variables["KESTRANE_TEST_STARTS"] = self.starts_path
+        variables.update(harness.SANITIZER_OPTIONS)
         self.assertEqual(
             sorted(f"environment {name}={value}" for name, value in variables.items()),
             sorted(environment),

@@ -36,6 +36,13 @@ APPLICATION = "Kestrane Test"
 # How long a condition may take to come true on a busy machine.
 DEADLINE = 20.0
 
+# The sanitizers that the launcher is built with, and what tells them where to write.
+SANITIZE = os.environ.get("KESTRANE_SANITIZE", "")
+SANITIZER_OPTIONS = {k: v for k, v in os.environ.items() if k.endswith("SAN_OPTIONS")}
+
+# The exit status of a file whose cases cannot run here; CMakeLists.txt tells CTest.
+SKIPPED = 77
+
 NO_NAME = "[LAUNCHER  ] There is an item has no name."
 PARSE_ERROR = "[LAUNCHER  ] Error while parsing saved json string."
 
@@ -230,7 +237,7 @@ class LauncherTest(unittest.TestCase):
         os.makedirs(self.home, exist_ok=True)
         os.makedirs(WORK)
         os.chdir(WORK)
-        # A child that ends by abort leaves no core file, and its wait status has no bit for one.
+        # A child that ends by abort leaves no core file, but where the system pipes it to a program.
         resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
 
     def tearDown(self):
@@ -295,7 +302,9 @@ class LauncherTest(unittest.TestCase):
 
     def spawn(self, argv, environment=None, before=lambda: None):
         """Runs a program in a process group of its own."""
-        variables = {"KESTRANE_TEST_STARTS": self.starts_path, **(environment or {})}
+        variables = {
+            "KESTRANE_TEST_STARTS": self.starts_path, **SANITIZER_OPTIONS, **(environment or {})
+        }
         pid = os.fork()
         if pid == 0:
             try:
@@ -417,6 +426,9 @@ class LimitedUserTest(LauncherTest):
 
 def main():
     """Runs the cases of the calling file: those named on the command line, or all."""
+    if sys.platform != "linux":
+        print("left out: lists here may signal every process, and only Linux has a PID namespace")
+        sys.exit(SKIPPED)
     if os.getpid() == 1:
         sys.exit(run_here(sys.argv[1]))
     names = sys.argv[1:] or [case.id().split(".", 1)[1] for case in all_cases()]
@@ -477,6 +489,9 @@ def run_in_namespace(arguments, home=HOME, disk_size=None, **options):
     }
     for outside, inside in places.items():
         command += ["--ro-bind", outside, inside]
+    # Where sanitizers write reports, and the compiler's counters are kept.
+    if "KESTRANE_WRITABLE" in os.environ:
+        command += ["--bind", os.environ["KESTRANE_WRITABLE"], os.environ["KESTRANE_WRITABLE"]]
     with tempfile.TemporaryFile() as passwd:
         passwd.write(f"tester:x:{os.getuid()}:{os.getgid()}::{home}:/bin/sh\n".encode())
         passwd.seek(0)

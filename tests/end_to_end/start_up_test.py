@@ -130,12 +130,12 @@ class Levels(harness.LauncherTest):
                 self.assertEqual(seen, self.seen_at(f"[LOG]\nLEVEL={name}\n"))
 
     def test_spellings_of_the_level_file(self):
-        files = {
-            "[log]\nlevel=DEBUG\n": "DEBUG",
-            "[ LOG ]\r\n  LEVEL=DEBUG\r\n": "DEBUG",
-            "[LOG]\nLEVEL=DEBUG=ERROR": "DEBUG",
-            "[LOG]\nLEVEL=\nLEVEL=DEBUG\n": "DEBUG",
-        }
+        files = [
+            "[log]\nlevel=DEBUG\n",
+            "[ LOG ]\r\n  LEVEL=DEBUG\r\n",
+            "[LOG]\nLEVEL=DEBUG=ERROR",
+            "[LOG]\nLEVEL=\nLEVEL=DEBUG\n",
+        ]
         for text in files:
             with self.subTest(text):
                 self.assertEqual({"DEBUG", "ERROR"}, self.seen_at(text))

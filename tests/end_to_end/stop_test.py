@@ -1,5 +1,6 @@
 """The stop on SIGTERM."""
 
+import ctypes
 import os
 import signal
 import time
@@ -41,8 +42,20 @@ class Stop(harness.LauncherTest):
         self.assertEqual([], launcher.log())
         return time.monotonic() - began
 
+    def test_on_a_supervisor_thread_it_aborts(self):
+        # There the handler joins the very thread that it runs on.
+        launcher = self.start(numbered(item("a")))
+        self.wait_for_starts(1)
+        launcher.settle()
+        supervisor = max(int(thread) for thread in os.listdir(f"/proc/{launcher.pid}/task"))
+        ctypes.CDLL(None).tgkill(launcher.pid, supervisor, signal.SIGTERM)
+        self.assertEqual(-signal.SIGABRT, launcher.wait())
+        self.assertEqual([("DEBUG", start_text("a"))], launcher.log())
+
     def test_during_the_restart_pause_nothing_is_started_again(self):
-        child, launcher = next(filter(None, (self.stop_in_the_pause() for _ in range(10))))
+        hit = next(filter(None, (self.stop_in_the_pause() for _ in range(10))), None)
+        self.assertIsNotNone(hit, "never hit the pause")
+        child, launcher = hit
         self.assertEqual(1, launcher.wait())
         self.assertEqual(
             [("DEBUG", start_text("a")), ("ERROR", end_text("a", child.pid, 15))], launcher.log()

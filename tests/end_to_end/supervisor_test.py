@@ -2,6 +2,7 @@
 
 import os
 import signal
+import unittest
 
 import harness
 from harness import END, HELPERS, MANY, NO_NAME, PARSE_ERROR, STAY, WORK
@@ -41,12 +42,15 @@ class Restart(harness.LauncherTest):
                     log[:3],
                 )
 
-    def test_the_pause_is_never_under_50_ms(self):
+    def test_the_pause_is_50_ms_and_never_under(self):
         launcher = self.start(numbered(item("a", END, "exit", "0")))
         starts = self.wait_for_starts(10)
         launcher.kill()
-        for before, after in zip(starts, starts[1:]):
-            self.assertGreaterEqual(after.nanoseconds - before.nanoseconds, PAUSE)
+        pauses = [
+            after.nanoseconds - before.nanoseconds for before, after in zip(starts, starts[1:])
+        ]
+        self.assertGreaterEqual(min(pauses), PAUSE)
+        self.assertLess(min(pauses), 2 * PAUSE, "the shortest, since machines are busy at times")
         self.assertEqual(len(starts), len({start.pid for start in starts}))
 
     def test_a_child_killed_from_outside_comes_back(self):
@@ -81,7 +85,7 @@ class UnrunnableProgram(harness.LauncherTest):
         links = self.wait_for(
             lambda: len(launcher.records()) >= 5 and launcher.records(), "a chain of processes"
         )
-        self.assertEqual([("DEBUG", start_text("a"))] * len(links), [link[1::2] for link in links])
+        self.assertEqual([("DEBUG", start_text("a"))] * len(links), [(link.level, link.text) for link in links])
         pids = [link.pid for link in links]
         self.assertEqual(launcher.pid, pids[0])
         self.assertEqual(len(pids), len(set(pids)))
@@ -128,6 +132,9 @@ class UnrunnableProgram(harness.LauncherTest):
         self.kill_all()
 
 
+@unittest.skipIf(
+    harness.SANITIZE == "thread", "ThreadSanitizer crashes when a forked child's thread ends"
+)
 class EmptyProgram(harness.LauncherTest):
     """The child leaves through the exit-time destructors, which signal its process group."""
 
@@ -176,6 +183,9 @@ class EmptyProgram(harness.LauncherTest):
         self.assert_left_behind(["sleep"])
 
 
+@unittest.skipIf(
+    harness.SANITIZE == "thread", "ThreadSanitizer's own thread counts towards the limit"
+)
 class ProcessLimit(harness.LimitedUserTest):
     def test_a_failed_fork_ends_the_supervision(self):
         # Room for the main thread and the supervisor, none for a child.

@@ -11,8 +11,6 @@
 
 #include "tests/helpers/start_report.h"
 
-extern char** environ;
-
 namespace {
 
 std::vector<int> OpenDescriptors()
@@ -54,7 +52,7 @@ void PrintSignals(std::FILE* out)
 
 }  // namespace
 
-int main(int argc, char** argv)
+int main(int argc, char** argv, char** environment)
 {
     const std::vector<int> descriptors = OpenDescriptors();
     std::FILE* out = std::fopen("inherited", "w");
@@ -67,7 +65,7 @@ int main(int argc, char** argv)
     umask(mask);
     std::fprintf(out, "group %d\nmask %03o\n", static_cast<int>(getpgrp()),
                  static_cast<unsigned>(mask));
-    for (char** variable = environ; *variable != nullptr; ++variable) {
+    for (char** variable = environment; *variable != nullptr; ++variable) {
         std::fprintf(out, "environment %s\n", *variable);
     }
     std::fclose(out);

@@ -42,6 +42,25 @@ FakeProcesses& Processes()
     return FakeProcesses::Instance();
 }
 
+// Ends every child before the supervisor is joined, so that no test waits for one that its
+// destructor did not meet.
+struct EndsItsChildren
+{
+    void operator()(ChildProc* child) const
+    {
+        Processes().EndAll();
+        delete child;
+    }
+};
+
+using OwnedChild = std::unique_ptr<ChildProc, EndsItsChildren>;
+
+// Destroys as the launcher does: nothing but the destructor's own signal ends the child.
+void Destroy(OwnedChild& child)
+{
+    delete child.release();
+}
+
 class ChildProcTest : public testing::Test
 {
 protected:
@@ -51,9 +70,9 @@ protected:
         logger = &m_log;
     }
 
-    std::unique_ptr<ChildProc> Start(const char* item)
+    OwnedChild Start(const char* item)
     {
-        return std::make_unique<ChildProc>("app", JsonObject(item));
+        return OwnedChild(new ChildProc("app", JsonObject(item)));
     }
 
     // What the child hands to execv for `item`, a JSON object without "name" and "program".
@@ -63,7 +82,7 @@ protected:
         Processes().ScriptForks({0});
         const std::string item =
             R"({"name":"n","program":"/p")" + (members.empty() ? "" : "," + members) + "}";
-        const std::unique_ptr<ChildProc> child = Start(item.c_str());
+        const OwnedChild child = Start(item.c_str());
         EXPECT_TRUE(WaitUntil([] { return Processes().forks().size() == 2; }));
         const std::vector<FakeProcesses::Exec> execs = Processes().execs();
         EXPECT_EQ(execs.size(), 1U);
@@ -113,6 +132,15 @@ TEST_F(Supervisor, LogsTheRawWaitStatus)
     }
 }
 
+TEST_F(Supervisor, LogsWhatWaitpidReturnedAndGoesOn)
+{
+    Processes().FailWait(1001);
+    const auto child = Start(R"({"name":"n","program":"/p"})");
+    EXPECT_TRUE(
+        WaitForRecord(LOGLEVEL_ERROR, "[LAUNCHER  ] n 1001 is killed. ret = -1, status = 0"));
+    EXPECT_TRUE(WaitUntil([] { return Processes().forks().size() == 2; }));
+}
+
 TEST_F(Supervisor, PausesAtLeast50MillisecondsBetweenEndAndStart)
 {
     for (pid_t pid = 1001; pid < 1006; ++pid) {
@@ -139,7 +167,7 @@ TEST_F(Supervisor, KeepsItsOwnCopyOfTheItem)
 {
     auto document = std::make_unique<JsonObject>(R"({"0":{"name":"n","program":"/p"}})");
     Processes().ScriptForks({1001, 0});
-    const ChildProc child("app", document->GetObject("0"));
+    const OwnedChild child(new ChildProc("app", document->GetObject("0")));
     document.reset();
     Processes().End(1001, 0);
     ASSERT_TRUE(WaitUntil([] { return Processes().execs().size() == 1; }));
@@ -163,10 +191,17 @@ TEST_F(Child, ExecutesTheProgramWithItsPathAsFirstArgument)
 
 TEST_F(Child, TakesANumberOrBooleanAsProgramText)
 {
-    Processes().ScriptForks({0});
-    const auto child = Start(R"({"name":"n","program":42})");
-    ASSERT_TRUE(WaitUntil([] { return Processes().execs().size() == 1; }));
-    EXPECT_EQ(Processes().execs()[0].path, "42");
+    const std::pair<const char*, const char*> cases[] = {
+        {R"({"name":"n","program":42})", "42"},
+        {R"({"name":"n","program":true})", "true"},
+    };
+    for (const auto& [item, path] : cases) {
+        Processes().Reset();
+        Processes().ScriptForks({0});
+        const auto child = Start(item);
+        ASSERT_TRUE(WaitUntil([] { return Processes().execs().size() == 1; }));
+        EXPECT_EQ(Processes().execs()[0].path, path);
+    }
 }
 
 TEST_F(Child, TakesAsManyArgumentsAsArgcSays)
@@ -244,7 +279,7 @@ TEST_F(Child, GoesOnAsAFurtherSupervisorWhenItCannotExecute)
 
 TEST_F(Child, GivesTheArgumentVectorsStackBackBeforeItGoesOn)
 {
-    // 25 vectors of 400 KB are more than any thread's stack holds at once.
+    // 25 vectors of 400 KB are more than the 8 MiB that a thread's stack has at most by default.
     Processes().ScriptForks(std::deque<pid_t>(25, 0));
     const auto child = Start(R"({"name":"n","program":"/p","argc":50000})");
     ASSERT_TRUE(WaitUntil([] { return Processes().forks().size() == 26; }));
@@ -270,9 +305,9 @@ TEST_F(Child, EndsItsThreadWithoutAProgram)
 TEST_F(Destruction, KillsTheChildAndWaitsForItsSupervisor)
 {
     auto child = Start(R"({"name":"n","program":"/p"})");
-    ASSERT_TRUE(WaitUntil([] { return Processes().forks().size() == 1; }));
+    ASSERT_TRUE(WaitUntil([] { return Processes().awaited() == 1; }));
     const auto begin = std::chrono::steady_clock::now();
-    child.reset();
+    Destroy(child);
     EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(50));
     EXPECT_EQ(Processes().kills(), (Kills{{1001, SIGKILL}}));
     EXPECT_EQ(Processes().forks().size(), 1U);
@@ -284,7 +319,7 @@ TEST_F(Destruction, SignalsEveryProcessAfterAFailedFork)
     Processes().ScriptForks({-1});
     auto child = Start(R"({"name":"n","program":"/p"})");
     ASSERT_TRUE(WaitForRecord(LOGLEVEL_ERROR, "[LAUNCHER  ] Failed to fork n"));
-    child.reset();
+    Destroy(child);
     EXPECT_EQ(Processes().kills(), (Kills{{-1, SIGKILL}}));
 }
 
@@ -293,7 +328,7 @@ TEST_F(Destruction, SignalsTheProcessGroupInTheChildThatWasForked)
     Processes().ScriptForks({0});
     auto child = Start(R"({"name":"n"})");
     ASSERT_TRUE(WaitForRecord(LOGLEVEL_ERROR, "[LAUNCHER  ] program path of n is empty"));
-    child.reset();
+    Destroy(child);
     EXPECT_EQ(Processes().kills(), (Kills{{0, SIGKILL}}));
 }
 
@@ -312,10 +347,10 @@ TEST_F(Destruction, BeforeTheForkSignalsTheProcessGroupAndWaitsForTheUnkilledChi
 
     std::atomic<bool> destroyed = false;
     std::thread destroyer([&] {
-        child.reset();
+        Destroy(child);
         destroyed = true;
     });
-    EXPECT_TRUE(WaitUntil([] { return Processes().forks().size() == 1; }));
+    EXPECT_TRUE(WaitUntil([] { return Processes().awaited() == 1; }));
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
     EXPECT_FALSE(destroyed) << "the join lasts as long as the child";
     EXPECT_EQ(Processes().kills(), (Kills{{0, SIGKILL}}));
@@ -331,19 +366,19 @@ TEST_F(Destruction, KillsAPidWhoseChildWasReapedAlready)
     Processes().End(1001, 0);
     ASSERT_TRUE(
         WaitForRecord(LOGLEVEL_ERROR, "[LAUNCHER  ] n 1001 is killed. ret = 1001, status = 0"));
-    child.reset();
+    Destroy(child);
     EXPECT_EQ(Processes().kills(), (Kills{{1001, SIGKILL}}));
 }
 
 TEST_F(Destruction, AfterStopSignalsAgain)
 {
     auto child = Start(R"({"name":"n","program":"/p"})");
-    ASSERT_TRUE(WaitUntil([] { return Processes().forks().size() == 1; }));
+    ASSERT_TRUE(WaitUntil([] { return Processes().awaited() == 1; }));
     child->Stop();
     EXPECT_EQ(Processes().kills(), (Kills{{1001, SIGKILL}}));
     ASSERT_TRUE(
         WaitForRecord(LOGLEVEL_ERROR, "[LAUNCHER  ] n 1001 is killed. ret = 1001, status = 9"));
-    child.reset();
+    Destroy(child);
     EXPECT_EQ(Processes().kills(), (Kills{{1001, SIGKILL}, {1001, SIGKILL}}));
     EXPECT_EQ(Processes().forks().size(), 1U);
 }
@@ -385,6 +420,7 @@ TEST_F(Construction, ConvertsAScalarNameToText)
         {R"({"program":"/p"})", ""},
     };
     for (const auto& c : cases) {
+        Processes().Reset();
         const auto child = Start(c.item);
         EXPECT_TRUE(
             WaitForRecord(LOGLEVEL_DEBUG, std::string("[LAUNCHER  ] Start to fork ") + c.name))

@@ -28,21 +28,19 @@ int WaitStatusOf(pid_t child)
 
 TEST(ForkedChild, LeavesThroughTheConditionsDestructorWhileTheParentWaits)
 {
+    std::atomic<bool> locked = false;
     std::atomic<bool> woken = false;
     std::thread waiter([&] {
         std::unique_lock<std::mutex> lock(g_process_mutex);
+        locked = true;
         g_process_condition.wait(lock);
         woken = true;
     });
-    // Long enough that glibc counts the waiter; the mutex is free again once it waits.
-    ASSERT_TRUE(WaitUntil([] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        const bool free = g_process_mutex.try_lock();
-        if (free) {
-            g_process_mutex.unlock();
-        }
-        return free;
-    }));
+    ASSERT_TRUE(WaitUntil([&] { return locked.load(); }));
+    {
+        // To be had only once the thread waits, and glibc counts the waiter before that.
+        const std::lock_guard<std::mutex> lock(g_process_mutex);
+    }
 
     const pid_t child = fork();
     if (child == 0) {
@@ -58,4 +56,11 @@ TEST(ForkedChild, LeavesThroughTheConditionsDestructorWhileTheParentWaits)
         return woken.load();
     }));
     waiter.join();
+}
+
+TEST(ForkedChild, EndsWithStatus0WhenItsOnlyThreadReturns)
+{
+    pid_t child = -1;
+    std::thread([&] { child = fork(); }).join();
+    EXPECT_EQ(WaitStatusOf(child), 0);
 }

@@ -47,6 +47,36 @@ FakeProcesses& Processes()
     return FakeProcesses::Instance();
 }
 
+// A thread that waits on the launcher's condition, as main does, from construction on.
+class ConditionWaiter
+{
+public:
+    ConditionWaiter()
+    {
+        while (!m_locked) {
+            std::this_thread::yield();
+        }
+        // To be had only once the thread waits.
+        const std::lock_guard<std::mutex> lock(g_process_mutex);
+    }
+    ~ConditionWaiter() { m_thread.join(); }
+
+    bool woken() const { return m_woken; }
+
+private:
+    void Wait()
+    {
+        std::unique_lock<std::mutex> lock(g_process_mutex);
+        m_locked = true;
+        g_process_condition.wait(lock);
+        m_woken = true;
+    }
+
+    std::atomic<bool> m_locked = false;
+    std::atomic<bool> m_woken = false;
+    std::thread m_thread{[this] { Wait(); }};
+};
+
 class LauncherTest : public testing::Test
 {
 protected:
@@ -63,6 +93,7 @@ protected:
 
     void TearDown() override
     {
+        Processes().EndAll();
         g_child_map.clear();
         signal(SIGTERM, SIG_DFL);
     }
@@ -85,10 +116,10 @@ protected:
         return Run({"app", m_folder.Write("list.json", list)});
     }
 
-    // Runs the launcher on a list that holds `list` and stops it once its children are forked.
+    // Runs the launcher on a list that holds `list` and stops it once so many children run.
     // A list with children ends with an item without a name: its record tells that the walk is over
     // and the map is no longer changed.
-    int RunUntilStopped(const std::string& list, std::size_t forks)
+    int RunUntilStopped(const std::string& list, int children)
     {
         std::atomic<bool> ended = false;
         int status = -1;
@@ -97,8 +128,8 @@ protected:
             ended = true;
         });
         EXPECT_TRUE(WaitUntil([&] {
-            return Processes().forks().size() >= forks &&
-                   (forks == 0 || m_log.Has(LOGLEVEL_ERROR, kNoName));
+            return Processes().awaited() >= children &&
+                   (children == 0 || m_log.Has(LOGLEVEL_ERROR, kNoName));
         }));
         // The handler's notice is lost while main does not wait yet, so it is repeated.
         EXPECT_TRUE(WaitUntil([&] {
@@ -206,6 +237,25 @@ TEST_F(CommandLine, EndsWithoutAWordOnAnUnreadableOrEmptyList)
     EXPECT_TRUE(g_fake_log_library.init_paths.empty());
 }
 
+TEST_F(CommandLine, LogsTheReadingWhereThereIsALog)
+{
+    // Never in the program itself, whose log is set up after the reading.
+    logger = &m_log;
+    const std::string missing = m_folder.path() + "/none";
+    const std::string empty = m_folder.Write("empty", "");
+    Run({"app", missing});
+    Run({"app", empty});
+    EXPECT_EQ(m_log.records(),
+              (std::vector<Record>{
+                  {LOGLEVEL_ERROR, "[LAUNCHER  ] Read data from " + missing},
+                  {LOGLEVEL_ERROR, "[LAUNCHER  ] Failed to open file " + missing},
+                  {LOGLEVEL_ERROR, "[LAUNCHER  ] Failed to read data from " + missing},
+                  {LOGLEVEL_ERROR, "[LAUNCHER  ] Read data from " + empty},
+                  {LOGLEVEL_ERROR, "[LAUNCHER  ] Size of read " + empty + " is 0"},
+                  {LOGLEVEL_ERROR, "[LAUNCHER  ] Failed to read data from " + empty},
+              }));
+}
+
 TEST_F(Walk, StartsEveryNamedItemUpToTheFirstGap)
 {
     const int status = RunUntilStopped(R"({
@@ -227,6 +277,16 @@ TEST_F(Walk, TakesNoOtherSpellingOfTheNumbers)
 {
     EXPECT_EQ(RunUntilStopped(R"({"00":{"name":"a"},"+0":{"name":"b"},"1":{"name":"c"}})", 0), 1);
     EXPECT_TRUE(m_log.records().empty());
+}
+
+// The argument vector lives on the supervisor's stack, whose size the program sets on Linux.
+TEST_F(Walk, StartsAProgramWithFiftyThousandArguments)
+{
+    Processes().ScriptForks({0});
+    RunUntilStopped(R"({"0":{"name":"a","program":"/p","argc":50000},"1":{}})", 1);
+    const std::vector<FakeProcesses::Exec> execs = Processes().execs();
+    ASSERT_EQ(execs.size(), 1U);
+    EXPECT_EQ(execs[0].arguments.size(), 50'001U);
 }
 
 TEST_F(Walk, OfAnEmptyListWaitsForTheStop)
@@ -289,7 +349,7 @@ TEST_F(Walk, EndsTheEarlierOfTwoItemsOfOneNameBeforeItGoesOn)
     // The item without a name holds the walk until item "0" has forked.
     m_log.SetHook([&](const std::string& text) {
         if (text == kNoName) {
-            EXPECT_TRUE(WaitUntil([] { return Processes().forks().size() == 1; }));
+            EXPECT_TRUE(WaitUntil([] { return Processes().awaited() == 1; }));
         }
     });
     EXPECT_EQ(RunList(R"({"0":{"name":"a","program":"/first"},"1":{},
@@ -309,11 +369,8 @@ TEST_F(Walk, SignalsTheProcessGroupForAnEarlierItemThatHasNotForked)
             EXPECT_TRUE(WaitUntil([] { return !Processes().kills().empty(); }));
         }
     });
-    // Every child has ended in advance, those of restarts included: the kill at the end can come
-    // just before another fork, and nobody would end that child.
-    for (pid_t pid = 1001; pid < 1100; ++pid) {
-        Processes().End(pid, 0);
-    }
+    // Nobody else would end the child of the earlier one, which its destructor waits for.
+    Processes().EndAll();
     EXPECT_EQ(RunList(R"({"0":{"name":"a","program":"/first"},
                           "1":{"name":"a","program":"/second"},"2":[]})"),
               0);
@@ -340,12 +397,46 @@ TEST_F(SigtermHandler, EndsEveryChildAndWakesMain)
 TEST_F(SigtermHandler, DoesNothingForAnyOtherSignal)
 {
     g_child_map["n"] = std::make_shared<ChildProc>("app", JsonObject(R"({"name":"n"})"));
-    ASSERT_TRUE(WaitUntil([] { return Processes().forks().size() == 1; }));
+    ConditionWaiter waiter;
     for (const int signal : {0, SIGINT, SIGHUP, SIGKILL}) {
         sigterm_handler(signal);
     }
     EXPECT_EQ(g_child_map.size(), 1U);
     EXPECT_TRUE(Processes().kills().empty());
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_FALSE(waiter.woken()) << "nobody was notified";
+    Processes().EndAll();
+    sigterm_handler(SIGTERM);
+    EXPECT_TRUE(WaitUntil([&] { return waiter.woken(); }));
+}
+
+TEST_F(SigtermHandler, DoesNotTakeTheMutex)
+{
+    const std::lock_guard<std::mutex> lock(g_process_mutex);
+    std::atomic<bool> returned = false;
+    std::thread thread([&] {
+        sigterm_handler(SIGTERM);
+        returned = true;
+    });
+    EXPECT_TRUE(WaitUntil([&] { return returned.load(); }));
+    thread.join();
+}
+
+TEST_F(SigtermHandler, IsNotNeededForMainToTakeAnyWakeUpForTheStop)
+{
+    std::atomic<bool> ended = false;
+    int status = -1;
+    std::thread thread([&] {
+        status = RunList(R"({"0":{"name":"n","program":"/p"}})");
+        ended = true;
+    });
+    EXPECT_TRUE(WaitUntil([&] {
+        g_process_condition.notify_all();
+        return ended.load();
+    }));
+    thread.join();
+    EXPECT_EQ(status, 1);
+    EXPECT_EQ(g_child_map.size(), 1U);
 }
 
 TEST_F(SigtermHandler, NotifiesWithAnEmptyMap)

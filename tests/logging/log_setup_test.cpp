@@ -101,6 +101,7 @@ TEST_F(InitializeLog, StoresTheLibrarysLog)
 {
     LogRecorder recorder;
     g_fake_log_library.log = &recorder;
+    g_fake_log_library.get_result = 5;  // Nobody looks at it.
     m_folder.Write("home/Library/Application Support/abc/log.ini", "[LOG]\nLEVEL=WARNING\n");
 
     InitLog("app");
@@ -115,6 +116,18 @@ TEST_F(InitializeLog, StoresTheLibrarysLog)
     EXPECT_EQ(call.level, LOGLEVEL_WARNING);
     EXPECT_TRUE(call.out_was_null);
     EXPECT_TRUE(g_system_events.empty());
+}
+
+TEST_F(InitializeLog, ReplacesTheLogWhenCalledAgain)
+{
+    LogRecorder first;
+    LogRecorder second;
+    g_fake_log_library.log = &first;
+    InitLog("app");
+    g_fake_log_library.log = &second;
+    InitLog("app");
+    EXPECT_EQ(logger, &second);
+    EXPECT_EQ(g_fake_log_library.init_paths.size(), 2U);
 }
 
 TEST_F(InitializeLog, WritesASystemEventWhereTheLibraryFails)

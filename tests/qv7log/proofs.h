@@ -20,8 +20,8 @@ std::string ProcessesRotating(const std::string& folder, int records);
 std::string DiskFull(const std::string& folder, int rounds);
 
 // The log is removed `removals` times while 8 threads log: every record is there once and whole, in
-// the log or in a removed file, where none is later than a second after the removal, or counted in a
-// record that tells how many were lost.
+// the log or in a removed file, where none is later than a second after the removal, or counted in
+// a record that tells how many were lost.
 std::string RemovedUnderLoad(const std::string& folder, int removals);
 
 // `rounds` times, a process with 4 threads is killed while it logs and rotates, and leaves a forked
@@ -29,6 +29,6 @@ std::string RemovedUnderLoad(const std::string& folder, int removals);
 // process never stops rotating.
 std::string KilledWhileRotating(const std::string& folder, int rounds);
 
-// `count` records with random names and texts, made of what the escaping minds and of any bytes, are
-// one safe line each and are read back exactly. `folder` stays empty.
+// `count` records with random names and texts, made of what the escaping minds and of any bytes,
+// are one safe line each and are read back exactly. `folder` stays empty.
 std::string EscapingRoundTrips(const std::string& folder, int count);

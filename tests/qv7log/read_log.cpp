@@ -10,20 +10,6 @@
 #include <functional>
 #include <map>
 #include <sstream>
-#include <stdexcept>
-
-TempFolder::TempFolder() : m_path((std::filesystem::temp_directory_path() / "log-XXXXXX").string())
-{
-    if (mkdtemp(m_path.data()) == nullptr) {
-        throw std::runtime_error("no folder " + m_path);
-    }
-}
-
-TempFolder::~TempFolder()
-{
-    std::error_code ignored;
-    std::filesystem::remove_all(m_path, ignored);
-}
 
 void Log(ILog* log, LOGLEVEL level, const char* format, ...)
 {

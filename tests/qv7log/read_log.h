@@ -1,4 +1,4 @@
-// What the tests of the log share: a folder of their own, a call with "...", and the log read back.
+// What the tests of the log share: a call with "...", and the log read back.
 #pragma once
 
 #include <string>
@@ -6,22 +6,7 @@
 
 #include "qv7log/include/qv7log.h"
 #include "qv7log/record_reader.h"
-
-// A folder that is there as long as the object.
-class TempFolder
-{
-public:
-    TempFolder();
-    ~TempFolder();
-    TempFolder(const TempFolder&) = delete;
-    TempFolder& operator=(const TempFolder&) = delete;
-
-    std::string operator/(const std::string& name) const { return m_path + "/" + name; }
-    const std::string& path() const { return m_path; }
-
-private:
-    std::string m_path;
-};
+#include "tests/support/temp_folder.h"
 
 __attribute__((format(printf, 3, 4))) void Log(ILog* log, LOGLEVEL level, const char* format, ...);
 

@@ -14,5 +14,5 @@ std::int32_t GetLogger(std::int32_t kind, const char* name, LOGLEVEL level, ILog
     if (g_fake_log_library.log != nullptr) {
         *out = g_fake_log_library.log;
     }
-    return 0;
+    return g_fake_log_library.get_result;
 }

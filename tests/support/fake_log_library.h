@@ -18,6 +18,7 @@ struct FakeLogLibrary
     };
 
     std::int32_t init_result = 0;
+    std::int32_t get_result = 0;
     ILog* log = nullptr;  // What GetLogger hands out; it leaves `out` alone when this is null.
 
     std::vector<std::string> init_paths;

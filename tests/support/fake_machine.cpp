@@ -19,9 +19,21 @@ bool GetExecutablePath(char* buffer, std::uint32_t size)
     return true;
 }
 
+namespace {
+
+constexpr uid_t kRealUser = 4711;
+
+}  // namespace
+
+// The real user, which is not the effective one of the test program.
+extern "C" uid_t getuid()
+{
+    return kRealUser;
+}
+
 extern "C" passwd* getpwuid(uid_t uid)
 {
-    if (!g_fake_machine.user || uid != getuid()) {
+    if (!g_fake_machine.user || uid != kRealUser) {
         return nullptr;
     }
     static passwd entry;

@@ -18,6 +18,8 @@ void FakeProcesses::Reset()
     m_scripted.clear();
     m_next_pid = 1001;
     m_wait_statuses.clear();
+    m_failing_waits.clear();
+    m_all_ended = false;
     m_kills.clear();
     m_execs.clear();
     m_forks.clear();
@@ -35,6 +37,19 @@ void FakeProcesses::End(pid_t pid, int wait_status)
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_wait_statuses.emplace(pid, wait_status);
     m_ended.notify_all();
+}
+
+void FakeProcesses::EndAll()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_all_ended = true;
+    m_ended.notify_all();
+}
+
+void FakeProcesses::FailWait(pid_t pid)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_failing_waits.insert(pid);
 }
 
 void FakeProcesses::SetKillHook(std::function<void(pid_t)> hook)
@@ -59,6 +74,12 @@ std::vector<std::chrono::steady_clock::time_point> FakeProcesses::forks()
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     return m_forks;
+}
+
+int FakeProcesses::awaited()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_awaited;
 }
 
 pid_t FakeProcesses::Fork()
@@ -88,8 +109,15 @@ int FakeProcesses::Execv(const char* path, char* const arguments[])
 pid_t FakeProcesses::Waitpid(pid_t pid, int* wait_status, int)
 {
     std::unique_lock<std::mutex> lock(m_mutex);
-    m_ended.wait(lock, [&] { return m_wait_statuses.count(pid) != 0; });
-    *wait_status = m_wait_statuses[pid];
+    if (m_failing_waits.count(pid) != 0) {
+        errno = ECHILD;
+        return -1;
+    }
+    ++m_awaited;
+    m_ended.wait(lock, [&] { return m_all_ended || m_wait_statuses.count(pid) != 0; });
+    --m_awaited;
+    const auto found = m_wait_statuses.find(pid);
+    *wait_status = found != m_wait_statuses.end() ? found->second : 0;
     return pid;
 }
 

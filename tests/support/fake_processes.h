@@ -11,6 +11,7 @@
 #include <functional>
 #include <map>
 #include <mutex>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -36,12 +37,22 @@ public:
     // Ends child `pid`: waitpid for it returns with `wait_status`. Signal 9 does the same with 9.
     void End(pid_t pid, int wait_status);
 
+    // Ends every child there is and, at once, every child to come, so that nobody waits for ever.
+    void EndAll();
+
+    // waitpid for `pid` fails, as it does for a process that is no child.
+    void FailWait(pid_t pid);
+
     // Called with the target of every kill, before it takes effect. Set before anything runs.
     void SetKillHook(std::function<void(pid_t)> hook);
 
     std::vector<std::pair<pid_t, int>> kills();
     std::vector<Exec> execs();
     std::vector<std::chrono::steady_clock::time_point> forks();
+
+    // How many supervisors are in waitpid. A fork that has been counted above does not show that
+    // its supervisor knows the process id already; this does.
+    int awaited();
 
     // The replaced functions' work.
     pid_t Fork();
@@ -55,6 +66,9 @@ private:
     std::deque<pid_t> m_scripted;
     pid_t m_next_pid = 1001;
     std::map<pid_t, int> m_wait_statuses;
+    std::set<pid_t> m_failing_waits;
+    bool m_all_ended = false;
+    int m_awaited = 0;
     std::vector<std::pair<pid_t, int>> m_kills;
     std::vector<Exec> m_execs;
     std::vector<std::chrono::steady_clock::time_point> m_forks;

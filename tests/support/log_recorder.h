@@ -19,7 +19,8 @@ public:
     void Reserved1() override {}
     void Reserved2() override {}
 
-    void LogV(LOGLEVEL level, const char* format, va_list arguments) override
+    __attribute__((format(printf, 3, 0))) void LogV(LOGLEVEL level, const char* format,
+                                                    va_list arguments) override
     {
         char text[4096];
         std::vsnprintf(text, sizeof text, format, arguments);

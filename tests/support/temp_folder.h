@@ -6,6 +6,7 @@
 #include <fstream>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 
 class TempFolder
 {
@@ -18,12 +19,19 @@ public:
         }
         m_path = std::filesystem::canonical(name);
     }
-    ~TempFolder() { std::filesystem::remove_all(m_path); }
+    ~TempFolder()
+    {
+        std::error_code ignored;  // Another process may still be writing there.
+        std::filesystem::remove_all(m_path, ignored);
+    }
 
     TempFolder(const TempFolder&) = delete;
     TempFolder& operator=(const TempFolder&) = delete;
 
     std::string path() const { return m_path; }
+
+    // The absolute path of `name` in the folder.
+    std::string operator/(const std::string& name) const { return m_path / name; }
 
     // Writes a file, with the folders that lead to it, and returns its absolute path.
     std::string Write(const std::string& name, const std::string& content) const

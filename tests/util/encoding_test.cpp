@@ -15,6 +15,7 @@
 #include <malloc.h>
 #endif
 
+#include "tests/support/utf8_reference.h"
 #include "util/util.h"
 
 // Memory that the sanitizers' allocators do not have is reported like any other, by null.
@@ -92,46 +93,10 @@ std::string StandardUtf8(const std::u32string& text)
     return bytes;
 }
 
-struct Range
-{
-    int first, last;
-};
-
-// The well-formed byte sequences of one character, as the Unicode standard tables them.
-const std::vector<std::vector<Range>> kWellFormed = {
-    {{0x00, 0x7F}},
-    {{0xC2, 0xDF}, {0x80, 0xBF}},
-    {{0xE0, 0xE0}, {0xA0, 0xBF}, {0x80, 0xBF}},
-    {{0xE1, 0xEC}, {0x80, 0xBF}, {0x80, 0xBF}},
-    {{0xED, 0xED}, {0x80, 0x9F}, {0x80, 0xBF}},
-    {{0xEE, 0xEF}, {0x80, 0xBF}, {0x80, 0xBF}},
-    {{0xF0, 0xF0}, {0x90, 0xBF}, {0x80, 0xBF}, {0x80, 0xBF}},
-    {{0xF1, 0xF3}, {0x80, 0xBF}, {0x80, 0xBF}, {0x80, 0xBF}},
-    {{0xF4, 0xF4}, {0x80, 0x8F}, {0x80, 0xBF}, {0x80, 0xBF}},
-};
-
-// Whether `bytes` from `start` on are characters of the table, one after the other.
-bool IsWellFormed(const std::string& bytes, std::size_t start = 0)
-{
-    if (start == bytes.size()) {
-        return true;
-    }
-    for (const std::vector<Range>& row : kWellFormed) {
-        bool fits = start + row.size() <= bytes.size();
-        for (std::size_t i = 0; fits && i < row.size(); ++i) {
-            const int byte = static_cast<unsigned char>(bytes[start + i]);
-            fits = byte >= row[i].first && byte <= row[i].last;
-        }
-        if (fits) {
-            return IsWellFormed(bytes, start + row.size());
-        }
-    }
-    return false;
-}
-
 void ExpectRefusedUnlessWellFormed(const std::string& bytes)
 {
-    EXPECT_EQ(Refusal(s2ws, bytes), IsWellFormed(bytes) ? "" : kFromBytesError) << Hex(bytes);
+    const bool well_formed = DecodeByTable(bytes).has_value();
+    EXPECT_EQ(Refusal(s2ws, bytes), well_formed ? "" : kFromBytesError) << Hex(bytes);
 }
 
 int ReferenceOctal(int value)

@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cstddef>
 #include <cstring>
 #include <random>
@@ -12,6 +11,7 @@
 
 #include "tests/support/all_texts.h"
 #include "tests/support/wide.h"
+#include "tests/support/wildcard_reference.h"
 #include "util/util.h"
 
 namespace {
@@ -37,92 +37,6 @@ void ExpectMatches(const std::vector<Case>& cases)
         }
     }
 }
-
-// What the matcher must answer, worked out without a search: one row per rest of the expression,
-// from its end to its start, says from which positions of the name that rest matches. The position
-// after the end stands for all that `?` and `>` reach there.
-class Reference
-{
-public:
-    Reference(const std::string& name, bool ignore_case)
-        : m_name(name), m_ignore_case(ignore_case), m_end(name.size())
-    {
-    }
-
-    bool Matches(const std::string& expression) const
-    {
-        Row rest{};
-        rest[m_end] = true;
-        bool is_last = true;
-        std::for_each(expression.rbegin(), expression.rend(), [&](char c) {
-            Row row{};
-            for (std::size_t from = 0; from <= m_end + 1; ++from) {
-                row[from] = (c == '*' && is_last) || Cell(c, from, rest);
-            }
-            rest = row;
-            is_last = false;
-        });
-        return rest[0];
-    }
-
-private:
-    using Row = std::array<bool, 12>;
-
-    bool Cell(char c, std::size_t from, const Row& rest) const
-    {
-        const std::size_t next = std::min(from + 1, m_end + 1);
-        const bool at_dot = from < m_end && m_name[from] == '.';
-        switch (c) {
-            case '?':
-                return rest[next];
-            case '"':
-                return rest[at_dot ? next : from];
-            case '>':
-                return rest[at_dot && LastDot(from) == from ? from : next];
-            case '*':
-                return Any(rest, from, m_end);
-            case '<':
-                return Any(rest, from, LessReach(from));
-            default:
-                return from < m_end && Fold(m_name[from]) == Fold(c) && rest[next];
-        }
-    }
-
-    // Whether the rest matches from `from` or from a later position up to `last`.
-    static bool Any(const Row& rest, std::size_t from, std::size_t last)
-    {
-        bool any = rest[from];
-        for (std::size_t position = from; position <= last; ++position) {
-            any = any || rest[position];
-        }
-        return any;
-    }
-
-    std::size_t LessReach(std::size_t from) const
-    {
-        const std::size_t last_dot = LastDot(from);
-        return last_dot != kNone ? last_dot : from == 0 ? 0 : m_end;
-    }
-
-    std::size_t LastDot(std::size_t from) const
-    {
-        std::size_t found = kNone;
-        for (std::size_t position = from; position < m_end; ++position) {
-            found = m_name[position] == '.' ? position : found;
-        }
-        return found;
-    }
-
-    char Fold(char c) const
-    {
-        return m_ignore_case && c == 'A' ? 'a' : m_ignore_case && c == 'B' ? 'b' : c;
-    }
-
-    static constexpr std::size_t kNone = std::string::npos;
-    const std::string m_name;
-    const bool m_ignore_case;
-    const std::size_t m_end;
-};
 
 constexpr char kExpressionLetters[] = "*?<>\".aAb";
 constexpr char kNameLetters[] = ".aAb";
@@ -345,7 +259,7 @@ TEST(IsNameInExpression, AgreesWithTheTableOnAllShortPairs)
     for (const std::string& name : AllTexts(kNameLetters, 4)) {
         const std::wstring wide_name = Wide(name);
         for (const bool ignore_case : {false, true}) {
-            const Reference reference(name, ignore_case);
+            const WildcardReference reference(name, ignore_case);
             for (std::size_t i = 0; i < expressions.size(); ++i) {
                 const bool expected = reference.Matches(expressions[i]);
                 ASSERT_EQ(IsNameInExpressionA(expressions[i].c_str(), name.c_str(), ignore_case),
@@ -367,7 +281,7 @@ TEST(IsNameInExpression, AgreesWithTheTableOnLongerPairs)
     for (int i = 0; i < 200000; ++i) {
         const std::string expression = RandomText(random, kExpressionLetters, 9);
         const std::string name = RandomText(random, kNameLetters, 10);
-        const bool expected = Reference(name, true).Matches(expression);
+        const bool expected = WildcardReference(name, true).Matches(expression);
         ASSERT_EQ(IsNameInExpressionA(expression.c_str(), name.c_str(), true), expected)
             << expression << " on " << name;
         matches += expected;
@@ -383,7 +297,7 @@ TEST(IsNameInExpression, ReadsNothingBehindTheTexts)
     for (const std::string& expression : AllTexts("*?<>\"b", 5)) {
         const char* end_of_expression = expression_edge.Put(expression);
         EXPECT_EQ(IsNameInExpressionA(end_of_expression, name, false),
-                  Reference("a.b", false).Matches(expression))
+                  WildcardReference("a.b", false).Matches(expression))
             << expression;
     }
 }

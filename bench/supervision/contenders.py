@@ -1,0 +1,179 @@
+"""How each launcher under measurement is told what to run, started and stopped.
+
+Every one runs in its fastest setting: restart always, at once, no log of the helpers. Paths are
+those inside the namespace that run.py makes.
+"""
+
+import json
+import os
+import signal
+import subprocess
+
+WORK = "/tmp/bench"
+PROGRAMS = "/tmp/programs"
+SERVICES = WORK + "/services"
+
+STAY = "helper_stay"
+END = "helper_end"
+BLINK = "helper_blink"
+SECOND = "helper_second"
+
+
+class Contender:
+    """One launcher. A helper is given by the name of its program."""
+
+    # What restarts fastest: a helper that ends at once, unless the launcher slows that down.
+    restarting = END
+    # The neighbour whose restarts are watched while others end at once.
+    watched = BLINK
+
+    def __init__(self, title):
+        self.title = title
+
+    def prepare(self, helpers):
+        """Writes what the launcher reads; gives the command line."""
+        raise NotImplementedError
+
+    def stop(self, pid):
+        """Asks for the end of the launcher and its helpers, without waiting."""
+        os.kill(pid, signal.SIGTERM)
+
+
+class Floor(Contender):
+    def __init__(self, title, program):
+        super().__init__(title)
+        self._program = program
+
+    def prepare(self, helpers):
+        command = [f"{PROGRAMS}/{self._program}"]
+        for program in dict.fromkeys(helpers):
+            command += [f"{PROGRAMS}/{program}", str(helpers.count(program))]
+        return command
+
+
+class Launcher(Contender):
+    """Ours, or another build of it."""
+
+    def __init__(self, title, stage):
+        super().__init__(title)
+        self._stage = stage
+
+    def prepare(self, helpers):
+        items = {
+            str(i): {"name": f"helper-{i}", "program": f"{PROGRAMS}/{program}"}
+            for i, program in enumerate(helpers)
+        }
+        path = WORK + "/list.json"
+        with open(path, "w", encoding="utf-8") as file:
+            json.dump(items, file)
+        return [f"{self._stage}/Kestrane.app/Contents/MacOS/launcher", "bench", path]
+
+
+class ServiceFolders(Contender):
+    """One folder for each helper, with a program named "run" in it."""
+
+    # All but s6 restart at once what lived for a second.
+    restarting = SECOND
+    watched = SECOND
+
+    def __init__(self, title, lean):
+        super().__init__(title)
+        self._lean = lean
+
+    def prepare(self, helpers):
+        for i, program in enumerate(helpers):
+            folder = f"{SERVICES}/{i:04}"
+            os.makedirs(folder)
+            run = folder + "/run"
+            if self._lean:
+                os.symlink(f"{PROGRAMS}/{program}", run)
+            else:
+                with open(run, "w", encoding="utf-8") as file:
+                    file.write(f"#!/bin/sh\nexec {PROGRAMS}/{program}\n")
+                os.chmod(run, 0o755)
+        # runsvdir waits for a second before it reads a folder that has just changed.
+        os.utime(SERVICES, (1, 1))
+        return self._command(len(helpers))
+
+    def _command(self, count):
+        raise NotImplementedError
+
+
+class Daemontools(ServiceFolders):
+    def _command(self, count):
+        return ["svscan", SERVICES]
+
+    def stop(self, pid):
+        # svscan would start a supervise again that has gone.
+        os.kill(pid, signal.SIGKILL)
+        folders = [f"{SERVICES}/{name}" for name in sorted(os.listdir(SERVICES))]
+        subprocess.Popen(["svc", "-dx", *folders])
+
+
+class Runit(ServiceFolders):
+    def _command(self, count):
+        return ["runsvdir", SERVICES]
+
+    def stop(self, pid):
+        os.kill(pid, signal.SIGHUP)
+
+
+class S6(ServiceFolders):
+    def _command(self, count):
+        return ["s6-svscan", "-c", str(count + 10), SERVICES]
+
+
+class Supervisor(Contender):
+    """Its poll takes a second, however long the helper lived."""
+
+    watched = END
+
+    def prepare(self, helpers):
+        lines = [
+            "[supervisord]",
+            "nodaemon=true",
+            "logfile=/dev/null",
+            "logfile_maxbytes=0",
+            "loglevel=critical",
+            f"pidfile={WORK}/supervisord.pid",
+            f"childlogdir={WORK}",
+            "minfds=8192",
+            "minprocs=4096",
+        ]
+        for i, program in enumerate(helpers):
+            lines += [
+                f"[program:helper-{i}]",
+                f"command={PROGRAMS}/{program}",
+                "autostart=true",
+                "autorestart=true",
+                "startsecs=0",
+                "stopsignal=KILL",
+                "stdout_logfile=NONE",
+                "stderr_logfile=NONE",
+            ]
+        path = WORK + "/supervisord.conf"
+        with open(path, "w", encoding="utf-8") as file:
+            file.write("\n".join(lines) + "\n")
+        return ["supervisord", "-c", path]
+
+
+FLOORS = {
+    "loop": Floor("loop floor", "floor_loop"),
+    "threads": Floor("thread floor", "floor_threads"),
+}
+LAUNCHER = {"launcher": Launcher("launcher", "/tmp/stage")}
+LEAN = {
+    "daemontools": Daemontools("daemontools", lean=True),
+    "runit": Runit("runit", lean=True),
+    "s6": S6("s6", lean=True),
+    "supervisor": Supervisor("supervisor"),
+}
+SCRIPTS = {
+    "daemontools-sh": Daemontools("daemontools, sh", lean=False),
+    "runit-sh": Runit("runit, sh", lean=False),
+    "s6-sh": S6("s6, sh", lean=False),
+}
+# Another build of the launcher, see run.py.
+OTHER = {"other": Launcher("other build", "/tmp/other_stage")}
+
+ALL = {**FLOORS, **LAUNCHER, **LEAN, **SCRIPTS, **OTHER}

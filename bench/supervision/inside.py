@@ -1,0 +1,236 @@
+"""One measurement, as process 1 of a PID namespace of its own (run.py makes it).
+
+    inside.py SCENARIO CONTENDER OPTION=NUMBER...
+
+Prints the result as JSON. Whatever is left running ends with the namespace.
+"""
+
+import json
+import os
+import signal
+import struct
+import sys
+import time
+
+import contenders
+from contenders import BLINK, END, STAY, WORK
+
+STARTS = WORK + "/starts"
+RECORD = struct.Struct("=iiqq")  # helper.cpp
+DEADLINE = 300.0
+TICK = os.sysconf("SC_CLK_TCK")
+LIFE_MS = {STAY: -1, END: 0, BLINK: 20, contenders.SECOND: 1050}
+
+
+def wait_for(condition, pause=0.002):
+    deadline = time.monotonic() + DEADLINE
+    while not condition():
+        if time.monotonic() > deadline:
+            sys.exit("a condition did not come true in time")
+        time.sleep(pause)
+
+
+def spawn(contender, helpers):
+    """Starts the contender in a session of its own; gives its pid and the moment."""
+    os.makedirs(WORK)
+    open(STARTS, "x", encoding="utf-8").close()
+    command = contender.prepare(helpers)
+    null = [
+        (os.POSIX_SPAWN_OPEN, 0, "/dev/null", os.O_RDONLY, 0),
+        (os.POSIX_SPAWN_OPEN, 1, "/dev/null", os.O_WRONLY, 0),
+        (os.POSIX_SPAWN_OPEN, 2, WORK + "/stderr", os.O_WRONLY | os.O_CREAT, 0o600),
+    ]
+    moment = time.monotonic_ns()
+    pid = os.posix_spawnp(command[0], command, os.environ, file_actions=null, setsid=True)
+    return pid, moment
+
+
+def record_count():
+    return os.path.getsize(STARTS) // RECORD.size
+
+
+def records(helper=None):
+    """What the helpers wrote: (parent, start, end) in nanoseconds, in the order of writing."""
+    with open(STARTS, "rb") as file:
+        content = file.read()
+    content = content[: len(content) // RECORD.size * RECORD.size]
+    wanted = LIFE_MS.get(helper)
+    return [
+        (parent, start, end)
+        for life, parent, start, end in RECORD.iter_unpack(content)
+        if wanted is None or life == wanted
+    ]
+
+
+def supervising():
+    """The processes of the contender: all but this one and the helpers."""
+    found = []
+    for pid in filter(str.isdigit, os.listdir("/proc")):
+        try:
+            program = os.path.basename(os.readlink(f"/proc/{pid}/exe"))
+        except OSError:
+            continue  # Gone, or a zombie.
+        if int(pid) != os.getpid() and not program.startswith("helper_"):
+            found.append(int(pid))
+    return found
+
+
+def read(path):
+    with open(path, encoding="utf-8", errors="replace") as file:
+        return file.read()
+
+
+def pss_kib(pids):
+    total = 0
+    for pid in pids:
+        for line in read(f"/proc/{pid}/smaps_rollup").splitlines():
+            if line.startswith("Pss:"):
+                total += int(line.split()[1])
+    return total
+
+
+def cpu_and_switches(pids):
+    """CPU time in nanoseconds and context switches of all their threads, so far."""
+    nanoseconds = switches = 0
+    for pid in pids:
+        for thread in os.listdir(f"/proc/{pid}/task"):
+            task = f"/proc/{pid}/task/{thread}"
+            nanoseconds += int(read(task + "/schedstat").split()[0])
+            for line in read(task + "/status").splitlines():
+                if "ctxt_switches" in line:
+                    switches += int(line.split()[1])
+    return nanoseconds, switches
+
+
+def cpu_with_children(pids):
+    """CPU time in seconds of the processes and of all children that they have waited for."""
+    ticks = 0
+    for pid in pids:
+        fields = read(f"/proc/{pid}/stat").rsplit(")", 1)[1].split()
+        ticks += sum(map(int, fields[11:15]))
+    return ticks / TICK
+
+
+def settle():
+    """Waits until the contender sleeps: no context switch within 50 ms."""
+    before = [None]
+
+    def unchanged():
+        last, before[0] = before[0], cpu_and_switches(supervising())[1]
+        return last == before[0]
+
+    wait_for(unchanged, pause=0.05)
+
+
+def percentile(values, share):
+    """The smallest value that at least this share of all values does not exceed."""
+    values = sorted(values)
+    return values[max(0, -(-len(values) * share // 100) - 1)]
+
+
+def latencies(helper):
+    """From a helper's end to its next start, in milliseconds, with the moment of the start."""
+    last_end = {}
+    found = []
+    for parent, start, end in records(helper):
+        if parent in last_end:
+            found.append((start, (start - last_end[parent]) / 1e6))
+        last_end[parent] = end
+    return found
+
+
+def start_all(contender, count):
+    """Starts `count` helpers that stay; gives the contender's pid and what it took in ms."""
+    pid, moment = spawn(contender, [STAY] * count)
+    wait_for(lambda: record_count() >= count)
+    last = max(begin for _, begin, _ in records())
+    settle()
+    return pid, (last - moment) / 1e6
+
+
+def start(contender, options):
+    """Time until N helpers run, and memory then."""
+    _, taken = start_all(contender, options["n"])
+    return {"start_ms": taken, "pss_kib": pss_kib(supervising())}
+
+
+def stop(contender, options):
+    """Time from the request to stop until the last process has gone."""
+    pid, _ = start_all(contender, options["n"])
+    time.sleep(1.1)  # Some pause for a second when a helper has lived for less.
+    begin = time.monotonic_ns()
+    contender.stop(pid)
+    try:
+        while True:
+            os.waitpid(-1, 0)
+    except ChildProcessError:
+        return {"stop_ms": (time.monotonic_ns() - begin) / 1e6}
+
+
+def restart(contender, options):
+    """Restarts of one helper beside idle ones."""
+    helper = contender.restarting
+    spawn(contender, [STAY] * options["neighbours"] + [helper])
+    wait_for(lambda: record_count() >= options["neighbours"])
+    settled = time.monotonic_ns()
+
+    # The first restarts still fall into the start of the neighbours.
+    def done():
+        return [ms for moment, ms in latencies(helper) if moment > settled + 2e8]
+
+    wait_for(lambda: len(done()) >= options["restarts"], pause=0.25)
+    return {"latencies_ms": done()[: options["restarts"]]}
+
+
+def idle(contender, options):
+    """What a launcher costs while nothing happens."""
+    spawn(contender, [STAY] * options["n"])
+    wait_for(lambda: record_count() >= options["n"])
+    time.sleep(3)  # Some pause for a second after a start.
+    windows = []
+    for _ in range(options["windows"]):
+        pids = supervising()
+        before = cpu_and_switches(pids)
+        time.sleep(options["seconds"])
+        after = cpu_and_switches(pids)
+        windows.append({"cpu_ms": (after[0] - before[0]) / 1e6, "switches": after[1] - before[1]})
+    return {"windows": windows}
+
+
+def storm(contender, options):
+    """Many helpers that end at once, and another one among them."""
+    watched = contender.watched
+    spawn(contender, [watched] + [END] * options["n"])
+    wait_for(lambda: record_count() >= options["n"])
+    # A child that has not executed its helper yet looks like its parent, but not for long.
+    pids = set(supervising())
+    time.sleep(1)
+    pids &= set(supervising())
+    windows = []
+    first = time.monotonic_ns()
+    for _ in range(options["windows"]):
+        begin, cpu, starts = time.monotonic_ns(), cpu_with_children(pids), record_count()
+        time.sleep(options["seconds"])
+        seconds = (time.monotonic_ns() - begin) / 1e9
+        windows.append({
+            "starts_per_s": (record_count() - starts) / seconds,
+            "cpu_share": (cpu_with_children(pids) - cpu) / seconds,
+        })
+    found = [ms for moment, ms in latencies(watched) if moment > first]
+    return {"windows": windows, "latencies_ms": found}
+
+
+def main():
+    scenario, name, *pairs = sys.argv[1:]
+    if os.getpid() != 1:
+        sys.exit("only to be run as process 1 of a PID namespace of its own, see run.py")
+    # A launcher that signals its process group must not find this one in it.
+    signal.signal(signal.SIGHUP, signal.SIG_IGN)
+    options = {key: int(value) for key, value in (pair.split("=") for pair in pairs)}
+    scenarios = (start, stop, restart, idle, storm)
+    measure = {function.__name__: function for function in scenarios}[scenario]
+    print(json.dumps(measure(contenders.ALL[name], options)))
+
+
+if __name__ == "__main__":
+    main()

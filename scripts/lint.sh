@@ -1,0 +1,51 @@
+#!/usr/bin/env bash
+# Checks the sources without running them: format, clang-tidy, cppcheck, shellcheck. Changes nothing.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+. scripts/lib/install.sh
+
+need_build_tools
+need_command clang++ clang llvm
+need_command clang-format clang-format clang-format
+need_command clang-tidy clang-tidy llvm
+need_command cppcheck cppcheck cppcheck
+need_command shellcheck shellcheck shellcheck
+install_missing
+
+jobs=$(getconf _NPROCESSORS_ONLN)
+mapfile -t sources < <(git ls-files '*.cpp')
+mapfile -t headers < <(git ls-files '*.h')
+mapfile -t scripts < <(git ls-files '*.sh' .ci/run)
+failed=()
+
+# check NAME COMMAND...: runs one check; the others run, too, if it fails.
+check() {
+    local name=$1
+    shift
+    echo "$name"
+    "$@" || failed+=("$name")
+}
+
+# Every source that is compiled here; the sources of other platforms are in no compile command.
+tidy() {
+    grep -o '"file": "[^"]*"' build/lint/compile_commands.json | cut -d'"' -f4 | sort -u |
+        xargs -n 1 -P "$jobs" clang-tidy --quiet -p build/lint 2> >(grep -v 'warnings generated' >&2)
+}
+
+# Each source with the options of its compile command.
+check_cpp() {
+    cppcheck --quiet --project=build/lint/compile_commands.json -j "$jobs" --error-exitcode=1 \
+        --enable=warning,performance,portability --inline-suppr \
+        --library=googletest --suppressions-list=scripts/lib/cppcheck.supp
+}
+
+cmake --preset lint >/dev/null
+check "clang-format" clang-format --dry-run -Werror "${sources[@]}" "${headers[@]}"
+check "clang-tidy" tidy
+check "cppcheck" check_cpp
+check "shellcheck" shellcheck -x "${scripts[@]}"
+
+if [ ${#failed[@]} -ne 0 ]; then
+    echo "Not clean: ${failed[*]}" >&2
+    exit 1
+fi

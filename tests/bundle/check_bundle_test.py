@@ -1,0 +1,352 @@
+"""Breaks each promise about the bundle on purpose and sees the check name it.
+
+The bundles here are small models: two C programs with the shape of the launcher and its library,
+linked for real. LIPO names the tool that joins architectures, ZIG the cross compiler (empty on a
+Mac); scripts/check_bundle.sh --self-test sets both.
+"""
+
+import functools
+import os
+import pathlib
+import plistlib
+import shutil
+import struct
+import subprocess
+import sys
+import tempfile
+import unittest
+
+import lief
+
+sys.path.insert(0, str(pathlib.Path(__file__).parents[2] / "scripts"))
+import check_bundle  # noqa: E402
+
+LIPO = os.environ["LIPO"]
+ZIG = os.environ["ZIG"]
+
+LAUNCHER = """
+int InitLogger(const char*);
+int GetLogger(int, const char*, int, void**);
+int kill(int, int);
+int main(void) { return InitLogger("") + GetLogger(2, "", 1, 0) + kill(0, 0); }
+"""
+LIBRARY = """
+int getuid(void);
+int InitLogger(const char* path) { return path[0] + getuid(); }
+int GetLogger(int kind, const char* name, int level, void** out) { return kind; }
+"""
+ALLOWED = {"_kill", "_getuid", "dyld_stub_binder"}
+RUN_PATH = "-Wl,-rpath,@executable_path/../Frameworks"
+INSTALL_NAME = "-Wl,-install_name,@rpath/libqv7log.dylib"
+
+work = pathlib.Path()
+
+
+def setUpModule():
+    global work
+    lief.logging.disable()
+    work = pathlib.Path(tempfile.mkdtemp())
+    unittest.addModuleCleanup(shutil.rmtree, work)
+
+
+def compiler(architecture, minimum, language):
+    if ZIG:
+        target = {"arm64": "aarch64", "x86_64": "x86_64"}[architecture]
+        return [ZIG, {"c": "cc", "c++": "c++"}[language], "-target", f"{target}-macos.{minimum}"]
+    return ["clang", "-arch", architecture, f"-mmacosx-version-min={minimum}"]
+
+
+@functools.lru_cache(maxsize=None)
+def link(architecture, source, *options, minimum="11.0", language="c"):
+    """Builds one slice and returns its path; the same one for the same question."""
+    folder = pathlib.Path(tempfile.mkdtemp(dir=work))
+    file = folder / ("source." + {"c": "c", "c++": "cpp"}[language])
+    file.write_text(source)
+    # The linker writes the name of what it links as the install name if it is given none.
+    out = folder / "libqv7log.dylib"
+    command = [*compiler(architecture, minimum, language), "-O2", str(file), "-o", str(out)]
+    subprocess.run([*command, *options], check=True, capture_output=True)
+    return out
+
+
+def link_library(architecture, source=LIBRARY, install_name=INSTALL_NAME, options=(), **keywords):
+    return link(architecture, source, "-shared", install_name, *options, **keywords)
+
+
+def link_launcher(architecture, source=LAUNCHER, library=None, options=(RUN_PATH,), **keywords):
+    library = library or link_library(architecture)
+    return link(architecture, source, str(library), *options, **keywords)
+
+
+def join(out, slices):
+    subprocess.run([LIPO, "-create", *map(str, slices), "-output", str(out)], check=True)
+
+
+def both(make, **keywords):
+    """Both slices made by `make`."""
+    return [make(architecture, **keywords) for architecture in ("arm64", "x86_64")]
+
+
+def one(make, broken, **keywords):
+    """Both slices, the one of the architecture `broken` made with `keywords`."""
+    return [make(a, **(keywords if a == broken else {})) for a in ("arm64", "x86_64")]
+
+
+class Bundle:
+    """A model bundle; the parts that a test does not give are in order."""
+
+    def __init__(self, launcher=None, library=None, others=None, **plist):
+        self.path = pathlib.Path(tempfile.mkdtemp(dir=work)) / "Model.app"
+        for folder in ("MacOS", "Frameworks"):
+            (self.path / "Contents" / folder).mkdir(parents=True)
+        join(self.path / check_bundle.LAUNCHER, launcher or both(link_launcher))
+        join(self.path / check_bundle.LOG_LIBRARY, library or both(link_library))
+        for name, slices in (others or {}).items():
+            join(self.path / name, slices)
+        (self.path / check_bundle.PROFILE).write_text("[SDK]\nNAME=Model\n")
+        values = {**check_bundle.PLIST_VALUES, "CFBundleVersion": "1", "CFBundleShortVersionString": "1"}
+        values.update(plist)
+        values = {key: value for key, value in values.items() if value is not None}
+        (self.path / check_bundle.PLIST).write_bytes(plistlib.dumps(values))
+
+    def problems(self):
+        return list(check_bundle.check_bundle(self.path, ALLOWED))
+
+
+LAUNCHER_NAME = check_bundle.LAUNCHER
+LIBRARY_NAME = check_bundle.LOG_LIBRARY
+
+
+class CheckBundle(unittest.TestCase):
+    def expect(self, bundle, *problems):
+        self.assertEqual(bundle.problems(), list(problems))
+
+    def expect_twice(self, bundle, name, problem):
+        """The same problem in both slices, in either order."""
+        expected = [f"{name} ({a}): {problem}" for a in ("arm64", "x86_64")]
+        self.assertEqual(sorted(bundle.problems()), expected)
+
+    def test_finds_nothing_in_a_bundle_in_order(self):
+        self.expect(Bundle())
+
+    def test_names_what_is_missing(self):
+        for name in (LAUNCHER_NAME, LIBRARY_NAME, check_bundle.PROFILE):
+            with self.subTest(name):
+                bundle = Bundle()
+                (bundle.path / name).unlink()
+                self.expect(bundle, f"{name} is missing")
+
+    def test_wants_both_architectures(self):
+        self.expect(
+            Bundle(launcher=[link_launcher("arm64")]),
+            f"{LAUNCHER_NAME} holds arm64, not arm64 and x86_64",
+        )
+        self.expect(
+            Bundle(library=[link_library("x86_64")]),
+            f"{LIBRARY_NAME} holds x86_64, not arm64 and x86_64",
+        )
+
+    def test_wants_the_oldest_system_in_each_slice(self):
+        self.expect(
+            Bundle(launcher=one(link_launcher, "arm64", minimum="12.0")),
+            f"{LAUNCHER_NAME} (arm64): its oldest system is macOS 12.0, not 11.0",
+        )
+        self.expect(
+            Bundle(library=one(link_library, "x86_64", minimum="10.15")),
+            f"{LIBRARY_NAME} (x86_64): its oldest system is macOS 10.15, not 11.0",
+        )
+
+    def test_wants_the_install_name(self):
+        elsewhere = "/usr/local/lib/libqv7log.dylib"
+        bundle = Bundle(library=both(link_library, install_name=f"-Wl,-install_name,{elsewhere}"))
+        self.expect_twice(
+            bundle, LIBRARY_NAME, f"its install name is {elsewhere}, not @rpath/libqv7log.dylib"
+        )
+
+    def test_wants_one_run_path(self):
+        for options, run_paths in (
+            ((), []),
+            (("-Wl,-rpath,@loader_path",), ["@loader_path"]),
+            ((RUN_PATH, "-Wl,-rpath,/opt/lib"), ["@executable_path/../Frameworks", "/opt/lib"]),
+        ):
+            with self.subTest(run_paths):
+                bundle = Bundle(launcher=both(link_launcher, options=options))
+                self.expect_twice(bundle, LAUNCHER_NAME, f"its run paths are {run_paths}")
+
+    def test_wants_no_run_path_in_the_library(self):
+        bundle = Bundle(library=both(link_library, options=("-Wl,-rpath,/opt/lib",)))
+        self.expect_twice(bundle, LIBRARY_NAME, "its run paths are ['/opt/lib']")
+
+    def test_knows_the_libraries_needed(self):
+        stub = work / "libz.tbd"
+        stub.write_text(
+            "--- !tapi-tbd\ntbd-version: 4\ntargets: [ x86_64-macos, arm64-macos ]\n"
+            "install-name: '/usr/lib/libz.1.dylib'\nexports:\n"
+            "  - targets: [ x86_64-macos, arm64-macos ]\n    symbols: [ _zlibVersion ]\n...\n"
+        )
+        source = "int zlibVersion(void);\n" + LIBRARY.replace("return kind;", "return zlibVersion();")
+        bundle = Bundle(library=both(link_library, source=source, options=(str(stub),)))
+        self.expect_twice(bundle, LIBRARY_NAME, "it needs /usr/lib/libz.1.dylib")
+
+    def test_lets_the_launcher_take_two_functions_from_the_log_library(self):
+        more = LIBRARY + "int CloseLogger(void) { return 0; }\n"
+        source = "int CloseLogger(void);\n" + LAUNCHER.replace("kill(0, 0)", "CloseLogger()")
+        slices = [
+            link_launcher(a, source=source, library=link_library(a, source=more))
+            for a in ("arm64", "x86_64")
+        ]
+        self.expect_twice(
+            Bundle(launcher=slices),
+            LAUNCHER_NAME,
+            "it takes _CloseLogger _GetLogger _InitLogger from libqv7log",
+        )
+        source = LAUNCHER.replace('GetLogger(2, "", 1, 0)', "0")
+        self.expect_twice(
+            Bundle(launcher=both(link_launcher, source=source)),
+            LAUNCHER_NAME,
+            "it takes _InitLogger from libqv7log",
+        )
+
+    def test_knows_the_symbols_of_the_system(self):
+        problem = "it takes _system from libSystem, which is not in the reviewed list"
+        extra = "int system(const char*);\n"
+        bundle = Bundle(launcher=both(link_launcher, source=extra + LAUNCHER.replace("kill(0, 0)", 'system("")')))
+        self.expect_twice(bundle, LAUNCHER_NAME, problem)
+        bundle = Bundle(library=both(link_library, source=extra + LIBRARY.replace("getuid()", 'system("")')))
+        self.expect_twice(bundle, LIBRARY_NAME, problem)
+
+    def test_wants_a_library_for_every_symbol(self):
+        source = "int mystery(void);\n" + LAUNCHER.replace("kill(0, 0)", "mystery()")
+        options = (RUN_PATH, "-Wl,-undefined,dynamic_lookup")
+        bundle = Bundle(launcher=both(link_launcher, source=source, options=options))
+        self.expect_twice(bundle, LAUNCHER_NAME, "it takes _mystery from any library that has it")
+
+    def test_lets_the_library_give_out_two_functions(self):
+        bundle = Bundle(library=both(link_library, source=LIBRARY + "int g_state = 1;\n"))
+        self.expect_twice(bundle, LIBRARY_NAME, "it gives out _g_state")
+        hidden = '__attribute__((visibility("hidden"))) int GetLogger'
+        bundle = Bundle(library=both(link_library, source=LIBRARY.replace("int GetLogger", hidden)))
+        self.expect_twice(bundle, LIBRARY_NAME, "it does not give out _GetLogger")
+
+    @unittest.skipUnless(ZIG, "on a Mac libc++ is a library of its own, which gives these out")
+    def test_lets_the_library_not_give_out_operator_new(self):
+        source = 'extern "C" {' + LIBRARY.replace("return kind;", "*out = new int; return 0;") + "}"
+        bundle = Bundle(library=both(link_library, source=source, language="c++"))
+        for architecture in ("arm64", "x86_64"):
+            self.assertIn(f"{LIBRARY_NAME} ({architecture}): it gives out __Znwm", bundle.problems())
+
+    def test_checks_every_program_of_the_bundle(self):
+        name = "Contents/MacOS/another"
+        alone = both(link, source="int main(void) { return 0; }\n")
+        self.expect(Bundle(others={name: alone}))
+        elsewhere = both(link_launcher, options=("-Wl,-rpath,/opt/lib",))
+        bundle = Bundle(others={name: elsewhere})
+        self.expect_twice(bundle, name, "its run paths are ['/opt/lib']")
+        bundle = Bundle(others={name: both(link_launcher, minimum="13.0")})
+        self.expect_twice(bundle, name, "its oldest system is macOS 13.0, not 11.0")
+
+        slices = []
+        for architecture in ("arm64", "x86_64"):
+            library = link_library(architecture, source="int CloseLogger(void) { return 0; }\n")
+            source = "int CloseLogger(void);\nint main(void) { return CloseLogger(); }\n"
+            slices.append(link_launcher(architecture, source=source, library=library))
+        bundle = Bundle(others={name: slices})
+        self.expect_twice(bundle, name, "it takes _CloseLogger from libqv7log")
+
+    def test_says_what_cannot_be_read(self):
+        bundle = Bundle()
+        for beginning in (b"\xcf\xfa\xed\xfe", b"\xca\xfe\xba\xbe\0\0\0\2"):
+            (bundle.path / LAUNCHER_NAME).write_bytes(beginning)
+            self.expect(bundle, f"{LAUNCHER_NAME} cannot be read")
+
+    def test_wants_what_is_machine_code(self):
+        bundle = Bundle()
+        (bundle.path / LAUNCHER_NAME).write_text("#!/bin/sh\n")
+        self.expect(bundle, f"{LAUNCHER_NAME} is no Mach-O file")
+
+
+class CheckPlist(unittest.TestCase):
+    def test_wants_each_value(self):
+        for key, value in check_bundle.PLIST_VALUES.items():
+            for wrong in (None, "10.0"):
+                with self.subTest(key, wrong=wrong):
+                    expected = f"Contents/Info.plist: {key} is {wrong!r}, not {value!r}"
+                    self.assertEqual(Bundle(**{key: wrong}).problems(), [expected])
+
+    def test_wants_versions(self):
+        for key in ("CFBundleVersion", "CFBundleShortVersionString"):
+            with self.subTest(key):
+                expected = f"Contents/Info.plist: {key} is missing"
+                self.assertEqual(Bundle(**{key: None}).problems(), [expected])
+
+    def test_says_what_cannot_be_read(self):
+        bundle = Bundle()
+        plist = bundle.path / check_bundle.PLIST
+        plist.write_text("<plist>")
+        self.assertRegex("\n".join(bundle.problems()), r"^Contents/Info.plist cannot be read: .*$")
+        plist.unlink()
+        self.assertRegex("\n".join(bundle.problems()), r"^Contents/Info.plist cannot be read: .*$")
+
+
+class CheckSignature(unittest.TestCase):
+    def problems_of(self, arm64):
+        return Bundle(launcher=[arm64, link_launcher("x86_64")]).problems()
+
+    def test_wants_one_on_arm64(self):
+        image = lief.MachO.parse(str(link_launcher("arm64"))).at(0)
+        image.remove_signature()
+        unsigned = work / "unsigned"
+        image.write(str(unsigned))
+        self.assertEqual(self.problems_of(unsigned), [f"{LAUNCHER_NAME} (arm64): it has no signature"])
+
+    def test_wants_it_to_fit_every_page(self):
+        good = link_launcher("arm64").read_bytes()
+        offset = lief.MachO.parse(list(good)).at(0).code_signature.data_offset
+        pages = -(-offset // 4096)
+        for page in range(pages):
+            changed = bytearray(good)
+            # The last byte of the page, so that the load commands stay readable.
+            changed[min((page + 1) * 4096, offset) - 1] ^= 1
+            file = work / "changed"
+            file.write_bytes(changed)
+            with self.subTest(page=page):
+                expected = [f"{LAUNCHER_NAME} (arm64): its signature does not fit its content"]
+                self.assertEqual(self.problems_of(file), expected)
+
+    def test_wants_a_code_directory(self):
+        good = link_launcher("arm64").read_bytes()
+        offset = lief.MachO.parse(list(good)).at(0).code_signature.data_offset
+        for name, place in (("super blob", 0), ("count", 11), ("kind", 15), ("directory", 20)):
+            changed = bytearray(good)
+            changed[offset + place] ^= 0x10
+            file = work / "changed"
+            file.write_bytes(changed)
+            with self.subTest(name):
+                expected = [f"{LAUNCHER_NAME} (arm64): its signature does not fit its content"]
+                self.assertEqual(self.problems_of(file), expected)
+
+    def test_wants_it_to_cover_the_whole_content(self):
+        good = link_launcher("arm64").read_bytes()
+        start = lief.MachO.parse(list(good)).at(0).code_signature.data_offset
+        # The first code directory: number of pages, size of what it covers, size of a page.
+        place = start + struct.unpack_from(">I", good, start + 16)[0] + 28
+        pages, limit, page_bits = struct.unpack_from(">II3xB", good, place)
+        for values in ((pages - 1, limit), (pages - 1, (pages - 1) << page_bits)):
+            changed = bytearray(good)
+            struct.pack_into(">II", changed, place, *values)
+            file = work / "changed"
+            file.write_bytes(changed)
+            with self.subTest(values):
+                expected = [f"{LAUNCHER_NAME} (arm64): its signature does not fit its content"]
+                self.assertEqual(self.problems_of(file), expected)
+
+
+class ReadList(unittest.TestCase):
+    def test_leaves_comments_and_empty_lines_out(self):
+        file = work / "list"
+        file.write_text("# A group\n_one\n\n_two$X   # 10.15\n  _three\n")
+        self.assertEqual(check_bundle.read_list(file), {"_one", "_two$X", "_three"})
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,30 @@
+// Times as the log has them: milliseconds since 1970-01-01T00:00:00Z.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace launchlist {
+
+using Milliseconds = std::int64_t;
+
+// A log's time stamp, "2026-11-21T02:26:11.123Z"; nothing for a day or time that does not exist.
+std::optional<Milliseconds> ParseTimeStamp(std::string_view text);
+
+// What `--since` and `--until` take, in UTC: a time stamp that may end after its day, minutes or
+// seconds, or "90s", "15m", "2h", "3d" before `now`.
+std::optional<Milliseconds> ParseMoment(const std::string& text, Milliseconds now);
+
+// "2026-11-21T02:26:11.123Z", and the same without the fraction for people: "2026-11-21 02:26:11".
+std::string FormatTimeStamp(Milliseconds time);
+std::string FormatForPeople(Milliseconds time);
+
+// "2026-11-21 02:26:11 to 03:00:00 UTC"; the second date only where it is another one.
+std::string FormatRange(Milliseconds first, Milliseconds last);
+
+// "0.31 s", "4.2 s", "2 min 5 s", "3 h 20 min", "4 d 3 h".
+std::string FormatDuration(Milliseconds duration);
+
+}  // namespace launchlist

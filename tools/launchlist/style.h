@@ -1,0 +1,21 @@
+// Colour for a terminal.
+#pragma once
+
+#include <string>
+
+namespace launchlist {
+
+enum class Style
+{
+    kBold,
+    kDim,
+    kRed,
+    kYellow,
+    kGreen,
+    kCyan
+};
+
+// `text`, which is printable, in `style`; unchanged without `color`.
+std::string styled(const std::string& text, Style style, bool color);
+
+}  // namespace launchlist

@@ -6,6 +6,7 @@ import os
 import re
 import resource
 import signal
+import unittest
 
 import harness
 from harness import APPLICATION, END, HELPERS, MANY, PARSE_ERROR, STAY
@@ -27,6 +28,7 @@ def log_of(path):
     return [(record.level, record.text) for record in records]
 
 
+@harness.one_thread_more
 class Fork(harness.LimitedUserTest):
     def test_the_first_of_a_later_item(self):
         # Room for the main thread, both supervisors, and one child.
@@ -96,6 +98,7 @@ class Fork(harness.LimitedUserTest):
         self.assert_left_behind(["sleep"])
 
 
+@harness.one_thread_more
 class Thread(harness.LimitedUserTest):
     def test_one_that_cannot_be_started_ends_the_children_before_it(self):
         # Room for the main thread, one supervisor and its child.
@@ -112,6 +115,7 @@ class Thread(harness.LimitedUserTest):
         )
 
 
+@unittest.skipIf(harness.SANITIZE, "sanitizers need memory without limits")
 class Memory(harness.LauncherTest):
     # Nearly the longest that a program can be given.
     ARGUMENT = "x" * 130_000

@@ -39,7 +39,12 @@ DEADLINE = 20.0
 
 # The sanitizers that the launcher is built with, and what tells them where to write.
 SANITIZE = os.environ.get("KESTRANE_SANITIZE", "")
+one_thread_more = unittest.skipIf(
+    SANITIZE == "thread", "ThreadSanitizer's own thread counts towards the limit"
+)
 SANITIZER_OPTIONS = {k: v for k, v in os.environ.items() if k.endswith("SAN_OPTIONS")}
+# For processes that end where leaks cannot be looked for, or are seen that are none.
+WITHOUT_LEAKS = {k: v + ":detect_leaks=0" for k, v in SANITIZER_OPTIONS.items()}
 
 # The exit status of a file whose cases cannot run here; CMakeLists.txt tells CTest.
 SKIPPED = 77
@@ -223,6 +228,7 @@ class LauncherTest(unittest.TestCase):
 
     # Taken from the password file by the launcher.
     home = HOME
+    sanitizer_options = SANITIZER_OPTIONS
     # Of a disk for the home alone, in bytes; without one the home shares the memory of /tmp.
     disk_size = None
     maxDiff = 4000
@@ -304,7 +310,7 @@ class LauncherTest(unittest.TestCase):
     def spawn(self, argv, environment=None, before=lambda: None):
         """Runs a program in a process group of its own."""
         variables = {
-            "KESTRANE_TEST_STARTS": self.starts_path, **SANITIZER_OPTIONS, **(environment or {})
+            "KESTRANE_TEST_STARTS": self.starts_path, **self.sanitizer_options, **(environment or {})
         }
         pid = os.fork()
         if pid == 0:
@@ -403,6 +409,9 @@ LONELY_USER = random.randrange(1_000_000, 2_000_000_000)
 class LimitedUserTest(LauncherTest):
     """Cases of a launcher whose user may have so many processes only, threads counted, and may not
     write everywhere: root could."""
+
+    # Leaks are looked for by a process more.
+    sanitizer_options = WITHOUT_LEAKS
 
     def setUp(self):
         super().setUp()

@@ -12,7 +12,6 @@
 #include "qv7log/limits.h"
 #include "tests/qv7log/read_log.h"
 
-using qv7log::Record;
 using Strings = std::vector<std::string>;
 
 namespace {
@@ -157,7 +156,7 @@ TEST(GetLogger, KnowsOnlyTheFileLog)
     }
     ILog* log = nullptr;
     EXPECT_EQ(GetLogger(2, "launcher", LOGLEVEL_ERROR, &log), 0);
-    EXPECT_NE(log, nullptr);
+    EXPECT_NE(Kept(log), nullptr);
 }
 
 TEST(GetLogger, EscapesAndCutsTheName)
@@ -166,9 +165,9 @@ TEST(GetLogger, EscapesAndCutsTheName)
     ASSERT_EQ(InitLogger((folder / "log").c_str()), 0);
     ILog* log = nullptr;
     GetLogger(2, "a b[1]\n", LOGLEVEL_ERROR, &log);
-    Log(log, LOGLEVEL_ERROR, "x");
+    Log(Kept(log), LOGLEVEL_ERROR, "x");
     GetLogger(2, std::string(100, '\x1b').c_str(), LOGLEVEL_ERROR, &log);
-    Log(log, LOGLEVEL_ERROR, "y");
+    Log(Kept(log), LOGLEVEL_ERROR, "y");
     const Content content = ReadLog(folder / "log");
     ASSERT_EQ(content.records.size(), 2U);
     EXPECT_EQ(content.records[0].name, "a b[1]\n");

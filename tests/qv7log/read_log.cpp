@@ -10,6 +10,7 @@
 #include <functional>
 #include <map>
 #include <sstream>
+#include <vector>
 
 void Log(ILog* log, LOGLEVEL level, const char* format, ...)
 {
@@ -19,13 +20,20 @@ void Log(ILog* log, LOGLEVEL level, const char* format, ...)
     va_end(arguments);
 }
 
+ILog* Kept(ILog* log)
+{
+    static auto* const logs = new std::vector<ILog*>;
+    logs->push_back(log);
+    return log;
+}
+
 ILog* StartLog(const std::string& path, LOGLEVEL threshold)
 {
     ILog* log = nullptr;
     if (InitLogger(path.c_str()) == 0) {
         GetLogger(2, "test", threshold, &log);
     }
-    return log;
+    return Kept(log);
 }
 
 std::string ReadFile(const std::string& path)

@@ -9,6 +9,7 @@ for each case. KESTRANE_STAGE and its sisters name the folders of what is tested
 import collections
 import json
 import os
+import random
 import re
 import resource
 import shutil
@@ -399,8 +400,9 @@ class LauncherTest(unittest.TestCase):
         return contents
 
 
-# A user of no other process, so that a limit on the number of processes counts only ours.
-LONELY_USER = 54321
+# A user of no other process, so that a limit on the number of processes counts only ours: the system
+# counts beyond a namespace, also those of another case that runs at the same time.
+LONELY_USER = random.randrange(1_000_000, 2_000_000_000)
 
 
 @unittest.skipUnless(os.getuid() == 0, "needs root, to become a user with a limit")

@@ -6,6 +6,7 @@ import os
 import re
 import resource
 import signal
+import unittest
 
 import harness
 from harness import APPLICATION, END, HELPERS, MANY, PARSE_ERROR, STAY
@@ -27,6 +28,9 @@ def log_of(path):
     return [(record.level, record.text) for record in records]
 
 
+@unittest.skipIf(
+    harness.SANITIZE == "thread", "ThreadSanitizer's own thread counts towards the limit"
+)
 class Fork(harness.LimitedUserTest):
     def test_the_first_of_a_later_item(self):
         # Room for the main thread, both supervisors, and one child.
@@ -96,6 +100,9 @@ class Fork(harness.LimitedUserTest):
         self.assert_left_behind(["sleep"])
 
 
+@unittest.skipIf(
+    harness.SANITIZE == "thread", "ThreadSanitizer's own thread counts towards the limit"
+)
 class Thread(harness.LimitedUserTest):
     def test_one_that_cannot_be_started_ends_the_children_before_it(self):
         # Room for the main thread, one supervisor and its child.
@@ -112,6 +119,7 @@ class Thread(harness.LimitedUserTest):
         )
 
 
+@unittest.skipIf(harness.SANITIZE, "sanitizers have a heap of their own")
 class Memory(harness.LauncherTest):
     # Nearly the longest that a program can be given.
     ARGUMENT = "x" * 130_000
@@ -299,6 +307,7 @@ class Signals(harness.LauncherTest):
         self.assertEqual([start_text("a"), start_text("b")], sorted(t for _, t in launcher.log()))
         self.assert_left_behind(["stay"])
 
+    @unittest.skipIf(harness.SANITIZE == "thread", "ThreadSanitizer has a thread of its own")
     def test_sigterm_that_a_supervisor_takes_ends_by_abort(self):
         # The system gives it to the main thread, if it can. Here it is given to a supervisor, which
         # would have to wait for its own end.

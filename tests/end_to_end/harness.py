@@ -9,6 +9,7 @@ for each case. KESTRANE_STAGE and its sisters name the folders of what is tested
 import collections
 import json
 import os
+import random
 import re
 import resource
 import shutil
@@ -393,8 +394,9 @@ class LauncherTest(unittest.TestCase):
         return contents
 
 
-# A user of no other process, so that a limit on the number of processes counts only ours.
-LONELY_USER = 54321
+# A user of no other process, so that a limit on the number of processes counts only ours. The system
+# counts those of all namespaces, and other cases run at the same time.
+LONELY_USER = random.SystemRandom().randrange(2**20, 2**30)
 
 
 @unittest.skipUnless(os.getuid() == 0, "needs root, to become a user with a limit")

@@ -114,6 +114,7 @@ Operations MakeOperations()
 
 }  // namespace
 
+// NOLINTNEXTLINE(bugprone-exception-escape): an exception may end what only measures.
 int main(int argc, char** argv)
 {
     const Operations operations = MakeOperations();

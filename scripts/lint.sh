@@ -28,10 +28,20 @@ check() {
     "$@" || failed+=("$name")
 }
 
+# The findings in one source, in one piece: others are checked at the same time.
+tidy_one() {
+    local findings
+    findings=$(clang-tidy --quiet -p build/lint "$1" 2>/dev/null) || {
+        echo "$findings"
+        return 1
+    }
+}
+export -f tidy_one
+
 # Every source that is compiled here; the sources of other platforms are in no compile command.
 tidy() {
     grep -o '"file": "[^"]*"' build/lint/compile_commands.json | cut -d'"' -f4 | sort -u |
-        xargs -n 1 -P "$jobs" clang-tidy --quiet -p build/lint 2> >(grep -v 'warnings generated' >&2)
+        xargs -P "$jobs" -I {} bash -c 'tidy_one {}'
 }
 
 # Each source with the options of its compile command.

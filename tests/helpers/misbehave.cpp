@@ -38,6 +38,7 @@ void Detach(bool stay)
 {
     const pid_t child = fork();
     if (child != 0) {
+        // NOLINTNEXTLINE(bugprone-infinite-loop): a signal ends it.
         while (stay && child > 0) {
             pause();
         }

@@ -1,6 +1,6 @@
 // A logging library that takes the place of our own in a bundle. It writes how it was called into
-// the file "log_calls" of the working folder. It gives no log; a number in KESTRANE_TEST_LOG is what
-// InitLogger returns.
+// the file "log_calls" of the working folder. It gives no log; a number in KESTRANE_TEST_LOG is
+// what InitLogger returns.
 #include <cstdio>
 #include <cstdlib>
 #include <string>

@@ -303,6 +303,7 @@ class Signals(harness.LauncherTest):
         self.assertEqual([start_text("a"), start_text("b")], sorted(t for _, t in launcher.log()))
         self.assert_left_behind(["stay"])
 
+    @unittest.skipIf(harness.SANITIZE == "thread", "ThreadSanitizer has a thread of its own")
     def test_sigterm_that_a_supervisor_takes_ends_by_abort(self):
         # The system gives it to the main thread, if it can. Here it is given to a supervisor, which
         # would have to wait for its own end.

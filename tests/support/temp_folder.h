@@ -1,7 +1,9 @@
 // A folder of its own for one test, removed with all that is in it.
 #pragma once
 
-#include <cstdlib>
+#include <stdlib.h>
+#include <unistd.h>
+
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>

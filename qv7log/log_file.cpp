@@ -34,10 +34,6 @@ constexpr std::int64_t kMillisecond = 1000000;
 // How often a record is tried again while another thread of this process changes the file.
 constexpr int kAttempts = 1000;
 
-// How a thread gives way to one that writes: a tenth of a millisecond or two altogether.
-constexpr int kNaps = 3;
-constexpr timespec kNap = {0, 1000};
-
 template <typename Call>
 auto RetryInterrupted(Call call)
 {
@@ -119,6 +115,15 @@ bool SetLock(int file, short type)
     lock.l_type = type;
     lock.l_whence = SEEK_SET;
     return fcntl(file, F_SETLK, &lock) == 0;
+}
+
+// One thread of a process has a turn at a time; false when it is another one's. What counts is a
+// thread of this process: a child may have been forked in the middle of another thread's turn,
+// which then never ends in the child.
+bool TakeTurn(pid_t process)
+{
+    pid_t holder = g_turn.load();
+    return holder != process && g_turn.compare_exchange_strong(holder, process);
 }
 
 }  // namespace
@@ -227,32 +232,6 @@ void LogFile::Unlock()
     SetLock(m_lock, F_UNLCK);
 }
 
-// One thread of a process has a turn at a time; false when it is another one's. What counts
-// is a thread of this process: a child may have been forked in the middle of another thread's turn,
-// which then never ends in the child.
-bool LogFile::TakeTurn(std::atomic<pid_t>& turn, pid_t process)
-{
-    pid_t holder = turn.load();
-    return holder != process && turn.compare_exchange_strong(holder, process);
-}
-
-// Writes once. Threads that write at the same time need no turn, but the system makes them queue at
-// a price (docs/benchmarks.md), so the others take a few naps first. Whoever has the turn may
-// sleep, or not exist in this child: they write in any case.
-ssize_t LogFile::Write(const char* line, std::size_t size, pid_t process)
-{
-    bool my_turn = TakeTurn(m_writer, process);
-    for (int i = 0; i < kNaps && !my_turn; ++i) {
-        nanosleep(&kNap, nullptr);
-        my_turn = TakeTurn(m_writer, process);
-    }
-    const ssize_t written = RetryInterrupted([&] { return write(m_log, line, size); });
-    if (my_turn) {
-        m_writer.store(0);
-    }
-    return written;
-}
-
 bool LogFile::Append(const char* line, std::size_t size, pid_t process)
 {
     if (m_nowhere.load(std::memory_order_relaxed)) {
@@ -260,7 +239,7 @@ bool LogFile::Append(const char* line, std::size_t size, pid_t process)
     }
     bool torn_before = false;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
-        const ssize_t written = Write(line, size, process);
+        const ssize_t written = RetryInterrupted([&] { return write(m_log, line, size); });
         if (written == static_cast<ssize_t>(size)) {
             timespec now;
             clock_gettime(CLOCK_REALTIME, &now);
@@ -330,7 +309,7 @@ bool LogFile::IsCurrent(struct stat& status) const
 
 LogFile::Change LogFile::Reopen(pid_t process)
 {
-    if (!TakeTurn(g_turn, process)) {
+    if (!TakeTurn(process)) {
         return Change::kBusy;
     }
     struct stat status;
@@ -366,7 +345,7 @@ LogFile::Change LogFile::OpenAgain()
 // Writers are not held up: what they write meanwhile goes to the old file.
 void LogFile::Rotate(pid_t process)
 {
-    if (!TakeTurn(g_turn, process)) {
+    if (!TakeTurn(process)) {
         return;
     }
     if (Lock()) {
@@ -383,7 +362,8 @@ void LogFile::Rotate(pid_t process)
 }
 
 // Frees the number 1 by renaming each old file to the next number. A gap, which a rotation that was
-// killed leaves behind, takes up what comes before it; without one the oldest file is replaced.
+// killed leaves behind, takes up what comes before it; without one the oldest file goes. It is
+// removed and not replaced: some file systems (ext4) first send to the disk what replaces a file.
 void LogFile::ShiftOldFiles()
 {
     int last = 1;
@@ -391,6 +371,7 @@ void LogFile::ShiftOldFiles()
     while (last < kOldFiles && lstat(SuffixedPath(m_path, last).text, &status) == 0) {
         ++last;
     }
+    unlink(SuffixedPath(m_path, last).text);
     for (int number = last; number > 1; --number) {
         rename(SuffixedPath(m_path, number - 1).text, SuffixedPath(m_path, number).text);
     }

@@ -1,8 +1,7 @@
 // The file that records are appended to, by many threads and processes at once.
 //
 // Threads:  every function but Open may be called at any time, in a forked child too. What another
-//           thread or process is doing already is left to it. Nothing waits for another to end; a
-//           thread gives way to one that writes for a fifth of a millisecond at most.
+//           thread or process is doing already is left to it; nothing waits for its end.
 // Lifetime: never destroyed; threads log while the exit-time destructors run.
 // Errors:   a record that cannot be written is for the caller to count, in `lost`.
 #pragma once
@@ -58,9 +57,6 @@ private:
         kBusy,  // another thread of this process is changing the file
     };
 
-    static bool TakeTurn(std::atomic<pid_t>& turn, pid_t process);
-    ssize_t Write(const char* line, std::size_t size, pid_t process);
-
     int StorePath(const char* path);
     int OpenOrCreate(int flags);
     bool MakeFolders();
@@ -78,7 +74,6 @@ private:
     int m_log = -1;
     int m_lock = -1;
     pid_t m_owner = 0;
-    std::atomic<pid_t> m_writer{0};              // the process whose thread writes, or 0
     std::atomic<std::int64_t> m_last_record{0};  // when it was written, in nanoseconds
     std::atomic<std::int64_t> m_last_look{0};    // the millisecond of Follow's last one
     std::atomic<bool> m_nowhere{false};          // the file is removed and cannot be created again

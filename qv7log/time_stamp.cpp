@@ -39,15 +39,16 @@ Date DateOfDay(std::int64_t days)
     return {era * 400 + year_of_era + (month <= 2 ? 1 : 0), month, day};
 }
 
-// Writes `value` in `digits` digits and after them `end`.
-char* PutDigits(char* out, int value, int digits, char end)
+// Writes `value` in kDigits digits and after them `end`.
+template <int kDigits>
+char* PutDigits(char* out, int value, char end)
 {
-    for (int i = digits - 1; i >= 0; --i) {
+    for (int i = kDigits - 1; i >= 0; --i) {
         out[i] = static_cast<char>('0' + value % 10);
         value /= 10;
     }
-    out[digits] = end;
-    return out + digits + 1;
+    out[kDigits] = end;
+    return out + kDigits + 1;
 }
 
 }  // namespace
@@ -59,13 +60,13 @@ char* PutTimeStamp(char* out, const timespec& time)
     const std::int64_t since_first = seconds - kFirstSecond;
     const Date date = DateOfDay(since_first / kSecondsPerDay + kFirstSecond / kSecondsPerDay);
     const int second_of_day = static_cast<int>(since_first % kSecondsPerDay);
-    out = PutDigits(out, date.year, 4, '-');
-    out = PutDigits(out, date.month, 2, '-');
-    out = PutDigits(out, date.day, 2, 'T');
-    out = PutDigits(out, second_of_day / 3600, 2, ':');
-    out = PutDigits(out, second_of_day / 60 % 60, 2, ':');
-    out = PutDigits(out, second_of_day % 60, 2, '.');
-    return PutDigits(out, static_cast<int>(time.tv_nsec / 1000000), 3, 'Z');
+    out = PutDigits<4>(out, date.year, '-');
+    out = PutDigits<2>(out, date.month, '-');
+    out = PutDigits<2>(out, date.day, 'T');
+    out = PutDigits<2>(out, second_of_day / 3600, ':');
+    out = PutDigits<2>(out, second_of_day / 60 % 60, ':');
+    out = PutDigits<2>(out, second_of_day % 60, '.');
+    return PutDigits<3>(out, static_cast<int>(time.tv_nsec / 1000000), 'Z');
 }
 
 bool IsTimeStamp(const char* text)

@@ -156,7 +156,9 @@ def start(contender, options):
 
 def stop(contender, options):
     """Time from the request to stop until the last process has gone."""
-    pid, _ = start_all(contender, options["n"])
+    pid, _ = spawn(contender, [STAY] * options["n"])
+    wait_for(lambda: record_count() >= options["n"])
+    settle()
     time.sleep(1.1)  # Some pause for a second when a helper has lived for less.
     begin = time.monotonic_ns()
     contender.stop(pid)

@@ -85,8 +85,8 @@ class Measurement:
         print(scenario, contender, *(f"{key}={value}" for key, value in values.items()), flush=True)
         self.results.append({"scenario": scenario, "contender": contender, **options, **result})
 
-    def _sequence(self, scenario, names, options):
-        for repetition in range(self._profile["repetitions"]):
+    def _sequence(self, scenario, names, options, repetitions=None):
+        for repetition in range(repetitions or self._profile["repetitions"]):
             for name in turns(names, repetition):
                 result = self._namespace.run(scenario, name, **options)
                 self._keep(scenario, name, result, **options)
@@ -100,11 +100,15 @@ class Measurement:
 
     def start(self):
         for count in self._profile["counts"]:
-            self._sequence("start", self._profile["start"], {"n": count})
+            # A start of few takes no longer than a disturbance of it does, so it is done more often.
+            repetitions = self._profile["repetitions_of_few"] if count <= 10 else None
+            self._sequence("start", self._profile["start"], {"n": count}, repetitions)
 
     def stop(self):
         for count in self._profile["stop_counts"]:
-            self._sequence("stop", self._profile["stop"], {"n": count})
+            # Without helpers: what the launcher's own end takes.
+            names = self._profile["stop"] if count > 0 else ["launcher"]
+            self._sequence("stop", names, {"n": count})
 
     def restart(self):
         profile = self._profile
@@ -128,16 +132,20 @@ class Measurement:
     def log(self):
         """The logging library's own benchmark, which takes turns itself."""
         output = subprocess.run(
-            [f"{self._bench}/qv7log_bench", "--benchmark_filter=^Write", "--benchmark_format=json",
-             f"--benchmark_repetitions={self._profile['repetitions']}",
+            [f"{self._bench}/qv7log_bench", "--benchmark_format=json",
+             f"--benchmark_repetitions={self._profile['repetitions_of_few']}",
              f"--benchmark_min_time={self._profile['log_seconds']}",
              "--benchmark_enable_random_interleaving=true"],
             check=True, capture_output=True, text=True).stdout
         for run in json.loads(output)["benchmarks"]:
-            if run["run_type"] == "iteration":
-                library = re.match("Write([^/]*)", run["name"])[1].lower()
-                self._keep("log", library, {"records_per_s": run["items_per_second"]},
+            if run["run_type"] != "iteration":
+                continue
+            operation, library = re.match("(Write|Filter)([^/]*)", run["name"]).groups()
+            if operation == "Write":
+                self._keep("log", library.lower(), {"records_per_s": run["items_per_second"]},
                            threads=run["threads"])
+            else:
+                self._keep("filter", library.lower(), {"ns": run["cpu_time"]})
 
     def operations(self):
         program = f"{self._bench}/instructions"
@@ -158,9 +166,10 @@ def full_profile():
     everyone = [*contenders.FLOORS, *contenders.LAUNCHER, *contenders.LEAN]
     return {
         "repetitions": 5,
+        "repetitions_of_few": 15,
         "counts": [1, 10, 100, 500, 1000],
         "start": everyone + list(contenders.SCRIPTS),
-        "stop_counts": [1, 10, 100],
+        "stop_counts": [0, 1, 10, 100],
         "stop": [*contenders.LAUNCHER, *contenders.LEAN],
         "neighbours": [0, 100],
         "restarts": 200,
@@ -179,9 +188,10 @@ def short_profile():
     few = ["loop", "threads", "launcher", "runit"]
     return {
         "repetitions": 1,
+        "repetitions_of_few": 1,
         "counts": [1, 10],
         "start": few,
-        "stop_counts": [1],
+        "stop_counts": [0, 1],
         "stop": ["launcher", "runit"],
         "neighbours": [0, 5],
         "restarts": 5,
@@ -218,7 +228,7 @@ def main():
     if arguments.counts:
         profile["counts"] = [int(count) for count in arguments.counts.split(",")]
     if arguments.repetitions:
-        profile["repetitions"] = arguments.repetitions
+        profile["repetitions"] = profile["repetitions_of_few"] = arguments.repetitions
 
     namespace = Namespace(arguments.bench + "/supervision", arguments.stage,
                           arguments.other_stage)

@@ -54,7 +54,7 @@ class Plain(unittest.TestCase):
     def start(self, *arguments):
         launcher = subprocess.Popen(
             [self.contents + "/MacOS/launcher", *arguments],
-            env={"KESTRANE_TEST_STARTS": self.starts_path},
+            env={"KESTRANE_TEST_STARTS": self.starts_path, **harness.SANITIZER_OPTIONS},
             start_new_session=True,
         )
         self.addCleanup(self.end, launcher)

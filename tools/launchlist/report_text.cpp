@@ -109,10 +109,12 @@ std::string TimelineText(const Report& report, Terminal terminal)
         text += pad_right(Cut(ItemTitle(item)), names + 2) +
                 RowText(item, report, cells, terminal.color) + "\n";
     }
-    return text + styled(
-                      "= running   | ended with status 0   x ended otherwise   ! could not be "
-                      "started   . not running\n",
-                      Style::kDim, terminal.color);
+    return text +
+           styled(
+               "= running   | ended with status 0   x ended otherwise   ! could not be started   "
+               ". not running",
+               Style::kDim, terminal.color) +
+           "\n";
 }
 
 std::string DetailsText(const Report& report, bool color)

@@ -174,6 +174,20 @@ TEST_F(ReadDataTest, ReadsAFileOfAnySizeWhole)
     }
 }
 
+TEST_F(ReadDataTest, ClosesTheFileThatTheChildrenWouldInherit)
+{
+    const auto lowest_free_descriptor = [] {
+        const int descriptor = dup(STDIN_FILENO);
+        close(descriptor);
+        return descriptor;
+    };
+    const int before = lowest_free_descriptor();
+    std::string data;
+    EXPECT_TRUE(ReadData(m_folder.Write("f", "text"), data));
+    EXPECT_FALSE(ReadData(m_folder.Write("empty", ""), data));
+    EXPECT_EQ(lowest_free_descriptor(), before);
+}
+
 TEST_F(ReadDataTest, CutsTheTextAtItsFirstNul)
 {
     std::string data = "before";

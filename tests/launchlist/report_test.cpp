@@ -350,6 +350,20 @@ TEST(Report, FindsRotatedFilesByItselfAndReadsThemInOrder)
     EXPECT_EQ(item.longest, 2950);
 }
 
+TEST(Report, TakesTheNumbers1To99ForOldFiles)
+{
+    const TempFolder folder;
+    const std::string path = folder.Write("qv7log", "");
+    for (const char* number : {"0", "1", "99", "100"}) {
+        folder.Write(std::string("qv7log.") + number, "");
+    }
+    std::vector<std::string> read;
+    for (const LogFile& file : MakeReport({path}, {}).files) {
+        read.push_back(file.path);
+    }
+    EXPECT_EQ(read, (std::vector<std::string>{folder / "qv7log.99", folder / "qv7log.1", path}));
+}
+
 TEST(Report, ReadsAFileOnceThatHasTwoNames)
 {
     const TempFolder folder;

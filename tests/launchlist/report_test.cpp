@@ -127,6 +127,52 @@ TEST(Report, TellsWhatCouldNotBeStartedFromProcessesThatCarryOn)
     EXPECT_EQ(ItemOf(report, "good").ends, 1U);
 }
 
+TEST(Report, TakesANewProcessForTheItemsChildOnlyWithinASecond)
+{
+    const struct
+    {
+        Milliseconds time;
+        std::size_t launchers, failed_starts;
+    } kTable[] = {{5999, 2, 0}, {6000, 1, 1}, {7000, 1, 1}, {7001, 2, 0}};
+    for (const auto& row : kTable) {
+        LogText log;
+        log.Start(6000, kLauncher, "a").Start(row.time, 300, "a");
+        const Report report = ReportOn(log);
+        EXPECT_EQ(report.launchers, row.launchers) << row.time;
+        EXPECT_EQ(ItemOf(report, "a").failed_starts, row.failed_starts) << row.time;
+    }
+}
+
+TEST(Report, TakesNoNewProcessForTheChildOfARunThatHasEnded)
+{
+    LogText log;
+    log.Start(0, kLauncher, "a").End(100, kLauncher, "a", 201, 0).Start(150, 300, "a");
+    const Report report = ReportOn(log);
+    EXPECT_EQ(report.launchers, 2U);
+    EXPECT_EQ(ItemOf(report, "a").failed_starts, 0U);
+    EXPECT_EQ(ItemOf(report, "a").state, State::kRunning);
+}
+
+TEST(Report, WaitsASecondBeforeItCallsAnotherTryRunning)
+{
+    for (const Milliseconds last : {1050, 1051}) {
+        LogText log;
+        log.Start(0, kLauncher, "a").Start(50, 300, "a");
+        log.Add(last, "ERROR", kLauncher, "[LAUNCHER  ] There is an item has no name.");
+        EXPECT_EQ(ItemOf(ReportOn(log), "a").state,
+                  last == 1050 ? State::kUnknown : State::kRunning);
+    }
+}
+
+TEST(Report, KnowsARunWithoutLength)
+{
+    LogText log;
+    log.Start(0, kLauncher, "a").End(0, kLauncher, "a", 201, 0);
+    const ItemReport item = ItemOf(ReportOn(log), "a");
+    EXPECT_EQ(item.shortest, 0);
+    EXPECT_EQ(item.unknown_runs, 0U);
+}
+
 TEST(Report, CallsAProgramRunningOnlyWhenItWasStartedInTheEnd)
 {
     LogText log;

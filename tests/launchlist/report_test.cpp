@@ -265,6 +265,32 @@ TEST(Report, ALongRunBreaksALoop)
     EXPECT_FALSE(ItemOf(ReportOn(log), "a").loop);
 }
 
+TEST(Report, TellsTheLongestLoopAndOfTwoTheFirst)
+{
+    const struct
+    {
+        std::size_t before, behind, told;
+        Milliseconds from;
+    } kTable[] = {{8, 6, 8, 0}, {6, 8, 8, 70000}, {6, 6, 6, 0}};
+    for (const auto& row : kTable) {
+        LogText log;
+        int child = 200;
+        const auto add = [&](std::size_t runs, Milliseconds time) {
+            for (std::size_t i = 0; i < runs; ++i, time += 150) {
+                log.Start(time, kLauncher, "a").End(time + 100, kLauncher, "a", ++child, 0);
+            }
+        };
+        add(row.before, 0);
+        log.Start(10000, kLauncher, "a").End(60000, kLauncher, "a", ++child, kExit3);
+        add(row.behind, 70000);
+        const auto loop = ItemOf(ReportOn(log), "a").loop;
+        ASSERT_TRUE(loop);
+        EXPECT_EQ(loop->runs, row.told);
+        EXPECT_EQ(FormatTimeStamp(loop->from), LogText::Time(row.from));
+        EXPECT_FALSE(loop->is_crash);
+    }
+}
+
 TEST(Report, FindsTheWorstMinute)
 {
     LogText log;

@@ -15,6 +15,7 @@
 #include "tests/support/fake_processes.h"
 #include "tests/support/fake_syslog.h"
 #include "tests/support/log_recorder.h"
+#include "tests/support/lowest_descriptor.h"
 #include "tests/support/temp_folder.h"
 #include "tests/support/wait_until.h"
 
@@ -176,16 +177,11 @@ TEST_F(ReadDataTest, ReadsAFileOfAnySizeWhole)
 
 TEST_F(ReadDataTest, ClosesTheFileThatTheChildrenWouldInherit)
 {
-    const auto lowest_free_descriptor = [] {
-        const int descriptor = dup(STDIN_FILENO);
-        close(descriptor);
-        return descriptor;
-    };
-    const int before = lowest_free_descriptor();
+    const int before = LowestFreeDescriptor();
     std::string data;
     EXPECT_TRUE(ReadData(m_folder.Write("f", "text"), data));
     EXPECT_FALSE(ReadData(m_folder.Write("empty", ""), data));
-    EXPECT_EQ(lowest_free_descriptor(), before);
+    EXPECT_EQ(LowestFreeDescriptor(), before);
 }
 
 TEST_F(ReadDataTest, CutsTheTextAtItsFirstNul)

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "tests/launchlist/log_text.h"
+#include "tests/support/lowest_descriptor.h"
 
 using namespace launchlist;
 
@@ -443,6 +444,18 @@ TEST(Report, ReadsAFileOnceThatHasTwoNames)
         folder.Write("qv7log", LogText().End(0, kLauncher, "a", 201, 0).Text());
     ASSERT_EQ(link(path.c_str(), (folder / "qv7log.1").c_str()), 0);
     EXPECT_EQ(ItemOf(MakeReport({path}, {}), "a").ends, 1U);
+}
+
+TEST(Report, ClosesEveryLog)
+{
+    const TempFolder folder;
+    const std::string path = folder.Write("qv7log", "");
+    folder.Write("qv7log.1", "");
+    ASSERT_EQ(link(path.c_str(), (folder / "qv7log.2").c_str()), 0);
+    ASSERT_EQ(mkdir((folder / "qv7log.3").c_str(), 0700), 0);
+    const int before = LowestFreeDescriptor();
+    MakeReport({path, path, folder / "none"}, {});
+    EXPECT_EQ(LowestFreeDescriptor(), before);
 }
 
 TEST(Report, SaysWhatItCouldNotRead)

@@ -15,7 +15,7 @@
 #include "tests/support/fake_processes.h"
 #include "tests/support/fake_syslog.h"
 #include "tests/support/log_recorder.h"
-#include "tests/support/lowest_descriptor.h"
+#include "tests/support/next_descriptor.h"
 #include "tests/support/temp_folder.h"
 #include "tests/support/wait_until.h"
 
@@ -177,11 +177,11 @@ TEST_F(ReadDataTest, ReadsAFileOfAnySizeWhole)
 
 TEST_F(ReadDataTest, ClosesTheFileThatTheChildrenWouldInherit)
 {
-    const int before = LowestFreeDescriptor();
+    const int before = NextDescriptor();
     std::string data;
     EXPECT_TRUE(ReadData(m_folder.Write("f", "text"), data));
     EXPECT_FALSE(ReadData(m_folder.Write("empty", ""), data));
-    EXPECT_EQ(LowestFreeDescriptor(), before);
+    EXPECT_EQ(NextDescriptor(), before);
 }
 
 TEST_F(ReadDataTest, CutsTheTextAtItsFirstNul)

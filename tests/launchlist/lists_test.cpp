@@ -10,7 +10,7 @@
 
 #include "json/json_object.h"
 #include "json/json_source.h"
-#include "tests/support/lowest_descriptor.h"
+#include "tests/support/next_descriptor.h"
 #include "tools/launchlist/check.h"
 #include "tools/launchlist/explain.h"
 #include "tools/launchlist/files.h"
@@ -98,9 +98,9 @@ TEST(Lists, ThereAreSome)
 
 TEST(Lists, AreClosedWhenRead)
 {
-    const int before = LowestFreeDescriptor();
+    const int before = NextDescriptor();
     Contents("good.json");
-    EXPECT_EQ(LowestFreeDescriptor(), before);
+    EXPECT_EQ(NextDescriptor(), before);
 }
 
 TEST(Lists, CheckPrintsWhatIsExpected)

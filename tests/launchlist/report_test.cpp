@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "tests/launchlist/log_text.h"
-#include "tests/support/lowest_descriptor.h"
+#include "tests/support/next_descriptor.h"
 
 using namespace launchlist;
 
@@ -453,9 +453,9 @@ TEST(Report, ClosesEveryLog)
     folder.Write("qv7log.1", "");
     ASSERT_EQ(link(path.c_str(), (folder / "qv7log.2").c_str()), 0);
     ASSERT_EQ(mkdir((folder / "qv7log.3").c_str(), 0700), 0);
-    const int before = LowestFreeDescriptor();
+    const int before = NextDescriptor();
     MakeReport({path, path, folder / "none"}, {});
-    EXPECT_EQ(LowestFreeDescriptor(), before);
+    EXPECT_EQ(NextDescriptor(), before);
 }
 
 TEST(Report, SaysWhatItCouldNotRead)

@@ -4,8 +4,9 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-// The lowest descriptor that is free; the same before and after what closes all it opens.
-inline int LowestFreeDescriptor()
+// The number that the next descriptor would get; the same before and after what closes all it
+// opens.
+inline int NextDescriptor()
 {
     const int descriptor = open("/dev/null", O_RDONLY);
     close(descriptor);

@@ -91,14 +91,14 @@ Character FirstCharacter(std::string_view text)
         unsigned code = byte(0) & static_cast<unsigned char>(~form.mask);
         for (std::size_t i = 1; i < form.size; ++i) {
             if ((byte(i) & 0xC0) != 0x80) {
-                return {0, 0};
+                return {};
             }
             code = code << 6 | (byte(i) & 0x3F);
         }
         const bool surrogate = code >= 0xD800 && code <= 0xDFFF;
         return {code, code < form.least || code > 0x10FFFF || surrogate ? 0 : form.size};
     }
-    return {0, 0};
+    return {};
 }
 
 bool IsControl(unsigned code)

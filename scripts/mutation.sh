@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Changes the sources in small ways, one at a time, and looks whether the unit tests notice.
-# Fails when 5 % or more of the changes go unnoticed. Linux only; takes about an hour.
+# Changes the sources in small ways, one at a time, and looks whether the fast tests notice.
+# Fails when 5 % or more of the changes go unnoticed. Linux only; takes about 20 minutes on two cores.
 #
 #     scripts/mutation.sh [COUNT [SEED [FILE...]]]    300 changes, seed 1, all sources if not given
 set -euo pipefail

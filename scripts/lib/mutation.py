@@ -3,9 +3,12 @@
     mutation.py COUNT SEED [FILE...]
 
 Takes about COUNT changed sources ("mutants") that compile to other code than the original, spread
-over all sources, or the given ones, in proportion to their lines. Links each with the unit tests and
-fuzz seeds that use it, runs these, those of the source's own folder first, until one fails, and
-lists the mutants that none fails on. The same seed gives the same sample.
+over all sources, or the given ones, in proportion to their lines. Links each into the fast tests
+that use it, runs these, those of the source's own folder first, until one fails, and lists the
+mutants that none fails on. The same seed gives the same sample.
+
+mutation_explained.txt has the mutants that no test can tell from the original. They are counted
+apart.
 
 Every test runs in a PID namespace of its own: what kills a process may now kill another one.
 """
@@ -27,6 +30,7 @@ import subprocess
 import sys
 import tempfile
 import threading
+import time
 
 from universalmutator import mutator
 
@@ -34,24 +38,23 @@ FOLDERS = ("util", "json", "config", "logging", "launcher", "qv7log", "tools")
 RULES = ["universal.rules", "c_like.rules", "cpp.rules"]
 LEAST_PER_FILE = 3
 MOST_SURVIVORS = 0.05
-SECONDS = 40
+SECONDS = 40  # For one test; what runs longer hangs.
 MEMORY = 4 << 30
 FILE_SIZE = 256 << 20
 
 ROOT = pathlib.Path.cwd()
 BUILD = ROOT / "build" / "mutation"
+EXPLAINED = pathlib.Path(__file__).with_name("mutation_explained.txt")
 
 Mutant = collections.namedtuple("Mutant", "path line old new")
-# A test program: how it is linked, and how it is run.
-Test = collections.namedtuple("Test", "name link program arguments")
+# A test, the program of ours that it runs, and how that one is linked.
+Test = collections.namedtuple("Test", "name command program link")
 # One compilation of a source: the command, the object, and the archive that holds it.
 Compilation = collections.namedtuple("Compilation", "command source object archive")
 
 
 def output_of(*command, **options):
-    return subprocess.run(
-        command, check=True, stdout=subprocess.PIPE, text=True, **options
-    ).stdout
+    return subprocess.run(command, check=True, stdout=subprocess.PIPE, text=True, **options).stdout
 
 
 def source_paths():
@@ -94,11 +97,12 @@ def quotas(paths, count):
 
 
 def build():
-    """Builds everything as it is, with so much optimisation that equal code comes out equal."""
-    options = ["-DCMAKE_BUILD_TYPE=None", "-DCMAKE_CXX_FLAGS=-O1"]
+    """Builds everything as it is, with the optimisation by which most equal code comes out equal."""
+    options = ["-DCMAKE_BUILD_TYPE=None", "-DCMAKE_CXX_FLAGS=-Os"]
     subprocess.run(
         ["cmake", "-S", ROOT, "-B", BUILD, "-G", "Ninja", *options],
-        check=True, stdout=subprocess.DEVNULL,
+        check=True,
+        stdout=subprocess.DEVNULL,
     )
     subprocess.run(["cmake", "--build", BUILD], check=True, stdout=subprocess.DEVNULL)
 
@@ -116,36 +120,69 @@ def compilations():
     return found
 
 
-def unit_tests():
-    """The test programs; end-to-end tests are not fast."""
+def fast_tests():
+    """The tests that run a program of the build folder; end-to-end tests have an installed one."""
     shown = json.loads(output_of("ctest", "--test-dir", BUILD, "--show-only=json-v1"))
     tests = []
     for entry in shown["tests"]:
-        program, *arguments = entry["command"]
-        if BUILD in pathlib.Path(program).parents:
-            target = os.path.relpath(program, BUILD)
+        programs = [word for word in entry["command"] if is_built_program(word)]
+        if programs:
+            target = os.path.relpath(programs[0], BUILD)
             commands = output_of("ninja", "-C", BUILD, "-t", "commands", target)
             link = shlex.split(commands.splitlines()[-1])
             # CMake's command is ": && LINKER ... && :".
             link = link[link.index("&&") + 1 : len(link) - link[::-1].index("&&") - 1]
-            tests.append(Test(entry["name"], link, program, arguments))
+            tests.append(Test(entry["name"], entry["command"], programs[0], link))
     return tests
 
 
-def passes(program, arguments):
-    command = ["bwrap", "--unshare-pid", "--die-with-parent", "--new-session"]
-    command += ["--ro-bind", "/", "/", "--proc", "/proc", "--dev", "/dev"]
-    command += ["--size", str(FILE_SIZE), "--tmpfs", "/tmp", "--ro-bind", BUILD, BUILD]
-    command += ["--ro-bind", ROOT, ROOT, "--chdir", "/tmp", program, *arguments]
+def is_built_program(word):
+    return BUILD in pathlib.Path(word).parents and os.path.isfile(word) and os.access(word, os.X_OK)
+
+
+def passes(command):
+    sandbox = ["bwrap", "--unshare-pid", "--die-with-parent", "--new-session"]
+    sandbox += ["--ro-bind", "/", "/", "--proc", "/proc", "--dev", "/dev"]
+    sandbox += ["--size", str(FILE_SIZE), "--tmpfs", "/tmp", "--ro-bind", BUILD, BUILD]
+    sandbox += ["--ro-bind", ROOT, ROOT, "--chdir", "/tmp"]
     try:
         result = subprocess.run(
-            command, check=False, timeout=SECONDS, preexec_fn=limit_resources,
-            stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+            sandbox + command,
+            check=False,
+            timeout=SECONDS,
+            preexec_fn=limit_resources,
+            stdin=subprocess.DEVNULL,
+            stdout=subprocess.DEVNULL,
+            stderr=subprocess.DEVNULL,
             env={**os.environ, "GTEST_FAIL_FAST": "1"},
         )
         return result.returncode == 0
     except subprocess.TimeoutExpired:
         return False
+
+
+def tests_by_time():
+    """The fast tests, the fastest first; all of them pass."""
+    timed = []
+    for test in fast_tests():
+        begin = time.monotonic()
+        if not passes(test.command):
+            sys.exit(f"Without any change {test.name} fails")
+        timed.append((time.monotonic() - begin, test))
+    return [test for _, test in sorted(timed)]
+
+
+def is_explained(mutant):
+    """Whether the table has it: blocks of a path, the new line, and the reason below them."""
+    for block in EXPLAINED.read_text(encoding="utf-8").split("\n\n"):
+        path, *lines = block.strip().splitlines()
+        if path == mutant.path and lines[0].strip() == shown(mutant.new):
+            return True
+    return False
+
+
+def shown(line):
+    return " ".join(line.split())
 
 
 def limit_resources():
@@ -160,11 +197,13 @@ class Judge:
     def __init__(self, path, ways, tests):
         self.path = path
         self.ways = ways
-        folder = path.split("/")[0] + "_"
-        twin = re.sub(r"\W", "_", path[: -len(".cpp")]) + "_test"
+        *_, folder, name = path[: -len(".cpp")].split("/")
         self.tests = sorted(
             (test for test in tests if any(uses(test.link, way) for way in ways)),
-            key=lambda test: (test.name != twin, not test.name.startswith(folder)),
+            key=lambda test: (
+                test.name != f"{folder}_{name}_test",
+                not test.name.startswith(folder + "_"),
+            ),
         )
         self.folder = pathlib.Path(tempfile.mkdtemp(dir=BUILD, prefix="mutants-"))
         self.seen = {self.code([BUILD / way.object for way in ways])}
@@ -181,7 +220,8 @@ class Judge:
         source.write_text("".join(lines), encoding="utf-8")
         objects = []
         for number, way in enumerate(self.ways):
-            objects.append(self.folder / f"{number}.o")
+            objects.append(self.folder / str(number) / os.path.basename(way.object))
+            objects[-1].parent.mkdir(exist_ok=True)
             exchange = {way.source: str(source), way.object: str(objects[-1])}
             command = [exchange.get(word, word) for word in way.command]
             if subprocess.run(
@@ -191,23 +231,29 @@ class Judge:
         return objects
 
     def link(self, test, objects):
-        """The test program with the mutant in place of the source."""
+        """The program of a test with the mutant in place of the source."""
         program = self.folder / "program"
         command = list(test.link)
         command[command.index("-o") + 1] = str(program)
         for way, changed in zip(self.ways, objects):
-            if way.object in command:
-                command[command.index(way.object)] = str(changed)
-            elif way.archive in command:
-                # What is defined before the archive is not taken from it.
-                command.insert(command.index(way.archive), str(changed))
+            exchange = {way.object: str(changed)}
+            if way.archive in command:
+                exchange[way.archive] = self.archive(way, changed)
+            command = [exchange.get(word, word) for word in command]
         linked = subprocess.run(command, cwd=BUILD, check=False, stderr=subprocess.DEVNULL)
-        return program if linked.returncode == 0 else None
+        return str(program) if linked.returncode == 0 else None
+
+    def archive(self, way, changed):
+        """A copy of the archive with the mutant: nothing of the source is left in it."""
+        copy = changed.parent / os.path.basename(way.archive)
+        shutil.copy(BUILD / way.archive, copy)
+        subprocess.run(["ar", "rs", copy, changed], check=True)
+        return str(copy)
 
     def verdict(self, mutant):
         objects = self.compile(mutant)
         if objects is None:
-            return "does not compile"
+            return "does not build"
         code = self.code(objects)
         if code in self.seen:
             return "same code"
@@ -215,10 +261,10 @@ class Judge:
         for test in self.tests:
             program = self.link(test, objects)
             if program is None:
-                return "does not compile"
-            if not passes(program, test.arguments):
+                return "does not build"
+            if not passes([program if word == test.program else word for word in test.command]):
                 return "killed by " + test.name
-        return "survived"
+        return "explained" if is_explained(mutant) else "survived"
 
     def run(self, mutants, quota):
         """Judges mutants until enough of them count."""
@@ -228,7 +274,7 @@ class Judge:
             if counted == quota:
                 break
             results.append((mutant, self.verdict(mutant)))
-            counted += results[-1][1].startswith(("killed", "survived"))
+            counted += results[-1][1].startswith(("killed", "survived", "explained"))
         shutil.rmtree(self.folder)
         return results
 
@@ -242,10 +288,11 @@ def report(results):
         json.dump([{**m._asdict(), "verdict": verdict} for m, verdict in results], file, indent=1)
     verdicts = collections.Counter(verdict.split(" by ")[0] for _, verdict in results)
     survived = verdicts["survived"]
-    counted = survived + verdicts["killed"]
+    counted = survived + verdicts["killed"] + verdicts["explained"]
     print(
-        f"\n{counted} mutants, {survived} survived ({100 * survived / counted:.1f} %); "
-        f"{verdicts['does not compile']} do not compile, {verdicts['same code']} are the same code"
+        f"\n{counted} mutants: {verdicts['killed']} killed, {survived} survived "
+        f"({100 * survived / counted:.1f} %), {verdicts['explained']} explained; "
+        f"{verdicts['does not build']} do not build, {verdicts['same code']} are the same code"
     )
     return 0 if survived < MOST_SURVIVORS * counted else 1
 
@@ -254,11 +301,7 @@ def main():
     count, seed, *chosen = sys.argv[1:]
     build()
     ways = compilations()
-    tests = unit_tests()
-    failing = [test.name for test in tests if not passes(test.program, test.arguments)]
-    if failing:
-        sys.exit("Without any change these fail: " + " ".join(failing))
-
+    tests = tests_by_time()
     results = []
     printing = threading.Lock()
 
@@ -270,14 +313,12 @@ def main():
             print(f"{path}: {dict(verdicts)}", flush=True)
             for mutant, verdict in found:
                 if verdict == "survived":
-                    print(f"{path}:{mutant.line}: survived\n  - {mutant.old.strip()}\n"
-                          f"  + {mutant.new.strip()}", flush=True)
+                    print(f"{path}:{mutant.line}: survived")
+                    print(f"  - {shown(mutant.old)}\n  + {shown(mutant.new)}", flush=True)
 
     wanted = sorted(quotas(chosen or source_paths(), int(count)).items(), key=lambda e: -e[1])
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-        jobs = [
-            pool.submit(judge, path, mutants_of(path, seed), quota) for path, quota in wanted
-        ]
+        jobs = [pool.submit(judge, path, mutants_of(path, seed), quota) for path, quota in wanted]
         for job in jobs:
             job.result()
     sys.exit(report(results))

@@ -1,7 +1,6 @@
 #include "config/ini_profile.h"
 
 #include <dlfcn.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <stdio.h>
@@ -11,6 +10,7 @@
 #include <cstring>
 #include <vector>
 
+#include "tests/support/next_descriptor.h"
 #include "tests/support/temp_folder.h"
 
 namespace {
@@ -232,18 +232,13 @@ TEST_F(ProfileString, PutsNoLimitOnTheCopyForANegativeSize)
 
 TEST_F(ProfileString, ClosesTheFileOnEveryWay)
 {
-    const auto lowest_free = [] {
-        const int descriptor = open("/dev/null", O_RDONLY);
-        close(descriptor);
-        return descriptor;
-    };
-    const int before = lowest_free();
+    const int before = NextDescriptor();
     Value("[LOG]\nLEVEL=x\n");
     Value("[LOG]\n[B]\n");
     Value("[B]\n");
     Number("[S]\nN=1\n");
     Number("[S]\n");
-    EXPECT_EQ(lowest_free(), before);
+    EXPECT_EQ(NextDescriptor(), before);
 }
 
 TEST_F(ProfileString, GoesOnReadingWhatFailsWithoutReachingTheEnd)

@@ -322,66 +322,6 @@ class Program(harness.LauncherTest):
         self.assertIn("read", imported)
         self.assertEqual(set(), imported & set(DANGEROUS))
 
-    def test_colour_is_for_terminals(self):
-        path = self.write(WORK + "/wrong.json", "[]")
-        for variables, colored in (
-            ({}, True),
-            ({"NO_COLOR": "1"}, False),
-            ({"NO_COLOR": ""}, True),
-        ):
-            with self.subTest(variables):
-                controller, terminal = os.openpty()
-                subprocess.run(
-                    [LAUNCHLIST, "check", path], stdout=terminal, env=variables, check=False
-                )
-                os.close(terminal)
-                self.assertEqual(colored, b"\x1b[" in os.read(controller, 4096))
-                os.close(controller)
-        self.assertNotIn("\x1b", launchlist("check", path, statuses=(2,)))
-
-    def test_arguments_do_not_drive_the_terminal(self):
-        name = "\x1b]0;owned\x07"
-        for arguments in (["check", name, name], ["check", name], ["report", "--since", name]):
-            run = subprocess.run([LAUNCHLIST, *arguments], stderr=subprocess.PIPE, check=False)
-            self.assertIn(rb"\x1b]0;owned\x07", run.stderr)
-            self.assertNotIn(b"\x1b", run.stderr)
-
-    def test_what_cannot_be_printed_is_a_failure(self):
-        good = self.write(WORK + "/good.json", '{"0": {"name": "a", "program": "/bin/sh"}}')
-        with open("/dev/full", "wb") as full:
-            run = subprocess.run([LAUNCHLIST, "check", good], stdout=full, check=False)
-        self.assertEqual(3, run.returncode)
-
-    def test_exit_statuses(self):
-        good = self.write(WORK + "/good.json", '{"0": {"name": "a", "program": "/bin/sh"}}')
-        warned = self.write(WORK + "/warned.json", "{}")
-        wrong = self.write(WORK + "/wrong.json", "[]")
-        cases = [
-            (("check", good), 0),
-            (("check", warned), 1),
-            (("check", wrong), 2),
-            (("check", WORK + "/none"), 3),
-            (("check", WORK), 3),
-            (("explain", warned), 0),
-            (("explain", wrong), 2),
-            (("explain", WORK + "/none"), 3),
-            (("report", WORK + "/none"), 3),
-            (("report",), 3),
-            (("report", "--since", "yesterday", good), 64),
-            (("check",), 64),
-            (("check", good, good), 64),
-            ((), 64),
-            (("--help",), 0),
-            (("check", "--help"), 0),
-            (("explain", "--help"), 0),
-            (("report", "--help"), 0),
-        ]
-        for arguments, status in cases:
-            with self.subTest(arguments):
-                text = launchlist(*arguments, statuses=(status,))
-                if "--help" in arguments:
-                    self.assertIn("Example", text)
-
 
 if __name__ == "__main__":
     harness.main()

@@ -15,6 +15,7 @@
 #include "tests/support/fake_processes.h"
 #include "tests/support/fake_syslog.h"
 #include "tests/support/log_recorder.h"
+#include "tests/support/next_descriptor.h"
 #include "tests/support/temp_folder.h"
 #include "tests/support/wait_until.h"
 
@@ -172,6 +173,15 @@ TEST_F(ReadDataTest, ReadsAFileOfAnySizeWhole)
         EXPECT_TRUE(ReadData(m_folder.Write("f", content), data)) << size;
         EXPECT_EQ(data, content) << size;
     }
+}
+
+TEST_F(ReadDataTest, ClosesTheFileThatTheChildrenWouldInherit)
+{
+    const int before = NextDescriptor();
+    std::string data;
+    EXPECT_TRUE(ReadData(m_folder.Write("f", "text"), data));
+    EXPECT_FALSE(ReadData(m_folder.Write("empty", ""), data));
+    EXPECT_EQ(NextDescriptor(), before);
 }
 
 TEST_F(ReadDataTest, CutsTheTextAtItsFirstNul)

@@ -84,17 +84,20 @@ TEST(Explain, StopsWhereTheLauncherDoes)
     {
         const char* list;
         std::size_t steps;
+        const char* end;
     } kTable[] = {
-        {"", 0},
-        {"{", 0},
-        {"[]", 0},
-        {R"({"0": 1})", 1},
-        {R"({"0": {"name": "a"}, "1": {"name": []}, "2": {"name": "b"}})", 2},
+        {"", 0, kEndsInSilence},
+        {"{", 0, kRefusedAtStart},
+        {"[]", 0, kRefusedAtStart},
+        {R"({"0": 1})", 1, "the launcher ends here"},
+        {R"({"0": {"name": "a"}, "1": {"name": []}, "2": {"name": "b"}})", 2,
+         "the launcher ends here"},
     };
     for (const auto& row : kTable) {
         const Walk walk = ExplainList(row.list);
         EXPECT_TRUE(walk.ends_launcher) << row.list;
         EXPECT_EQ(walk.steps.size(), row.steps) << row.list;
+        EXPECT_EQ(walk.end, row.end) << row.list;
         EXPECT_TRUE(walk.steps.empty() || walk.steps.back().note == kRefusedOnTheWay) << row.list;
     }
 }

@@ -10,6 +10,7 @@
 
 #include "json/json_object.h"
 #include "json/json_source.h"
+#include "tests/support/next_descriptor.h"
 #include "tools/launchlist/check.h"
 #include "tools/launchlist/explain.h"
 #include "tools/launchlist/files.h"
@@ -93,6 +94,13 @@ void ExpectSound(const std::string& bytes)
 TEST(Lists, ThereAreSome)
 {
     EXPECT_GT(Lists().size(), 70U);
+}
+
+TEST(Lists, AreClosedWhenRead)
+{
+    const int before = NextDescriptor();
+    Contents("good.json");
+    EXPECT_EQ(NextDescriptor(), before);
 }
 
 TEST(Lists, CheckPrintsWhatIsExpected)

@@ -36,6 +36,7 @@ TEST(ReadEvent, KnowsEveryMessage)
     const Event lost = ReadEvent("ERROR", "[QV7LOG    ] 7 records were lost");
     EXPECT_EQ(lost.kind, EventKind::kRecordsLost);
     EXPECT_EQ(lost.number, 7U);
+    EXPECT_EQ(ReadEvent("ERROR", "[QV7LOG    ] 0 records were lost").kind, EventKind::kRecordsLost);
 }
 
 TEST(ReadEvent, LeavesANameItsWords)
@@ -67,11 +68,34 @@ TEST(ReadEvent, TakesNothingElse)
     for (const char* text :
          {"", "a is killed. ret = 12, status = 0", "a 12 is killed. ret = 13, status = 0",
           "a 12 is killed. ret = 12, status = ", "a 12 is killed. ret = 12, status = 99999999999",
+          "a 12 is killed. ret = 12, status = -99999999999",
           "a 12 is killed. ret = 12, status = 0 ", "Start to fork a", "something new"}) {
         EXPECT_EQ(Error(text).kind, EventKind::kOther) << text;
     }
     EXPECT_EQ(ReadEvent("ERROR", "There is an item has no name.").kind, EventKind::kOther);
-    EXPECT_EQ(ReadEvent("ERROR", "[QV7LOG    ] many records were lost").kind, EventKind::kOther);
+    for (const char* text :
+         {"[QV7LOG    ] many records were lost", "[QV7LOG    ] -7 records were lost",
+          "[QV7LOG    ] 7 7 records were lost", "[QV7LOG    ] 7 records", "7 records were lost"}) {
+        EXPECT_EQ(ReadEvent("ERROR", text).kind, EventKind::kOther) << text;
+    }
+}
+
+TEST(EndInWords, NamesTheSignalsThatEndPrograms)
+{
+    const struct
+    {
+        int number;
+        const char* name;
+    } kTable[] = {
+        {SIGHUP, "SIGHUP"},   {SIGINT, "SIGINT"},       {SIGQUIT, "SIGQUIT"}, {SIGILL, "SIGILL"},
+        {SIGTRAP, "SIGTRAP"}, {SIGABRT, "SIGABRT"},     {SIGBUS, "SIGBUS"},   {SIGFPE, "SIGFPE"},
+        {SIGKILL, "SIGKILL"}, {SIGUSR1, "SIGUSR1"},     {SIGSEGV, "SIGSEGV"}, {SIGUSR2, "SIGUSR2"},
+        {SIGPIPE, "SIGPIPE"}, {SIGALRM, "SIGALRM"},     {SIGTERM, "SIGTERM"}, {SIGXCPU, "SIGXCPU"},
+        {SIGXFSZ, "SIGXFSZ"}, {SIGVTALRM, "SIGVTALRM"}, {SIGPROF, "SIGPROF"}, {SIGSYS, "SIGSYS"},
+    };
+    for (const auto& row : kTable) {
+        EXPECT_EQ(EndInWords(12, row.number), std::string("killed by ") + row.name);
+    }
 }
 
 TEST(EndInWords, TellsStatusesAndSignals)

@@ -1,6 +1,11 @@
 #include "tools/launchlist/log_time.h"
 
 #include <gtest/gtest.h>
+#include <time.h>
+
+#include <cstdint>
+#include <ctime>
+#include <string>
 
 using namespace launchlist;
 
@@ -25,6 +30,28 @@ TEST(ParseTimeStamp, CountsMillisecondsFrom1970)
     }
 }
 
+TEST(ParseTimeStamp, KnowsTheCalendarOfTheSystem)
+{
+    // Every day from the year 1600 to 2400: whole turns of the leap years.
+    for (std::int64_t day = -135140; day < 157054; ++day) {
+        const std::time_t time = day * 86400;
+        std::tm parts = {};
+        ASSERT_NE(gmtime_r(&time, &parts), nullptr);
+        char text[64];
+        std::strftime(text, sizeof text, "%Y-%m-%dT00:00:00.000Z", &parts);
+        ASSERT_EQ(FormatTimeStamp(day * 86400000), text);
+        ASSERT_EQ(ParseTimeStamp(text), day * 86400000) << text;
+        // The day behind the last of a month is none.
+        std::strftime(text, sizeof text, "%Y-%m-", &parts);
+        const std::string next = text + std::to_string(parts.tm_mday + 1) + "T00:00:00.000Z";
+        const std::time_t tomorrow = time + 86400;
+        const bool is_last = gmtime_r(&tomorrow, &parts)->tm_mday == 1;
+        if (is_last) {
+            ASSERT_FALSE(ParseTimeStamp(next)) << next;
+        }
+    }
+}
+
 TEST(ParseTimeStamp, RefusesWhatIsNoTime)
 {
     for (const char* text :
@@ -32,7 +59,8 @@ TEST(ParseTimeStamp, RefusesWhatIsNoTime)
           "2026-13-01T00:00:00.000Z", "2026-00-01T00:00:00.000Z", "2026-02-29T00:00:00.000Z",
           "2026-04-31T00:00:00.000Z", "2026-01-00T00:00:00.000Z", "2026-01-01T24:00:00.000Z",
           "2026-01-01T00:60:00.000Z", "2026-01-01T00:00:60.000Z", "2026-01-01 00:00:00.000Z",
-          "-026-01-01T00:00:00.000Z"}) {
+          "-026-01-01T00:00:00.000Z", "2026-01-01T00:00:0:.000Z", "2026-01-01T00:00:0/.000Z",
+          "2026-01-01T00:00:00.000Z "}) {
         EXPECT_FALSE(ParseTimeStamp(text)) << text;
     }
 }
@@ -56,7 +84,12 @@ TEST(ParseMoment, TakesPartsAndAges)
         {"15m", "2026-11-21T02:11:11.123Z"},
         {"2h", "2026-11-21T00:26:11.123Z"},
         {"3d", "2026-11-18T02:26:11.123Z"},
+        {"1000000000s", "1995-03-15T00:39:31.123Z"},
+        {"1000000001s", nullptr},
         {"3", nullptr},
+        {"3 d", nullptr},
+        {"/3d", nullptr},
+        {":3d", nullptr},
         {"3w", nullptr},
         {"-3d", nullptr},
         {"99999999999999999999d", nullptr},
@@ -85,8 +118,11 @@ TEST(FormatDuration, TakesTheUnitThatFits)
         Milliseconds duration;
         const char* text;
     } kTable[] = {
-        {0, "0.00 s"},         {312, "0.31 s"},          {4200, "4.2 s"},
-        {125000, "2 min 5 s"}, {12000000, "3 h 20 min"}, {356400000, "4 d 3 h"},
+        {0, "0.00 s"},          {312, "0.31 s"},          {990, "0.99 s"},
+        {1000, "1.0 s"},        {4200, "4.2 s"},          {59900, "59.9 s"},
+        {60000, "1 min 0 s"},   {125000, "2 min 5 s"},    {3599999, "59 min 59 s"},
+        {3600000, "1 h 0 min"}, {12000000, "3 h 20 min"}, {86399999, "23 h 59 min"},
+        {86400000, "1 d 0 h"},  {356400000, "4 d 3 h"},
     };
     for (const auto& row : kTable) {
         EXPECT_EQ(FormatDuration(row.duration), row.text);

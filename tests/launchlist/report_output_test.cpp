@@ -81,6 +81,14 @@ TEST(Timeline, OfOneMomentHasACell)
     EXPECT_EQ(Signs(Timeline(report.items[0], *report.first, *report.last, 3)), "|..");
 }
 
+TEST(Timeline, OfTwoMomentsBeginsAndEndsWithThem)
+{
+    LogText log;
+    log.End(0, kLauncher, "a", 200, 0).End(1, kLauncher, "a", 201, 256);
+    const Report report = ReportOn(log);
+    EXPECT_EQ(Signs(Timeline(report.items[0], *report.first, *report.last, 4)), "|..x");
+}
+
 TEST(Stretches, JoinEqualCells)
 {
     const auto stretches = Stretches({Cell::kRunning, Cell::kRunning, Cell::kCrash});

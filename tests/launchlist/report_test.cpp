@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "tests/launchlist/log_text.h"
+#include "tests/support/next_descriptor.h"
 
 using namespace launchlist;
 
@@ -127,6 +128,52 @@ TEST(Report, TellsWhatCouldNotBeStartedFromProcessesThatCarryOn)
     EXPECT_EQ(ItemOf(report, "good").ends, 1U);
 }
 
+TEST(Report, TakesANewProcessForTheItemsChildOnlyWithinASecond)
+{
+    const struct
+    {
+        Milliseconds time;
+        std::size_t launchers, failed_starts;
+    } kTable[] = {{5999, 2, 0}, {6000, 1, 1}, {7000, 1, 1}, {7001, 2, 0}};
+    for (const auto& row : kTable) {
+        LogText log;
+        log.Start(6000, kLauncher, "a").Start(row.time, 300, "a");
+        const Report report = ReportOn(log);
+        EXPECT_EQ(report.launchers, row.launchers) << row.time;
+        EXPECT_EQ(ItemOf(report, "a").failed_starts, row.failed_starts) << row.time;
+    }
+}
+
+TEST(Report, TakesNoNewProcessForTheChildOfARunThatHasEnded)
+{
+    LogText log;
+    log.Start(0, kLauncher, "a").End(100, kLauncher, "a", 201, 0).Start(150, 300, "a");
+    const Report report = ReportOn(log);
+    EXPECT_EQ(report.launchers, 2U);
+    EXPECT_EQ(ItemOf(report, "a").failed_starts, 0U);
+    EXPECT_EQ(ItemOf(report, "a").state, State::kRunning);
+}
+
+TEST(Report, WaitsASecondBeforeItCallsAnotherTryRunning)
+{
+    for (const Milliseconds last : {1050, 1051}) {
+        LogText log;
+        log.Start(0, kLauncher, "a").Start(50, 300, "a");
+        log.Add(last, "ERROR", kLauncher, "[LAUNCHER  ] There is an item has no name.");
+        EXPECT_EQ(ItemOf(ReportOn(log), "a").state,
+                  last == 1050 ? State::kUnknown : State::kRunning);
+    }
+}
+
+TEST(Report, KnowsARunWithoutLength)
+{
+    LogText log;
+    log.Start(0, kLauncher, "a").End(0, kLauncher, "a", 201, 0);
+    const ItemReport item = ItemOf(ReportOn(log), "a");
+    EXPECT_EQ(item.shortest, 0);
+    EXPECT_EQ(item.unknown_runs, 0U);
+}
+
 TEST(Report, CallsAProgramRunningOnlyWhenItWasStartedInTheEnd)
 {
     LogText log;
@@ -217,6 +264,32 @@ TEST(Report, ALongRunBreaksALoop)
     log.Start(1000, kLauncher, "a").End(60000, kLauncher, "a", 300, kExit3);
     log.Start(60050, kLauncher, "a").End(60150, kLauncher, "a", 301, kExit3);
     EXPECT_FALSE(ItemOf(ReportOn(log), "a").loop);
+}
+
+TEST(Report, TellsTheLongestLoopAndOfTwoTheFirst)
+{
+    const struct
+    {
+        std::size_t before, behind, told;
+        Milliseconds from;
+    } kTable[] = {{8, 6, 8, 0}, {6, 8, 8, 70000}, {6, 6, 6, 0}};
+    for (const auto& row : kTable) {
+        LogText log;
+        int child = 200;
+        const auto add = [&](std::size_t runs, Milliseconds time) {
+            for (std::size_t i = 0; i < runs; ++i, time += 150) {
+                log.Start(time, kLauncher, "a").End(time + 100, kLauncher, "a", ++child, 0);
+            }
+        };
+        add(row.before, 0);
+        log.Start(10000, kLauncher, "a").End(60000, kLauncher, "a", ++child, kExit3);
+        add(row.behind, 70000);
+        const auto loop = ItemOf(ReportOn(log), "a").loop;
+        ASSERT_TRUE(loop);
+        EXPECT_EQ(loop->runs, row.told);
+        EXPECT_EQ(FormatTimeStamp(loop->from), LogText::Time(row.from));
+        EXPECT_FALSE(loop->is_crash);
+    }
 }
 
 TEST(Report, FindsTheWorstMinute)
@@ -350,6 +423,20 @@ TEST(Report, FindsRotatedFilesByItselfAndReadsThemInOrder)
     EXPECT_EQ(item.longest, 2950);
 }
 
+TEST(Report, TakesTheNumbers1To99ForOldFiles)
+{
+    const TempFolder folder;
+    const std::string path = folder.Write("qv7log", "");
+    for (const char* number : {"0", "1", "99", "100"}) {
+        folder.Write(std::string("qv7log.") + number, "");
+    }
+    std::vector<std::string> read;
+    for (const LogFile& file : MakeReport({path}, {}).files) {
+        read.push_back(file.path);
+    }
+    EXPECT_EQ(read, (std::vector<std::string>{folder / "qv7log.99", folder / "qv7log.1", path}));
+}
+
 TEST(Report, ReadsAFileOnceThatHasTwoNames)
 {
     const TempFolder folder;
@@ -357,6 +444,18 @@ TEST(Report, ReadsAFileOnceThatHasTwoNames)
         folder.Write("qv7log", LogText().End(0, kLauncher, "a", 201, 0).Text());
     ASSERT_EQ(link(path.c_str(), (folder / "qv7log.1").c_str()), 0);
     EXPECT_EQ(ItemOf(MakeReport({path}, {}), "a").ends, 1U);
+}
+
+TEST(Report, ClosesEveryLog)
+{
+    const TempFolder folder;
+    const std::string path = folder.Write("qv7log", "");
+    folder.Write("qv7log.1", "");
+    ASSERT_EQ(link(path.c_str(), (folder / "qv7log.2").c_str()), 0);
+    ASSERT_EQ(mkdir((folder / "qv7log.3").c_str(), 0700), 0);
+    const int before = NextDescriptor();
+    MakeReport({path, path, folder / "none"}, {});
+    EXPECT_EQ(NextDescriptor(), before);
 }
 
 TEST(Report, SaysWhatItCouldNotRead)

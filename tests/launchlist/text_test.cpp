@@ -78,6 +78,47 @@ TEST(Printable, EscapesWhatDoesNotShow)
     EXPECT_TRUE(IsHarmless(printable(Hostile())));
 }
 
+TEST(Printable, HidesWholeRanges)
+{
+    const struct
+    {
+        const char *before, *first, *last, *behind;
+    } kTable[] = {
+        {"~", "\x7f", "\u009f", "\u00a0"},
+        {"\u00ac", "\u00ad", "\u00ad", "\u00ae"},
+        {"\u061b", "\u061c", "\u061c", "\u061d"},
+        {"\u180d", "\u180e", "\u180e", "\u180f"},
+        {"\u200a", "\u200b", "\u200f", "\u2010"},
+        {"\u2027", "\u2028", "\u202e", "\u202f"},
+        {"\u205f", "\u2060", "\u206f", "\u2070"},
+        {"\ufdff", "\ufe00", "\ufe0f", "\ufe10"},
+        {"\ufefe", "\ufeff", "\ufeff", "\uff00"},
+        {"\uffef", "\ufff0", "\ufffb", "\ufffc"},
+        {"\U000dffff", "\U000e0000", "\U000e0fff", "\U000e1000"},
+    };
+    for (const auto& row : kTable) {
+        EXPECT_EQ(printable(row.before), row.before);
+        EXPECT_EQ(printable(row.first)[0], '\\') << row.before;
+        EXPECT_EQ(printable(row.last)[0], '\\') << row.before;
+        EXPECT_EQ(printable(row.behind), row.behind);
+    }
+    EXPECT_EQ(printable("\x1f"), "\\x1f");
+    EXPECT_EQ(printable(" "), " ");
+}
+
+TEST(Printable, TakesTheShortestFormsOfAllCharactersThatThereAre)
+{
+    for (const char* text :
+         {"\u00a1", "\u07ff", "\u0800", "\ud7ff", "\ue000", "\uffff", "\U00010000", "\U0010ffff"}) {
+        EXPECT_EQ(printable(text), text);
+    }
+    for (const std::string text :
+         {"\xc1\xbf", "\xe0\x9f\xbf", "\xed\xbf\xbf", "\xf0\x8f\xbf\xbf", "\xf5\x80\x80\x80",
+          "\xe2\x82", "\xe2\x28\xa1", "\xe2\x82\xc2", "\x80"}) {
+        EXPECT_FALSE(is_utf8(text)) << printable(text);
+    }
+}
+
 TEST(Quoted, CutsLongText)
 {
     EXPECT_EQ(quoted("a\n"), "\"a\\n\"");
@@ -102,6 +143,13 @@ TEST(ShellWord, QuotesOnlyWhatNeedsIt)
         {"\x1b'\\", "$'\\033\\'\\\\'"},
         {"~", "'~'"},
         {"A=b", "'A=b'"},
+        {"/A=b", "/A=b"},
+        {"%+,-./:@_azAZ09", "%+,-./:@_azAZ09"},
+        {"a{", "'a{'"},
+        {"a[", "'a['"},
+        {"a;", "'a;'"},
+        {"A=", "'A='"},
+        {"`", "'`'"},
     };
     for (const auto& row : kTable) {
         EXPECT_EQ(shell_word(row.text), row.word);
@@ -145,6 +193,15 @@ TEST(IsUtf8, TellsWhereItIsNot)
     EXPECT_TRUE(is_utf8("é€😀"));
     EXPECT_FALSE(is_utf8("ab\xc3", &bad));
     EXPECT_EQ(bad, 2U);
+}
+
+TEST(Padding, CountsColumns)
+{
+    EXPECT_EQ(pad_right("ab", 4), "ab  ");
+    EXPECT_EQ(pad_left("ab", 4), "  ab");
+    EXPECT_EQ(pad_right("abcd", 4), "abcd");
+    EXPECT_EQ(pad_left("abcde", 4), "abcde");
+    EXPECT_EQ(display_width("ab\n"), 3U) << "what has no width takes one column";
 }
 
 TEST(Counted, KnowsOne)

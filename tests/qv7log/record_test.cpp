@@ -110,6 +110,7 @@ TEST(PutHeading, PadsTheLevel)
         {16, "2026-11-21T02:40:11.123Z CRITICAL launcher[4711] x"},
         {17, "2026-11-21T02:40:11.123Z VERBOSE  launcher[4711] x"},
         {0, "2026-11-21T02:40:11.123Z 0        launcher[4711] x"},
+        {-1, "2026-11-21T02:40:11.123Z -1       launcher[4711] x"},
         {-2147483647 - 1, "2026-11-21T02:40:11.123Z -2147483648 launcher[4711] x"},
     };
     for (const Row& row : rows) {

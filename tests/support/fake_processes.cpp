@@ -106,9 +106,13 @@ int FakeProcesses::Execv(const char* path, char* const arguments[])
     return -1;
 }
 
-pid_t FakeProcesses::Waitpid(pid_t pid, int* wait_status, int)
+pid_t FakeProcesses::Waitpid(pid_t pid, int* wait_status, int options)
 {
     std::unique_lock<std::mutex> lock(m_mutex);
+    if (options != 0) {
+        errno = EINVAL;
+        return -1;
+    }
     if (m_failing_waits.count(pid) != 0) {
         errno = ECHILD;
         return -1;

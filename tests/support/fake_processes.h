@@ -40,7 +40,8 @@ public:
     // Ends every child there is and, at once, every child to come, so that nobody waits for ever.
     void EndAll();
 
-    // waitpid for `pid` fails, as it does for a process that is no child.
+    // waitpid for `pid` fails, as it does for a process that is no child. It always fails with
+    // options: with one of them it would not wait for an end.
     void FailWait(pid_t pid);
 
     // Called with the target of every kill, before it takes effect. Set before anything runs.

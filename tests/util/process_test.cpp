@@ -1,4 +1,3 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
@@ -9,6 +8,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "tests/support/next_descriptor.h"
 #include "util/util.h"
 
 namespace {
@@ -56,14 +56,6 @@ public:
 private:
     const int m_before;
 };
-
-// The number that the next descriptor would get.
-int NextDescriptor()
-{
-    const int descriptor = open("/dev/null", O_RDONLY);
-    close(descriptor);
-    return descriptor;
-}
 
 // The exit status of a child that ends with what `ask` gives there. The child has a process group
 // of its own, so that a question about group 0 cannot reach anybody else.

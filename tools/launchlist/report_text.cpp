@@ -95,7 +95,7 @@ std::string TimelineText(const Report& report, Terminal terminal)
     for (const ItemReport& item : report.items) {
         names = std::max(names, display_width(Cut(ItemTitle(item))));
     }
-    const std::size_t room = terminal.width > names + 2 ? terminal.width - names - 2 : 0;
+    const std::size_t room = terminal.width - std::min(terminal.width, names + 2);
     const std::size_t cells = std::clamp(room, kLeastCells, kMostCells);
     std::string from = FormatForPeople(*report.first);
     std::string to = FormatForPeople(*report.last);
@@ -109,10 +109,12 @@ std::string TimelineText(const Report& report, Terminal terminal)
         text += pad_right(Cut(ItemTitle(item)), names + 2) +
                 RowText(item, report, cells, terminal.color) + "\n";
     }
-    return text + styled(
-                      "= running   | ended with status 0   x ended otherwise   ! could not be "
-                      "started   . not running\n",
-                      Style::kDim, terminal.color);
+    return text +
+           styled(
+               "= running   | ended with status 0   x ended otherwise   ! could not be started   "
+               ". not running",
+               Style::kDim, terminal.color) +
+           "\n";
 }
 
 std::string DetailsText(const Report& report, bool color)

@@ -1,0 +1,274 @@
+"""What launchlist prints, byte for byte, and its exit status.
+
+    command_line_test.py LAUNCHLIST [--renew]
+
+Every run of the table RUNS prints what its file in printed/ holds. --renew writes these files anew
+from what LAUNCHLIST prints now: look at the difference before you keep it.
+"""
+
+import fcntl
+import os
+import pathlib
+import re
+import struct
+import subprocess
+import sys
+import tempfile
+import termios
+import time
+import tty
+import unittest
+
+HERE = pathlib.Path(__file__).resolve().parent
+PRINTED = HERE / "printed"
+
+# The file, the arguments, the columns of the terminal (None: no terminal), the exit status.
+RUNS = [
+    ("check_good.txt", "check lists/good.json", None, 0),
+    ("check_warnings.txt", "check lists/args_missing.json", None, 1),
+    ("check.txt", "check lists/every_step.json", None, 2),
+    ("check_color.txt", "check lists/every_step.json", 80, 2),
+    ("check.json", "check --json lists/every_step.json", None, 2),
+    ("check_good.json", "check --json lists/good.json", 80, 0),
+    ("explain.txt", "explain lists/every_step.json", None, 2),
+    ("explain_color.txt", "explain lists/every_step.json", 80, 2),
+    ("explain.json", "explain --json lists/every_step.json", None, 2),
+    ("explain_good.txt", "explain lists/good.json", None, 0),
+    ("explain_good.json", "explain --json lists/good.json", 80, 0),
+    ("report.txt", "report logs/mixed", None, 0),
+    ("report_color.txt", "report logs/mixed", 60, 0),
+    ("report_widest.txt", "report logs/mixed", 500, 0),
+    ("report_narrowest.txt", "report logs/mixed", 1, 0),
+    ("report_no_columns.txt", "report logs/mixed", 0, 0),
+    ("report.json", "report --json logs/mixed", None, 0),
+    ("report_no_starts.txt", "report logs/none logs/no_starts", None, 0),
+    ("report_no_starts.json", "report logs/none logs/no_starts --json", None, 0),
+    ("report_empty.txt", "report logs/empty", None, 0),
+    ("report_empty.json", "report logs/empty --json", None, 0),
+    (
+        "report_range.txt",
+        "report logs/mixed --since 2026-11-21T02:00:02 --until 2026-11-21T02:00:03",
+        None,
+        0,
+    ),
+]
+
+# The file, and the logs on whose report it is the page.
+PAGES = [
+    ("page.html", "logs/mixed"),
+    ("page_no_starts.html", "logs/none logs/no_starts"),
+    ("page_empty.html", "logs/empty"),
+]
+
+# The arguments, the exit status, and all of what is told about it.
+FAILURES = [
+    ("check none", 3, "none: No such file or directory"),
+    ("check \x1b]0;owned\x07", 3, r"\x1b]0;owned\x07: No such file or directory"),
+    ("check lists", 3, "lists: Is a directory"),
+    ("explain none", 3, "none: No such file or directory"),
+    ("report none logs", 3, "none: No such file or directory"),
+    ("report logs/empty --html none/page", 3, "none/page: No such file or directory"),
+]
+
+# Arguments that are no use, and a part of what is told about it; the words around it are CLI11's.
+MISTAKES = [
+    ("", "subcommand is required"),
+    ("check", "LIST is required"),
+    ("explain", "LIST is required"),
+    ("check lists/good.json \x1b]0;owned\x07", r"\x1b]0;owned\x07"),
+    ("check --colour lists/good.json", "--colour"),
+    ("report logs/mixed --since yesterday", "no time: yesterday"),
+    ("report logs/mixed --until \x1b[1m", r"no time: \x1b[1m"),
+]
+
+# What each help says, line by line and with its blanks joined; CLI11 lays it out.
+HELPS = {
+    "": """
+        Tells what a launch list does before it runs, and what happened after.
+        check Name every mistake of a launch list.
+        explain Show what the launcher makes of each item.
+        report Tell from the log how the items fared.
+        Example: launchlist check helpers.json && launchlist explain helpers.json
+    """,
+    "check": """
+        Name every mistake of a launch list.
+        launchlist check [OPTIONS] LIST
+        The launch list
+        --json Print JSON, for programs
+        Exit status: 0 no mistake, 1 warnings only, 2 errors, 3 the list cannot be read. Example:
+        Example: launchlist check helpers.json
+    """,
+    "explain": """
+        Show what the launcher makes of each item.
+        launchlist explain [OPTIONS] LIST
+        The launch list
+        --json Print JSON, for programs
+        Exit status: 0 the launcher would wait for its end, 2 it would end by itself,
+        3 the list cannot be read. Example: launchlist explain helpers.json
+    """,
+    "report": """
+        Tell from the log how the items fared.
+        launchlist report [OPTIONS] [LOG...]
+        Logs, each with its old files LOG.1, LOG.2, ...; without one, the log of this user's
+        this user's launcher
+        --since TEXT:TIME Leave out what is older
+        --until TEXT:TIME Leave out what is newer
+        --html FILE Write the report as a page to this file, too
+        --json Print JSON, for programs
+        TIME is in UTC, 2026-11-21 or "2026-11-21 02:26", or an age: 90s, 15m, 2h, 3d. Exit status:
+        Exit status: 0 the report is there, 3 no log can be read. Example:
+        Example: launchlist report --since 2h --html report.html
+    """,
+}
+
+
+# All but what could ask for other colours than a test does.
+ENVIRONMENT = {name: value for name, value in os.environ.items() if name != "NO_COLOR"}
+
+
+def run(*arguments, **options):
+    return subprocess.run(
+        [LAUNCHLIST, *arguments],
+        cwd=HERE,
+        env=ENVIRONMENT,
+        check=False,
+        stdin=subprocess.DEVNULL,
+        stdout=options.pop("stdout", subprocess.PIPE),
+        stderr=subprocess.PIPE,
+        **options,
+    )
+
+
+def run_in_terminal(arguments, columns, **variables):
+    """The exit status, and what the terminal gets."""
+    controller, terminal = os.openpty()
+    tty.setraw(terminal)
+    fcntl.ioctl(terminal, termios.TIOCSWINSZ, struct.pack("HHHH", 24, columns, 0, 0))
+    with subprocess.Popen(
+        [LAUNCHLIST, *arguments], cwd=HERE, env={**ENVIRONMENT, **variables}, stdout=terminal
+    ) as process:
+        os.close(terminal)
+        output = b""
+        try:
+            while chunk := os.read(controller, 4096):
+                output += chunk
+        except OSError:
+            pass  # Linux tells the end so.
+    os.close(controller)
+    return process.returncode, output
+
+
+def as_kept(output):
+    """Escape characters as "\\e"; the user's own log.ini as LOG.INI."""
+    text = output.decode().replace("\x1b", "\\e")
+    return re.sub(r"of /.*/log\.ini and", "of LOG.INI and", text)
+
+
+def joined(text):
+    return " ".join(text.split())
+
+
+class CommandLine(unittest.TestCase):
+    maxDiff = None
+
+    def check_printed(self, name, output):
+        if RENEW:
+            (PRINTED / name).write_text(as_kept(output), encoding="utf-8")
+        self.assertEqual((PRINTED / name).read_text(encoding="utf-8"), as_kept(output), name)
+
+    def test_it_prints_what_is_expected(self):
+        for name, arguments, columns, expected in RUNS:
+            with self.subTest(name):
+                if columns is None:
+                    result = run(*arguments.split())
+                    self.assertEqual(b"", result.stderr)
+                    status, output = result.returncode, result.stdout
+                else:
+                    status, output = run_in_terminal(arguments.split(), columns)
+                self.assertEqual(expected, status)
+                self.check_printed(name, output)
+
+    def test_it_writes_the_pages_that_are_expected(self):
+        for name, logs in PAGES:
+            with self.subTest(name), tempfile.TemporaryDirectory() as folder:
+                page = pathlib.Path(folder) / "page.html"
+                result = run("report", *logs.split(), "--html", str(page))
+                self.assertEqual(0, result.returncode)
+                self.assertEqual(run("report", *logs.split()).stdout, result.stdout)
+                self.check_printed(name, page.read_bytes())
+
+    def test_no_file_is_left_over(self):
+        names = {name for name, *_ in RUNS + PAGES}
+        self.assertEqual(names, {path.name for path in PRINTED.iterdir()})
+
+    def test_colour_is_for_terminals_that_want_it(self):
+        wanted = [({}, True), ({"NO_COLOR": "1"}, False), ({"NO_COLOR": ""}, True)]
+        for variables, colored in wanted:
+            status, output = run_in_terminal(["check", "lists/root_array.json"], 80, **variables)
+            self.assertEqual(2, status)
+            self.assertEqual(colored, b"\x1b[" in output, variables)
+
+    def test_failures(self):
+        for arguments, status, words in FAILURES:
+            with self.subTest(arguments):
+                result = run(*arguments.split())
+                self.assertEqual(status, result.returncode)
+                self.assertEqual(b"", result.stdout)
+                self.assertEqual(f"launchlist: {words}\n", result.stderr.decode())
+
+    def test_mistakes(self):
+        for arguments, words in MISTAKES:
+            with self.subTest(arguments):
+                result = run(*arguments.split())
+                self.assertEqual(64, result.returncode)
+                self.assertEqual(b"", result.stdout)
+                told = result.stderr.decode()
+                self.assertNotIn("\x1b", told)
+                self.assertRegex(told, "^launchlist: .*\nlaunchlist --help tells more.\n$")
+                self.assertIn(words, told)
+
+    def test_helps(self):
+        for command, text in HELPS.items():
+            with self.subTest(command):
+                result = run(*command.split(), "--help")
+                self.assertEqual(0, result.returncode)
+                self.assertEqual(b"", result.stderr)
+                for words in text.strip().splitlines():
+                    self.assertIn(joined(words), joined(result.stdout.decode()))
+
+    def test_what_cannot_be_printed_is_a_failure(self):
+        if not os.path.exists("/dev/full"):
+            self.skipTest("no /dev/full")
+        for arguments in ("check lists/good.json", "explain lists/good.json", "report logs/mixed"):
+            with self.subTest(arguments), open("/dev/full", "wb") as full:
+                self.assertEqual(3, run(*arguments.split(), stdout=full).returncode)
+
+    def test_ages_count_from_now(self):
+        record = "{} ERROR    launcher[100] [LAUNCHER  ] a {} is killed. ret = {}, status = 0\n"
+        with tempfile.NamedTemporaryFile("w", encoding="utf-8") as log:
+            for child, hours in ((200, 5), (201, 3), (202, 1)):
+                moment = time.gmtime(time.time() - hours * 3600)
+                log.write(
+                    record.format(time.strftime("%Y-%m-%dT%H:%M:%S.000Z", moment), child, child)
+                )
+            log.flush()
+            for age, records in (("--since 2h", 1), ("--until 2h", 2), ("--since 4h", 2)):
+                with self.subTest(age):
+                    output = run("report", "--json", log.name, *age.split()).stdout.decode()
+                    self.assertIn(f'"records" : {records},', output)
+
+    def test_without_a_log_it_takes_that_of_the_user(self):
+        result = run("report")
+        if result.returncode != 0:  # There may be one.
+            self.assertEqual(3, result.returncode)
+            self.assertRegex(result.stderr.decode(), "^launchlist: /.*/qv7log: .+\n$")
+
+
+if __name__ == "__main__":
+    if len(sys.argv) < 2:
+        sys.exit(__doc__)
+    LAUNCHLIST = os.path.abspath(sys.argv.pop(1))
+    RENEW = "--renew" in sys.argv
+    if RENEW:
+        sys.argv.remove("--renew")
+    unittest.main()

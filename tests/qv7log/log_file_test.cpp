@@ -1,0 +1,209 @@
+// When the log looks for the file at its path, and what its threads leave to each other: with a
+// clock, a `write` and an `lstat` of the test's own.
+#include "qv7log/log_file.h"
+
+#include <dlfcn.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <functional>
+#include <string>
+#include <thread>
+
+#include "tests/qv7log/read_log.h"
+#include "tests/support/wait_until.h"
+
+namespace {
+
+constexpr std::int64_t kSecond = 1000000000;
+constexpr std::int64_t kMillisecond = 1000000;
+
+// The time that CLOCK_REALTIME gives, in nanoseconds; 0 is the system's own.
+std::atomic<std::int64_t> g_now = 0;
+
+// How many times the log looked at its path, and what happens then.
+std::atomic<int> g_looks = 0;
+std::function<void()> g_on_look;
+
+// So many of this thread's writes fail as they do with a closed descriptor.
+thread_local int g_closed_writes = 0;
+
+template <typename Function>
+Function* Real(const char* name)
+{
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+timespec TimeOf(std::int64_t nanoseconds)
+{
+    timespec time = {};
+    time.tv_sec = static_cast<time_t>(nanoseconds / kSecond);
+    time.tv_nsec = static_cast<long>(nanoseconds % kSecond);
+    return time;
+}
+
+}  // namespace
+
+extern "C" int clock_gettime(clockid_t clock, timespec* time)
+{
+    static const auto real = Real<int(clockid_t, timespec*)>("clock_gettime");
+    const std::int64_t now = g_now;
+    if (clock != CLOCK_REALTIME || now == 0) {
+        return real(clock, time);
+    }
+    *time = TimeOf(now);
+    return 0;
+}
+
+extern "C" int lstat(const char* path, struct stat* status)
+{
+    ++g_looks;
+    if (g_on_look) {
+        g_on_look();
+    }
+    return fstatat(AT_FDCWD, path, status, AT_SYMLINK_NOFOLLOW);
+}
+
+extern "C" ssize_t write(int descriptor, const void* data, size_t size)
+{
+    static const auto real = Real<ssize_t(int, const void*, size_t)>("write");
+    if (g_closed_writes > 0) {
+        --g_closed_writes;
+        errno = EBADF;
+        return -1;
+    }
+    return real(descriptor, data, size);
+}
+
+namespace {
+
+class LogFileTest : public testing::Test
+{
+protected:
+    LogFileTest() : m_path(m_folder / "log") {}
+
+    void SetUp() override { ASSERT_EQ(m_log.Open(m_path.c_str()), 0); }
+
+    void TearDown() override
+    {
+        g_now = 0;
+        g_on_look = nullptr;
+    }
+
+    bool Append(const std::string& text)
+    {
+        return m_log.Append((text + "\n").data(), text.size() + 1, getpid());
+    }
+
+    // Whether the log looks at its path before a record of the time `now`.
+    bool LooksAt(std::int64_t now)
+    {
+        const int before = g_looks;
+        m_log.Follow(TimeOf(now), getpid());
+        return g_looks != before;
+    }
+
+    TempFolder m_folder;
+    const std::string m_path;
+    qv7log::LogFile m_log;
+};
+
+using Follow = LogFileTest;
+using Threads = LogFileTest;
+
+}  // namespace
+
+TEST_F(Follow, LooksOnceAMillisecondInABurstAndElseBeforeEveryRecord)
+{
+    constexpr std::int64_t kTime = 1000 * kSecond + kMillisecond / 2;
+    // Times, seen from that of the look before.
+    const struct
+    {
+        const char* what;
+        std::int64_t last_record;
+        std::int64_t now;
+        bool looks;
+    } kTable[] = {
+        {"at the same moment", 0, 0, false},
+        {"shortly behind the last record", 100, 1099, false},
+        {"a microsecond behind the last record", 100, 1100, true},
+        {"another thread has written meanwhile", kMillisecond - 1, 0, false},
+        {"the clock was set back", kMillisecond, 0, true},
+        {"in the next millisecond", kMillisecond / 2 - 1, kMillisecond / 2, true},
+        {"the next second", 1, kSecond, true},
+        {"the next second, in a burst", kSecond, kSecond, true},
+    };
+    for (const auto& row : kTable) {
+        g_now = kTime - kSecond;
+        ASSERT_TRUE(Append("x"));
+        ASSERT_TRUE(LooksAt(kTime)) << row.what;
+        g_now = kTime + row.last_record;
+        ASSERT_TRUE(Append("x"));
+        EXPECT_EQ(LooksAt(kTime + row.now), row.looks) << row.what;
+    }
+}
+
+TEST_F(Follow, TellsFilesApartWhateverTheirNumbers)
+{
+    // An older file and a newer one: one of them has the smaller number.
+    const std::string older = m_folder / "older";
+    WriteFile(older, "");
+    const std::string path = m_folder / "other log";
+    qv7log::LogFile log;
+    ASSERT_EQ(log.Open(path.c_str()), 0);
+    const std::string newer = m_folder / "newer";
+    WriteFile(newer, "");
+    std::int64_t now = 1000 * kSecond;
+    for (const std::string& file : {older, newer, older}) {
+        ASSERT_EQ(rename(path.c_str(), (m_folder / "away").c_str()), 0);
+        ASSERT_EQ(link(file.c_str(), path.c_str()), 0);
+        log.Follow(TimeOf(now += kSecond), getpid());
+        ASSERT_TRUE(log.Append("x\n", 2, getpid()));
+    }
+    EXPECT_EQ(ReadFile(older), "x\nx\n");
+    EXPECT_EQ(ReadFile(newer), "x\n");
+}
+
+TEST_F(Threads, TryARecordAgainWhileAnotherOneOpensTheFile)
+{
+    std::atomic<bool> is_opening = false;
+    std::atomic<bool> may_go_on = false;
+    g_on_look = [&] {
+        is_opening = true;
+        EXPECT_TRUE(WaitUntil([&] { return may_go_on.load(); }));
+    };
+    std::thread other([&] {
+        g_closed_writes = 1;
+        EXPECT_TRUE(Append("the other's"));
+    });
+    EXPECT_TRUE(WaitUntil([&] { return is_opening.load(); }));
+    g_closed_writes = 10;
+    EXPECT_TRUE(Append("this one's"));
+    EXPECT_EQ(g_closed_writes, 0);
+    may_go_on = true;
+    other.join();
+    EXPECT_EQ(ReadFile(m_path), "this one's\nthe other's\n");
+}
+
+TEST_F(Threads, GiveUpARecordWhenTheOpeningNeverEnds)
+{
+    std::atomic<bool> is_opening = false;
+    std::atomic<bool> may_go_on = false;
+    g_on_look = [&] {
+        is_opening = true;
+        EXPECT_TRUE(WaitUntil([&] { return may_go_on.load(); }));
+    };
+    std::thread other([&] {
+        g_closed_writes = 1;
+        EXPECT_TRUE(Append("the other's"));
+    });
+    EXPECT_TRUE(WaitUntil([&] { return is_opening.load(); }));
+    g_closed_writes = 1000;
+    EXPECT_FALSE(Append("this one's"));
+    EXPECT_EQ(g_closed_writes, 0);
+    may_go_on = true;
+    other.join();
+}

@@ -171,6 +171,7 @@ class Inheritance(harness.LauncherTest):
 
     def test_the_group_is_the_one_that_the_launcher_was_started_in(self):
         leader = self.spawn(["/bin/sleep", "1000"])
+        self.wait_for(lambda: os.getpgid(leader) == leader, "a group of its own")
         _, state, _ = self.inherited(before=lambda: os.setpgid(0, leader))
         self.assertIn(f"group {leader}", state)
         self.assert_left_behind(["sleep"])

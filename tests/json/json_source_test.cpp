@@ -135,6 +135,11 @@ TEST(JsonSource, FindsTheBracketThatIsTooDeepForTheReader)
     ASSERT_TRUE(source.Fault());
     EXPECT_TRUE(source.Fault()->too_deep);
     EXPECT_EQ(source.Fault()->offset, 7U + 998U);
+
+    // An empty one has nothing in it that were too deep.
+    const JsonSource behind_empty(std::string(999, '[') + "[], [1]" + std::string(999, ']'));
+    ASSERT_TRUE(behind_empty.Fault());
+    EXPECT_EQ(behind_empty.Fault()->offset, 999U + 4U);
 }
 
 TEST(JsonSource, IgnoresWhatFollowsTheFirstValue)

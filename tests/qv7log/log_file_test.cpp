@@ -87,11 +87,7 @@ protected:
 
     void SetUp() override { ASSERT_EQ(m_log.Open(m_path.c_str()), 0); }
 
-    void TearDown() override
-    {
-        g_now = 0;
-        g_on_look = nullptr;
-    }
+    void TearDown() override { g_now = 0; }
 
     bool Append(const std::string& text)
     {
@@ -185,6 +181,7 @@ TEST_F(Threads, TryARecordAgainWhileAnotherOneOpensTheFile)
     EXPECT_EQ(g_closed_writes, 0);
     may_go_on = true;
     other.join();
+    g_on_look = nullptr;
     EXPECT_EQ(ReadFile(m_path), "this one's\nthe other's\n");
 }
 
@@ -206,4 +203,5 @@ TEST_F(Threads, GiveUpARecordWhenTheOpeningNeverEnds)
     EXPECT_EQ(g_closed_writes, 0);
     may_go_on = true;
     other.join();
+    g_on_look = nullptr;
 }

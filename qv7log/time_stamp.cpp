@@ -15,38 +15,39 @@ constexpr std::int64_t kLastSecond = 253402300799;   // 9999-12-31T23:59:59Z
 
 struct Date
 {
-    int year;
-    int month;
-    int day;
+    unsigned year;
+    unsigned month;
+    unsigned day;
 };
 
-// The date of the Gregorian calendar, `days` after 1970-01-01. Years are counted from March, so
-// that the leap day is the last day of its year, and in eras of 400 years, which all have the same
-// length.
-Date DateOfDay(std::int64_t days)
+// The date of the Gregorian calendar, `days` after 0000-01-01. Years are counted from March, so that
+// the leap day is the last day of its year, and in eras of 400 years, which all have the same length.
+Date DateOfDay(unsigned days)
 {
-    constexpr int kDaysPerEra = 146097;
-    constexpr int kDaysToEpoch = 719468;                                 // from 0000-03-01
-    const std::int64_t since_start = days + kDaysToEpoch + kDaysPerEra;  // positive from -400-03-01
-    const int era = static_cast<int>(since_start / kDaysPerEra) - 1;
-    const int day_of_era = static_cast<int>(since_start % kDaysPerEra);
-    const int year_of_era =
+    constexpr unsigned kDaysPerEra = 146097;
+    constexpr unsigned kDaysToMarch = 60;  // of the year 0, which is a leap year
+    const unsigned since_start = days + kDaysPerEra - kDaysToMarch;  // from -400-03-01
+    const unsigned day_of_era = since_start % kDaysPerEra;
+    const unsigned year_of_era =
         (day_of_era - day_of_era / 1460 + day_of_era / 36524 - day_of_era / 146096) / 365;
-    const int day_of_year = day_of_era - (365 * year_of_era + year_of_era / 4 - year_of_era / 100);
-    const int month_from_march = (5 * day_of_year + 2) / 153;
-    const int day = day_of_year - (153 * month_from_march + 2) / 5 + 1;
-    const int month = month_from_march < 10 ? month_from_march + 3 : month_from_march - 9;
-    return {era * 400 + year_of_era + (month <= 2 ? 1 : 0), month, day};
+    const unsigned day_of_year =
+        day_of_era - (365 * year_of_era + year_of_era / 4 - year_of_era / 100);
+    const unsigned month_from_march = (5 * day_of_year + 2) / 153;
+    const unsigned day = day_of_year - (153 * month_from_march + 2) / 5 + 1;
+    const unsigned month = month_from_march < 10 ? month_from_march + 3 : month_from_march - 9;
+    const unsigned march_year = since_start / kDaysPerEra * 400 + year_of_era;  // from -400 too
+    return {march_year + (month <= 2 ? 1 : 0) - 400, month, day};
 }
 
-// Writes `value` in kDigits digits and after them `end`.
+// Writes `value`, which has no more than kDigits digits, in as many and after them `end`.
 template <int kDigits>
-char* PutDigits(char* out, int value, char end)
+char* PutDigits(char* out, unsigned value, char end)
 {
-    for (int i = kDigits - 1; i >= 0; --i) {
+    for (int i = kDigits - 1; i > 0; --i) {
         out[i] = static_cast<char>('0' + value % 10);
         value /= 10;
     }
+    out[0] = static_cast<char>('0' + value);
     out[kDigits] = end;
     return out + kDigits + 1;
 }
@@ -58,15 +59,15 @@ char* PutTimeStamp(char* out, const timespec& time)
     const std::int64_t seconds =
         std::clamp(static_cast<std::int64_t>(time.tv_sec), kFirstSecond, kLastSecond);
     const std::int64_t since_first = seconds - kFirstSecond;
-    const Date date = DateOfDay(since_first / kSecondsPerDay + kFirstSecond / kSecondsPerDay);
-    const int second_of_day = static_cast<int>(since_first % kSecondsPerDay);
+    const Date date = DateOfDay(static_cast<unsigned>(since_first / kSecondsPerDay));
+    const auto second_of_day = static_cast<unsigned>(since_first % kSecondsPerDay);
     out = PutDigits<4>(out, date.year, '-');
     out = PutDigits<2>(out, date.month, '-');
     out = PutDigits<2>(out, date.day, 'T');
     out = PutDigits<2>(out, second_of_day / 3600, ':');
     out = PutDigits<2>(out, second_of_day / 60 % 60, ':');
     out = PutDigits<2>(out, second_of_day % 60, '.');
-    return PutDigits<3>(out, static_cast<int>(time.tv_nsec / 1000000), 'Z');
+    return PutDigits<3>(out, static_cast<unsigned>(time.tv_nsec / 1000000), 'Z');
 }
 
 bool IsTimeStamp(const char* text)

@@ -30,14 +30,16 @@ std::size_t PageSize()
     return static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
 }
 
-// Marks the lowest page of the calling thread's stack, if it has no guard of the C library's. Again
-// at every fork: that costs less than a look at it is worth. A forked child has the mark as well.
+// Marks the lowest page of the calling thread's stack, if it has no guard of the C library's. Once
+// in a thread; a forked child has the mark as well.
 void GuardStack()
 {
+    thread_local bool guarded = false;
     pthread_attr_t attributes;
-    if (pthread_getattr_np(pthread_self(), &attributes) != 0) {
+    if (guarded || pthread_getattr_np(pthread_self(), &attributes) != 0) {
         return;
     }
+    guarded = true;
     void* lowest = nullptr;
     std::size_t size = 0;
     std::size_t guard = 0;

@@ -20,8 +20,9 @@ struct Date
     unsigned day;
 };
 
-// The date of the Gregorian calendar, `days` after 0000-01-01. Years are counted from March, so that
-// the leap day is the last day of its year, and in eras of 400 years, which all have the same length.
+// The date of the Gregorian calendar, `days` after 0000-01-01. Years are counted from March, so
+// that the leap day is the last day of its year, and in eras of 400 years, which all have the same
+// length.
 Date DateOfDay(unsigned days)
 {
     constexpr unsigned kDaysPerEra = 146097;

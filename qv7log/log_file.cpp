@@ -331,10 +331,11 @@ LogFile::Change LogFile::OpenAgain()
     const int least =
         std::max(kFirstOwnDescriptor, m_log + 1);  // m_log is free if someone closed it
     const int file = MoveUp(OpenOrCreate(O_CLOEXEC), least);
-    struct stat status;
-    if (file < 0 || fstat(file, &status) != 0) {
+    if (file < 0) {
         return Change::kFailed;
     }
+    struct stat status = {};
+    fstat(file, &status);  // if that fails, the next look tells the size
     const bool done = RetryInterrupted([&] { return dup2(file, m_log); }) == m_log;
     close(file);
     m_size.store(status.st_size);

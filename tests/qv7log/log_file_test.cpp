@@ -108,7 +108,45 @@ protected:
 };
 
 using Follow = LogFileTest;
-using Threads = LogFileTest;
+
+// Another thread, which writes "the other's", has found the log closed and opens it until Finish.
+class Opening : public LogFileTest
+{
+protected:
+    void SetUp() override
+    {
+        LogFileTest::SetUp();
+        g_on_look = [this] {
+            m_begun = true;
+            EXPECT_TRUE(WaitUntil([this] { return m_may_end.load(); }));
+        };
+        m_other = std::thread([this] {
+            g_closed_writes = 1;
+            EXPECT_TRUE(Append("the other's"));
+        });
+        EXPECT_TRUE(WaitUntil([this] { return m_begun.load(); }));
+    }
+
+    void TearDown() override
+    {
+        Finish();
+        LogFileTest::TearDown();
+    }
+
+    void Finish()
+    {
+        m_may_end = true;
+        if (m_other.joinable()) {
+            m_other.join();
+        }
+        g_on_look = nullptr;
+    }
+
+private:
+    std::atomic<bool> m_begun = false;
+    std::atomic<bool> m_may_end = false;
+    std::thread m_other;
+};
 
 }  // namespace
 
@@ -163,45 +201,18 @@ TEST_F(Follow, TellsFilesApartWhateverTheirNumbers)
     EXPECT_EQ(ReadFile(newer), "x\n");
 }
 
-TEST_F(Threads, TryARecordAgainWhileAnotherOneOpensTheFile)
+TEST_F(Opening, LetsAnotherThreadTryItsRecordAgain)
 {
-    std::atomic<bool> is_opening = false;
-    std::atomic<bool> may_go_on = false;
-    g_on_look = [&] {
-        is_opening = true;
-        EXPECT_TRUE(WaitUntil([&] { return may_go_on.load(); }));
-    };
-    std::thread other([&] {
-        g_closed_writes = 1;
-        EXPECT_TRUE(Append("the other's"));
-    });
-    EXPECT_TRUE(WaitUntil([&] { return is_opening.load(); }));
     g_closed_writes = 10;
     EXPECT_TRUE(Append("this one's"));
     EXPECT_EQ(g_closed_writes, 0);
-    may_go_on = true;
-    other.join();
-    g_on_look = nullptr;
+    Finish();
     EXPECT_EQ(ReadFile(m_path), "this one's\nthe other's\n");
 }
 
-TEST_F(Threads, GiveUpARecordWhenTheOpeningNeverEnds)
+TEST_F(Opening, ThatNeverEndsLosesTheRecordsOfOthers)
 {
-    std::atomic<bool> is_opening = false;
-    std::atomic<bool> may_go_on = false;
-    g_on_look = [&] {
-        is_opening = true;
-        EXPECT_TRUE(WaitUntil([&] { return may_go_on.load(); }));
-    };
-    std::thread other([&] {
-        g_closed_writes = 1;
-        EXPECT_TRUE(Append("the other's"));
-    });
-    EXPECT_TRUE(WaitUntil([&] { return is_opening.load(); }));
     g_closed_writes = 1000;
     EXPECT_FALSE(Append("this one's"));
     EXPECT_EQ(g_closed_writes, 0);
-    may_go_on = true;
-    other.join();
-    g_on_look = nullptr;
 }

@@ -39,16 +39,13 @@ void GuardStack()
     if (guarded || pthread_getattr_np(pthread_self(), &attributes) != 0) {
         return;
     }
-    guarded = true;
     void* lowest = nullptr;
     std::size_t size = 0;
     std::size_t guard = 0;
     pthread_attr_getguardsize(&attributes, &guard);
     pthread_attr_getstack(&attributes, &lowest, &size);
     pthread_attr_destroy(&attributes);
-    if (guard == 0) {
-        madvise(lowest, PageSize(), kGuardInstall);
-    }
+    guarded = guard != 0 || madvise(lowest, PageSize(), kGuardInstall) == 0;
 }
 
 bool SetThreadDefaults()

@@ -1,5 +1,6 @@
 // The two entry points and the log behind them.
 #include <errno.h>
+#include <limits.h>
 #include <pthread.h>
 #include <stdio.h>
 #include <string.h>
@@ -28,7 +29,7 @@ std::atomic<LogFile*> g_file{nullptr};
 // VERBOSE has the highest number and the lowest rank: as a threshold it lets everything pass.
 int Rank(LOGLEVEL level)
 {
-    return level == LOGLEVEL_VERBOSE ? 0 : level;
+    return level == LOGLEVEL_VERBOSE ? INT_MIN : level;
 }
 
 // This process; getpid asks the system, which is an eighth of a record's price.
@@ -139,7 +140,8 @@ void FileLog::Write(LOGLEVEL level, std::string_view text, std::size_t cut, char
     m_file.Follow(heading.time, heading.process);
     const std::uint32_t lost = m_file.lost.Take(heading.process);
     if (lost != 0 && !WriteNotice(heading, lost)) {
-        m_file.lost.Add(lost + 1, heading.process);
+        m_file.lost.Add(lost, heading.process);
+        m_file.lost.Add(1, heading.process);
         return;
     }
     if (!m_file.Append(line, static_cast<std::size_t>(end - line), heading.process)) {
@@ -163,6 +165,13 @@ bool FileLog::WriteNotice(Heading heading, std::uint32_t lost)
 
 std::int32_t InitLogger(const char* path)
 {
+    if (qv7log::g_file.load() == nullptr) {
+        const int error = pthread_atfork(nullptr, nullptr, qv7log::RememberProcess);
+        if (error != 0) {
+            return error;
+        }
+        qv7log::RememberProcess();
+    }
     auto* const file = new (std::nothrow) qv7log::LogFile;
     if (file == nullptr) {
         return ENOMEM;
@@ -172,10 +181,7 @@ std::int32_t InitLogger(const char* path)
         delete file;
         return error;
     }
-    if (qv7log::g_file.exchange(file) == nullptr) {
-        qv7log::RememberProcess();
-        pthread_atfork(nullptr, nullptr, qv7log::RememberProcess);
-    }
+    qv7log::g_file.store(file);
     return 0;
 }
 

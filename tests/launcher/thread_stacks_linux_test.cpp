@@ -110,12 +110,16 @@ TEST(ThreadStack, HasRoomFor512KiB)
 
 TEST(ThreadStack, EndsAChildThatRunsOverIt)
 {
-    RunInThread([] {
+    const auto expect_guard = [] {
         const Stack stack = StackOfThisThread();
         const std::ptrdiff_t page = sysconf(_SC_PAGESIZE);
         char* const end = stack.guard == 0 ? stack.lowest + page : stack.lowest;
         EXPECT_EQ(WaitStatusOfWriteInChild(end), 7 << 8) << "the last byte of the stack";
         EXPECT_EQ(WaitStatusOfWriteInChild(end - 1) & 0x7f, SIGSEGV) << "the byte below";
+    };
+    RunInThread([&] {
+        expect_guard();
+        RunInThread(expect_guard);  // a second thread has a stack of its own
     });
 }
 

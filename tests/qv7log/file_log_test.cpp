@@ -16,8 +16,9 @@ using Strings = std::vector<std::string>;
 
 namespace {
 
-constexpr LOGLEVEL kLevels[] = {LOGLEVEL_DEBUG, LOGLEVEL_MESSAGE,  LOGLEVEL_WARNING,
-                                LOGLEVEL_ERROR, LOGLEVEL_CRITICAL, LOGLEVEL_VERBOSE};
+constexpr LOGLEVEL kLevels[] = {LOGLEVEL{-1},      LOGLEVEL{0},      LOGLEVEL_DEBUG,
+                                LOGLEVEL_MESSAGE,  LOGLEVEL_WARNING, LOGLEVEL_ERROR,
+                                LOGLEVEL_CRITICAL, LOGLEVEL_VERBOSE};
 
 mode_t Mode(const std::string& path)
 {
@@ -50,7 +51,7 @@ TEST(LogV, LetsTheThresholdAndAboveThroughAndVerboseEverything)
         {LOGLEVEL_WARNING, {"4", "8", "16"}},
         {LOGLEVEL_ERROR, {"8", "16"}},
         {LOGLEVEL_CRITICAL, {"16"}},
-        {LOGLEVEL_VERBOSE, {"1", "2", "4", "8", "16", "17"}},
+        {LOGLEVEL_VERBOSE, {"-1", "0", "1", "2", "4", "8", "16", "17"}},
     };
     for (const Row& row : rows) {
         TempFolder folder;

@@ -4,7 +4,7 @@
 #     scripts/bench.sh [--short]
 #
 # Installs the peers (supervisor, runit, s6, daemontools) and tools where they are missing, builds
-# in release mode and measures all of them in one run of about a quarter of an hour; let the machine
+# in release mode and measures all of them in one run of about 20 minutes; let the machine
 # be quiet meanwhile. --short takes one peer and small numbers, judges nothing by time and writes to
 # build/bench/short.
 set -euo pipefail

@@ -126,8 +126,6 @@ class S6(ServiceFolders):
 class Supervisor(Contender):
     """Its poll takes a second, however long the helper lived."""
 
-    watched = END
-
     def prepare(self, helpers):
         lines = [
             "[supervisord]",

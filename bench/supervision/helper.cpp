@@ -15,7 +15,7 @@
 
 namespace {
 
-// Read by scenarios.py.
+// Read by inside.py.
 struct Record
 {
     std::int32_t life_ms;

@@ -27,10 +27,13 @@ class Figure:
         self.median = statistics.median(values)
         self.low = min(values)
         self.high = max(values)
+        self._is_one = len(values) == 1
 
     def text(self, digits=None):
-        return (f"{number(self.median, digits)} "
-                f"({number(self.low, digits)}–{number(self.high, digits)})")
+        median = number(self.median, digits)
+        if self._is_one:
+            return median
+        return f"{median} ({number(self.low, digits)}–{number(self.high, digits)})"
 
 
 def number(value, digits=None):
@@ -82,7 +85,10 @@ class Results:
         return Figure(values) if values else None
 
     def restart_figure(self, share, **wanted):
+        """Of each run; of all together where the runs are too short for a percentile."""
         runs = [result["latencies_ms"] for result in self.select("restart", **wanted)]
+        if runs and min(map(len, runs)) < 100:
+            runs = [sum(runs, [])]
         return Figure([percentile(run, share) for run in runs]) if runs else None
 
     def windows(self, scenario, key, contender):
@@ -170,8 +176,9 @@ def restart(results):
 Milliseconds from a helper's end to its next start. The launcher and the floors pause for 50 ms,
 s6 for a second, and supervisor polls once a second, whatever the helper's life; theirs ends at once
 (s6: after 1.05 s). daemontools and runit hold back only what lived for less than a second, so their
-helper lives for 1.05 s, and the figure holds no pause. Percentiles of each run, then median, minimum
-and maximum of the runs.
+helper lives for 1.05 s, and the figure holds no pause. Percentiles of each run of 200 restarts, then
+median, minimum and maximum of the runs. Restarts of the peers take seconds: five of each run side by
+side, and the percentiles are those of all their restarts together.
 
 ![Restart](charts/restart.svg)
 """]
@@ -198,7 +205,7 @@ def idle(results):
     return f"""## Idle
 
 What {sample["n"]} helpers cost that do nothing: CPU time and context switches of the supervising
-side in {sample["seconds"]} s.
+side in {sample["seconds"]} s. {len(sample["windows"])} such windows of one run, in which all sleep side by side.
 
 {table(["", "CPU ms", "context switches"], rows)}"""
 
@@ -217,26 +224,24 @@ def storm(results):
     sample = results.select("storm")[0]
     rows = []
     for name in results.names("storm"):
-        starts = results.windows("storm", "starts_per_s", name)
-        cpu = results.windows("storm", "cpu_share", name)
-        latencies = results.select("storm", contender=name)[0]["latencies_ms"]
-        each = Figure([1000 * window["cpu_share"] / window["starts_per_s"]
-                       for result in results.select("storm", contender=name)
-                       for window in result["windows"]])
-        rows.append([TITLES[name], starts.text(), f"{cpu.text(2)}", each.text(2),
-                     *(number(percentile(latencies, share)) for share in (50, 99, 100))])
-    seconds = sample["seconds"] * len(sample["windows"])
+        figures = [results.figure("storm", key, contender=name).text(digits) for key, digits in
+                   (("starts_per_s", None), ("cpu_share", 2), ("cpu_ms_per_start", 2))]
+        runs = results.select("storm", contender=name)
+        latencies = sum((run["latencies_ms"] for run in runs), [])
+        rows.append([TITLES[name], *figures, str(len(latencies)),
+                     *(number(percentile(latencies, share)) if latencies else "–"
+                       for share in (50, 99, 100))])
     return f"""## A storm
 
-{sample["n"]} helpers that end at once, for {seconds} s in {len(sample["windows"])} windows, and
-another helper among them whose restarts are watched. The CPU share (1 is one processor busy) holds
-the supervising side and the helpers themselves. The peers start a helper again once a second at
-most, so only the CPU time of a start compares with ours. The watched helper lives for 20 ms, or for
-1.05 s under daemontools, runit and s6.
+{sample["n"]} helpers that end at once, for {sample["seconds"]} s in each run, and another helper
+among them whose restarts are watched; their percentiles are those of all runs together. The CPU share
+(1 is one processor busy) is the whole machine's: the supervising side, the helpers, and what else the
+system does. The peers start a helper again once a second at most, so only the CPU time of a start
+compares with ours. The watched helper lives for 20 ms, or for 1.05 s under daemontools, runit and s6.
 
 ![Storm](charts/storm.svg)
 
-{table(["", "starts a second", "CPU share", "CPU ms a start", "restart p50 ms", "p99", "max"],
+{table(["", "starts a second", "CPU share", "CPU ms a start", "restarts", "p50 ms", "p99", "max"],
        rows)}"""
 
 
@@ -336,7 +341,7 @@ def goals(results):
         if n > 0:
             each = (stop_of(n) - stop_of(0)) / n
             add(f"stop of {n}: at most 51 ms an item, besides the launcher's own end",
-                f"{each:.2f} ms", each <= 51)
+                f"{each:.2f} ms ({stop_of(n) / n:.2f} with it)", each <= 51)
 
     for threads in results.values("log", "threads"):
         ours, theirs = (results.figure("log", "records_per_s", contender=name,
@@ -351,8 +356,8 @@ def goals(results):
 
 SETTINGS = """## Who is compared
 
-All run as root in a PID namespace of their own, take turns in the opposite order every other time,
-and keep no log of the helpers. A peer with run scripts appears in its leanest form, in which the
+All run as root in a PID namespace of their own, take turns in the opposite order every other time
+(unless said otherwise), and keep no log of the helpers. A peer with run scripts appears in its leanest form, in which the
 helper itself stands in for the script, and with the usual shell script ("sh") that executes it.
 
 | | setting |
@@ -394,8 +399,8 @@ def page(results):
         f"""# Speed and cost, side by side
 
 {note}Written by `scripts/bench.sh`; do not edit. What was tuned, tried and left out:
-[tuning.md](tuning.md). Every figure is a median with minimum and maximum of the runs in brackets
-(5 runs; 15 for the log and for starts of up to 10); every ratio is one of medians of the same run.
+[tuning.md](tuning.md). A figure is a median with minimum and maximum of the runs in brackets (5 runs;
+15 for the log and for starts of up to 10), unless said otherwise; a ratio is one of such medians.
 """,
         goals(results), machine(), SETTINGS, start(results), memory(results), restart(results),
         idle(results), stop(results), storm(results), log(results), operations(results),
@@ -493,16 +498,14 @@ def charts(results, folder):
     chart_by_count(results, folder + "/start.svg", "start_ms", "Milliseconds until N helpers run")
     chart_by_count(results, folder + "/memory.svg", "pss_kib",
                    "Memory of the supervising side, KiB")
-    chart_bars(folder + "/restart.svg", 
+    chart_bars(folder + "/restart.svg",
                "Milliseconds from a helper’s end to its next start, alone: p50, and p99 paler",
                [(name, [results.restart_figure(share, contender=name, neighbours=0)
                         for share in (50, 99)])
                 for name in results.names("restart", neighbours=0)],
                ["p50", "p99"], log_scale=True)
     chart_bars(folder + "/storm.svg", "CPU milliseconds a start while 200 helpers end at once",
-               [(name, [Figure([1000 * window["cpu_share"] / window["starts_per_s"]
-                                for result in results.select("storm", contender=name)
-                                for window in result["windows"]])])
+               [(name, [results.figure("storm", "cpu_ms_per_start", contender=name)])
                 for name in results.names("storm")], ["CPU ms a start"])
     if results.select("log"):
         chart_bars(folder + "/log.svg", "Log records a second",

@@ -125,9 +125,7 @@ class Measurement:
         self._side_by_side("idle", self._profile["idle"], 1, self._profile["idle_options"])
 
     def storm(self):
-        for name in self._profile["storm"]:
-            options = self._profile["storm_options"]
-            self._keep("storm", name, self._namespace.run("storm", name, **options), **options)
+        self._sequence("storm", self._profile["storm"], self._profile["storm_options"])
 
     def log(self):
         """The logging library's own benchmark, which takes turns itself."""
@@ -178,7 +176,7 @@ def full_profile():
         "idle": everyone,
         "idle_options": {"n": 100, "windows": 5, "seconds": 20},
         "storm": ["threads", *contenders.LAUNCHER, *contenders.LEAN],
-        "storm_options": {"n": 200, "windows": 5, "seconds": 4},
+        "storm_options": {"n": 200, "seconds": 4},
         "log_seconds": 0.5,
     }
 
@@ -200,7 +198,7 @@ def short_profile():
         "idle": few,
         "idle_options": {"n": 5, "windows": 1, "seconds": 1},
         "storm": ["threads", "launcher", "runit"],
-        "storm_options": {"n": 10, "windows": 1, "seconds": 3},
+        "storm_options": {"n": 10, "seconds": 3},
         "log_seconds": 0.01,
         "operations": ["expression-made", "json-lookups-of-1000-items"],
     }

@@ -18,6 +18,7 @@
 #include <map>
 #include <random>
 #include <sstream>
+#include <system_error>
 #include <thread>
 #include <tuple>
 #include <vector>
@@ -60,10 +61,14 @@ bool WaitFor(pid_t child, int& status)
     return true;
 }
 
+// Throws where there is no child: its id, -1, would stand for every process when it is killed.
 template <typename Body>
 pid_t Fork(Body body)
 {
     const pid_t child = fork();
+    if (child < 0) {
+        throw std::system_error(errno, std::generic_category(), "fork");
+    }
     if (child == 0) {
         body();
         _exit(0);
@@ -247,9 +252,6 @@ std::string ForksWhileRotating(const std::string& folder, int forks)
     std::string wrong;
     for (int i = 0; i < forks && wrong.empty(); ++i) {
         children.push_back(Fork([log, i] { LogNumber(log, kChildWriter + i, 0); }));
-        if (children.back() < 0) {
-            return "no fork: " + std::to_string(errno);
-        }
         if (children.size() == 8 && !WaitForAll(children)) {
             wrong = "a child hangs\n";
         }

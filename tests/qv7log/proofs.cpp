@@ -36,6 +36,7 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 constexpr seconds kHang{30};
+constexpr seconds kLongHang{300};  // of a process that logs as much as the proof is asked for
 
 // A value that forked processes share.
 template <typename Value>
@@ -46,10 +47,9 @@ Value* Shared()
     return memory == MAP_FAILED ? nullptr : new (memory) Value();
 }
 
-// Waits until `child` has ended; false, and it is killed, if it takes longer than kHang.
-bool WaitFor(pid_t child, int& status)
+// Waits until `child` has ended; false, and it is killed, if it has not at the deadline.
+bool WaitFor(pid_t child, int& status, Clock::time_point deadline = Clock::now() + kHang)
 {
-    const Clock::time_point deadline = Clock::now() + kHang;
     while (waitpid(child, &status, WNOHANG) == 0) {
         if (Clock::now() > deadline) {
             kill(child, SIGKILL);
@@ -59,6 +59,20 @@ bool WaitFor(pid_t child, int& status)
         std::this_thread::sleep_for(microseconds(50));
     }
     return true;
+}
+
+// Waits until all `children` have ended, and forgets them; true if they did so well. What is left
+// of them after the limit is killed.
+bool WaitForAll(std::vector<pid_t>& children, seconds limit = kHang)
+{
+    const Clock::time_point deadline = Clock::now() + limit;
+    bool well = true;
+    for (const pid_t child : children) {
+        int status = 0;
+        well = WaitFor(child, status, deadline) && status == 0 && well;
+    }
+    children.clear();
+    return well;
 }
 
 // Throws where there is no child: its id, -1, would stand for every process when it is killed.
@@ -228,18 +242,6 @@ private:
 
 constexpr int kChildWriter = 1000;
 
-// The part of ForksWhileRotating after the last fork: true if all children ended well.
-bool WaitForAll(std::vector<pid_t>& children)
-{
-    bool well = true;
-    for (const pid_t child : children) {
-        int status = 0;
-        well = WaitFor(child, status) && status == 0 && well;
-    }
-    children.clear();
-    return well;
-}
-
 }  // namespace
 
 std::string ForksWhileRotating(const std::string& folder, int forks)
@@ -253,11 +255,11 @@ std::string ForksWhileRotating(const std::string& folder, int forks)
     for (int i = 0; i < forks && wrong.empty(); ++i) {
         children.push_back(Fork([log, i] { LogNumber(log, kChildWriter + i, 0); }));
         if (children.size() == 8 && !WaitForAll(children)) {
-            wrong = "a child hangs\n";
+            wrong = "a child hangs or has crashed\n";
         }
     }
     if (!WaitForAll(children)) {
-        wrong = "a child hangs\n";
+        wrong = "a child hangs or has crashed\n";
     }
     std::map<int, int> written = writers.Finish();
     for (int i = 0; i < forks; ++i) {
@@ -297,12 +299,8 @@ std::string ProcessesRotating(const std::string& folder, int records)
             written[process * kThreads + i] = records;
         }
     }
-    for (const pid_t process : processes) {
-        int status = 0;
-        waitpid(process, &status, 0);
-        if (status != 0) {
-            return "a process ended with " + std::to_string(status);
-        }
+    if (!WaitForAll(processes, kLongHang)) {
+        return "a process hangs or has crashed\n";
     }
     const Content content = archive.Finish();
     return CheckWhole(content) + CheckNumbers(content, written);

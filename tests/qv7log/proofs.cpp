@@ -96,16 +96,35 @@ class Archive
 {
 public:
     Archive(std::string log, std::string folder)
-        : m_log(std::move(log)), m_folder(std::move(folder)), m_stop(Shared<std::atomic<bool>>())
+        : m_log(std::move(log)), m_folder(std::move(folder)), m_shared(Shared<State>())
     {
         mkdir(m_folder.c_str(), 0700);
         m_process = Fork([this] { Run(); });
     }
 
+    ~Archive() { m_shared->stop = true; }
+
+    Archive(const Archive&) = delete;
+    Archive& operator=(const Archive&) = delete;
+
+    // Waits until `files` old files have been carried away altogether; says so if they are not.
+    std::string WaitForFiles(int files) const
+    {
+        const Clock::time_point deadline = Clock::now() + kHang;
+        while (m_shared->carried < files) {
+            if (Clock::now() > deadline) {
+                return "old files: " + std::to_string(m_shared->carried) + " instead of " +
+                       std::to_string(files) + "\n";
+            }
+            std::this_thread::sleep_for(milliseconds(1));
+        }
+        return "";
+    }
+
     // Carries the rest away too and gives all that was ever logged.
     Content Finish()
     {
-        *m_stop = true;
+        m_shared->stop = true;
         int status = 0;
         WaitFor(m_process, status);
         std::vector<std::string> files;
@@ -126,9 +145,15 @@ public:
     }
 
 private:
+    struct State
+    {
+        std::atomic<bool> stop{false};
+        std::atomic<int> carried{0};
+    };
+
     void Run()
     {
-        while (!*m_stop && getppid() != 1) {
+        while (!m_shared->stop && getppid() != 1) {
             const int lock = open((m_log + ".lock").c_str(), O_RDWR | O_CLOEXEC);
             struct flock region = {};
             region.l_type = F_WRLCK;
@@ -144,16 +169,17 @@ private:
     {
         for (const std::string& file : OldFiles(m_log)) {
             char name[32];
-            snprintf(name, sizeof name, "/%09d", m_carried++);
-            rename(file.c_str(), (m_folder + name).c_str());
+            snprintf(name, sizeof name, "/%09d", m_shared->carried.load());
+            if (rename(file.c_str(), (m_folder + name).c_str()) == 0) {
+                ++m_shared->carried;
+            }
         }
     }
 
     const std::string m_log;
     const std::string m_folder;
-    std::atomic<bool>* const m_stop;
+    State* const m_shared;
     pid_t m_process = 0;
-    int m_carried = 0;
 };
 
 // Records of this form are told apart: "writer 3 number 17" is the 17th of writer 3.
@@ -242,6 +268,12 @@ private:
 
 constexpr int kChildWriter = 1000;
 
+// The log has rotated once in so many forks or removals, or the next one waits for it: what is
+// proven is proven of a log that rotates. A log fills up many times while so many are forked; it
+// seldom does while so many are removed.
+constexpr int kForksAFile = 500;
+constexpr int kRemovalsAFile = 20;
+
 }  // namespace
 
 std::string ForksWhileRotating(const std::string& folder, int forks)
@@ -257,16 +289,20 @@ std::string ForksWhileRotating(const std::string& folder, int forks)
         if (children.size() == 8 && !WaitForAll(children)) {
             wrong = "a child hangs or has crashed\n";
         }
+        wrong += archive.WaitForFiles(i / kForksAFile);
     }
     if (!WaitForAll(children)) {
-        wrong = "a child hangs or has crashed\n";
+        wrong += "a child hangs or has crashed\n";
     }
     std::map<int, int> written = writers.Finish();
+    if (!wrong.empty()) {
+        return wrong;
+    }
     for (int i = 0; i < forks; ++i) {
         written[kChildWriter + i] = 1;
     }
     const Content content = archive.Finish();
-    return wrong + CheckWhole(content) + CheckNumbers(content, written);
+    return CheckWhole(content) + CheckNumbers(content, written);
 }
 
 std::string ProcessesRotating(const std::string& folder, int records)
@@ -302,8 +338,9 @@ std::string ProcessesRotating(const std::string& folder, int records)
     if (!WaitForAll(processes, kLongHang)) {
         return "a process hangs or has crashed\n";
     }
+    const std::string wrong = archive.WaitForFiles(1);
     const Content content = archive.Finish();
-    return CheckWhole(content) + CheckNumbers(content, written);
+    return wrong + CheckWhole(content) + CheckNumbers(content, written);
 }
 
 namespace {
@@ -426,7 +463,8 @@ std::string RemovedUnderLoad(const std::string& folder, int removals)
     Archive archive(path, folder + "/archive");
     Writers writers(log, 8, microseconds(50));
     std::vector<Removed> removed;
-    for (int i = 0; i < removals; ++i) {
+    std::string wrong;
+    for (int i = 0; i < removals && wrong.empty(); ++i) {
         // Under another name first: a rotation could put another file between opening and removing.
         const std::string aside = folder + "/aside";
         if (rename(path.c_str(), aside.c_str()) == 0) {
@@ -435,11 +473,15 @@ std::string RemovedUnderLoad(const std::string& folder, int removals)
             removed.push_back({file, StampIn(milliseconds(1000))});
         }
         std::this_thread::sleep_for(milliseconds(2));
+        wrong += archive.WaitForFiles((i + 1) / kRemovalsAFile);
     }
     const std::map<int, int> written = writers.Finish();
+    if (!wrong.empty()) {
+        return wrong;
+    }
     LogNumber(log, kLastWriter, 0);
     Content content = archive.Finish();
-    std::string wrong = CheckWhole(content);
+    wrong = CheckWhole(content);
     for (const Removed& one : removed) {
         wrong += ReadRemoved(one, content);
     }

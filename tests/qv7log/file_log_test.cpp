@@ -1,16 +1,20 @@
 // The library through its two functions; the log is full at 4 KiB here.
 #include <errno.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <limits.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "qv7log/limits.h"
 #include "tests/qv7log/read_log.h"
+#include "tests/support/wait_until.h"
 
 using Strings = std::vector<std::string>;
 
@@ -37,6 +41,51 @@ void LogText(ILog* log, const std::string& text)
 {
     Log(log, LOGLEVEL_ERROR, "%s", text.c_str());
 }
+
+// A process that holds the rotation lock of the log at `path` until LetGo.
+class LockHolder
+{
+public:
+    explicit LockHolder(const std::string& path)
+    {
+        int locked[2];
+        if (pipe(locked) != 0 || pipe(m_let_go) != 0) {
+            return;
+        }
+        m_process = fork();
+        if (m_process == 0) {
+            close(m_let_go[1]);
+            struct flock lock = {};
+            lock.l_type = F_WRLCK;
+            lock.l_whence = SEEK_SET;
+            char byte = '1';
+            if (fcntl(open((path + ".lock").c_str(), O_RDWR), F_SETLK, &lock) == 0) {
+                (void)!write(locked[1], &byte, 1);
+                (void)!read(m_let_go[0], &byte, 1);
+            }
+            _exit(0);
+        }
+        close(locked[1]);
+        close(m_let_go[0]);
+        char byte = 0;
+        m_holds = read(locked[0], &byte, 1) == 1;
+        close(locked[0]);
+    }
+
+    bool Holds() const { return m_holds; }
+
+    // Returns when the process has ended.
+    void LetGo()
+    {
+        close(m_let_go[1]);
+        EXPECT_EQ(waitpid(m_process, nullptr, 0), m_process);
+    }
+
+private:
+    int m_let_go[2] = {-1, -1};
+    pid_t m_process = -1;
+    bool m_holds = false;
+};
 
 TEST(LogV, LetsTheThresholdAndAboveThroughAndVerboseEverything)
 {
@@ -326,6 +375,28 @@ TEST(Rotation, IsFollowedByAnIdleForkedChild)
     close(go[1]);
     ASSERT_EQ(waitpid(child, nullptr, 0), child);
     EXPECT_NE(ReadFile(folder / "log").find("the child's"), std::string::npos);
+}
+
+TEST(Rotation, IsNotWaitedForWhileAnotherProcessHoldsTheLock)
+{
+    TempFolder folder;
+    ILog* const log = StartLog(folder / "log");
+    LockHolder holder(folder / "log");
+    ASSERT_TRUE(holder.Holds());
+    std::atomic<bool> logged = false;
+    std::thread logging([&] {
+        for (int i = 0; i < 6; ++i) {
+            LogText(log, FifthOfALog(i));
+        }
+        logged = true;
+    });
+    EXPECT_TRUE(WaitUntil([&] { return logged.load(); }));
+    EXPECT_FALSE(Exists(folder / "log.1"));
+    holder.LetGo();
+    logging.join();
+    LogText(log, FifthOfALog(6));
+    EXPECT_TRUE(Exists(folder / "log.1"));
+    EXPECT_EQ(Texts(folder / "log").size(), 7U);
 }
 
 TEST(Rotation, GoesOnWithAnotherLockWhenTheLockIsTakenAway)

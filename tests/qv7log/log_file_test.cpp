@@ -13,6 +13,7 @@
 #include <string>
 #include <thread>
 
+#include "qv7log/limits.h"
 #include "tests/qv7log/read_log.h"
 #include "tests/support/wait_until.h"
 
@@ -89,9 +90,11 @@ protected:
 
     void TearDown() override { g_now = 0; }
 
-    bool Append(const std::string& text)
+    bool Append(const std::string& text) { return Append(m_log, text); }
+
+    static bool Append(qv7log::LogFile& log, const std::string& text)
     {
-        return m_log.Append((text + "\n").data(), text.size() + 1, getpid());
+        return log.Append((text + "\n").data(), text.size() + 1, getpid());
     }
 
     // Whether the log looks at its path before a record of the time `now`.
@@ -108,6 +111,11 @@ protected:
 };
 
 using Follow = LogFileTest;
+
+// Not followed, so that the log counts what it writes and knows of nothing else.
+using Rotation = LogFileTest;
+
+const std::string kAllButFull(qv7log::kRotateSize - 10, '.');
 
 // Another thread, which writes "the other's", has found the log closed and opens it until Finish.
 class Opening : public LogFileTest
@@ -215,4 +223,29 @@ TEST_F(Opening, ThatNeverEndsLosesTheRecordsOfOthers)
     g_closed_writes = 1000;
     EXPECT_FALSE(Append("this one's"));
     EXPECT_EQ(g_closed_writes, 0);
+}
+
+TEST_F(Rotation, LeavesTheLogThatAnotherHasBegun)
+{
+    qv7log::LogFile other;
+    ASSERT_EQ(other.Open(m_path.c_str()), 0);
+    ASSERT_TRUE(Append(kAllButFull));
+    other.Follow(TimeOf(1000 * kSecond), getpid());
+    ASSERT_TRUE(Append(other, "fills it, and begins a new log"));
+    ASSERT_EQ(ReadFile(m_path), "");
+    EXPECT_TRUE(Append("is still in the old file"));
+    EXPECT_TRUE(Append("is in the new log"));
+    EXPECT_EQ(ReadFile(m_path + ".1"),
+              kAllButFull + "\nfills it, and begins a new log\nis still in the old file\n");
+    EXPECT_EQ(ReadFile(m_path), "is in the new log\n");
+    EXPECT_FALSE(Exists(m_path + ".2"));
+}
+
+TEST_F(Rotation, LeavesALogThatSomeoneHasEmptied)
+{
+    ASSERT_TRUE(Append(kAllButFull));
+    ASSERT_EQ(truncate(m_path.c_str(), 0), 0);
+    EXPECT_TRUE(Append("is full by its own count"));
+    EXPECT_FALSE(Exists(m_path + ".1"));
+    EXPECT_EQ(ReadFile(m_path), "is full by its own count\n");
 }

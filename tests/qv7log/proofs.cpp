@@ -18,6 +18,7 @@
 #include <map>
 #include <random>
 #include <sstream>
+#include <system_error>
 #include <thread>
 #include <tuple>
 #include <vector>
@@ -35,6 +36,7 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 constexpr seconds kHang{30};
+constexpr seconds kLongHang{300};  // of a process that logs as much as the proof is asked for
 
 // A value that forked processes share.
 template <typename Value>
@@ -45,10 +47,9 @@ Value* Shared()
     return memory == MAP_FAILED ? nullptr : new (memory) Value();
 }
 
-// Waits until `child` has ended; false, and it is killed, if it takes longer than kHang.
-bool WaitFor(pid_t child, int& status)
+// Waits until `child` has ended; false, and it is killed, if it has not at the deadline.
+bool WaitFor(pid_t child, int& status, Clock::time_point deadline = Clock::now() + kHang)
 {
-    const Clock::time_point deadline = Clock::now() + kHang;
     while (waitpid(child, &status, WNOHANG) == 0) {
         if (Clock::now() > deadline) {
             kill(child, SIGKILL);
@@ -60,10 +61,28 @@ bool WaitFor(pid_t child, int& status)
     return true;
 }
 
+// Waits until all `children` have ended, and forgets them; true if they did so well. What is left
+// of them after the limit is killed.
+bool WaitForAll(std::vector<pid_t>& children, seconds limit = kHang)
+{
+    const Clock::time_point deadline = Clock::now() + limit;
+    bool well = true;
+    for (const pid_t child : children) {
+        int status = 0;
+        well = WaitFor(child, status, deadline) && status == 0 && well;
+    }
+    children.clear();
+    return well;
+}
+
+// Throws where there is no child: its id, -1, would stand for every process when it is killed.
 template <typename Body>
 pid_t Fork(Body body)
 {
     const pid_t child = fork();
+    if (child < 0) {
+        throw std::system_error(errno, std::generic_category(), "fork");
+    }
     if (child == 0) {
         body();
         _exit(0);
@@ -77,16 +96,35 @@ class Archive
 {
 public:
     Archive(std::string log, std::string folder)
-        : m_log(std::move(log)), m_folder(std::move(folder)), m_stop(Shared<std::atomic<bool>>())
+        : m_log(std::move(log)), m_folder(std::move(folder)), m_shared(Shared<State>())
     {
         mkdir(m_folder.c_str(), 0700);
         m_process = Fork([this] { Run(); });
     }
 
+    ~Archive() { m_shared->stop = true; }
+
+    Archive(const Archive&) = delete;
+    Archive& operator=(const Archive&) = delete;
+
+    // Waits until `files` old files have been carried away altogether; says so if they are not.
+    std::string WaitForFiles(int files) const
+    {
+        const Clock::time_point deadline = Clock::now() + kHang;
+        while (m_shared->carried < files) {
+            if (Clock::now() > deadline) {
+                return "old files: " + std::to_string(m_shared->carried) + " instead of " +
+                       std::to_string(files) + "\n";
+            }
+            std::this_thread::sleep_for(milliseconds(1));
+        }
+        return "";
+    }
+
     // Carries the rest away too and gives all that was ever logged.
     Content Finish()
     {
-        *m_stop = true;
+        m_shared->stop = true;
         int status = 0;
         WaitFor(m_process, status);
         std::vector<std::string> files;
@@ -107,9 +145,15 @@ public:
     }
 
 private:
+    struct State
+    {
+        std::atomic<bool> stop{false};
+        std::atomic<int> carried{0};
+    };
+
     void Run()
     {
-        while (!*m_stop && getppid() != 1) {
+        while (!m_shared->stop && getppid() != 1) {
             const int lock = open((m_log + ".lock").c_str(), O_RDWR | O_CLOEXEC);
             struct flock region = {};
             region.l_type = F_WRLCK;
@@ -125,16 +169,17 @@ private:
     {
         for (const std::string& file : OldFiles(m_log)) {
             char name[32];
-            snprintf(name, sizeof name, "/%09d", m_carried++);
-            rename(file.c_str(), (m_folder + name).c_str());
+            snprintf(name, sizeof name, "/%09d", m_shared->carried.load());
+            if (rename(file.c_str(), (m_folder + name).c_str()) == 0) {
+                ++m_shared->carried;
+            }
         }
     }
 
     const std::string m_log;
     const std::string m_folder;
-    std::atomic<bool>* const m_stop;
+    State* const m_shared;
     pid_t m_process = 0;
-    int m_carried = 0;
 };
 
 // Records of this form are told apart: "writer 3 number 17" is the 17th of writer 3.
@@ -223,17 +268,11 @@ private:
 
 constexpr int kChildWriter = 1000;
 
-// The part of ForksWhileRotating after the last fork: true if all children ended well.
-bool WaitForAll(std::vector<pid_t>& children)
-{
-    bool well = true;
-    for (const pid_t child : children) {
-        int status = 0;
-        well = WaitFor(child, status) && status == 0 && well;
-    }
-    children.clear();
-    return well;
-}
+// The log has rotated once in so many forks or removals, or the next one waits for it: what is
+// proven is proven of a log that rotates. A log fills up many times while so many are forked; it
+// seldom does while so many are removed.
+constexpr int kForksAFile = 500;
+constexpr int kRemovalsAFile = 20;
 
 }  // namespace
 
@@ -247,22 +286,23 @@ std::string ForksWhileRotating(const std::string& folder, int forks)
     std::string wrong;
     for (int i = 0; i < forks && wrong.empty(); ++i) {
         children.push_back(Fork([log, i] { LogNumber(log, kChildWriter + i, 0); }));
-        if (children.back() < 0) {
-            return "no fork: " + std::to_string(errno);
-        }
         if (children.size() == 8 && !WaitForAll(children)) {
-            wrong = "a child hangs\n";
+            wrong = "a child hangs or has crashed\n";
         }
+        wrong += archive.WaitForFiles(i / kForksAFile);
     }
     if (!WaitForAll(children)) {
-        wrong = "a child hangs\n";
+        wrong += "a child hangs or has crashed\n";
     }
     std::map<int, int> written = writers.Finish();
+    if (!wrong.empty()) {
+        return wrong;
+    }
     for (int i = 0; i < forks; ++i) {
         written[kChildWriter + i] = 1;
     }
     const Content content = archive.Finish();
-    return wrong + CheckWhole(content) + CheckNumbers(content, written);
+    return CheckWhole(content) + CheckNumbers(content, written);
 }
 
 std::string ProcessesRotating(const std::string& folder, int records)
@@ -295,15 +335,12 @@ std::string ProcessesRotating(const std::string& folder, int records)
             written[process * kThreads + i] = records;
         }
     }
-    for (const pid_t process : processes) {
-        int status = 0;
-        waitpid(process, &status, 0);
-        if (status != 0) {
-            return "a process ended with " + std::to_string(status);
-        }
+    if (!WaitForAll(processes, kLongHang)) {
+        return "a process hangs or has crashed\n";
     }
+    const std::string wrong = archive.WaitForFiles(1);
     const Content content = archive.Finish();
-    return CheckWhole(content) + CheckNumbers(content, written);
+    return wrong + CheckWhole(content) + CheckNumbers(content, written);
 }
 
 namespace {
@@ -426,7 +463,8 @@ std::string RemovedUnderLoad(const std::string& folder, int removals)
     Archive archive(path, folder + "/archive");
     Writers writers(log, 8, microseconds(50));
     std::vector<Removed> removed;
-    for (int i = 0; i < removals; ++i) {
+    std::string wrong;
+    for (int i = 0; i < removals && wrong.empty(); ++i) {
         // Under another name first: a rotation could put another file between opening and removing.
         const std::string aside = folder + "/aside";
         if (rename(path.c_str(), aside.c_str()) == 0) {
@@ -435,11 +473,15 @@ std::string RemovedUnderLoad(const std::string& folder, int removals)
             removed.push_back({file, StampIn(milliseconds(1000))});
         }
         std::this_thread::sleep_for(milliseconds(2));
+        wrong += archive.WaitForFiles((i + 1) / kRemovalsAFile);
     }
     const std::map<int, int> written = writers.Finish();
+    if (!wrong.empty()) {
+        return wrong;
+    }
     LogNumber(log, kLastWriter, 0);
     Content content = archive.Finish();
-    std::string wrong = CheckWhole(content);
+    wrong = CheckWhole(content);
     for (const Removed& one : removed) {
         wrong += ReadRemoved(one, content);
     }

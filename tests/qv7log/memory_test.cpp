@@ -1,0 +1,153 @@
+// The heap on the log path: which records take it, and what becomes of them when there is none.
+// With operators new and delete of the test's own.
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <cstddef>
+#include <new>
+#include <string>
+
+#include "qv7log/limits.h"
+#include "tests/qv7log/read_log.h"
+
+namespace {
+
+int g_calls = 0;
+bool g_no_memory = false;
+
+void* Allocate(std::size_t size)
+{
+    ++g_calls;
+    return g_no_memory ? nullptr : malloc(size);
+}
+
+void* AllocateOrThrow(std::size_t size)
+{
+    void* const memory = Allocate(size);
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    return memory;
+}
+
+// Not inline: GCC would see that free gets what operator new has returned, and warn.
+[[gnu::noinline]] void Free(void* memory)
+{
+    free(memory);
+}
+
+}  // namespace
+
+void* operator new(std::size_t size)
+{
+    return AllocateOrThrow(size);
+}
+
+void* operator new[](std::size_t size)
+{
+    return AllocateOrThrow(size);
+}
+
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept
+{
+    return Allocate(size);
+}
+
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept
+{
+    return Allocate(size);
+}
+
+void operator delete(void* memory) noexcept
+{
+    Free(memory);
+}
+
+void operator delete[](void* memory) noexcept
+{
+    Free(memory);
+}
+
+void operator delete(void* memory, std::size_t) noexcept
+{
+    Free(memory);
+}
+
+void operator delete[](void* memory, std::size_t) noexcept
+{
+    Free(memory);
+}
+
+namespace {
+
+// Logs `text` and returns how often memory was asked for.
+int CallsToLog(ILog* log, const std::string& text)
+{
+    g_calls = 0;
+    Log(log, LOGLEVEL_ERROR, "%s", text.c_str());
+    return g_calls;
+}
+
+TEST(LogV, TakesTheHeapOnceAndOnlyForATextThatTheStackDoesNotHold)
+{
+    const struct
+    {
+        std::size_t size;
+        int calls;
+    } kTable[] = {
+        {0, 0},
+        {qv7log::kStackText - 1, 0},  // and the NUL
+        {qv7log::kStackText, 1},
+        {qv7log::kMaxText + 1, 1},
+    };
+    for (const auto& row : kTable) {
+        for (const char filler : {'a', '\x1b'}) {
+            TempFolder folder;
+            ILog* const log = StartLog(folder / "log");
+            const std::string text(row.size, filler);
+            EXPECT_EQ(CallsToLog(log, text), row.calls) << row.size;
+        }
+    }
+}
+
+TEST(LogV, TakesNoHeapForARotation)
+{
+    TempFolder folder;
+    ILog* const log = StartLog(folder / "log");
+    const std::string text(qv7log::kStackText - 1, '.');
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_EQ(CallsToLog(log, text), 0);
+    }
+    EXPECT_TRUE(Exists(folder / "log.1"));
+}
+
+TEST(LogV, WritesTheBeginningOfALongTextWithoutMemory)
+{
+    const std::string e_acute = "\xc3\xa9";
+    const struct
+    {
+        const char* what;
+        std::string text;
+        std::size_t kept;
+    } kTable[] = {
+        {"the shortest", std::string(qv7log::kStackText, 'a'), 255},
+        {"one that is cut with memory, too", std::string(qv7log::kMaxText + 1, 'a'), 255},
+        {"one that is escaped", std::string(qv7log::kStackText, '\x1b'), 255},
+        {"a character at the cut", std::string(254, 'a') + e_acute + std::string(3000, 'b'), 254},
+    };
+    for (const auto& row : kTable) {
+        TempFolder folder;
+        ILog* const log = StartLog(folder / "log");
+        g_no_memory = true;
+        const int calls = CallsToLog(log, row.text);
+        g_no_memory = false;
+        EXPECT_EQ(calls, 1) << row.what;
+        const Content content = ReadLog(folder / "log");
+        EXPECT_TRUE(content.others.empty()) << row.what;
+        ASSERT_EQ(content.records.size(), 1U) << row.what;
+        EXPECT_EQ(content.records[0].text, row.text.substr(0, row.kept)) << row.what;
+        EXPECT_EQ(content.records[0].cut, row.text.size() - row.kept) << row.what;
+    }
+}
+
+}  // namespace

@@ -205,7 +205,8 @@ def idle(results):
     return f"""## Idle
 
 What {sample["n"]} helpers cost that do nothing: CPU time and context switches of the supervising
-side in {sample["seconds"]} s. {len(sample["windows"])} such windows of one run, in which all sleep side by side.
+side in {sample["seconds"]} s. {len(sample["windows"])} such windows of one run, in which all sleep
+side by side.
 
 {table(["", "CPU ms", "context switches"], rows)}"""
 
@@ -357,8 +358,9 @@ def goals(results):
 SETTINGS = """## Who is compared
 
 All run as root in a PID namespace of their own, take turns in the opposite order every other time
-(unless said otherwise), and keep no log of the helpers. A peer with run scripts appears in its leanest form, in which the
-helper itself stands in for the script, and with the usual shell script ("sh") that executes it.
+(unless said otherwise), and keep no log of the helpers. A peer with run scripts appears in its
+leanest form, in which the helper itself stands in for the script, and with the usual shell script
+("sh") that executes it.
 
 | | setting |
 |---|---|

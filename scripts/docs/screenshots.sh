@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # Makes the pictures in docs/images anew.
 #
-#     scripts/make_screenshots.sh
+#     scripts/docs/screenshots.sh
 set -euo pipefail
-cd "$(dirname "$0")/.."
+cd "$(dirname "$0")/../.."
 . scripts/lib/install.sh
 . scripts/lib/browser.sh
 
@@ -14,5 +14,5 @@ python_with selenium rich
 
 cmake --preset release >/dev/null
 cmake --build --preset release --target launchlist
-"$python" -B scripts/lib/screenshots.py build/release/tools/launchlist/launchlist docs/images
+"$python" -B scripts/docs/screenshots.py build/release/tools/launchlist/launchlist docs/images
 ls docs/images

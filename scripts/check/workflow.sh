@@ -2,7 +2,7 @@
 # Checks the workflows of .github/: GitHub's schema for them holds, and every step that runs something
 # runs a script of this folder.
 set -euo pipefail
-cd "$(dirname "$0")/.."
+cd "$(dirname "$0")/../.."
 . scripts/lib/base.sh
 . scripts/lib/python_env.sh
 

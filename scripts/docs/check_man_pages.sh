@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # Checks the manual pages: mandoc finds nothing to say, and every page that one refers to is there.
 #
-#     scripts/check_man_pages.sh
+#     scripts/docs/check_man_pages.sh
 set -euo pipefail
-cd "$(dirname "$0")/.."
+cd "$(dirname "$0")/../.."
 . scripts/lib/install.sh
 
 # Pages of the system that ours refer to.

@@ -1,16 +1,16 @@
 #!/usr/bin/env bash
 # Builds the bundle build/macos/Kestrane.app and all test programs for macOS, for both architectures.
 #
-#   scripts/build_macos.sh          on Linux with a pinned cross compiler, on a Mac with its own
-#   scripts/build_macos.sh --test   on a Mac: runs the tests, too
+#   scripts/macos/build.sh          on Linux with a pinned cross compiler, on a Mac with its own
+#   scripts/macos/build.sh --test   on a Mac: runs the tests, too
 #
 # What is downloaded or built once is kept under build/. The bundle appears only when it is whole.
 set -euo pipefail
-cd "$(dirname "$0")/.."
+cd "$(dirname "$0")/../.."
 . scripts/lib/base.sh
 . scripts/lib/python_env.sh
 . scripts/lib/libraries.sh
-. scripts/lib/macos_tools.sh
+. scripts/macos/tools.sh
 
 out=build/macos
 bundle=$out/Kestrane.app
@@ -52,7 +52,7 @@ case "${1-}" in
     *) fail "The one argument known is --test." ;;
 esac
 if [ -n "$test_on_a_mac" ] && ! on_a_mac; then
-    fail "The tests built for macOS run on a Mac only; on Linux use scripts/build_macos.sh alone."
+    fail "The tests built for macOS run on a Mac only; on Linux use scripts/macos/build.sh alone."
 fi
 
 # An older bundle must not pass for the result of a build that failed.

@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
 # Opens the page of `launchlist report --html` in headless Chromium and checks it.
 #
-#     scripts/test_page.sh [PRESET]
+#     scripts/check/report_page.sh [PRESET]
 #
 # Apart from the other tests, since a browser is a large thing to install.
 set -euo pipefail
-cd "$(dirname "$0")/.."
+cd "$(dirname "$0")/../.."
 . scripts/lib/install.sh
 . scripts/lib/browser.sh
 

@@ -2,7 +2,7 @@
 # Runs all tests, the launcher end to end included, and reports which lines and branches of our own
 # sources ran. Fails below 97 % of lines or 90 % of branches. HTML: build/coverage/report/index.html
 set -euo pipefail
-cd "$(dirname "$0")/.."
+cd "$(dirname "$0")/../.."
 . scripts/lib/install.sh
 
 need_command gcovr gcovr gcovr

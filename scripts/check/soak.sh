@@ -2,9 +2,9 @@
 # Runs a hundred items that end every 50 to 500 ms, and shows that the launcher's memory and
 # descriptors stay as they are, and that each end is logged once. Linux only.
 #
-#     scripts/soak.sh [SECONDS]      600 if not given
+#     scripts/check/soak.sh [SECONDS]      600 if not given
 set -euo pipefail
-cd "$(dirname "$0")/.."
+cd "$(dirname "$0")/../.."
 . scripts/lib/long_test.sh
 
 export KESTRANE_SECONDS=${1:-600}

@@ -1,4 +1,4 @@
-"""Checks a bundle against what is promised about it; scripts/check_bundle.sh runs this.
+"""Checks a bundle against what is promised about it; scripts/macos/check_bundle.sh runs this.
 
 usage: check_bundle.py BUNDLE LIST
 

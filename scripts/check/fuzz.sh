@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
 # Feeds made-up input to a part of the program until something is wrong, or for some seconds.
 #
-#     scripts/fuzz.sh TARGET [SECONDS]    60 seconds if not given
-#     scripts/fuzz.sh all [SECONDS]       every target, two at a time
+#     scripts/check/fuzz.sh TARGET [SECONDS]    60 seconds if not given
+#     scripts/check/fuzz.sh all [SECONDS]       every target, two at a time
 #
 # TARGET is a folder of tests/fuzz/seeds. What is found on the way stays in build/fuzz-corpus, for the
 # next run to go on from; an input that fails is left in build/fuzz-failures.
 set -euo pipefail
-cd "$(dirname "$0")/.."
+cd "$(dirname "$0")/../.."
 . scripts/lib/install.sh
 
 if [ $# -eq 0 ]; then

@@ -2,9 +2,9 @@
 # The long proofs of the log: that it loses, tears and disorders no record, whatever the processes, the
 # disk and other people do. About five minutes; ends non-zero if one does not hold, or after ten.
 #
-#     scripts/stress_log.sh [FORKS]      100,000 forks if not given
+#     scripts/check/stress_log.sh [FORKS]      100,000 forks if not given
 set -euo pipefail
-cd "$(dirname "$0")/.."
+cd "$(dirname "$0")/../.."
 . scripts/lib/install.sh
 
 forks=${1:-100000}

@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
 # Measures the launcher beside its peers and writes docs/benchmarks.md with its charts. Linux only.
 #
-#     scripts/bench.sh [--short]
+#     scripts/measure/bench.sh [--short]
 #
 # Installs the peers (supervisor, runit, s6, daemontools) and tools where they are missing, builds
 # in release mode and measures all of them in one run of about 20 minutes; let the machine
 # be quiet meanwhile. --short takes one peer and small numbers, judges nothing by time and writes to
 # build/bench/short.
 set -euo pipefail
-cd "$(dirname "$0")/.."
+cd "$(dirname "$0")/../.."
 . scripts/lib/base.sh
 . scripts/lib/libraries.sh
 

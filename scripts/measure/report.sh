@@ -2,9 +2,9 @@
 # Measures `launchlist report` on a made-up log of 60 MiB with its old files. Fails if the best of
 # five runs takes a second or more; the others may have waited for whatever else the machine does.
 #
-#     scripts/measure_report.sh
+#     scripts/measure/report.sh
 set -euo pipefail
-cd "$(dirname "$0")/.."
+cd "$(dirname "$0")/../.."
 . scripts/lib/install.sh
 
 need_build_tools

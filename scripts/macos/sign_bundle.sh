@@ -1,18 +1,18 @@
 #!/usr/bin/env bash
 # Signs the bundle, from the inside out; on a Mac.
 #
-#   scripts/sign_bundle.sh [IDENTITY [BUNDLE]]
+#   scripts/macos/sign_bundle.sh [IDENTITY [BUNDLE]]
 #
 # IDENTITY is a name of the keychain, or "-" (as if none is given) for a signature that holds on this
 # Mac only. BUNDLE is build/macos/Kestrane.app if none is given.
 set -euo pipefail
-cd "$(dirname "$0")/.."
+cd "$(dirname "$0")/../.."
 . scripts/lib/base.sh
 
 identity=${1:--}
 contents=${2-build/macos/Kestrane.app}/Contents
 on_a_mac || fail "Only a Mac can sign; copy the bundle to one and start again there."
-[ -d "$contents" ] || fail "There is no $contents; build it with scripts/build_macos.sh and start again."
+[ -d "$contents" ] || fail "There is no $contents; build it with scripts/macos/build.sh and start again."
 
 # A service that notarises wants the hardened run time and a time stamp from the network.
 options=(--force --sign "$identity")

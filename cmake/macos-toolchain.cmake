@@ -9,7 +9,7 @@ if(CMAKE_HOST_SYSTEM_NAME STREQUAL "Darwin")
 endif()
 
 if(NOT KESTRANE_ZIG)
-    message(FATAL_ERROR "Set KESTRANE_ZIG to a zig program, or run scripts/build_macos.sh.")
+    message(FATAL_ERROR "Set KESTRANE_ZIG to a zig program, or run scripts/macos/build.sh.")
 endif()
 set(CMAKE_SYSTEM_NAME Darwin)
 list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES KESTRANE_ZIG)

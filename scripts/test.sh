@@ -6,7 +6,8 @@
 # PRESET is "debug" if not given; CMakePresets.json has them all.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-. scripts/lib/install.sh
+. scripts/lib/base.sh
+. scripts/lib/libraries.sh
 
 preset=${1:-debug}
 shift $(($# > 0))
@@ -19,9 +20,12 @@ fi
 if [ "$preset" = clang ]; then
     need_command clang++ clang llvm
 fi
+if [ "$preset" = libcxx ]; then
+    need_libcxx
+fi
 install_missing
 if [ "$preset" = libcxx ]; then
-    scripts/build_libcxx_deps.sh
+    build_libcxx_libraries
 fi
 
 jobs=$(getconf _NPROCESSORS_ONLN)

@@ -381,8 +381,8 @@ def commands(results):
     duration = sum(results.seconds.values())
     return f"""## Exact commands
 
-    scripts/bench.sh            # this page; {duration / 60:.0f} minutes of measuring
-    scripts/bench.sh --short    # one peer, small numbers, shows that the harness works
+    scripts/measure/bench.sh            # this page; {duration / 60:.0f} minutes of measuring
+    scripts/measure/bench.sh --short    # one peer, small numbers, shows that the harness works
 
 The first installs the peers, builds in release mode, installs the bundle, and runs
 
@@ -400,7 +400,7 @@ def page(results):
     parts = [
         f"""# Speed and cost, side by side
 
-{note}Written by `scripts/bench.sh`; do not edit. What was tuned, tried and left out:
+{note}Written by `scripts/measure/bench.sh`; do not edit. What was tuned, tried and left out:
 [tuning.md](tuning.md). A figure is a median with minimum and maximum of the runs in brackets (5 runs;
 15 for the log and for starts of up to 10), unless said otherwise; a ratio is one of such medians.
 """,

@@ -88,3 +88,17 @@ build_libraries() {
     mv "$prefix.partial/prefix" "$prefix"
     rm -rf "$prefix.partial" "$prefix.log"
 }
+
+# need_libcxx: notes what is missing of Clang and libc++.
+need_libcxx() {
+    need_command clang++ clang llvm
+    if ! echo '#include <string>' | clang++ -stdlib=libc++ -x c++ -fsyntax-only - 2>/dev/null; then
+        note_missing libc++-dev llvm
+        note_missing libc++abi-dev llvm
+    fi
+}
+
+# build_libcxx_libraries: builds the libraries with Clang and libc++ for the preset "libcxx".
+build_libcxx_libraries() {
+    build_libraries libcxx -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_CXX_FLAGS=-stdlib=libc++
+}

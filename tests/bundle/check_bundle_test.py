@@ -2,7 +2,7 @@
 
 The bundles here are small models: two C programs with the shape of the launcher and its library,
 linked for real. LIPO names the tool that joins architectures, ZIG the cross compiler (empty on a
-Mac); scripts/check_bundle.sh --self-test sets both.
+Mac); scripts/macos/check_bundle.sh --self-test sets both.
 """
 
 import functools
@@ -18,7 +18,7 @@ import unittest
 
 import lief
 
-sys.path.insert(0, str(pathlib.Path(__file__).parents[2] / "scripts"))
+sys.path.insert(0, str(pathlib.Path(__file__).parents[2] / "scripts/macos"))
 import check_bundle  # noqa: E402
 
 LIPO = os.environ["LIPO"]

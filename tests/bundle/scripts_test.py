@@ -50,10 +50,10 @@ class ScriptTest(unittest.TestCase):
             check=False,
         )
 
-    def expect_failure(self, pattern, name="build_macos.sh", *arguments):
+    def expect_failure(self, pattern, name="macos/build.sh", *arguments):
         """The script ends with exactly this on stderr, and status 1."""
         result = self.run_script(name, *arguments)
-        self.assertRegex(result.stderr, rf"\A{re.escape(name)}: {pattern}\n\Z")
+        self.assertRegex(result.stderr, rf"\A{re.escape(os.path.basename(name))}: {pattern}\n\Z")
         self.assertEqual(result.returncode, 1)
         self.assertFalse((self.build / "macos" / "Kestrane.app").exists())
         self.assertEqual(list(self.build.rglob("*partial*")), [])
@@ -167,16 +167,16 @@ class Scripts(ScriptTest):
         self.expect_failure("CMake cannot configure the build for arm64; .*")
 
     def test_tests_for_macos_on_linux(self):
-        self.expect_failure("The tests built for macOS run on a Mac only; .*", "build_macos.sh", "--test")
+        self.expect_failure("The tests built for macOS run on a Mac only; .*", "macos/build.sh", "--test")
 
     def test_unknown_argument(self):
-        self.expect_failure("The one argument known is --test.", "build_macos.sh", "--tset")
+        self.expect_failure("The one argument known is --test.", "macos/build.sh", "--tset")
 
     def test_check_without_a_bundle(self):
-        self.expect_failure("There is no bundle build/macos/Kestrane.app; .*", "check_bundle.sh")
+        self.expect_failure("There is no bundle build/macos/Kestrane.app; .*", "macos/check_bundle.sh")
 
     def test_signing_on_linux(self):
-        self.expect_failure("Only a Mac can sign; .*", "sign_bundle.sh")
+        self.expect_failure("Only a Mac can sign; .*", "macos/sign_bundle.sh")
 
 
 @unittest.skipUnless(sys.platform == "linux", "a Mac has a codesign of its own")
@@ -197,7 +197,7 @@ class SignBundle(ScriptTest):
         for identity, options in (("-", ""), ("Some One", " --options runtime --timestamp")):
             with self.subTest(identity):
                 (self.project / "codesign.log").unlink(missing_ok=True)
-                result = self.run_script("sign_bundle.sh", identity, "Any.app")
+                result = self.run_script("macos/sign_bundle.sh", identity, "Any.app")
                 self.assertEqual((result.returncode, result.stderr), (0, ""))
                 sign = f"--force --sign {identity}{options} Any.app"
                 expected = [
@@ -210,7 +210,7 @@ class SignBundle(ScriptTest):
 
     def test_stops_at_the_first_that_fails(self):
         self.environment["FAIL_AT"] = "Any.app/Contents/Frameworks/liba.dylib"
-        result = self.run_script("sign_bundle.sh", "-", "Any.app")
+        result = self.run_script("macos/sign_bundle.sh", "-", "Any.app")
         self.assertEqual(result.returncode, 1)
         self.assertRegex(result.stderr, r"^sign_bundle.sh: codesign cannot sign Any.app/.*liba.dylib;")
         self.assertEqual(len(self.calls()), 1)

@@ -1,0 +1,52 @@
+#!/usr/bin/env bash
+# The long proofs of the log: that it loses, tears and disorders no record, whatever the processes, the
+# disk and other people do. About five minutes; ends non-zero if one does not hold, or after ten.
+#
+#     scripts/check/stress_log.sh [FORKS]      100,000 forks if not given
+set -euo pipefail
+cd "$(dirname "$0")/../.."
+. scripts/lib/install.sh
+
+forks=${1:-100000}
+limit=$((400 + forks / 500))   # seconds
+stress=build/release/tests/qv7log/log_stress
+
+need_build_tools
+need_command timeout coreutils coreutils
+if [ "$(uname)" = Linux ]; then
+    need_command bwrap bubblewrap -
+fi
+install_missing
+cmake --preset release >/dev/null
+cmake --build --preset release --target log_stress -j "$(getconf _NPROCESSORS_ONLN)"
+
+folder=$(mktemp -d)
+trap 'rmdir "$folder" 2>/dev/null || true' EXIT   # a proof that failed leaves its files there
+
+# shellcheck disable=SC2317  # the bash that timeout starts calls it
+prove() {
+    "$stress" forks "$folder" "$forks"
+    "$stress" processes "$folder" 20000
+    "$stress" removed "$folder" 2000
+    "$stress" killed "$folder" 500
+    "$stress" escape "$folder" 5000000
+    if command -v bwrap >/dev/null; then
+        # A disk of 1 MiB, that is full when the test wants it.
+        bwrap --dev-bind / / --size 1048576 --tmpfs /mnt --die-with-parent "$stress" full /mnt 40
+    else
+        echo "The full disk was left out: it needs bwrap, which only Linux has." >&2
+    fi
+}
+export -f prove
+export stress folder forks
+
+# In the background: timeout has a process group of its own, which an interrupt does not reach.
+timeout "$limit" bash -euo pipefail -c prove &
+proofs=$!
+trap 'kill "$proofs"' INT TERM
+status=0
+wait "$proofs" || status=$?
+if [ "$status" -eq 124 ]; then
+    echo "The proofs were ended after $limit seconds: the last one hangs, or the machine is slow." >&2
+fi
+exit "$status"

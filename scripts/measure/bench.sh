@@ -1,0 +1,49 @@
+#!/usr/bin/env bash
+# Measures the launcher beside its peers and writes docs/benchmarks.md with its charts. Linux only.
+#
+#     scripts/measure/bench.sh [--short]
+#
+# Installs the peers (supervisor, runit, s6, daemontools) and tools where they are missing, builds
+# in release mode and measures all of them in one run of about 20 minutes; let the machine
+# be quiet meanwhile. --short takes one peer and small numbers, judges nothing by time and writes to
+# build/bench/short.
+set -euo pipefail
+cd "$(dirname "$0")/../.."
+. scripts/lib/base.sh
+. scripts/lib/libraries.sh
+
+short=no
+if [ "${1-}" = --short ]; then
+    short=yes
+fi
+
+need_build_tools
+need_header benchmark/benchmark.h libbenchmark-dev -
+need_header spdlog/spdlog.h libspdlog-dev -
+need_command bwrap bubblewrap -
+need_command valgrind valgrind -
+need_command gnuplot gnuplot-nox -
+need_command runsvdir runit -
+if [ "$short" = no ]; then
+    need_command supervisord supervisor -
+    need_command s6-svscan s6 -
+    need_command svscan daemontools -
+fi
+install_missing
+
+build=build/bench
+load=$(cut -d ' ' -f 1-3 /proc/loadavg)
+build_libraries bench
+cmake --preset bench
+cmake --build --preset bench
+cmake --install "$build" --prefix "$build/stage"
+
+folder=docs
+if [ "$short" = yes ]; then
+    folder=$build/short
+    mkdir -p "$folder"
+fi
+python3 -B bench/supervision/run.py --bench "$build/bench" --stage "$build/stage" \
+    --output "$build/results.json" "$@"
+BENCH_LOAD=$load python3 -B bench/supervision/report.py "$build/results.json" "$folder"
+echo "Written: $folder/benchmarks.md"

@@ -42,7 +42,7 @@ ILog* OurLog()
     static ILog* const log = [] {
         ILog* made = nullptr;
         if (InitLogger((g_folder / "qv7log").c_str()) == 0) {
-            GetLogger(2, "launcher", LOGLEVEL_ERROR, &made);
+            GetLogger(LOGKIND_FILE, "launcher", LOGLEVEL_ERROR, &made);
         }
         return made;
     }();

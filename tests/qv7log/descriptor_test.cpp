@@ -18,7 +18,7 @@
 
 namespace {
 
-constexpr int kMostDescriptors = 256;
+constexpr int kMaxDescriptors = 256;
 
 bool IsOpen(int descriptor)
 {
@@ -44,7 +44,7 @@ int InDaemon(Body body)
 {
     const pid_t child = fork();
     if (child == 0) {
-        for (int descriptor = 0; descriptor < kMostDescriptors; ++descriptor) {
+        for (int descriptor = 0; descriptor < kMaxDescriptors; ++descriptor) {
             close(descriptor);
         }
         _exit(body());
@@ -68,7 +68,7 @@ TEST(LogDescriptor, IsTheLowestAndOneAndTwoStayClosed)
                   if (IsOpen(1) || IsOpen(2)) {
                       return 3;
                   }
-                  for (int descriptor = 3; descriptor < kMostDescriptors; ++descriptor) {
+                  for (int descriptor = 3; descriptor < kMaxDescriptors; ++descriptor) {
                       if (IsOpen(descriptor) && !IsCloseOnExec(descriptor)) {
                           return 4;
                       }
@@ -94,7 +94,7 @@ TEST(LogDescriptor, StaysTheSameOverRotations)
                       return 2;
                   }
                   int open = 0;
-                  for (int descriptor = 0; descriptor < kMostDescriptors; ++descriptor) {
+                  for (int descriptor = 0; descriptor < kMaxDescriptors; ++descriptor) {
                       open += IsOpen(descriptor) ? 1 : 0;
                   }
                   return open == 2 && !IsOpen(1) && !IsOpen(2) ? 0 : 3;
@@ -110,7 +110,7 @@ TEST(LogDescriptor, IsGivenBackWhenTheLogCannotStart)
     EXPECT_EQ(InDaemon([&] { return InitLogger(path.c_str()); }), EISDIR);
     EXPECT_EQ(InDaemon([&] {
                   InitLogger(path.c_str());
-                  for (int descriptor = 0; descriptor < kMostDescriptors; ++descriptor) {
+                  for (int descriptor = 0; descriptor < kMaxDescriptors; ++descriptor) {
                       if (IsOpen(descriptor)) {
                           return 1;
                       }
@@ -191,7 +191,7 @@ int ListDescriptors()
     if (fstat(0, &status) != 0 || !S_ISREG(status.st_mode)) {
         return 50;
     }
-    for (int descriptor = 1; descriptor < kMostDescriptors; ++descriptor) {
+    for (int descriptor = 1; descriptor < kMaxDescriptors; ++descriptor) {
         if (IsOpen(descriptor)) {
             return descriptor < 40 ? descriptor : 40;
         }

@@ -1,8 +1,8 @@
+#include "qv7log/process_count.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdint>
-
-#include "qv7log/log_file.h"
 
 using qv7log::ProcessCount;
 

@@ -11,7 +11,7 @@
 __attribute__((format(printf, 3, 4))) void Log(ILog* log, LOGLEVEL level, const char* format, ...);
 
 // Keeps `log`, which the library never destroys, from being taken for a leak. Returns it.
-ILog* Kept(ILog* log);
+ILog* KeepReachable(ILog* log);
 
 // Starts a log at `path` and gives its ILog; null where one of the two calls fails.
 ILog* StartLog(const std::string& path, LOGLEVEL threshold = LOGLEVEL_VERBOSE);

@@ -14,7 +14,7 @@ namespace {
 
 std::string Escape(const std::string& text, char* (*put)(char*, std::string_view) = qv7log::PutText)
 {
-    std::string out(text.size() * qv7log::kEscapedSize + qv7log::kTimeStampSize, '\0');
+    std::string out(text.size() * qv7log::kEscapedSize + qv7log::kTimestampSize, '\0');
     out.resize(static_cast<std::size_t>(put(out.data(), text) - out.data()));
     return out;
 }

@@ -205,8 +205,8 @@ TEST(GetLogger, KnowsOnlyTheFileLog)
         EXPECT_EQ(log, nullptr) << kind;
     }
     ILog* log = nullptr;
-    EXPECT_EQ(GetLogger(2, "launcher", LOGLEVEL_ERROR, &log), 0);
-    EXPECT_NE(Kept(log), nullptr);
+    EXPECT_EQ(GetLogger(LOGKIND_FILE, "launcher", LOGLEVEL_ERROR, &log), 0);
+    EXPECT_NE(KeepReachable(log), nullptr);
 }
 
 TEST(GetLogger, EscapesAndCutsTheName)
@@ -214,10 +214,10 @@ TEST(GetLogger, EscapesAndCutsTheName)
     TempFolder folder;
     ASSERT_EQ(InitLogger((folder / "log").c_str()), 0);
     ILog* log = nullptr;
-    GetLogger(2, "a b[1]\n", LOGLEVEL_ERROR, &log);
-    Log(Kept(log), LOGLEVEL_ERROR, "x");
-    GetLogger(2, std::string(100, '\x1b').c_str(), LOGLEVEL_ERROR, &log);
-    Log(Kept(log), LOGLEVEL_ERROR, "y");
+    GetLogger(LOGKIND_FILE, "a b[1]\n", LOGLEVEL_ERROR, &log);
+    Log(KeepReachable(log), LOGLEVEL_ERROR, "x");
+    GetLogger(LOGKIND_FILE, std::string(100, '\x1b').c_str(), LOGLEVEL_ERROR, &log);
+    Log(KeepReachable(log), LOGLEVEL_ERROR, "y");
     const Content content = ReadLog(folder / "log");
     ASSERT_EQ(content.records.size(), 2U);
     EXPECT_EQ(content.records[0].name, "a b[1]\n");

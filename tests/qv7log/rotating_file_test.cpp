@@ -1,6 +1,6 @@
 // When the log looks for the file at its path, and what its threads leave to each other: with a
 // clock, a `write` and an `lstat` of the test's own.
-#include "qv7log/log_file.h"
+#include "qv7log/rotating_file.h"
 
 #include <dlfcn.h>
 #include <errno.h>
@@ -81,10 +81,10 @@ extern "C" ssize_t write(int descriptor, const void* data, size_t size)
 
 namespace {
 
-class LogFileTest : public testing::Test
+class RotatingFileTest : public testing::Test
 {
 protected:
-    LogFileTest() : m_path(m_folder / "log") {}
+    RotatingFileTest() : m_path(m_folder / "log") {}
 
     void SetUp() override { ASSERT_EQ(m_log.Open(m_path.c_str()), 0); }
 
@@ -92,7 +92,7 @@ protected:
 
     bool Append(const std::string& text) { return Append(m_log, text); }
 
-    static bool Append(qv7log::LogFile& log, const std::string& text)
+    static bool Append(qv7log::RotatingFile& log, const std::string& text)
     {
         return log.Append((text + "\n").data(), text.size() + 1, getpid());
     }
@@ -101,29 +101,29 @@ protected:
     bool LooksAt(std::int64_t now)
     {
         const int before = g_looks;
-        m_log.Follow(TimeOf(now), getpid());
+        m_log.ReopenIfMoved(TimeOf(now), getpid());
         return g_looks != before;
     }
 
     TempFolder m_folder;
     const std::string m_path;
-    qv7log::LogFile m_log;
+    qv7log::RotatingFile m_log;
 };
 
-using Follow = LogFileTest;
+using ReopenIfMoved = RotatingFileTest;
 
 // Not followed, so that the log counts what it writes and knows of nothing else.
-using Rotation = LogFileTest;
+using Rotation = RotatingFileTest;
 
 const std::string kAllButFull(qv7log::kRotateSize - 10, '.');
 
 // Another thread, which writes "the other's", has found the log closed and opens it until Finish.
-class Opening : public LogFileTest
+class Opening : public RotatingFileTest
 {
 protected:
     void SetUp() override
     {
-        LogFileTest::SetUp();
+        RotatingFileTest::SetUp();
         g_on_look = [this] {
             m_begun = true;
             EXPECT_TRUE(WaitUntil([this] { return m_may_end.load(); }));
@@ -138,7 +138,7 @@ protected:
     void TearDown() override
     {
         Finish();
-        LogFileTest::TearDown();
+        RotatingFileTest::TearDown();
     }
 
     void Finish()
@@ -158,7 +158,7 @@ private:
 
 }  // namespace
 
-TEST_F(Follow, LooksOnceAMillisecondInABurstAndElseBeforeEveryRecord)
+TEST_F(ReopenIfMoved, LooksOnceAMillisecondInABurstAndElseBeforeEveryRecord)
 {
     constexpr std::int64_t kTime = 1000 * kSecond + kMillisecond / 2;
     // Times, seen from that of the look before.
@@ -188,13 +188,13 @@ TEST_F(Follow, LooksOnceAMillisecondInABurstAndElseBeforeEveryRecord)
     }
 }
 
-TEST_F(Follow, TellsFilesApartWhateverTheirNumbers)
+TEST_F(ReopenIfMoved, TellsFilesApartWhateverTheirNumbers)
 {
     // An older file and a newer one: one of them has the smaller number.
     const std::string older = m_folder / "older";
     WriteFile(older, "");
     const std::string path = m_folder / "other log";
-    qv7log::LogFile log;
+    qv7log::RotatingFile log;
     ASSERT_EQ(log.Open(path.c_str()), 0);
     const std::string newer = m_folder / "newer";
     WriteFile(newer, "");
@@ -202,7 +202,7 @@ TEST_F(Follow, TellsFilesApartWhateverTheirNumbers)
     for (const std::string& file : {older, newer, older}) {
         ASSERT_EQ(rename(path.c_str(), (m_folder / "away").c_str()), 0);
         ASSERT_EQ(link(file.c_str(), path.c_str()), 0);
-        log.Follow(TimeOf(now += kSecond), getpid());
+        log.ReopenIfMoved(TimeOf(now += kSecond), getpid());
         ASSERT_TRUE(log.Append("x\n", 2, getpid()));
     }
     EXPECT_EQ(ReadFile(older), "x\nx\n");
@@ -227,10 +227,10 @@ TEST_F(Opening, ThatNeverEndsLosesTheRecordsOfOthers)
 
 TEST_F(Rotation, LeavesTheLogThatAnotherHasBegun)
 {
-    qv7log::LogFile other;
+    qv7log::RotatingFile other;
     ASSERT_EQ(other.Open(m_path.c_str()), 0);
     ASSERT_TRUE(Append(kAllButFull));
-    other.Follow(TimeOf(1000 * kSecond), getpid());
+    other.ReopenIfMoved(TimeOf(1000 * kSecond), getpid());
     ASSERT_TRUE(Append(other, "fills it, and begins a new log"));
     ASSERT_EQ(ReadFile(m_path), "");
     EXPECT_TRUE(Append("is still in the old file"));

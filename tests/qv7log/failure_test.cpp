@@ -52,18 +52,18 @@ void LogText(ILog* log, const std::string& text)
     Log(log, LOGLEVEL_ERROR, "%s", text.c_str());
 }
 
-class Trouble : public testing::Test
+class WriteFailure : public testing::Test
 {
 protected:
-    Trouble() : m_path(m_folder / "log"), m_log(StartLog(m_path)) { g_script.clear(); }
-    ~Trouble() override { g_script.clear(); }
+    WriteFailure() : m_path(m_folder / "log"), m_log(StartLog(m_path)) { g_script.clear(); }
+    ~WriteFailure() override { g_script.clear(); }
 
     TempFolder m_folder;
     const std::string m_path;
     ILog* const m_log;
 };
 
-TEST_F(Trouble, OneRecordIsOneWrite)
+TEST_F(WriteFailure, OneRecordIsOneWrite)
 {
     g_calls = 0;
     LogText(m_log, "short");
@@ -71,14 +71,14 @@ TEST_F(Trouble, OneRecordIsOneWrite)
     EXPECT_EQ(g_calls, 2);
 }
 
-TEST_F(Trouble, AnInterruptedWriteIsRepeated)
+TEST_F(WriteFailure, AnInterruptedWriteIsRepeated)
 {
     g_script = {EINTR, EINTR, 0};
     LogText(m_log, "one");
     EXPECT_EQ(Texts(m_path), Strings{"one"});
 }
 
-TEST_F(Trouble, AShortWriteIsRepeatedWhole)
+TEST_F(WriteFailure, AShortWriteIsRepeatedWhole)
 {
     g_script = {-30};
     LogText(m_log, "one");
@@ -90,7 +90,7 @@ TEST_F(Trouble, AShortWriteIsRepeatedWhole)
     EXPECT_EQ(content.others[0].size(), 30U);
 }
 
-TEST_F(Trouble, LostRecordsAreCountedAndToldBeforeTheFirstThatIsWrittenAgain)
+TEST_F(WriteFailure, LostRecordsAreCountedAndToldBeforeTheFirstThatIsWrittenAgain)
 {
     for (const int error : {ENOSPC, EIO, EFBIG}) {
         TempFolder folder;
@@ -108,7 +108,7 @@ TEST_F(Trouble, LostRecordsAreCountedAndToldBeforeTheFirstThatIsWrittenAgain)
     }
 }
 
-TEST_F(Trouble, ALostNoticeIsTriedAgain)
+TEST_F(WriteFailure, ALostNoticeIsTriedAgain)
 {
     g_script = {ENOSPC, ENOSPC, ENOSPC, 0, ENOSPC};
     LogText(m_log, "a");
@@ -120,7 +120,7 @@ TEST_F(Trouble, ALostNoticeIsTriedAgain)
                                       "[QV7LOG    ] 1 records were lost", "e"}));
 }
 
-TEST_F(Trouble, ARecordThatDidNotFitIsLostAndLeavesTheNextReadable)
+TEST_F(WriteFailure, ARecordThatDidNotFitIsLostAndLeavesTheNextReadable)
 {
     g_script = {-40, ENOSPC};
     LogText(m_log, "a");
@@ -138,7 +138,7 @@ TEST_F(Trouble, ARecordThatDidNotFitIsLostAndLeavesTheNextReadable)
     EXPECT_EQ(content.others.size(), 2U);
 }
 
-TEST_F(Trouble, AForkedChildTellsOnlyItsOwnLosses)
+TEST_F(WriteFailure, AForkedChildTellsOnlyItsOwnLosses)
 {
     g_script = {ENOSPC, ENOSPC};
     LogText(m_log, "a");
@@ -157,7 +157,7 @@ TEST_F(Trouble, AForkedChildTellsOnlyItsOwnLosses)
                                       "[QV7LOG    ] 2 records were lost", "parent"}));
 }
 
-TEST_F(Trouble, ALogThatCannotBeWrittenNeverStopsTheCaller)
+TEST_F(WriteFailure, ALogThatCannotBeWrittenNeverStopsTheCaller)
 {
     g_calls = 0;
     for (int i = 0; i < 1000; ++i) {
@@ -181,7 +181,7 @@ void NextMillisecond()
     } while (now.tv_nsec / 1000000 == start.tv_nsec / 1000000);
 }
 
-TEST_F(Trouble, ARemovedLogIsCreatedAgainAtOnce)
+TEST_F(WriteFailure, ARemovedLogIsCreatedAgainAtOnce)
 {
     LogText(m_log, "one");
     for (int i = 0; i < 100; ++i) {
@@ -191,7 +191,7 @@ TEST_F(Trouble, ARemovedLogIsCreatedAgainAtOnce)
     }
 }
 
-TEST_F(Trouble, AReplacedLogIsFollowed)
+TEST_F(WriteFailure, AReplacedLogIsFollowed)
 {
     LogText(m_log, "one");
     ASSERT_EQ(rename(m_path.c_str(), (m_folder / "away").c_str()), 0);
@@ -202,7 +202,7 @@ TEST_F(Trouble, AReplacedLogIsFollowed)
     EXPECT_EQ(Texts(m_folder / "away"), Strings{"one"});
 }
 
-TEST_F(Trouble, ARemovedFolderIsCreatedAgain)
+TEST_F(WriteFailure, ARemovedFolderIsCreatedAgain)
 {
     const std::string path = m_folder / "a/b/log";
     ILog* const log = StartLog(path);
@@ -218,7 +218,7 @@ TEST_F(Trouble, ARemovedFolderIsCreatedAgain)
     EXPECT_TRUE(Exists(path + ".1"));
 }
 
-TEST_F(Trouble, ALinkInTheLogsPlaceIsNotFollowed)
+TEST_F(WriteFailure, ALinkInTheLogsPlaceIsNotFollowed)
 {
     WriteFile(m_folder / "target", "");
     LogText(m_log, "one");
@@ -235,7 +235,7 @@ TEST_F(Trouble, ALinkInTheLogsPlaceIsNotFollowed)
     EXPECT_EQ(Texts(m_folder / "away").size(), 12U);
 }
 
-TEST_F(Trouble, RecordsAreLostAndCountedWhileTheLogCannotBeCreatedAgain)
+TEST_F(WriteFailure, RecordsAreLostAndCountedWhileTheLogCannotBeCreatedAgain)
 {
     LogText(m_log, "one");
     unlink(m_path.c_str());
@@ -247,7 +247,7 @@ TEST_F(Trouble, RecordsAreLostAndCountedWhileTheLogCannotBeCreatedAgain)
     EXPECT_EQ(Texts(m_path), (Strings{"[QV7LOG    ] 2 records were lost", "four"}));
 }
 
-TEST_F(Trouble, AFolderThatForbidsRotationOnlyLetsTheLogGrow)
+TEST_F(WriteFailure, AFolderThatForbidsRotationOnlyLetsTheLogGrow)
 {
     // An old file that cannot be replaced: a folder of its name.
     mkdir((m_path + ".1").c_str(), 0700);

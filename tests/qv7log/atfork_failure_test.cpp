@@ -18,7 +18,7 @@ TEST(InitLogger, FailsWithoutANoticeOfForks)
     TempFolder folder;
     EXPECT_EQ(InitLogger((folder / "log").c_str()), ENOMEM);
     ILog* log = nullptr;
-    EXPECT_EQ(GetLogger(2, "test", LOGLEVEL_ERROR, &log), EINVAL);
+    EXPECT_EQ(GetLogger(LOGKIND_FILE, "test", LOGLEVEL_ERROR, &log), EINVAL);
     EXPECT_EQ(log, nullptr);
     EXPECT_FALSE(std::filesystem::exists(folder / "log"));
 }

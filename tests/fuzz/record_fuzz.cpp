@@ -112,7 +112,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
     CheckEscaped(Escaped(qv7log::PutText, text), text);
     const std::string escaped_name = Escaped(qv7log::PutName, name);
     CheckEscaped(escaped_name, name);
-    Require(escaped_name.find_first_of(" []") == std::string::npos, "a name contains none of the characters that end it");
+    Require(escaped_name.find_first_of(" []") == std::string::npos,
+            "a name contains none of the characters that end it");
 
     const std::size_t whole = qv7log::SizeOfWholeCharacters(std::string_view(text).substr(
         0, text.size() - std::min<std::size_t>(wanted_cut, text.size())));

@@ -35,7 +35,8 @@ std::string SystemStamp(std::int64_t seconds)
 TEST(PutTimestamp, AgreesWithTheSystemOnEveryDay)
 {
     for (std::int64_t day = kFirst; day <= kLast; day += 86400) {
-        const std::int64_t time = day + (day / 86400 % 2 == 0 ? 0 : 86399);  // its begin or its end
+        const std::int64_t time =
+            day + (day / 86400 % 2 == 0 ? 0 : 86399);  // its beginning or its end
         ASSERT_EQ(Stamp(time), SystemStamp(time)) << time;
     }
 }
@@ -58,7 +59,7 @@ TEST(PutTimestamp, AgreesWithTheSystemAtRandomTimes)
     }
 }
 
-TEST(PutTimestamp, CutsMillisecondsOff)
+TEST(PutTimestamp, RoundsDownToMilliseconds)
 {
     EXPECT_EQ(Stamp(0, 0), "1970-01-01T00:00:00.000Z");
     EXPECT_EQ(Stamp(0, 999999), "1970-01-01T00:00:00.000Z");
@@ -67,7 +68,7 @@ TEST(PutTimestamp, CutsMillisecondsOff)
     EXPECT_EQ(Stamp(-1, 1000000), "1969-12-31T23:59:59.001Z");
 }
 
-TEST(PutTimestamp, StaysWithinFourDigitYears)
+TEST(PutTimestamp, ClampsYearsToFourDigits)
 {
     EXPECT_EQ(Stamp(kFirst - 1), "0000-01-01T00:00:00.000Z");
     EXPECT_EQ(Stamp(kLast + 1), "9999-12-31T23:59:59.000Z");
@@ -75,7 +76,7 @@ TEST(PutTimestamp, StaysWithinFourDigitYears)
     EXPECT_EQ(Stamp(INT64_MAX), "9999-12-31T23:59:59.000Z");
 }
 
-TEST(IsTimestamp, LooksAtEveryCharacter)
+TEST(IsTimestamp, ChecksEveryCharacter)
 {
     const std::string stamp = "2026-11-21T02:26:11.123Z";
     ASSERT_TRUE(qv7log::IsTimestamp(stamp.data()));

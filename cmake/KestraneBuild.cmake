@@ -52,10 +52,11 @@ function(kestrane_library name)
     target_link_libraries(kestrane_${name} PUBLIC kestrane_build ${ARG_LIBS})
 endfunction()
 
-# kestrane_test(FILE SOURCES ... LIBS ...): the GoogleTest program of one test file. The name comes
-# from the file: tests/util/split_test.cpp is the target and test "util_split_test".
+# kestrane_test(FILE [TARGET VARIABLE] SOURCES ... LIBS ...): the GoogleTest program of one test file.
+# The name comes from the file: tests/util/split_test.cpp is the target and test "util_split_test".
+# VARIABLE receives the target's name.
 function(kestrane_test file)
-    cmake_parse_arguments(ARG "" "" "SOURCES;LIBS" ${ARGN})
+    cmake_parse_arguments(ARG "" "TARGET" "SOURCES;LIBS" ${ARGN})
     file(RELATIVE_PATH name "${PROJECT_SOURCE_DIR}/tests" "${CMAKE_CURRENT_SOURCE_DIR}/${file}")
     string(REGEX REPLACE "\\.cpp$" "" name "${name}")
     string(REPLACE "/" "_" name "${name}")
@@ -63,4 +64,7 @@ function(kestrane_test file)
     target_link_libraries(${name} PRIVATE kestrane_build ${ARG_LIBS} GTest::gtest_main)
     add_test(NAME ${name} COMMAND ${KESTRANE_TEST_LAUNCHER} $<TARGET_FILE:${name}>)
     set_tests_properties(${name} PROPERTIES TIMEOUT ${KESTRANE_TEST_TIMEOUT})
+    if(ARG_TARGET)
+        set(${ARG_TARGET} ${name} PARENT_SCOPE)
+    endif()
 endfunction()

@@ -5,19 +5,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <system_error>
 
 #include "launcher/launch_item.h"
+#include "launcher/log_messages.h"
+#include "launcher/supervision.h"
 #include "logging/log.h"
-
-namespace {
-
-constexpr std::chrono::milliseconds kRestartPause(50);
-
-}  // namespace
 
 ChildProc::ChildProc(std::string app_name, JsonObject item)
 {
@@ -60,17 +55,16 @@ void ChildProc::Supervise()
 {
     while (m_running) {
         std::string program = ItemProgram(m_item);
-        __LOG__A(logger, LOGLEVEL_DEBUG, "[LAUNCHER  ] Start to fork %s", m_name.c_str());
+        __LOG__A(logger, LOGLEVEL_DEBUG, kItemStarts, m_name.c_str());
         m_pid = fork();
         if (m_pid < 0) {
-            __LOG__A(logger, LOGLEVEL_ERROR, "[LAUNCHER  ] Failed to fork %s", m_name.c_str());
+            __LOG__A(logger, LOGLEVEL_ERROR, kForkFailed, m_name.c_str());
             break;
         }
         if (m_pid > 0) {
             WaitForEnd();
         } else if (program.empty()) {
-            __LOG__A(logger, LOGLEVEL_ERROR, "[LAUNCHER  ] program path of %s is empty",
-                     m_name.c_str());
+            __LOG__A(logger, LOGLEVEL_ERROR, kItemHasNoProgram, m_name.c_str());
             break;
         } else {
             Execute(program);
@@ -84,8 +78,7 @@ void ChildProc::WaitForEnd()
 {
     int wait_status = 0;
     const pid_t result = waitpid(m_pid, &wait_status, 0);
-    __LOG__A(logger, LOGLEVEL_ERROR, "[LAUNCHER  ] %s %d is killed. ret = %d, status = %d",
-             m_name.c_str(), m_pid, result, wait_status);
+    __LOG__A(logger, LOGLEVEL_ERROR, kItemEnded, m_name.c_str(), m_pid, result, wait_status);
 }
 
 // Runs in the child; returns only when `program` cannot be executed. A function of its own because

@@ -14,6 +14,7 @@
 
 #include "json/json_object.h"
 #include "launcher/launch_item.h"
+#include "launcher/log_messages.h"
 #include "logging/event_log.h"
 #include "logging/log.h"
 #include "logging/log_setup.h"
@@ -47,7 +48,7 @@ bool ReadData(std::string path, std::string& data)
 {
     std::FILE* file = std::fopen(path.c_str(), "rb");
     if (file == nullptr) {
-        __LOG__A(logger, LOGLEVEL_ERROR, "[LAUNCHER  ] Failed to open file %s", path.c_str());
+        __LOG__A(logger, LOGLEVEL_ERROR, kListNotOpened, path.c_str());
         return false;
     }
     std::vector<char> bytes;
@@ -58,7 +59,7 @@ bool ReadData(std::string path, std::string& data)
     }
     std::fclose(file);
     if (bytes.empty()) {
-        __LOG__A(logger, LOGLEVEL_ERROR, "[LAUNCHER  ] Size of read %s is 0", path.c_str());
+        __LOG__A(logger, LOGLEVEL_ERROR, kListEmpty, path.c_str());
         return false;
     }
     // The buffer ends without a NUL of its own, the text at the first one in it.
@@ -75,7 +76,7 @@ void StartChildren(const std::string& app_name, const std::string& list)
     for (int i = 0; HasItem(document, i); ++i) {
         JsonObject item = GetItem(document, i);
         if (!HasName(item)) {
-            __LOG__A(logger, LOGLEVEL_ERROR, "[LAUNCHER  ] There is an item has no name.");
+            __LOG__A(logger, LOGLEVEL_ERROR, kItemHasNoName);
             continue;
         }
         const std::string name = ItemName(item);
@@ -106,11 +107,10 @@ int main(int argc, char** argv)
 
     // Nothing of the reading is seen: there is no log yet. An unreadable list ends the launcher
     // without a word, as the product expects.
-    __LOG__A(logger, LOGLEVEL_ERROR, "[LAUNCHER  ] Read data from %s", list_path.c_str());
+    __LOG__A(logger, LOGLEVEL_ERROR, kReadingList, list_path.c_str());
     std::string list;
     if (!ReadData(list_path, list)) {
-        __LOG__A(logger, LOGLEVEL_ERROR, "[LAUNCHER  ] Failed to read data from %s",
-                 list_path.c_str());
+        __LOG__A(logger, LOGLEVEL_ERROR, kListNotRead, list_path.c_str());
         return 0;
     }
 
@@ -119,7 +119,7 @@ int main(int argc, char** argv)
         StartChildren(app_name, list);
     } catch (...) {
         // A thread that could not be made lands here, too.
-        __LOG__A(logger, LOGLEVEL_ERROR, "[LAUNCHER  ] Error while parsing saved json string.");
+        __LOG__A(logger, LOGLEVEL_ERROR, kListRejected);
         return 0;
     }
     WaitForStop();

@@ -18,4 +18,4 @@ python_with selenium
 
 cmake --preset "$preset" >/dev/null
 cmake --build --preset "$preset" --target launchlist
-"$python" -B tests/launchlist/page_test.py "build/$preset/tools/launchlist/launchlist"
+"$python" -B tests/tools/launchlist/page_test.py "build/$preset/tools/launchlist/launchlist"

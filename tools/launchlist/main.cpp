@@ -17,13 +17,13 @@
 #include <vector>
 
 #include "logging/log_path.h"
-#include "tools/launchlist/check.h"
-#include "tools/launchlist/explain.h"
-#include "tools/launchlist/files.h"
-#include "tools/launchlist/output.h"
-#include "tools/launchlist/report.h"
-#include "tools/launchlist/report_output.h"
-#include "tools/launchlist/text.h"
+#include "tools/launchlist/base/files.h"
+#include "tools/launchlist/base/text.h"
+#include "tools/launchlist/list/check.h"
+#include "tools/launchlist/list/explain.h"
+#include "tools/launchlist/log/report.h"
+#include "tools/launchlist/output/list_output.h"
+#include "tools/launchlist/output/report_output.h"
 
 namespace {
 

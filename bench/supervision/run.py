@@ -32,13 +32,34 @@ class Namespace:
         self._passwd.write(f"bench:x:{os.getuid()}:{os.getgid()}::/tmp/home:/bin/sh\n")
         self._passwd.flush()
         self._command = [
-            "bwrap", "--unshare-pid", "--as-pid-1", "--new-session", "--die-with-parent",
-            "--ro-bind", "/", "/", "--proc", "/proc", "--dev", "/dev", "--tmpfs", "/tmp",
-            "--ro-bind", self._passwd.name, "/etc/passwd",
-            "--ro-bind", programs, contenders.PROGRAMS,
-            "--ro-bind", stage, "/tmp/stage",
-            "--ro-bind", HERE, "/tmp/scripts",
-            "--dir", "/tmp/home",
+            "bwrap",
+            "--unshare-pid",
+            "--as-pid-1",
+            "--new-session",
+            "--die-with-parent",
+            "--ro-bind",
+            "/",
+            "/",
+            "--proc",
+            "/proc",
+            "--dev",
+            "/dev",
+            "--tmpfs",
+            "/tmp",
+            "--ro-bind",
+            self._passwd.name,
+            "/etc/passwd",
+            "--ro-bind",
+            programs,
+            contenders.PROGRAMS,
+            "--ro-bind",
+            stage,
+            "/tmp/stage",
+            "--ro-bind",
+            HERE,
+            "/tmp/scripts",
+            "--dir",
+            "/tmp/home",
         ]
         if other_stage:
             self._command += ["--ro-bind", other_stage, "/tmp/other_stage"]
@@ -46,8 +67,9 @@ class Namespace:
 
     def begin(self, scenario, contender, **options):
         pairs = [f"{key}={int(value)}" for key, value in options.items()]
-        return subprocess.Popen([*self._command, scenario, contender, *pairs],
-                                stdout=subprocess.PIPE, text=True)
+        return subprocess.Popen(
+            [*self._command, scenario, contender, *pairs], stdout=subprocess.PIPE, text=True
+        )
 
     def run(self, scenario, contender, **options):
         return self.end(self.begin(scenario, contender, **options))
@@ -80,8 +102,10 @@ class Measurement:
         self.results = []
 
     def _keep(self, scenario, contender, result, **options):
-        values = {**options, **{key: value for key, value in result.items()
-                                if not isinstance(value, list)}}
+        values = {
+            **options,
+            **{key: value for key, value in result.items() if not isinstance(value, list)},
+        }
         print(scenario, contender, *(f"{key}={value}" for key, value in values.items()), flush=True)
         self.results.append({"scenario": scenario, "contender": contender, **options, **result})
 
@@ -93,8 +117,11 @@ class Measurement:
 
     def _side_by_side(self, scenario, names, copies, options):
         """For what sleeps nearly all the time."""
-        processes = [(name, self._namespace.begin(scenario, name, **options))
-                     for name in names for _ in range(copies)]
+        processes = [
+            (name, self._namespace.begin(scenario, name, **options))
+            for name in names
+            for _ in range(copies)
+        ]
         for name, process in processes:
             self._keep(scenario, name, self._namespace.end(process), **options)
 
@@ -115,11 +142,18 @@ class Measurement:
         for neighbours in profile["neighbours"]:
             # Neighbours are nothing to a loop of one thread.
             names = [name for name in profile["restart"] if name != "loop" or neighbours == 0]
-            self._sequence("restart", names,
-                           {"neighbours": neighbours, "restarts": profile["restarts"]})
-            self._side_by_side("restart", profile["restart_peers"], profile["repetitions"],
-                               {"neighbours": neighbours,
-                                "restarts": profile["restarts"] // profile["repetitions"]})
+            self._sequence(
+                "restart", names, {"neighbours": neighbours, "restarts": profile["restarts"]}
+            )
+            self._side_by_side(
+                "restart",
+                profile["restart_peers"],
+                profile["repetitions"],
+                {
+                    "neighbours": neighbours,
+                    "restarts": profile["restarts"] // profile["repetitions"],
+                },
+            )
 
     def idle(self):
         self._side_by_side("idle", self._profile["idle"], 1, self._profile["idle_options"])
@@ -130,18 +164,28 @@ class Measurement:
     def log(self):
         """The logging library's own benchmark, which takes turns itself."""
         output = subprocess.run(
-            [f"{self._bench}/qv7log_bench", "--benchmark_format=json",
-             f"--benchmark_repetitions={self._profile['repetitions_of_few']}",
-             f"--benchmark_min_time={self._profile['log_seconds']}",
-             "--benchmark_enable_random_interleaving=true"],
-            check=True, capture_output=True, text=True).stdout
+            [
+                f"{self._bench}/qv7log_bench",
+                "--benchmark_format=json",
+                f"--benchmark_repetitions={self._profile['repetitions_of_few']}",
+                f"--benchmark_min_time={self._profile['log_seconds']}",
+                "--benchmark_enable_random_interleaving=true",
+            ],
+            check=True,
+            capture_output=True,
+            text=True,
+        ).stdout
         for run in json.loads(output)["benchmarks"]:
             if run["run_type"] != "iteration":
                 continue
             operation, library = re.match("(Write|Filter)([^/]*)", run["name"]).groups()
             if operation == "Write":
-                self._keep("log", library.lower(), {"records_per_s": run["items_per_second"]},
-                           threads=run["threads"])
+                self._keep(
+                    "log",
+                    library.lower(),
+                    {"records_per_s": run["items_per_second"]},
+                    threads=run["threads"],
+                )
             else:
                 self._keep("filter", library.lower(), {"ns": run["cpu_time"]})
 
@@ -152,12 +196,18 @@ class Measurement:
             count = 2 if "1000-items" in name else 50
             once, twice = (instructions([program, name, str(n)]) for n in (count, 2 * count))
             nanoseconds = [
-                float(subprocess.run([program, name, str(20 * count)], check=True,
-                                     capture_output=True, text=True).stdout)
+                float(
+                    subprocess.run(
+                        [program, name, str(20 * count)], check=True, capture_output=True, text=True
+                    ).stdout
+                )
                 for _ in range(self._profile["repetitions"])
             ]
-            self._keep("operations", name, {"instructions": round((twice - once) / count),
-                                            "nanoseconds": nanoseconds})
+            self._keep(
+                "operations",
+                name,
+                {"instructions": round((twice - once) / count), "nanoseconds": nanoseconds},
+            )
 
 
 def full_profile():
@@ -228,8 +278,7 @@ def main():
     if arguments.repetitions:
         profile["repetitions"] = profile["repetitions_of_few"] = arguments.repetitions
 
-    namespace = Namespace(arguments.bench + "/supervision", arguments.stage,
-                          arguments.other_stage)
+    namespace = Namespace(arguments.bench + "/supervision", arguments.stage, arguments.other_stage)
     measurement = Measurement(namespace, arguments.bench, profile)
     seconds = {}
     for scenario in (arguments.only or SCENARIOS).split(","):
@@ -238,8 +287,11 @@ def main():
         seconds[scenario] = round(time.monotonic() - begin, 1)
         print(f"{scenario}: {seconds[scenario]} s", flush=True)
     with open(arguments.output, "w", encoding="utf-8") as file:
-        json.dump({"short": arguments.short, "seconds": seconds,
-                   "results": measurement.results}, file, indent=1)
+        json.dump(
+            {"short": arguments.short, "seconds": seconds, "results": measurement.results},
+            file,
+            indent=1,
+        )
 
 
 if __name__ == "__main__":

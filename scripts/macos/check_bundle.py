@@ -20,7 +20,10 @@ LOG_LIBRARY = "Contents/Frameworks/libqv7log.dylib"
 PROFILE = "Contents/Frameworks/qv7api.ini"
 PLIST = "Contents/Info.plist"
 
-ARCHITECTURES = {lief.MachO.Header.CPU_TYPE.ARM64: "arm64", lief.MachO.Header.CPU_TYPE.X86_64: "x86_64"}
+ARCHITECTURES = {
+    lief.MachO.Header.CPU_TYPE.ARM64: "arm64",
+    lief.MachO.Header.CPU_TYPE.X86_64: "x86_64",
+}
 OLDEST_SYSTEM = "11.0"
 RUN_PATH = "@executable_path/../Frameworks"
 INSTALL_NAME = "@rpath/libqv7log.dylib"

@@ -104,7 +104,11 @@ class Bundle:
         for name, slices in (others or {}).items():
             join(self.path / name, slices)
         (self.path / check_bundle.PROFILE).write_text("[SDK]\nNAME=Model\n")
-        values = {**check_bundle.PLIST_VALUES, "CFBundleVersion": "1", "CFBundleShortVersionString": "1"}
+        values = {
+            **check_bundle.PLIST_VALUES,
+            "CFBundleVersion": "1",
+            "CFBundleShortVersionString": "1",
+        }
         values.update(plist)
         values = {key: value for key, value in values.items() if value is not None}
         (self.path / check_bundle.PLIST).write_bytes(plistlib.dumps(values))
@@ -184,7 +188,9 @@ class CheckBundle(unittest.TestCase):
             "install-name: '/usr/lib/libz.1.dylib'\nexports:\n"
             "  - targets: [ x86_64-macos, arm64-macos ]\n    symbols: [ _zlibVersion ]\n...\n"
         )
-        source = "int zlibVersion(void);\n" + LIBRARY.replace("return kind;", "return zlibVersion();")
+        source = "int zlibVersion(void);\n" + LIBRARY.replace(
+            "return kind;", "return zlibVersion();"
+        )
         bundle = Bundle(library=both(link_library, source=source, options=(str(stub),)))
         self.expect_twice(bundle, LIBRARY_NAME, "it needs /usr/lib/libz.1.dylib")
 
@@ -210,9 +216,15 @@ class CheckBundle(unittest.TestCase):
     def test_knows_the_symbols_of_the_system(self):
         problem = "it takes _system from libSystem, which is not in the reviewed list"
         extra = "int system(const char*);\n"
-        bundle = Bundle(launcher=both(link_launcher, source=extra + LAUNCHER.replace("kill(0, 0)", 'system("")')))
+        bundle = Bundle(
+            launcher=both(
+                link_launcher, source=extra + LAUNCHER.replace("kill(0, 0)", 'system("")')
+            )
+        )
         self.expect_twice(bundle, LAUNCHER_NAME, problem)
-        bundle = Bundle(library=both(link_library, source=extra + LIBRARY.replace("getuid()", 'system("")')))
+        bundle = Bundle(
+            library=both(link_library, source=extra + LIBRARY.replace("getuid()", 'system("")'))
+        )
         self.expect_twice(bundle, LIBRARY_NAME, problem)
 
     def test_wants_a_library_for_every_symbol(self):
@@ -233,7 +245,9 @@ class CheckBundle(unittest.TestCase):
         source = 'extern "C" {' + LIBRARY.replace("return kind;", "*out = new int; return 0;") + "}"
         bundle = Bundle(library=both(link_library, source=source, language="c++"))
         for architecture in ("arm64", "x86_64"):
-            self.assertIn(f"{LIBRARY_NAME} ({architecture}): it gives out __Znwm", bundle.problems())
+            self.assertIn(
+                f"{LIBRARY_NAME} ({architecture}): it gives out __Znwm", bundle.problems()
+            )
 
     def test_checks_every_program_of_the_bundle(self):
         name = "Contents/MacOS/another"
@@ -297,7 +311,9 @@ class CheckSignature(unittest.TestCase):
         image.remove_signature()
         unsigned = work / "unsigned"
         image.write(str(unsigned))
-        self.assertEqual(self.problems_of(unsigned), [f"{LAUNCHER_NAME} (arm64): it has no signature"])
+        self.assertEqual(
+            self.problems_of(unsigned), [f"{LAUNCHER_NAME} (arm64): it has no signature"]
+        )
 
     def test_wants_it_to_fit_every_page(self):
         good = link_launcher("arm64").read_bytes()

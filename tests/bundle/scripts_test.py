@@ -80,7 +80,9 @@ class Scripts(ScriptTest):
             (self.tools / name).symlink_to(shutil.which(name))
         self.environment["PATH"] = str(self.tools)
         missing = "cmake ninja-build llvm-14; install them and start again."
-        self.expect_failure(rf"These packages are missing and cannot be installed \(.*\): {missing}")
+        self.expect_failure(
+            rf"These packages are missing and cannot be installed \(.*\): {missing}"
+        )
 
     def test_missing_tool_and_no_network(self):
         for name in BASIC_TOOLS:
@@ -90,7 +92,9 @@ class Scripts(ScriptTest):
         self.expect_failure("These packages are missing and cannot be installed .*")
 
     def test_no_virtual_environment(self):
-        self.tool("python3", "[ $1 = -c ] || { echo 'The environment was not created' >&2; exit 1; }")
+        self.tool(
+            "python3", "[ $1 = -c ] || { echo 'The environment was not created' >&2; exit 1; }"
+        )
         self.expect_failure("python3 cannot make an environment .*python3-venv.*")
         self.assertFalse((self.build / "venv/zig").exists())
 
@@ -107,7 +111,9 @@ class Scripts(ScriptTest):
     def test_wheel_with_a_wrong_checksum(self):
         (self.project / "ziglang-0.15.2-py3-none-any.whl").write_bytes(b"something else")
         self.environment |= {"PIP_NO_INDEX": "1", "PIP_FIND_LINKS": self.project.as_uri()}
-        self.expect_failure("A wheel has another checksum than scripts/requirements/zig.txt says .*")
+        self.expect_failure(
+            "A wheel has another checksum than scripts/requirements/zig.txt says .*"
+        )
         self.assertFalse((self.build / "venv/zig").exists())
 
     def test_environment_of_an_interrupted_run_is_made_anew(self):
@@ -167,13 +173,17 @@ class Scripts(ScriptTest):
         self.expect_failure("CMake cannot configure the build for arm64; .*")
 
     def test_tests_for_macos_on_linux(self):
-        self.expect_failure("The tests built for macOS run on a Mac only; .*", "macos/build.sh", "--test")
+        self.expect_failure(
+            "The tests built for macOS run on a Mac only; .*", "macos/build.sh", "--test"
+        )
 
     def test_unknown_argument(self):
         self.expect_failure("The one argument known is --test.", "macos/build.sh", "--tset")
 
     def test_check_without_a_bundle(self):
-        self.expect_failure("There is no bundle build/macos/Kestrane.app; .*", "macos/check_bundle.sh")
+        self.expect_failure(
+            "There is no bundle build/macos/Kestrane.app; .*", "macos/check_bundle.sh"
+        )
 
     def test_signing_on_linux(self):
         self.expect_failure("Only a Mac can sign; .*", "macos/sign_bundle.sh")
@@ -186,7 +196,12 @@ class SignBundle(ScriptTest):
         self.tool("uname", "echo Darwin")
         self.tool("codesign", 'echo "$@" >>codesign.log; [ "${!#}" != "$FAIL_AT" ]')
         self.contents = self.project / "Any.app/Contents"
-        for name in ("MacOS/launcher", "MacOS/another", "Frameworks/liba.dylib", "Frameworks/a.ini"):
+        for name in (
+            "MacOS/launcher",
+            "MacOS/another",
+            "Frameworks/liba.dylib",
+            "Frameworks/a.ini",
+        ):
             (self.contents / name).parent.mkdir(parents=True, exist_ok=True)
             (self.contents / name).touch()
 
@@ -212,7 +227,9 @@ class SignBundle(ScriptTest):
         self.environment["FAIL_AT"] = "Any.app/Contents/Frameworks/liba.dylib"
         result = self.run_script("macos/sign_bundle.sh", "-", "Any.app")
         self.assertEqual(result.returncode, 1)
-        self.assertRegex(result.stderr, r"^sign_bundle.sh: codesign cannot sign Any.app/.*liba.dylib;")
+        self.assertRegex(
+            result.stderr, r"^sign_bundle.sh: codesign cannot sign Any.app/.*liba.dylib;"
+        )
         self.assertEqual(len(self.calls()), 1)
 
 

@@ -1,4 +1,4 @@
-"""The border around the end-to-end tests: nothing inside reaches a process outside."""
+"""Signals sent inside the namespace never reach a process outside."""
 
 import os
 import signal
@@ -6,9 +6,10 @@ import subprocess
 import sys
 import unittest
 
-import harness
+import namespace
 
-# Runs inside as process 1. The killer is in the driver's own process group, the worst place.
+# Runs inside as process 1. The killer is in the driver's own process group, where a leak would do
+# most harm.
 DRIVER = """
 import os, signal
 assert os.getpid() == 1
@@ -23,28 +24,28 @@ print("victim", os.waitpid(victim, 0)[1], "killer", os.waitpid(killer, 0)[1])
 """
 
 
-class Border(unittest.TestCase):
+class Isolation(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        # If the border fails, only this group is lost.
+        # If the isolation fails, only this process group is killed.
         os.setpgid(0, 0)
 
     def check(self, target, expected):
         bystander = subprocess.Popen([sys.executable, "-c", "input()"], stdin=subprocess.PIPE)
         try:
-            driver = harness.run_in_namespace(
+            driver = namespace.run_in_namespace(
                 ["-c", DRIVER.format(target=target)], stdout=subprocess.PIPE, text=True
             )
             self.assertEqual((0, expected), (driver.returncode, driver.stdout))
-            self.assertIsNone(bystander.poll(), "the bystander outside was ended")
+            self.assertIsNone(bystander.poll(), "a process outside the namespace was killed")
         finally:
             bystander.communicate(b"\n")
 
-    def test_a_kill_of_the_process_group_stays_inside(self):
+    def test_kill_of_the_process_group_stays_inside(self):
         self.assertEqual(os.getpid(), os.getpgrp())
         self.check(0, f"victim {signal.SIGKILL} killer {signal.SIGKILL}\n")
 
-    def test_a_kill_of_every_process_stays_inside(self):
+    def test_kill_of_every_process_stays_inside(self):
         self.check(-1, f"victim {signal.SIGKILL} killer 0\n")
 
 

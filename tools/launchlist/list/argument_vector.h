@@ -1,16 +1,19 @@
 // How many arguments there is room for.
 #pragma once
 
+#include <cstddef>
+
+#include "launcher/supervision.h"
+
 namespace launchlist {
 
-// Whether the vector of an item with `count` arguments fits the stack that a supervisor has at
-// least, 512 KiB (macOS), less what else lies there. More may go well on systems with larger ones.
+// Whether the vector of an item with `count` arguments fits a supervisor's stack beside everything
+// else there.
 constexpr bool FitsStack(int count)
 {
-    constexpr int kPointerSize = 8;
-    constexpr int kStack = 512 * 1024;
-    constexpr int kElsewhere = 64 * 1024;
-    return count <= (kStack - kElsewhere) / kPointerSize;
+    constexpr std::size_t kPointerSize = 8;
+    constexpr std::size_t kElsewhere = std::size_t{64} * 1024;
+    return count <= static_cast<int>((kSupervisorStackSize - kElsewhere) / kPointerSize);
 }
 
 }  // namespace launchlist

@@ -1,6 +1,12 @@
 // What the launcher does about a mistake, in the words of both `check` and `explain`.
 #pragma once
 
+#include <chrono>
+#include <string_view>
+
+#include "launcher/log_messages.h"
+#include "launcher/supervision.h"
+
 namespace launchlist {
 
 inline constexpr char kEndsInSilence[] =
@@ -39,5 +45,15 @@ inline constexpr char kOverrunsStack[] =
 inline constexpr char kEmptyVector[] =
     "the program gets an empty argument vector: on Linux one argument, the empty text; elsewhere "
     "there may be none, not even a name of its own";
+
+// The launcher's texts and its restart pause are quoted above; these keep them the same.
+constexpr bool Quotes(std::string_view effect, std::string_view format)
+{
+    return effect.find(WithoutTag(format)) != std::string_view::npos;
+}
+static_assert(Quotes(kRefusedAtStart, kListRejected));
+static_assert(Quotes(kRefusedOnTheWay, kListRejected));
+static_assert(Quotes(kSkipped, kItemHasNoName));
+static_assert(kRestartPause == std::chrono::milliseconds(50));
 
 }  // namespace launchlist

@@ -1,4 +1,4 @@
-// The library through its two functions; the log is full at 4 KiB here.
+// Tests the library through its public interface. A log is rotated at 4 KiB here.
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -31,7 +31,7 @@ mode_t Mode(const std::string& path)
     return status.st_mode & 07777;
 }
 
-// A text that takes a fifth of the log.
+// A text of which five fill the log.
 std::string FifthOfALog(int number)
 {
     return std::to_string(number) + std::string(qv7log::kRotateSize / 5, '.');
@@ -42,31 +42,31 @@ void LogText(ILog* log, const std::string& text)
     Log(log, LOGLEVEL_ERROR, "%s", text.c_str());
 }
 
-// A process that holds the rotation lock of the log at `path` until LetGo.
+// A process that holds the rotation lock of the log at `path` until Release.
 class LockHolder
 {
 public:
     explicit LockHolder(const std::string& path)
     {
         int locked[2];
-        if (pipe(locked) != 0 || pipe(m_let_go) != 0) {
+        if (pipe(locked) != 0 || pipe(m_release) != 0) {
             return;
         }
         m_process = fork();
         if (m_process == 0) {
-            close(m_let_go[1]);
+            close(m_release[1]);
             struct flock lock = {};
             lock.l_type = F_WRLCK;
             lock.l_whence = SEEK_SET;
             char byte = '1';
             if (fcntl(open((path + ".lock").c_str(), O_RDWR), F_SETLK, &lock) == 0) {
                 (void)!write(locked[1], &byte, 1);
-                (void)!read(m_let_go[0], &byte, 1);
+                (void)!read(m_release[0], &byte, 1);
             }
             _exit(0);
         }
         close(locked[1]);
-        close(m_let_go[0]);
+        close(m_release[0]);
         char byte = 0;
         m_holds = read(locked[0], &byte, 1) == 1;
         close(locked[0]);
@@ -74,20 +74,20 @@ public:
 
     bool Holds() const { return m_holds; }
 
-    // Returns when the process has ended.
-    void LetGo()
+    // Ends the process and waits until it has exited.
+    void Release()
     {
-        close(m_let_go[1]);
+        close(m_release[1]);
         EXPECT_EQ(waitpid(m_process, nullptr, 0), m_process);
     }
 
 private:
-    int m_let_go[2] = {-1, -1};
+    int m_release[2] = {-1, -1};
     pid_t m_process = -1;
     bool m_holds = false;
 };
 
-TEST(LogV, LetsTheThresholdAndAboveThroughAndVerboseEverything)
+TEST(LogV, WritesLevelsFromTheThresholdOnAndAllWithVerbose)
 {
     struct Row
     {
@@ -131,18 +131,18 @@ TEST(LogV, WritesTimeLevelNameProcessAndText)
     EXPECT_GE(timegm(&parts) - before.tv_sec, 0);
 }
 
-TEST(LogV, KeepsErrnoAndGivesItToTheFormat)
+TEST(LogV, PreservesErrno)
 {
     TempFolder folder;
     ILog* const log = StartLog(folder / "log");
-    for (int i = 0; i < 30; ++i) {  // over a rotation
+    for (int i = 0; i < 30; ++i) {  // includes a rotation
         errno = ENOENT;
         Log(log, LOGLEVEL_ERROR, "%s%300s", strerror(errno), "");
         ASSERT_EQ(errno, ENOENT);
     }
 }
 
-TEST(LogV, KeepsTextsUpTo64KiBAndMarksWhatItCuts)
+TEST(LogV, KeepsTextsUpTo64KiBAndMarksLongerOnes)
 {
     struct Row
     {
@@ -178,7 +178,7 @@ TEST(LogV, CutsBetweenCharacters)
     EXPECT_EQ(content.records[0].cut, 2U);
 }
 
-TEST(LogV, KeepsANulOfTheFormat)
+TEST(LogV, KeepsANulInTheText)
 {
     TempFolder folder;
     ILog* const log = StartLog(folder / "log");
@@ -186,7 +186,7 @@ TEST(LogV, KeepsANulOfTheFormat)
     EXPECT_EQ(Texts(folder / "log"), Strings{std::string("a\0b", 3)});
 }
 
-TEST(LogV, WritesTheFormatOfWhatCannotBeFormatted)
+TEST(LogV, WritesTheFormatIfItCannotBeFormatted)
 {
     TempFolder folder;
     ILog* const log = StartLog(folder / "log");
@@ -195,7 +195,7 @@ TEST(LogV, WritesTheFormatOfWhatCannotBeFormatted)
     EXPECT_EQ(Texts(folder / "log"), Strings{"[LAUNCHER  ] %ls!"});
 }
 
-TEST(GetLogger, KnowsOnlyTheFileLog)
+TEST(GetLogger, RefusesOtherKinds)
 {
     TempFolder folder;
     ASSERT_EQ(InitLogger((folder / "log").c_str()), 0);
@@ -205,8 +205,8 @@ TEST(GetLogger, KnowsOnlyTheFileLog)
         EXPECT_EQ(log, nullptr) << kind;
     }
     ILog* log = nullptr;
-    EXPECT_EQ(GetLogger(2, "launcher", LOGLEVEL_ERROR, &log), 0);
-    EXPECT_NE(Kept(log), nullptr);
+    EXPECT_EQ(GetLogger(LOGKIND_FILE, "launcher", LOGLEVEL_ERROR, &log), 0);
+    EXPECT_NE(KeepReachable(log), nullptr);
 }
 
 TEST(GetLogger, EscapesAndCutsTheName)
@@ -214,17 +214,17 @@ TEST(GetLogger, EscapesAndCutsTheName)
     TempFolder folder;
     ASSERT_EQ(InitLogger((folder / "log").c_str()), 0);
     ILog* log = nullptr;
-    GetLogger(2, "a b[1]\n", LOGLEVEL_ERROR, &log);
-    Log(Kept(log), LOGLEVEL_ERROR, "x");
-    GetLogger(2, std::string(100, '\x1b').c_str(), LOGLEVEL_ERROR, &log);
-    Log(Kept(log), LOGLEVEL_ERROR, "y");
+    GetLogger(LOGKIND_FILE, "a b[1]\n", LOGLEVEL_ERROR, &log);
+    Log(KeepReachable(log), LOGLEVEL_ERROR, "x");
+    GetLogger(LOGKIND_FILE, std::string(100, '\x1b').c_str(), LOGLEVEL_ERROR, &log);
+    Log(KeepReachable(log), LOGLEVEL_ERROR, "y");
     const Content content = ReadLog(folder / "log");
     ASSERT_EQ(content.records.size(), 2U);
     EXPECT_EQ(content.records[0].name, "a b[1]\n");
     EXPECT_EQ(content.records[1].name, std::string(64, '\x1b'));
 }
 
-TEST(InitLogger, CreatesFoldersAndFilesForTheUserAlone)
+TEST(InitLogger, CreatesDirectoriesAndFilesForTheUserOnly)
 {
     for (const mode_t mask : {mode_t{0}, mode_t{022}, mode_t{077}}) {
         TempFolder folder;
@@ -252,7 +252,7 @@ TEST(InitLogger, TakesAnOlderLogBackFromOthers)
     EXPECT_EQ(Mode(folder / "log"), 0600U);
 }
 
-TEST(InitLogger, AppendsToTheLogThatIsThere)
+TEST(InitLogger, AppendsToAnExistingLog)
 {
     TempFolder folder;
     LogText(StartLog(folder / "log"), "one");
@@ -260,7 +260,7 @@ TEST(InitLogger, AppendsToTheLogThatIsThere)
     EXPECT_EQ(Texts(folder / "log"), (Strings{"one", "two"}));
 }
 
-TEST(InitLogger, StaysWhereARelativePathWas)
+TEST(InitLogger, ResolvesARelativePathOnce)
 {
     TempFolder folder;
     char before[PATH_MAX];
@@ -276,7 +276,7 @@ TEST(InitLogger, StaysWhereARelativePathWas)
     EXPECT_TRUE(Exists(folder / "a/log.1"));
 }
 
-TEST(InitLogger, BeginsAnotherLogWhenCalledAgain)
+TEST(InitLogger, OpensAnotherLogWhenCalledAgain)
 {
     TempFolder folder;
     ILog* const first = StartLog(folder / "first");
@@ -287,7 +287,7 @@ TEST(InitLogger, BeginsAnotherLogWhenCalledAgain)
     EXPECT_EQ(Texts(folder / "second"), Strings{"2"});
 }
 
-TEST(Rotation, KeepsFiveOldFilesOfWhichOneIsTheNewest)
+TEST(Rotation, KeepsFiveOldFilesWithTheNewestAsNumberOne)
 {
     TempFolder folder;
     ILog* const log = StartLog(folder / "log");
@@ -296,7 +296,7 @@ TEST(Rotation, KeepsFiveOldFilesOfWhichOneIsTheNewest)
         all.push_back(FifthOfALog(i));
         LogText(log, all.back());
     }
-    // Five texts with their framing fill a log; five old logs and the begun one are left.
+    // Five texts fill a log. Five old files are left, and the log is empty.
     const Strings kept = Texts(folder / "log");
     EXPECT_EQ(kept, Strings(all.end() - static_cast<std::ptrdiff_t>(kept.size()), all.end()));
     EXPECT_EQ(kept.size(), 25U);
@@ -309,7 +309,7 @@ TEST(Rotation, KeepsFiveOldFilesOfWhichOneIsTheNewest)
     EXPECT_FALSE(Exists(folder / "log.0"));
 }
 
-TEST(Rotation, HappensAtOnceForALogThatIsFullAlready)
+TEST(Rotation, HappensAtTheFirstRecordOfAFullLog)
 {
     TempFolder folder;
     WriteFile(folder / "log", std::string(qv7log::kRotateSize, '\n'));
@@ -321,7 +321,7 @@ TEST(Rotation, HappensAtOnceForALogThatIsFullAlready)
     EXPECT_NE(ReadFile(folder / "log").find("two"), std::string::npos);
 }
 
-TEST(Rotation, FillsAGapBeforeItDropsTheOldest)
+TEST(Rotation, FillsAGapInsteadOfRemovingTheOldest)
 {
     TempFolder folder;
     for (const int number : {1, 2, 4, 5}) {
@@ -353,7 +353,7 @@ TEST(Rotation, IsLeftToTheProcessThatStartedTheLog)
     EXPECT_EQ(Texts(folder / "log.1").size(), 21U);
 }
 
-TEST(Rotation, IsFollowedByAnIdleForkedChild)
+TEST(Rotation, IsNoticedByAForkedChild)
 {
     TempFolder folder;
     ILog* const log = StartLog(folder / "log");
@@ -377,7 +377,7 @@ TEST(Rotation, IsFollowedByAnIdleForkedChild)
     EXPECT_NE(ReadFile(folder / "log").find("the child's"), std::string::npos);
 }
 
-TEST(Rotation, IsNotWaitedForWhileAnotherProcessHoldsTheLock)
+TEST(Rotation, IsPostponedWhileAnotherProcessHoldsTheLock)
 {
     TempFolder folder;
     ILog* const log = StartLog(folder / "log");
@@ -392,14 +392,14 @@ TEST(Rotation, IsNotWaitedForWhileAnotherProcessHoldsTheLock)
     });
     EXPECT_TRUE(WaitUntil([&] { return logged.load(); }));
     EXPECT_FALSE(Exists(folder / "log.1"));
-    holder.LetGo();
+    holder.Release();
     logging.join();
     LogText(log, FifthOfALog(6));
     EXPECT_TRUE(Exists(folder / "log.1"));
     EXPECT_EQ(Texts(folder / "log").size(), 7U);
 }
 
-TEST(Rotation, GoesOnWithAnotherLockWhenTheLockIsTakenAway)
+TEST(Rotation, CreatesTheLockFileAgainAfterItsRemoval)
 {
     TempFolder folder;
     ILog* const log = StartLog(folder / "log");

@@ -15,20 +15,11 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "qv7log/process_count.h"
+
 namespace qv7log {
 
-// A number that each process has of its own: it is 0 again in a forked child.
-class ProcessCount
-{
-public:
-    void Add(std::uint32_t count, pid_t process);
-    std::uint32_t Take(pid_t process);  // gets it and sets it to 0
-
-private:
-    std::atomic<std::uint64_t> m_value{0};  // process id << 32 | count
-};
-
-class LogFile
+class RotatingFile
 {
 public:
     // Opens the log at `path`, which is created with its folders if need be. Returns 0 or an errno.
@@ -44,7 +35,7 @@ public:
     // longer the one that is open, since another process has rotated or someone has taken the log
     // away. In a burst, records less than a microsecond apart, it looks once in each millisecond;
     // what is logged until then is in the file that was taken away.
-    void Follow(const timespec& time, pid_t process);
+    void ReopenIfMoved(const timespec& time, pid_t process);
 
     // Records that could not be written.
     ProcessCount lost;
@@ -59,14 +50,14 @@ private:
 
     int StorePath(const char* path);
     int OpenOrCreate(int flags);
-    bool MakeFolders();
+    bool CreateDirectories();
     bool OpenLock();
     bool Lock();
     void Unlock();
 
-    bool IsCurrent(struct stat& status) const;
+    bool IsAtPath(struct stat& status) const;
     Change Reopen(pid_t process);
-    Change OpenAgain();
+    Change SwitchToCurrentFile();
     void Rotate(pid_t process);
     void ShiftOldFiles();
 
@@ -75,8 +66,8 @@ private:
     int m_lock = -1;
     pid_t m_owner = 0;
     std::atomic<std::int64_t> m_last_record{0};  // when it was written, in nanoseconds
-    std::atomic<std::int64_t> m_last_look{0};    // the millisecond of Follow's last one
-    std::atomic<bool> m_nowhere{false};          // the file is removed and cannot be created again
+    std::atomic<std::int64_t> m_last_check{0};   // the millisecond of ReopenIfMoved's last one
+    std::atomic<bool> m_unlinked{false};         // the file is removed and cannot be created again
     std::atomic<std::int64_t> m_size{0};         // as far as this process knows
 };
 

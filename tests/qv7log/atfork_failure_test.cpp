@@ -1,4 +1,4 @@
-// A log whose forked children could not be told apart is none.
+// Without a fork handler, the records of a forked child would carry its parent's process id.
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -7,18 +7,18 @@
 
 #include "tests/qv7log/read_log.h"
 
-// In place of the system's, which runs out of memory here.
+// Replaces the system's function.
 extern "C" int pthread_atfork(void (*)(), void (*)(), void (*)())
 {
     return ENOMEM;
 }
 
-TEST(InitLogger, FailsWithoutANoticeOfForks)
+TEST(InitLogger, FailsIfTheForkHandlerCannotBeRegistered)
 {
     TempFolder folder;
     EXPECT_EQ(InitLogger((folder / "log").c_str()), ENOMEM);
     ILog* log = nullptr;
-    EXPECT_EQ(GetLogger(2, "test", LOGLEVEL_ERROR, &log), EINVAL);
+    EXPECT_EQ(GetLogger(LOGKIND_FILE, "test", LOGLEVEL_ERROR, &log), EINVAL);
     EXPECT_EQ(log, nullptr);
     EXPECT_FALSE(std::filesystem::exists(folder / "log"));
 }

@@ -1,5 +1,5 @@
-// What goes wrong around the log: folders and links at the start, and, through a `write` of the
-// test's own, everything that the disk can answer later.
+// Failures: directories and links that prevent a start, a log that is removed or replaced, and
+// errors of `write`, which this test replaces.
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -21,8 +21,8 @@ using Strings = std::vector<std::string>;
 
 namespace {
 
-// What the next calls of write do, one after the other: 0 writes, an errno fails, and below 0 only
-// so many bytes are written. Without a script everything is written.
+// What the next calls of write do. 0: write everything. A positive number: fail with this errno.
+// A negative number: write only this many bytes. Without a script, every call writes everything.
 std::deque<int> g_script;
 int g_calls = 0;
 
@@ -52,18 +52,18 @@ void LogText(ILog* log, const std::string& text)
     Log(log, LOGLEVEL_ERROR, "%s", text.c_str());
 }
 
-class Trouble : public testing::Test
+class WriteFailure : public testing::Test
 {
 protected:
-    Trouble() : m_path(m_folder / "log"), m_log(StartLog(m_path)) { g_script.clear(); }
-    ~Trouble() override { g_script.clear(); }
+    WriteFailure() : m_path(m_folder / "log"), m_log(StartLog(m_path)) { g_script.clear(); }
+    ~WriteFailure() override { g_script.clear(); }
 
     TempFolder m_folder;
     const std::string m_path;
     ILog* const m_log;
 };
 
-TEST_F(Trouble, OneRecordIsOneWrite)
+TEST_F(WriteFailure, OneRecordIsOneWrite)
 {
     g_calls = 0;
     LogText(m_log, "short");
@@ -71,14 +71,14 @@ TEST_F(Trouble, OneRecordIsOneWrite)
     EXPECT_EQ(g_calls, 2);
 }
 
-TEST_F(Trouble, AnInterruptedWriteIsRepeated)
+TEST_F(WriteFailure, AnInterruptedWriteIsRepeated)
 {
     g_script = {EINTR, EINTR, 0};
     LogText(m_log, "one");
     EXPECT_EQ(Texts(m_path), Strings{"one"});
 }
 
-TEST_F(Trouble, AShortWriteIsRepeatedWhole)
+TEST_F(WriteFailure, AShortWriteIsRepeatedWhole)
 {
     g_script = {-30};
     LogText(m_log, "one");
@@ -90,7 +90,7 @@ TEST_F(Trouble, AShortWriteIsRepeatedWhole)
     EXPECT_EQ(content.others[0].size(), 30U);
 }
 
-TEST_F(Trouble, LostRecordsAreCountedAndToldBeforeTheFirstThatIsWrittenAgain)
+TEST_F(WriteFailure, LostRecordsAreReportedBeforeTheNextWrittenRecord)
 {
     for (const int error : {ENOSPC, EIO, EFBIG}) {
         TempFolder folder;
@@ -108,19 +108,19 @@ TEST_F(Trouble, LostRecordsAreCountedAndToldBeforeTheFirstThatIsWrittenAgain)
     }
 }
 
-TEST_F(Trouble, ALostNoticeIsTriedAgain)
+TEST_F(WriteFailure, AReportThatCannotBeWrittenIsRepeatedLater)
 {
     g_script = {ENOSPC, ENOSPC, ENOSPC, 0, ENOSPC};
     LogText(m_log, "a");
-    LogText(m_log, "b");  // not even the notice
+    LogText(m_log, "b");  // the report cannot be written either
     LogText(m_log, "c");
-    LogText(m_log, "d");  // the notice, but not the record
+    LogText(m_log, "d");  // the report is written, the record is not
     LogText(m_log, "e");
     EXPECT_EQ(Texts(m_path), (Strings{"[QV7LOG    ] 3 records were lost",
                                       "[QV7LOG    ] 1 records were lost", "e"}));
 }
 
-TEST_F(Trouble, ARecordThatDidNotFitIsLostAndLeavesTheNextReadable)
+TEST_F(WriteFailure, ATornRecordIsLostAndLeavesTheNextOneReadable)
 {
     g_script = {-40, ENOSPC};
     LogText(m_log, "a");
@@ -138,7 +138,7 @@ TEST_F(Trouble, ARecordThatDidNotFitIsLostAndLeavesTheNextReadable)
     EXPECT_EQ(content.others.size(), 2U);
 }
 
-TEST_F(Trouble, AForkedChildTellsOnlyItsOwnLosses)
+TEST_F(WriteFailure, AForkedChildReportsOnlyItsOwnLosses)
 {
     g_script = {ENOSPC, ENOSPC};
     LogText(m_log, "a");
@@ -157,7 +157,7 @@ TEST_F(Trouble, AForkedChildTellsOnlyItsOwnLosses)
                                       "[QV7LOG    ] 2 records were lost", "parent"}));
 }
 
-TEST_F(Trouble, ALogThatCannotBeWrittenNeverStopsTheCaller)
+TEST_F(WriteFailure, AFailingLogNeverBlocksTheCaller)
 {
     g_calls = 0;
     for (int i = 0; i < 1000; ++i) {
@@ -170,7 +170,7 @@ TEST_F(Trouble, ALogThatCannotBeWrittenNeverStopsTheCaller)
     EXPECT_EQ(Texts(m_path), (Strings{"[QV7LOG    ] 1000 records were lost", "y"}));
 }
 
-// Waits for the next look at the log's path: there is one in each millisecond.
+// Waits until the log checks its path again: in a burst, it does so once per millisecond.
 void NextMillisecond()
 {
     timespec start;
@@ -181,7 +181,7 @@ void NextMillisecond()
     } while (now.tv_nsec / 1000000 == start.tv_nsec / 1000000);
 }
 
-TEST_F(Trouble, ARemovedLogIsCreatedAgainAtOnce)
+TEST_F(WriteFailure, ARemovedLogIsCreatedAgainAtOnce)
 {
     LogText(m_log, "one");
     for (int i = 0; i < 100; ++i) {
@@ -191,7 +191,7 @@ TEST_F(Trouble, ARemovedLogIsCreatedAgainAtOnce)
     }
 }
 
-TEST_F(Trouble, AReplacedLogIsFollowed)
+TEST_F(WriteFailure, AReplacedLogIsFollowed)
 {
     LogText(m_log, "one");
     ASSERT_EQ(rename(m_path.c_str(), (m_folder / "away").c_str()), 0);
@@ -202,7 +202,7 @@ TEST_F(Trouble, AReplacedLogIsFollowed)
     EXPECT_EQ(Texts(m_folder / "away"), Strings{"one"});
 }
 
-TEST_F(Trouble, ARemovedFolderIsCreatedAgain)
+TEST_F(WriteFailure, ARemovedDirectoryIsCreatedAgain)
 {
     const std::string path = m_folder / "a/b/log";
     ILog* const log = StartLog(path);
@@ -218,7 +218,7 @@ TEST_F(Trouble, ARemovedFolderIsCreatedAgain)
     EXPECT_TRUE(Exists(path + ".1"));
 }
 
-TEST_F(Trouble, ALinkInTheLogsPlaceIsNotFollowed)
+TEST_F(WriteFailure, ASymbolicLinkInPlaceOfTheLogIsNotFollowed)
 {
     WriteFile(m_folder / "target", "");
     LogText(m_log, "one");
@@ -235,7 +235,7 @@ TEST_F(Trouble, ALinkInTheLogsPlaceIsNotFollowed)
     EXPECT_EQ(Texts(m_folder / "away").size(), 12U);
 }
 
-TEST_F(Trouble, RecordsAreLostAndCountedWhileTheLogCannotBeCreatedAgain)
+TEST_F(WriteFailure, RecordsAreLostAndCountedWhileTheLogCannotBeCreatedAgain)
 {
     LogText(m_log, "one");
     unlink(m_path.c_str());
@@ -247,9 +247,9 @@ TEST_F(Trouble, RecordsAreLostAndCountedWhileTheLogCannotBeCreatedAgain)
     EXPECT_EQ(Texts(m_path), (Strings{"[QV7LOG    ] 2 records were lost", "four"}));
 }
 
-TEST_F(Trouble, AFolderThatForbidsRotationOnlyLetsTheLogGrow)
+TEST_F(WriteFailure, ALogThatCannotBeRotatedGrows)
 {
-    // An old file that cannot be replaced: a folder of its name.
+    // Directories in place of the old files cannot be removed.
     mkdir((m_path + ".1").c_str(), 0700);
     for (int number = 2; number <= 5; ++number) {
         mkdir((m_path + "." + std::to_string(number)).c_str(), 0700);
@@ -270,7 +270,7 @@ TEST(InitLogger, ReturnsTheErrnoOfWhatFailed)
     mkdir((folder / "folder").c_str(), 0700);
     WriteFile(folder / "target", "");
     ASSERT_EQ(symlink((folder / "target").c_str(), (folder / "link").c_str()), 0);
-    ASSERT_EQ(symlink((folder / "nowhere").c_str(), (folder / "dangling").c_str()), 0);
+    ASSERT_EQ(symlink((folder / "missing").c_str(), (folder / "dangling").c_str()), 0);
     ASSERT_EQ(mkfifo((folder / "pipe").c_str(), 0600), 0);
     struct Row
     {
@@ -292,11 +292,11 @@ TEST(InitLogger, ReturnsTheErrnoOfWhatFailed)
     for (const Row& row : rows) {
         EXPECT_EQ(InitLogger(row.path.c_str()), row.error) << row.path.substr(0, 100);
     }
-    EXPECT_FALSE(Exists(folder / "nowhere"));
+    EXPECT_FALSE(Exists(folder / "missing"));
 }
 
-// As another user, since no folder is unwritable for root.
-TEST(InitLogger, ReturnsTheErrnoOfAnUnwritableFolder)
+// Runs as another user, because root can write to every directory.
+TEST(InitLogger, ReturnsTheErrnoOfAnUnwritableDirectory)
 {
     TempFolder folder;
     const std::string path = folder / "log";
@@ -307,9 +307,9 @@ TEST(InitLogger, ReturnsTheErrnoOfAnUnwritableFolder)
         if (getuid() == 0 && setuid(65534) != 0) {
             _exit(1);
         }
-        const bool as_told =
+        const bool as_expected =
             InitLogger(path.c_str()) == EACCES && InitLogger(deeper.c_str()) == EACCES;
-        _exit(as_told ? 0 : 2);
+        _exit(as_expected ? 0 : 2);
     }
     int status = 0;
     ASSERT_EQ(waitpid(child, &status, 0), child);

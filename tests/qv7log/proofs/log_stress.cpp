@@ -1,5 +1,5 @@
-// log_stress PROOF FOLDER COUNT: one of the long proofs (proofs.h) with a count of one's own, in a
-// folder of its own below FOLDER. Status 0 if it held.
+// log_stress PROOF DIRECTORY COUNT: runs one of the long proofs (proofs.h) with the given count in
+// a new directory below DIRECTORY. Exits with status 0 if the proof held.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -9,7 +9,7 @@
 #include <filesystem>
 #include <string>
 
-#include "tests/qv7log/proofs.h"
+#include "tests/qv7log/proofs/proofs.h"
 
 namespace {
 
@@ -21,7 +21,7 @@ struct Proof
 
 constexpr Proof kProofs[] = {
     {"forks", ForksWhileRotating}, {"processes", ProcessesRotating}, {"full", DiskFull},
-    {"removed", RemovedUnderLoad}, {"killed", KilledWhileRotating},  {"escape", EscapingRoundTrips},
+    {"removed", RemovedUnderLoad}, {"killed", KilledWhileRotating},
 };
 
 int Run(const Proof& proof, const std::string& parent, int count)
@@ -53,7 +53,6 @@ int main(int argc, char** argv)
             return Run(proof, argv[2], std::atoi(argv[3]));
         }
     }
-    std::fputs("usage: log_stress forks|processes|full|removed|killed|escape FOLDER COUNT\n",
-               stderr);
+    std::fputs("usage: log_stress forks|processes|full|removed|killed DIRECTORY COUNT\n", stderr);
     return 2;
 }

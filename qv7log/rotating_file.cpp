@@ -1,4 +1,4 @@
-#include "qv7log/log_file.h"
+#include "qv7log/rotating_file.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -15,13 +15,13 @@
 namespace qv7log {
 namespace {
 
-// The process whose thread is changing the file under the descriptor, or 0: see TakeTurn. One for
-// all logs, since the rotation lock does not part two logs of one process at the same path.
-std::atomic<pid_t> g_turn{0};
+// The process whose thread is changing the file under the descriptor, or 0: see TryBeginChange. One
+// for all logs, since the rotation lock does not part two logs of one process at the same path.
+std::atomic<pid_t> g_changing_process{0};
 
 constexpr int kFirstOwnDescriptor = 3;
 constexpr mode_t kFileMode = 0600;
-constexpr mode_t kFolderMode = 0700;
+constexpr mode_t kDirectoryMode = 0700;
 
 // The log's path and up to this many characters: ".lock", or "." and the number of an old file.
 constexpr std::size_t kMaxSuffix = 16;
@@ -120,15 +120,15 @@ bool SetLock(int file, short type)
 // One thread of a process has a turn at a time; false when it is another one's. What counts is a
 // thread of this process: a child may have been forked in the middle of another thread's turn,
 // which then never ends in the child.
-bool TakeTurn(pid_t process)
+bool TryBeginChange(pid_t process)
 {
-    pid_t holder = g_turn.load();
-    return holder != process && g_turn.compare_exchange_strong(holder, process);
+    pid_t holder = g_changing_process.load();
+    return holder != process && g_changing_process.compare_exchange_strong(holder, process);
 }
 
 }  // namespace
 
-int LogFile::Open(const char* path)
+int RotatingFile::Open(const char* path)
 {
     if (const int error = StorePath(path)) {
         return error;
@@ -148,7 +148,7 @@ int LogFile::Open(const char* path)
 }
 
 // Stores `path` as an absolute one: the program may change its folder.
-int LogFile::StorePath(const char* path)
+int RotatingFile::StorePath(const char* path)
 {
     std::size_t used = 0;
     if (path[0] != '/') {
@@ -167,20 +167,20 @@ int LogFile::StorePath(const char* path)
 }
 
 // Opens the log, with `flags` besides its own; -1 with an errno.
-int LogFile::OpenOrCreate(int flags)
+int RotatingFile::OpenOrCreate(int flags)
 {
     const int file = OpenLogFile(m_path, flags);
-    return file < 0 && errno == ENOENT && MakeFolders() ? OpenLogFile(m_path, flags) : file;
+    return file < 0 && errno == ENOENT && CreateDirectories() ? OpenLogFile(m_path, flags) : file;
 }
 
 // Creates the folders of the path that do not exist; false with an errno.
-bool LogFile::MakeFolders()
+bool RotatingFile::CreateDirectories()
 {
     char folder[sizeof m_path];
     memcpy(folder, m_path, sizeof folder);
     for (char* slash = strchr(folder + 1, '/'); slash != nullptr; slash = strchr(slash + 1, '/')) {
         *slash = '\0';
-        if (mkdir(folder, kFolderMode) != 0 && errno != EEXIST) {
+        if (mkdir(folder, kDirectoryMode) != 0 && errno != EEXIST) {
             const int error = errno;
             struct stat status;  // some systems have other errors for what exists and is read-only
             if (stat(folder, &status) != 0) {
@@ -194,7 +194,7 @@ bool LogFile::MakeFolders()
 }
 
 // Opens the file that is locked during a rotation; false with an errno.
-bool LogFile::OpenLock()
+bool RotatingFile::OpenLock()
 {
     const int file = OpenFile(SuffixedPath(m_path, ".lock").text, O_RDWR | O_CLOEXEC);
     m_lock = MoveUp(file, kFirstOwnDescriptor);
@@ -205,7 +205,7 @@ bool LogFile::OpenLock()
 //
 // A record lock, not flock: it belongs to this process alone. A forked child that outlives a killed
 // launcher would go on holding an inherited flock, and nobody could rotate any more.
-bool LogFile::Lock()
+bool RotatingFile::Lock()
 {
     const SuffixedPath path(m_path, ".lock");
     for (int attempt = 0; attempt < 2; ++attempt) {
@@ -227,14 +227,14 @@ bool LogFile::Lock()
     return false;
 }
 
-void LogFile::Unlock()
+void RotatingFile::Unlock()
 {
     SetLock(m_lock, F_UNLCK);
 }
 
-bool LogFile::Append(const char* line, std::size_t size, pid_t process)
+bool RotatingFile::Append(const char* line, std::size_t size, pid_t process)
 {
-    if (m_nowhere.load(std::memory_order_relaxed)) {
+    if (m_unlinked.load(std::memory_order_relaxed)) {
         return false;
     }
     bool torn_before = false;
@@ -252,7 +252,7 @@ bool LogFile::Append(const char* line, std::size_t size, pid_t process)
         }
         if (written >= 0) {
             // Once more, and whole: the rest alone could come after someone else's record. What is
-            // there already has no line end; a reader knows the next record by its time stamp.
+            // there already has no line end; a reader knows the next record by its timestamp.
             if (torn_before) {
                 return false;
             }
@@ -273,20 +273,20 @@ bool LogFile::Append(const char* line, std::size_t size, pid_t process)
 
 // A look costs as much as two records. In a burst there is one in each millisecond, before any
 // other record there is one.
-void LogFile::Follow(const timespec& time, pid_t process)
+void RotatingFile::ReopenIfMoved(const timespec& time, pid_t process)
 {
     const std::int64_t now = Nanoseconds(time);
     // Below 0 when another thread has written meanwhile.
     const std::int64_t gap = now - m_last_record.load(std::memory_order_relaxed);
     const bool in_burst = gap < kBurstGap && gap > -kMillisecond;
-    if (in_burst && now / kMillisecond == m_last_look.load(std::memory_order_relaxed)) {
+    if (in_burst && now / kMillisecond == m_last_check.load(std::memory_order_relaxed)) {
         return;
     }
-    m_last_look.store(now / kMillisecond, std::memory_order_relaxed);
+    m_last_check.store(now / kMillisecond, std::memory_order_relaxed);
     struct stat status = {};
-    if (IsCurrent(status)) {
+    if (IsAtPath(status)) {
         m_size.store(status.st_size);
-        m_nowhere.store(false);
+        m_unlinked.store(false);
     } else {
         // Where this fails, the open file serves on, unless it is in no folder any more.
         const bool removed = status.st_nlink == 0;
@@ -295,27 +295,27 @@ void LogFile::Follow(const timespec& time, pid_t process)
             sched_yield();
             change = Reopen(process);
         }
-        m_nowhere.store(removed && change != Change::kDone);
+        m_unlinked.store(removed && change != Change::kDone);
     }
 }
 
 // Whether the open file is the one at the log's path. Fills in its `status` in any case.
-bool LogFile::IsCurrent(struct stat& status) const
+bool RotatingFile::IsAtPath(struct stat& status) const
 {
     struct stat at_path;
     return fstat(m_log, &status) == 0 && lstat(m_path, &at_path) == 0 &&
            IsSameFile(status, at_path);
 }
 
-LogFile::Change LogFile::Reopen(pid_t process)
+RotatingFile::Change RotatingFile::Reopen(pid_t process)
 {
-    if (!TakeTurn(process)) {
+    if (!TryBeginChange(process)) {
         return Change::kBusy;
     }
     struct stat status;
-    const bool current = IsCurrent(status);  // by another thread since
-    const Change change = current ? Change::kDone : OpenAgain();
-    g_turn.store(0);
+    const bool current = IsAtPath(status);  // by another thread since
+    const Change change = current ? Change::kDone : SwitchToCurrentFile();
+    g_changing_process.store(0);
     return change;
 }
 
@@ -326,7 +326,7 @@ LogFile::Change LogFile::Reopen(pid_t process)
 // inherits a log at its number. It is also the only one to write through: a child gets its
 // descriptors and its memory at different moments, so that a number that changes could name another
 // file there.
-LogFile::Change LogFile::OpenAgain()
+RotatingFile::Change RotatingFile::SwitchToCurrentFile()
 {
     const int least =
         std::max(kFirstOwnDescriptor, m_log + 1);  // m_log is free if someone closed it
@@ -344,28 +344,28 @@ LogFile::Change LogFile::OpenAgain()
 
 // Makes the log an old file and begins a new one, unless another thread or process does so already.
 // Writers are not held up: what they write meanwhile goes to the old file.
-void LogFile::Rotate(pid_t process)
+void RotatingFile::Rotate(pid_t process)
 {
-    if (!TakeTurn(process)) {
+    if (!TryBeginChange(process)) {
         return;
     }
     if (Lock()) {
         // Now that nobody else rotates: is the log, and not what someone has made of it, full?
         struct stat status;
-        if (IsCurrent(status) && status.st_size >= kRotateSize) {
+        if (IsAtPath(status) && status.st_size >= kRotateSize) {
             ShiftOldFiles();
             rename(m_path, SuffixedPath(m_path, 1).text);
         }
-        OpenAgain();
+        SwitchToCurrentFile();
         Unlock();
     }
-    g_turn.store(0);
+    g_changing_process.store(0);
 }
 
 // Frees the number 1 by renaming each old file to the next number. A gap, which a rotation that was
 // killed leaves behind, takes up what comes before it; without one the oldest file goes. It is
 // removed and not replaced: some file systems (ext4) first send to the disk what replaces a file.
-void LogFile::ShiftOldFiles()
+void RotatingFile::ShiftOldFiles()
 {
     int last = 1;
     struct stat status;

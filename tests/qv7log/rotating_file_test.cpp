@@ -1,6 +1,6 @@
-// When the log looks for the file at its path, and what its threads leave to each other: with a
-// clock, a `write` and an `lstat` of the test's own.
-#include "qv7log/log_file.h"
+// When the log checks whether its file is still at its path, and how threads change the file. This
+// test replaces the clock, `write` and `lstat`.
+#include "qv7log/rotating_file.h"
 
 #include <dlfcn.h>
 #include <errno.h>
@@ -22,14 +22,14 @@ namespace {
 constexpr std::int64_t kSecond = 1000000000;
 constexpr std::int64_t kMillisecond = 1000000;
 
-// The time that CLOCK_REALTIME gives, in nanoseconds; 0 is the system's own.
+// The time of the replaced clock in nanoseconds; 0: the real time.
 std::atomic<std::int64_t> g_now = 0;
 
-// How many times the log looked at its path, and what happens then.
-std::atomic<int> g_looks = 0;
-std::function<void()> g_on_look;
+// The number of checks of the path, and what every check does besides.
+std::atomic<int> g_checks = 0;
+std::function<void()> g_on_check;
 
-// So many of this thread's writes fail as they do with a closed descriptor.
+// This many of the next writes of this thread fail as if the descriptor were closed.
 thread_local int g_closed_writes = 0;
 
 template <typename Function>
@@ -61,9 +61,9 @@ extern "C" int clock_gettime(clockid_t clock, timespec* time)
 
 extern "C" int lstat(const char* path, struct stat* status)
 {
-    ++g_looks;
-    if (g_on_look) {
-        g_on_look();
+    ++g_checks;
+    if (g_on_check) {
+        g_on_check();
     }
     return fstatat(AT_FDCWD, path, status, AT_SYMLINK_NOFOLLOW);
 }
@@ -81,10 +81,10 @@ extern "C" ssize_t write(int descriptor, const void* data, size_t size)
 
 namespace {
 
-class LogFileTest : public testing::Test
+class RotatingFileTest : public testing::Test
 {
 protected:
-    LogFileTest() : m_path(m_folder / "log") {}
+    RotatingFileTest() : m_path(m_folder / "log") {}
 
     void SetUp() override { ASSERT_EQ(m_log.Open(m_path.c_str()), 0); }
 
@@ -92,39 +92,39 @@ protected:
 
     bool Append(const std::string& text) { return Append(m_log, text); }
 
-    static bool Append(qv7log::LogFile& log, const std::string& text)
+    static bool Append(qv7log::RotatingFile& log, const std::string& text)
     {
         return log.Append((text + "\n").data(), text.size() + 1, getpid());
     }
 
-    // Whether the log looks at its path before a record of the time `now`.
-    bool LooksAt(std::int64_t now)
+    // Whether the log checks its path before a record at the time `now`.
+    bool ChecksPathAt(std::int64_t now)
     {
-        const int before = g_looks;
-        m_log.Follow(TimeOf(now), getpid());
-        return g_looks != before;
+        const int before = g_checks;
+        m_log.ReopenIfMoved(TimeOf(now), getpid());
+        return g_checks != before;
     }
 
     TempFolder m_folder;
     const std::string m_path;
-    qv7log::LogFile m_log;
+    qv7log::RotatingFile m_log;
 };
 
-using Follow = LogFileTest;
+using ReopenIfMoved = RotatingFileTest;
 
-// Not followed, so that the log counts what it writes and knows of nothing else.
-using Rotation = LogFileTest;
+// These tests never call ReopenIfMoved: the log knows only the size of what it has written.
+using Rotation = RotatingFileTest;
 
 const std::string kAllButFull(qv7log::kRotateSize - 10, '.');
 
-// Another thread, which writes "the other's", has found the log closed and opens it until Finish.
-class Opening : public LogFileTest
+// Another thread, which writes "the other's", is reopening the log until Finish is called.
+class Reopening : public RotatingFileTest
 {
 protected:
     void SetUp() override
     {
-        LogFileTest::SetUp();
-        g_on_look = [this] {
+        RotatingFileTest::SetUp();
+        g_on_check = [this] {
             m_begun = true;
             EXPECT_TRUE(WaitUntil([this] { return m_may_end.load(); }));
         };
@@ -138,7 +138,7 @@ protected:
     void TearDown() override
     {
         Finish();
-        LogFileTest::TearDown();
+        RotatingFileTest::TearDown();
     }
 
     void Finish()
@@ -147,7 +147,7 @@ protected:
         if (m_other.joinable()) {
             m_other.join();
         }
-        g_on_look = nullptr;
+        g_on_check = nullptr;
     }
 
 private:
@@ -158,20 +158,20 @@ private:
 
 }  // namespace
 
-TEST_F(Follow, LooksOnceAMillisecondInABurstAndElseBeforeEveryRecord)
+TEST_F(ReopenIfMoved, ChecksOncePerMillisecondInABurstAndOtherwiseBeforeEveryRecord)
 {
     constexpr std::int64_t kTime = 1000 * kSecond + kMillisecond / 2;
-    // Times, seen from that of the look before.
+    // Times relative to the previous check.
     const struct
     {
         const char* what;
         std::int64_t last_record;
         std::int64_t now;
-        bool looks;
+        bool checks;
     } kTable[] = {
         {"at the same moment", 0, 0, false},
-        {"shortly behind the last record", 100, 1099, false},
-        {"a microsecond behind the last record", 100, 1100, true},
+        {"shortly after the last record", 100, 1099, false},
+        {"a microsecond after the last record", 100, 1100, true},
         {"another thread has written meanwhile", kMillisecond - 1, 0, false},
         {"the clock was set back", kMillisecond, 0, true},
         {"in the next millisecond", kMillisecond / 2 - 1, kMillisecond / 2, true},
@@ -181,20 +181,20 @@ TEST_F(Follow, LooksOnceAMillisecondInABurstAndElseBeforeEveryRecord)
     for (const auto& row : kTable) {
         g_now = kTime - kSecond;
         ASSERT_TRUE(Append("x"));
-        ASSERT_TRUE(LooksAt(kTime)) << row.what;
+        ASSERT_TRUE(ChecksPathAt(kTime)) << row.what;
         g_now = kTime + row.last_record;
         ASSERT_TRUE(Append("x"));
-        EXPECT_EQ(LooksAt(kTime + row.now), row.looks) << row.what;
+        EXPECT_EQ(ChecksPathAt(kTime + row.now), row.checks) << row.what;
     }
 }
 
-TEST_F(Follow, TellsFilesApartWhateverTheirNumbers)
+TEST_F(ReopenIfMoved, TellsFilesApartWhicheverInodeNumberIsGreater)
 {
-    // An older file and a newer one: one of them has the smaller number.
+    // An older file and a newer one: one of them has a smaller inode number than the log.
     const std::string older = m_folder / "older";
     WriteFile(older, "");
     const std::string path = m_folder / "other log";
-    qv7log::LogFile log;
+    qv7log::RotatingFile log;
     ASSERT_EQ(log.Open(path.c_str()), 0);
     const std::string newer = m_folder / "newer";
     WriteFile(newer, "");
@@ -202,14 +202,14 @@ TEST_F(Follow, TellsFilesApartWhateverTheirNumbers)
     for (const std::string& file : {older, newer, older}) {
         ASSERT_EQ(rename(path.c_str(), (m_folder / "away").c_str()), 0);
         ASSERT_EQ(link(file.c_str(), path.c_str()), 0);
-        log.Follow(TimeOf(now += kSecond), getpid());
+        log.ReopenIfMoved(TimeOf(now += kSecond), getpid());
         ASSERT_TRUE(log.Append("x\n", 2, getpid()));
     }
     EXPECT_EQ(ReadFile(older), "x\nx\n");
     EXPECT_EQ(ReadFile(newer), "x\n");
 }
 
-TEST_F(Opening, LetsAnotherThreadTryItsRecordAgain)
+TEST_F(Reopening, MakesOtherThreadsWait)
 {
     g_closed_writes = 10;
     EXPECT_TRUE(Append("this one's"));
@@ -218,19 +218,19 @@ TEST_F(Opening, LetsAnotherThreadTryItsRecordAgain)
     EXPECT_EQ(ReadFile(m_path), "this one's\nthe other's\n");
 }
 
-TEST_F(Opening, ThatNeverEndsLosesTheRecordsOfOthers)
+TEST_F(Reopening, ThatTakesTooLongLosesTheRecordsOfOtherThreads)
 {
     g_closed_writes = 1000;
     EXPECT_FALSE(Append("this one's"));
     EXPECT_EQ(g_closed_writes, 0);
 }
 
-TEST_F(Rotation, LeavesTheLogThatAnotherHasBegun)
+TEST_F(Rotation, DoesNotRotateTheNewLogOfAnotherProcess)
 {
-    qv7log::LogFile other;
+    qv7log::RotatingFile other;
     ASSERT_EQ(other.Open(m_path.c_str()), 0);
     ASSERT_TRUE(Append(kAllButFull));
-    other.Follow(TimeOf(1000 * kSecond), getpid());
+    other.ReopenIfMoved(TimeOf(1000 * kSecond), getpid());
     ASSERT_TRUE(Append(other, "fills it, and begins a new log"));
     ASSERT_EQ(ReadFile(m_path), "");
     EXPECT_TRUE(Append("is still in the old file"));
@@ -241,7 +241,7 @@ TEST_F(Rotation, LeavesTheLogThatAnotherHasBegun)
     EXPECT_FALSE(Exists(m_path + ".2"));
 }
 
-TEST_F(Rotation, LeavesALogThatSomeoneHasEmptied)
+TEST_F(Rotation, DoesNotRotateATruncatedLog)
 {
     ASSERT_TRUE(Append(kAllButFull));
     ASSERT_EQ(truncate(m_path.c_str(), 0), 0);

@@ -1,4 +1,4 @@
-#include "qv7log/time_stamp.h"
+#include "qv7log/timestamp.h"
 
 #include <gtest/gtest.h>
 
@@ -16,8 +16,8 @@ std::string Stamp(std::int64_t seconds, long nanoseconds = 0)
     timespec time = {};
     time.tv_sec = static_cast<time_t>(seconds);
     time.tv_nsec = nanoseconds;
-    char text[qv7log::kTimeStampSize + 1] = {};
-    EXPECT_EQ(qv7log::PutTimeStamp(text, time), text + qv7log::kTimeStampSize);
+    char text[qv7log::kTimestampSize + 1] = {};
+    EXPECT_EQ(qv7log::PutTimestamp(text, time), text + qv7log::kTimestampSize);
     return text;
 }
 
@@ -32,15 +32,16 @@ std::string SystemStamp(std::int64_t seconds)
     return text;
 }
 
-TEST(PutTimeStamp, AgreesWithTheSystemOnEveryDay)
+TEST(PutTimestamp, AgreesWithTheSystemOnEveryDay)
 {
     for (std::int64_t day = kFirst; day <= kLast; day += 86400) {
-        const std::int64_t time = day + (day / 86400 % 2 == 0 ? 0 : 86399);  // its begin or its end
+        const std::int64_t time =
+            day + (day / 86400 % 2 == 0 ? 0 : 86399);  // its beginning or its end
         ASSERT_EQ(Stamp(time), SystemStamp(time)) << time;
     }
 }
 
-TEST(PutTimeStamp, AgreesWithTheSystemOnEverySecondOfADay)
+TEST(PutTimestamp, AgreesWithTheSystemOnEverySecondOfADay)
 {
     constexpr std::int64_t kLeapDay = 951782400;  // 2000-02-29
     for (std::int64_t second = kLeapDay; second < kLeapDay + 86400; ++second) {
@@ -48,7 +49,7 @@ TEST(PutTimeStamp, AgreesWithTheSystemOnEverySecondOfADay)
     }
 }
 
-TEST(PutTimeStamp, AgreesWithTheSystemAtRandomTimes)
+TEST(PutTimestamp, AgreesWithTheSystemAtRandomTimes)
 {
     std::mt19937_64 random(1);
     std::uniform_int_distribution<std::int64_t> times(kFirst, kLast);
@@ -58,7 +59,7 @@ TEST(PutTimeStamp, AgreesWithTheSystemAtRandomTimes)
     }
 }
 
-TEST(PutTimeStamp, CutsMillisecondsOff)
+TEST(PutTimestamp, RoundsDownToMilliseconds)
 {
     EXPECT_EQ(Stamp(0, 0), "1970-01-01T00:00:00.000Z");
     EXPECT_EQ(Stamp(0, 999999), "1970-01-01T00:00:00.000Z");
@@ -67,7 +68,7 @@ TEST(PutTimeStamp, CutsMillisecondsOff)
     EXPECT_EQ(Stamp(-1, 1000000), "1969-12-31T23:59:59.001Z");
 }
 
-TEST(PutTimeStamp, StaysWithinFourDigitYears)
+TEST(PutTimestamp, ClampsYearsToFourDigits)
 {
     EXPECT_EQ(Stamp(kFirst - 1), "0000-01-01T00:00:00.000Z");
     EXPECT_EQ(Stamp(kLast + 1), "9999-12-31T23:59:59.000Z");
@@ -75,14 +76,14 @@ TEST(PutTimeStamp, StaysWithinFourDigitYears)
     EXPECT_EQ(Stamp(INT64_MAX), "9999-12-31T23:59:59.000Z");
 }
 
-TEST(IsTimeStamp, LooksAtEveryCharacter)
+TEST(IsTimestamp, ChecksEveryCharacter)
 {
     const std::string stamp = "2026-11-21T02:26:11.123Z";
-    ASSERT_TRUE(qv7log::IsTimeStamp(stamp.data()));
+    ASSERT_TRUE(qv7log::IsTimestamp(stamp.data()));
     for (std::size_t i = 0; i < stamp.size(); ++i) {
         std::string other = stamp;
         other[i] = 'x';
-        EXPECT_FALSE(qv7log::IsTimeStamp(other.data())) << i;
+        EXPECT_FALSE(qv7log::IsTimestamp(other.data())) << i;
     }
 }
 

@@ -14,17 +14,16 @@
 
 #include "qv7log/include/qv7log.h"
 #include "qv7log/limits.h"
-#include "qv7log/log_file.h"
 #include "qv7log/record.h"
+#include "qv7log/rotating_file.h"
 
 namespace qv7log {
 namespace {
 
-constexpr std::int32_t kFileLog = 2;
 constexpr LOGLEVEL kNoticeLevel = LOGLEVEL_ERROR;
 
 // Never reset: see the header.
-std::atomic<LogFile*> g_file{nullptr};
+std::atomic<RotatingFile*> g_file{nullptr};
 
 // VERBOSE has the highest number and the lowest rank: as a threshold it lets everything pass.
 int Rank(LOGLEVEL level)
@@ -40,10 +39,10 @@ void RememberProcess()
     g_process.store(getpid(), std::memory_order_relaxed);
 }
 
-class FileLog final : public ILog
+class Logger final : public ILog
 {
 public:
-    FileLog(LogFile& file, std::string_view name, LOGLEVEL threshold)
+    Logger(RotatingFile& file, std::string_view name, LOGLEVEL threshold)
         : m_file(file), m_threshold(Rank(threshold))
     {
         name = name.substr(0, kMaxName);
@@ -73,7 +72,7 @@ private:
     void Write(LOGLEVEL level, std::string_view text, std::size_t cut, char* line);
     bool WriteNotice(Heading heading, std::uint32_t lost);
 
-    LogFile& m_file;
+    RotatingFile& m_file;
     const int m_threshold;
     std::size_t m_name_size = 0;
     char m_name[kMaxName * kEscapedSize];
@@ -85,7 +84,7 @@ constexpr std::size_t LineSpace(std::size_t size)
     return kMaxFraming + size * kEscapedSize;
 }
 
-void FileLog::Format(LOGLEVEL level, const char* format, va_list arguments)
+void Logger::Format(LOGLEVEL level, const char* format, va_list arguments)
 {
     va_list again;
     va_copy(again, arguments);
@@ -106,7 +105,7 @@ void FileLog::Format(LOGLEVEL level, const char* format, va_list arguments)
 }
 
 // The same for a text that needs the heap. Without memory, its beginning is better than nothing.
-void FileLog::FormatLong(LOGLEVEL level, std::size_t size, const char* format, va_list arguments)
+void Logger::FormatLong(LOGLEVEL level, std::size_t size, const char* format, va_list arguments)
 {
     char few[256];
     char few_line[LineSpace(sizeof few)];
@@ -127,7 +126,7 @@ void FileLog::FormatLong(LOGLEVEL level, std::size_t size, const char* format, v
 }
 
 // Writes the record of a text that lacks its last `cut` bytes. `line` has LineSpace for the text.
-void FileLog::Write(LOGLEVEL level, std::string_view text, std::size_t cut, char* line)
+void Logger::Write(LOGLEVEL level, std::string_view text, std::size_t cut, char* line)
 {
     Heading heading = {{}, level, {m_name, m_name_size}, g_process.load(std::memory_order_relaxed)};
     clock_gettime(CLOCK_REALTIME, &heading.time);
@@ -137,7 +136,7 @@ void FileLog::Write(LOGLEVEL level, std::string_view text, std::size_t cut, char
     }
     *end++ = '\n';
 
-    m_file.Follow(heading.time, heading.process);
+    m_file.ReopenIfMoved(heading.time, heading.process);
     const std::uint32_t lost = m_file.lost.Take(heading.process);
     if (lost != 0 && !WriteNotice(heading, lost)) {
         m_file.lost.Add(lost, heading.process);
@@ -149,7 +148,7 @@ void FileLog::Write(LOGLEVEL level, std::string_view text, std::size_t cut, char
     }
 }
 
-bool FileLog::WriteNotice(Heading heading, std::uint32_t lost)
+bool Logger::WriteNotice(Heading heading, std::uint32_t lost)
 {
     char text[64];
     snprintf(text, sizeof text, "[QV7LOG    ] %u records were lost", static_cast<unsigned>(lost));
@@ -172,7 +171,7 @@ std::int32_t InitLogger(const char* path)
         }
         qv7log::RememberProcess();
     }
-    auto* const file = new (std::nothrow) qv7log::LogFile;
+    auto* const file = new (std::nothrow) qv7log::RotatingFile;
     if (file == nullptr) {
         return ENOMEM;
     }
@@ -187,11 +186,11 @@ std::int32_t InitLogger(const char* path)
 
 std::int32_t GetLogger(std::int32_t kind, const char* name, LOGLEVEL level, ILog** out)
 {
-    qv7log::LogFile* const file = qv7log::g_file.load();
-    if (kind != qv7log::kFileLog || file == nullptr) {
+    qv7log::RotatingFile* const file = qv7log::g_file.load();
+    if (kind != LOGKIND_FILE || file == nullptr) {
         return EINVAL;
     }
-    auto* const log = new (std::nothrow) qv7log::FileLog(*file, name, level);
+    auto* const log = new (std::nothrow) qv7log::Logger(*file, name, level);
     if (log == nullptr) {
         return ENOMEM;
     }

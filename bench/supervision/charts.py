@@ -63,8 +63,8 @@ def chart_by_count(results, path, key, title):
 
 
 def chart_bars(path, title, rows, labels, log_scale=False):
-    """rows: a name and the figures of its bars, one for each label. A label that has a colour gives
-    it to its bars; else all bars have the colour of their row, the later ones paler."""
+    """Draws bars. Each of `rows` is a name with one figure for each label. The bars of a label that
+    has a colour get that colour; other bars get the colour of their row, later ones paler."""
     lines, plots = [], []
     width = 0.8 / len(labels)
     for i, label in enumerate(labels):
@@ -106,15 +106,17 @@ def chart_bars(path, title, rows, labels, log_scale=False):
     gnuplot(path, lines)
 
 
-def charts(results, folder):
-    os.makedirs(folder, exist_ok=True)
-    chart_by_count(results, folder + "/start.svg", "start_ms", "Milliseconds until N helpers run")
+def charts(results, directory):
+    os.makedirs(directory, exist_ok=True)
     chart_by_count(
-        results, folder + "/memory.svg", "pss_kib", "Memory of the supervising side, KiB"
+        results, directory + "/start.svg", "start_ms", "Milliseconds until N helpers run"
+    )
+    chart_by_count(
+        results, directory + "/memory.svg", "pss_kib", "Memory of the supervising side, KiB"
     )
     chart_bars(
-        folder + "/restart.svg",
-        "Milliseconds from a helper’s end to its next start, alone: p50, and p99 paler",
+        directory + "/restart.svg",
+        "Milliseconds from a helper’s exit to its next start, alone: p50, and p99 paler",
         [
             (
                 name,
@@ -126,18 +128,18 @@ def charts(results, folder):
         log_scale=True,
     )
     chart_bars(
-        folder + "/storm.svg",
-        "CPU milliseconds a start while 200 helpers end at once",
+        directory + "/storm.svg",
+        "CPU milliseconds per start while 200 helpers end at once",
         [
             (name, [results.figure("storm", "cpu_ms_per_start", contender=name)])
             for name in results.names("storm")
         ],
-        ["CPU ms a start"],
+        ["CPU ms per start"],
     )
     if results.select("log"):
         chart_bars(
-            folder + "/log.svg",
-            "Log records a second",
+            directory + "/log.svg",
+            "Log records per second",
             [
                 (
                     f"{threads} threads" if threads > 1 else "1 thread",

@@ -1,8 +1,7 @@
-"""The text of docs/benchmarks.md around its figures."""
+"""The text of docs/benchmarks.md, into which the figures are inserted."""
 
 import os
 import platform
-import statistics
 import subprocess
 
 from goals import goals
@@ -17,16 +16,16 @@ LOAD = os.environ.get("BENCH_LOAD", "not noted")
 
 def page(results):
     note = (
-        "**A short run: it shows that the harness works. Its figures mean nothing.**\n\n"
+        "**A short run, which only shows that the benchmarks work. Its figures mean nothing.**\n\n"
         if results.short
         else ""
     )
     parts = [
         f"""# Speed and cost, side by side
 
-{note}Written by `scripts/measure/bench.sh`; do not edit. What was tuned, tried and left out:
-[tuning.md](tuning.md). A figure is a median with minimum and maximum of the runs in brackets (5 runs;
-15 for the log and for starts of up to 10), unless said otherwise; a ratio is one of such medians.
+{note}Written by `scripts/measure/bench.sh`; do not edit. [tuning.md](tuning.md) describes what was tuned, and
+what was tried and rejected. Unless stated otherwise, a figure is the median of 5 runs (15 for the log
+and for starts of up to 10 helpers), with minimum and maximum in brackets; a ratio is one of medians.
 """,
         goals(results),
         machine(),
@@ -47,20 +46,20 @@ def page(results):
 
 SETTINGS = """## Who is compared
 
-All run as root in a PID namespace of their own, take turns in the opposite order every other time
-(unless said otherwise), and keep no log of the helpers. A peer with run scripts appears in its
-leanest form, in which the helper itself stands in for the script, and with the usual shell script
-("sh") that executes it.
+Each contender runs as root in its own PID namespace and keeps no log of the helpers. Unless stated
+otherwise, the contenders alternate, in reverse order every other time. A peer with run scripts is
+measured twice: in its leanest form, in which the helper itself replaces the script, and with the usual
+shell script ("sh") that executes the helper.
 
 | | setting |
 |---|---|
 | loop floor | one thread forks, executes and waits in a loop ([source](../bench/supervision/floor_loop.cpp)); the physical limit |
-| thread floor | a thread per helper does the same, untuned ([source](../bench/supervision/floor_threads.cpp)); the limit of the design |
-| launcher | the installed bundle in release mode, jsoncpp and the C++ library linked in as on macOS; log level ERROR, as without a log.ini |
-| daemontools | `svscan`, one folder per helper; starts a helper once a second at most |
-| runit | `runsvdir`, the same; the folder's time lies in the past, or it would wait for a second |
-| s6 | `s6-svscan` with room for all; pauses for a second after each end |
-| supervisor | `autorestart=true`, `startsecs=0`, `stopsignal=KILL`, no log files; needs no script; polls once a second |
+| thread floor | one thread per helper does the same, untuned ([source](../bench/supervision/floor_threads.cpp)); the limit of the design |
+| launcher | the installed bundle in release mode, jsoncpp and the C++ library linked in as on macOS; log level ERROR, the default |
+| daemontools | `svscan`, one directory per helper; starts a helper at most once a second |
+| runit | `runsvdir`, likewise; the directory's time is in the past, because `runsvdir` would otherwise wait a second |
+| s6 | `s6-svscan` with a sufficient limit; pauses for a second after each exit |
+| supervisor | `autorestart=true`, `startsecs=0`, `stopsignal=KILL`, no log files, no script; polls once a second |
 
 The helper is a static program that writes one record and sleeps
 ([source](../bench/supervision/helper.cpp)).
@@ -72,9 +71,9 @@ def commands(results):
     return f"""## Exact commands
 
     scripts/measure/bench.sh            # this page; {duration / 60:.0f} minutes of measuring
-    scripts/measure/bench.sh --short    # one peer, small numbers, shows that the harness works
+    scripts/measure/bench.sh --short    # one peer, small numbers: shows that the benchmarks work
 
-The first installs the peers, builds in release mode, installs the bundle, and runs
+The first command installs the peers, builds in release mode, installs the bundle, and runs
 
     bench/supervision/run.py --bench BUILD/bench --stage BUILD/stage --output results.json
     bench/supervision/report.py results.json docs
@@ -118,7 +117,7 @@ def cell(figure, digits=None):
 
 
 def by_count(results, scenario, key, names, digits=None):
-    """A row for each contender, a column for each N, and the ratios to ours."""
+    """A row for each contender, a column for each N, and the ratios to the launcher's figures."""
     counts = results.values(scenario, "n")
     rows = []
     for name in names:
@@ -135,7 +134,7 @@ def by_count(results, scenario, key, names, digits=None):
     head = [f"N = {n}" for n in counts]
     return (
         table(["", *head], rows)
-        + "\nAs a multiple of the launcher's:\n\n"
+        + "\nAs a multiple of the launcher's figure:\n\n"
         + table(["", *head], ratios)
     )
 
@@ -153,9 +152,9 @@ Milliseconds from the launcher's own start until the last of N helpers has run i
 def memory(results):
     return f"""## Memory of the supervising side
 
-KiB of proportional set size once all N run and everything sleeps; the helpers are left out. A page
-that several processes share counts for each in part, also one shared with the harness, which
-flatters supervisor: both are Python programs.
+Proportional set size in KiB once all N helpers run and every process sleeps; the helpers are not
+counted. A page that several processes share is divided among them. This favours supervisor, which
+shares pages with the measuring program: both are Python programs.
 
 ![Memory](charts/memory.svg)
 
@@ -166,12 +165,12 @@ def restart(results):
     parts = [
         """## Restart
 
-Milliseconds from a helper's end to its next start. The launcher and the floors pause for 50 ms,
-s6 for a second, and supervisor polls once a second, whatever the helper's life; theirs ends at once
-(s6: after 1.05 s). daemontools and runit hold back only what lived for less than a second, so their
-helper lives for 1.05 s, and the figure holds no pause. Percentiles of each run of 200 restarts, then
-median, minimum and maximum of the runs. Restarts of the peers take seconds: five of each run side by
-side, and the percentiles are those of all their restarts together.
+Milliseconds from a helper's exit to its next start. The launcher and the floors pause for 50 ms and s6
+for a second, and supervisor polls once a second, however long the helper ran; their helper exits at
+once (s6: after 1.05 s). daemontools and runit delay only a helper that ran for less than a second.
+Their helper runs for 1.05 s, so their figure includes no pause. Percentiles are taken of each run of
+200 restarts; the table has their median, minimum and maximum. A restart of a peer takes seconds, so
+five instances of each peer run in parallel, and the percentiles are those of all their restarts.
 
 ![Restart](charts/restart.svg)
 """
@@ -206,9 +205,8 @@ def idle(results):
     ]
     return f"""## Idle
 
-What {sample["n"]} helpers cost that do nothing: CPU time and context switches of the supervising
-side in {sample["seconds"]} s. {len(sample["windows"])} such windows of one run, in which all sleep
-side by side.
+CPU time and context switches of the supervising side in {sample["seconds"]} s while {sample["n"]} helpers sleep.
+All contenders ran at the same time, for {len(sample["windows"])} such periods.
 
 {table(["", "CPU ms", "context switches"], rows)}"""
 
@@ -217,14 +215,15 @@ def stop(results):
     rows = by_count(results, "stop", "stop_ms", results.names("stop"))
     return f"""## Stop
 
-Milliseconds from the request to stop until the last process has gone. The launcher ends one item
-after another and pauses for 50 ms at each, by design. N = 0 is what its own end takes.
+Milliseconds from the stop request until the last process has ended. By design, the launcher stops one
+item after another, each with its pause of 50 ms. N = 0 is the time that the launcher itself takes.
 
 {rows}"""
 
 
 def storm(results):
     sample = results.select("storm")[0]
+    head = "|starts per second|CPU share|CPU ms per start|restarts|p50 ms|p99|max".split("|")
     rows = []
     for name in results.names("storm"):
         figures = [
@@ -244,31 +243,17 @@ def storm(results):
                 ),
             ]
         )
-    return f"""## A storm
+    return f"""## Restart storm
 
-{sample["n"]} helpers that end at once, for {sample["seconds"]} s in each run, and another helper
-among them whose restarts are watched; their percentiles are those of all runs together. The CPU share
-(1 is one processor busy) is the whole machine's: the supervising side, the helpers, and what else the
-system does. The peers start a helper again once a second at most, so only the CPU time of a start
-compares with ours. The watched helper lives for 20 ms, or for 1.05 s under daemontools, runit and s6.
+{sample["n"]} helpers exit at once and are restarted, for {sample["seconds"]} s in each run. The restarts of
+one further helper are timed; the percentiles are those of all runs together. The CPU share
+(1 is one busy processor) is that of the whole machine: supervisor, helpers and system. The peers
+restart a helper at most once a second, so only the CPU time of a start can be compared with the
+launcher's. The timed helper runs for 20 ms, under daemontools, runit and s6 for 1.05 s.
 
 ![Storm](charts/storm.svg)
 
-{
-        table(
-            [
-                "",
-                "starts a second",
-                "CPU share",
-                "CPU ms a start",
-                "restarts",
-                "p50 ms",
-                "p99",
-                "max",
-            ],
-            rows,
-        )
-    }"""
+{table(head, rows)}"""
 
 
 def log(results):
@@ -285,9 +270,9 @@ def log(results):
     }
     return f"""## The log
 
-Records a second that are with the system when the call returns; spdlog's file sink for several
-threads flushes after each record for that. A record below the threshold costs {filtered["qv7log"]}
-and {filtered["spdlog"]} ns.
+Records per second that have been passed to the system when the call returns; for that, spdlog's
+file sink for several threads flushes after each record. A filtered record, that is, one below the
+threshold, takes {filtered["qv7log"]} ns with qv7log and {filtered["spdlog"]} ns with spdlog.
 
 ![Log](charts/log.svg)
 
@@ -304,18 +289,11 @@ def operations(results):
         ]
         for name, result in found.items()
     ]
-    made = found["expression-made"]
-    walk = found["json-lookups-of-1000-items"]
-    # Per item: its number, "/name" twice as HasObject and GetObject, and "argc" in the child.
-    share = 4000 * made["instructions"] / walk["instructions"]
-    milliseconds = 4000 * statistics.median(made["nanoseconds"]) / 1e6
     return f"""## Single operations
 
-Instructions are counted by callgrind and come out the same in every run of one build; the time is
-that of the same operation without it.
+callgrind counts the instructions, the same number in every run of one build. The time is that of the
+same operation without callgrind.
 
 {table(["operation", "instructions", "ns"], rows)}
-A path lookup makes a new expression for "/" on every call. A launch list of 1000 items takes 4000
-lookups, one of every four in the child: {4000 * made["instructions"]:,} instructions or
-{number(milliseconds)} ms for the expressions, {100 * share:.0f} % of all that the lookups execute.
+A lookup by path constructs a new expression for "/" every time ("expression made").
 """

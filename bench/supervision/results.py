@@ -36,6 +36,8 @@ def ratio(value, base):
 
 
 class Results:
+    """The results of all scenarios, with the options of each."""
+
     def __init__(self, path):
         with open(path, encoding="utf-8") as file:
             content = json.load(file)
@@ -52,7 +54,7 @@ class Results:
         ]
 
     def values(self, scenario, key, **wanted):
-        """Every value that the selected results have of `key`."""
+        """The values of `key` in the selected results."""
         return sorted(
             {
                 result[key]
@@ -72,7 +74,7 @@ class Results:
         return Figure(values) if values else None
 
     def restart_figure(self, share, **wanted):
-        """Of each run; of all together where the runs are too short for a percentile."""
+        """The percentile of each run, or of all together if the runs are too short."""
         runs = [result["latencies_ms"] for result in self.select("restart", **wanted)]
         if runs and min(map(len, runs)) < 100:
             runs = [sum(runs, [])]

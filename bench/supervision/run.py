@@ -1,9 +1,8 @@
-"""Measures every launcher in one run, and our own parts, and writes the raw results as JSON.
+"""Measures every launcher and our own operations in one run; writes the raw results as JSON.
 
-Each measurement has a PID namespace, a file system for its own files and a home folder of its own
-(bubblewrap): some of the launchers, ours included, signal whole process groups by design.
-The contenders take turns, in the opposite order every other time. To compare two builds of the
-launcher, give the bundle of one as --other-stage:
+bubblewrap gives each measurement its own PID namespace, /tmp and home directory: some launchers,
+including ours, signal whole process groups by design. The contenders alternate, in reverse order
+every other time. To compare two builds of the launcher, pass the bundle of one as --other-stage:
 
     run.py --bench BUILD/bench --stage BUILD/stage --other-stage BEFORE/stage --output out.json \\
         --only start --counts 100,500 --contenders threads,launcher,other
@@ -25,7 +24,7 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 
 
 class Namespace:
-    """Runs inside.py in namespaces of its own."""
+    """Runs inside.py, each time in a new namespace."""
 
     def __init__(self, programs, stage, other_stage):
         self._passwd = tempfile.NamedTemporaryFile("w", suffix=".passwd")
@@ -82,13 +81,13 @@ class Namespace:
         return json.loads(output)
 
 
-def turns(names, repetition):
+def order(names, repetition):
     names = list(names)
     return names if repetition % 2 == 0 else names[::-1]
 
 
 def instructions(command):
-    """How many the command executes, counted by callgrind."""
+    """The number of instructions that the command executes, counted by callgrind."""
     tool = ["valgrind", "--tool=callgrind", "--callgrind-out-file=/dev/null"]
     output = subprocess.run([*tool, *command], check=True, capture_output=True, text=True).stderr
     return int(re.search(r"Collected : (\d+)", output)[1])
@@ -111,12 +110,12 @@ class Measurement:
 
     def _sequence(self, scenario, names, options, repetitions=None):
         for repetition in range(repetitions or self._profile["repetitions"]):
-            for name in turns(names, repetition):
+            for name in order(names, repetition):
                 result = self._namespace.run(scenario, name, **options)
                 self._keep(scenario, name, result, **options)
 
     def _side_by_side(self, scenario, names, copies, options):
-        """For what sleeps nearly all the time."""
+        """Measures all contenders at the same time, for scenarios that mostly sleep."""
         processes = [
             (name, self._namespace.begin(scenario, name, **options))
             for name in names
@@ -127,20 +126,20 @@ class Measurement:
 
     def start(self):
         for count in self._profile["counts"]:
-            # A start of few takes no longer than a disturbance of it does, so it is done more often.
+            # A start of few helpers is as short as a disturbance, so it is repeated more often.
             repetitions = self._profile["repetitions_of_few"] if count <= 10 else None
             self._sequence("start", self._profile["start"], {"n": count}, repetitions)
 
     def stop(self):
         for count in self._profile["stop_counts"]:
-            # Without helpers: what the launcher's own end takes.
+            # Without helpers, only the launcher's own exit is measured.
             names = self._profile["stop"] if count > 0 else ["launcher"]
             self._sequence("stop", names, {"n": count})
 
     def restart(self):
         profile = self._profile
         for neighbours in profile["neighbours"]:
-            # Neighbours are nothing to a loop of one thread.
+            # Idle neighbours cost a single thread in a loop nothing.
             names = [name for name in profile["restart"] if name != "loop" or neighbours == 0]
             self._sequence(
                 "restart", names, {"neighbours": neighbours, "restarts": profile["restarts"]}
@@ -162,7 +161,7 @@ class Measurement:
         self._sequence("storm", self._profile["storm"], self._profile["storm_options"])
 
     def log(self):
-        """The logging library's own benchmark, which takes turns itself."""
+        """Runs the logging library's own benchmark, which interleaves the libraries itself."""
         output = subprocess.run(
             [
                 f"{self._bench}/qv7log_bench",
@@ -232,7 +231,7 @@ def full_profile():
 
 
 def short_profile():
-    """One peer and small numbers: shows that everything works, and judges nothing."""
+    """One peer and small numbers, to show that everything works. No figure is judged."""
     few = ["loop", "threads", "launcher", "runit"]
     return {
         "repetitions": 1,
@@ -256,14 +255,16 @@ def short_profile():
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--bench", required=True, help="the build's folder of benchmarks")
-    parser.add_argument("--stage", required=True, help="folder with the installed bundle")
-    parser.add_argument("--other-stage", help="another build to compare with, as `other`")
+    parser.add_argument("--bench", required=True, help="the build's directory of benchmarks")
+    parser.add_argument("--stage", required=True, help="directory of the installed bundle")
+    parser.add_argument(
+        "--other-stage", help="directory of another build, to compare with as `other`"
+    )
     parser.add_argument("--output", required=True)
     parser.add_argument("--short", action="store_true")
-    parser.add_argument("--only", help="comma-separated, of " + SCENARIOS)
-    parser.add_argument("--contenders", help="comma-separated, in place of all")
-    parser.add_argument("--counts", help="comma-separated, in place of all")
+    parser.add_argument("--only", help="some of these, comma-separated: " + SCENARIOS)
+    parser.add_argument("--contenders", help="comma-separated; default: all")
+    parser.add_argument("--counts", help="comma-separated; default: all")
     parser.add_argument("--repetitions", type=int)
     arguments = parser.parse_args()
 

@@ -3,9 +3,8 @@
     phrases.py              checks every file of the repository
     phrases.py --self-test  checks that the check works
 
-scripts/lib/phrases.txt holds the phrases and what to say instead. A line of a source may contain one
-if it ends with "phrase: ok" and a reason. Binary files, pictures, lists of hashes and inputs of tests
-are not read.
+scripts/lib/phrases.txt lists the phrases with better wording. A line that contains "phrase: ok" and
+a reason is not checked, nor are binary files, pictures, lists of hashes and inputs of tests.
 """
 
 import pathlib

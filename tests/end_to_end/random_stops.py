@@ -202,8 +202,9 @@ class Batch(LauncherTest):
         return UNKILLED_AND_LOST if len(waited_for) == 2 else "".join(waited_for) or STOPPED
 
     def wait_for_quiet(self, launcher):
-        """Waits until no thread has run for a while; returns the threads in the handler. None if the
-        launcher has ended."""
+        """Waits until no thread has run for a while; returns the threads in the handler.
+
+        None if the launcher has ended."""
         give_up = time.monotonic() + TOO_LONG
         before, since = None, time.monotonic()
         while launcher.running():

@@ -26,6 +26,7 @@ mkdir -p "$fresh"
 
 # Prints the mirror of this machine's main archive.
 mirror() {
+    # shellcheck disable=SC2016  # apt-get expands them
     apt-get indextargets --format '$(REPO_URI) $(COMPONENT)' 'Created-By: Packages' |
         awk '$2 == "main" && $1 ~ /\/debian\/?$/ { print $1; exit }'
 }
@@ -79,7 +80,7 @@ expect_refusal() {
 }
 
 expect_success() {
-    local log=$fresh/$suite-$(basename "$1").log began=$SECONDS
+    local log=$fresh/$suite-${1##*/}.log began=$SECONDS
     home=/root
     on_machine "$@" >"$log" 2>&1 || {
         tail -n 40 "$log" >&2

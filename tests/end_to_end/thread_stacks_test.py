@@ -6,9 +6,10 @@ import resource
 import signal
 import unittest
 
-import harness
-from harness import STAY, WORK
-from harness import end_text, item, numbered, start_text
+import namespace
+from launcher import ABORTED, SANITIZE, STAY, WORK, LauncherTest, item, numbered
+from log import end_text, start_text
+from processes import processes
 
 # Limits that leave room for any launcher, but under which the launcher does not reserve memory.
 ROOM = 16 << 30
@@ -27,8 +28,8 @@ def glibc_copies_stacks():
     return name != "glibc" or tuple(map(int, version.split("."))) > (2, 38)
 
 
-@unittest.skipIf(harness.SANITIZE, "sanitizers keep the stacks of threads their own way")
-class ThreadStacks(harness.LauncherTest):
+@unittest.skipIf(SANITIZE, "sanitizers keep the stacks of threads their own way")
+class ThreadStacks(LauncherTest):
     def start_in(self, setting, launch_list):
         limited = SETTINGS[setting]
 
@@ -39,7 +40,7 @@ class ThreadStacks(harness.LauncherTest):
         return self.start(launch_list, before=limit)
 
     def wiped_kibibytes(self, launcher):
-        """How much of the launcher's address space a fork leaves out, whether in use or not."""
+        """How much of the launcher's address space a fork does not copy, whether in use or not."""
         size = wiped = 0
         with open(f"/proc/{launcher.pid}/smaps", encoding="utf-8") as smaps:
             for line in smaps:
@@ -49,7 +50,7 @@ class ThreadStacks(harness.LauncherTest):
                     wiped += size
         return wiped
 
-    def test_the_setting(self):
+    def test_whether_stacks_are_copied(self):
         for setting, limited in SETTINGS.items():
             with self.subTest(setting):
                 launcher = self.start_in(setting, numbered(item("a"), item("b")))
@@ -85,7 +86,7 @@ class ThreadStacks(harness.LauncherTest):
                 self.assertEqual(-signal.SIGKILL, launcher.wait())
                 log = launcher.log()
                 self.assertIn(("ERROR", "[LAUNCHER  ] program path of a is empty"), log)
-                # No child of it has ended in another way, like a crash.
+                # None of its children ended in another way, such as a crash.
                 self.assertEqual([], [text for _, text in log if "] a " in text])
                 self.kill_all()
 
@@ -98,7 +99,7 @@ class ThreadStacks(harness.LauncherTest):
                 self.wait_for_starts(MANY_ITEMS)
 
                 def supervisor(parent):
-                    found = harness.processes()
+                    found = processes()
                     return [p.pid for p in found if p.parent == parent and p.name == "launcher"]
 
                 # The first child may lack its own item: main adds it once the thread exists.
@@ -110,11 +111,11 @@ class ThreadStacks(harness.LauncherTest):
                 # From then on, its process id is not 0, which would be its process group.
                 self.wait_for(lambda: supervisor(child), "a child of the child")
                 os.kill(child, signal.SIGTERM)
-                ends = [("ERROR", end_text("a", child, status)) for status in harness.ABORTED]
-                self.wait_for(lambda: set(ends) & set(launcher.log()), "the end of the child")
+                ends = [("ERROR", end_text("a", child, status)) for status in ABORTED]
+                self.wait_for(lambda: set(ends) & set(launcher.log()), "the child to end")
                 launcher.kill()
                 self.kill_all()
 
 
 if __name__ == "__main__":
-    harness.main()
+    namespace.main()

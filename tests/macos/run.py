@@ -29,7 +29,10 @@ def run(architecture, directory, slice_path, path, arguments):
 
     try:
         machine = Machine(
-            architecture, f"{directory}/guest/{architecture}", f"{directory}/cache", libsystem.prepare
+            architecture,
+            f"{directory}/guest/{architecture}",
+            f"{directory}/cache",
+            libsystem.prepare,
         )
         machine.load_program(slice_path, path)
         gc.freeze()

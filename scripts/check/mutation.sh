@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# Changes the sources in small ways, one at a time, and checks that the fast tests detect it. Fails if
-# 5 % or more of the changes are not detected. Linux only; takes about 20 minutes on two cores.
+# Makes small changes to the sources, one at a time, and checks that the fast tests notice them.
+# Fails if 5 % or more of the changes are not noticed. Linux only; about 20 minutes on two cores.
 #
-#     scripts/check/mutation.sh [COUNT [SEED [FILE...]]]    300 changes, a new seed, all sources if not given
+#     scripts/check/mutation.sh [COUNT [SEED [FILE...]]]    by default 300 changes to all sources
 #
-# The sample depends on the seed, which is printed; pass it to repeat a run. It is new by default, so
+# The sample depends on the seed, which is printed; pass it to repeat a run. By default it is new, so
 # that the tests are judged by changes that they were not written against.
 set -euo pipefail
 cd "$(dirname "$0")/../.."

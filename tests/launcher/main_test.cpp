@@ -16,7 +16,7 @@
 #include "tests/support/fake_syslog.h"
 #include "tests/support/log_recorder.h"
 #include "tests/support/next_descriptor.h"
-#include "tests/support/temp_folder.h"
+#include "tests/support/temp_directory.h"
 #include "tests/support/wait_until.h"
 
 int launcher_main(int argc, char** argv);
@@ -90,7 +90,7 @@ protected:
         g_openlog_calls = 0;
         g_fake_log_library = {};
         g_fake_log_library.log = &m_log;
-        g_fake_machine.user = FakeMachine::User{"u", m_folder.path()};
+        g_fake_machine.user = FakeMachine::User{"u", m_directory.path()};
         logger = nullptr;
     }
 
@@ -116,7 +116,7 @@ protected:
     int RunList(const std::string& list)
     {
         logger = nullptr;
-        return Run({"app", m_folder.Write("list.json", list)});
+        return Run({"app", m_directory.Write("list.json", list)});
     }
 
     // Runs the launcher on the list `list` and stops it once `children` children run.
@@ -146,7 +146,7 @@ protected:
     const std::string kNoName = "[LAUNCHER  ] There is an item has no name.";
     const std::string kParseError = "[LAUNCHER  ] Error while parsing saved json string.";
 
-    TempFolder m_folder;
+    TempDirectory m_directory;
     LogRecorder m_log;
 };
 
@@ -172,7 +172,7 @@ TEST_F(ReadDataTest, ReadsAFileOfAnySizeCompletely)
     for (const std::size_t size : {1U, 127U, 128U, 129U, 256U, 100'000U}) {
         const std::string content(size, 'x');
         std::string data = "before";
-        EXPECT_TRUE(ReadData(m_folder.Write("f", content), data)) << size;
+        EXPECT_TRUE(ReadData(m_directory.Write("f", content), data)) << size;
         EXPECT_EQ(data, content) << size;
     }
 }
@@ -181,25 +181,25 @@ TEST_F(ReadDataTest, ClosesTheFileThatTheChildrenWouldInherit)
 {
     const int before = NextDescriptor();
     std::string data;
-    EXPECT_TRUE(ReadData(m_folder.Write("f", "text"), data));
-    EXPECT_FALSE(ReadData(m_folder.Write("empty", ""), data));
+    EXPECT_TRUE(ReadData(m_directory.Write("f", "text"), data));
+    EXPECT_FALSE(ReadData(m_directory.Write("empty", ""), data));
     EXPECT_EQ(NextDescriptor(), before);
 }
 
 TEST_F(ReadDataTest, TruncatesTheTextAtItsFirstNul)
 {
     std::string data = "before";
-    EXPECT_TRUE(ReadData(m_folder.Write("f", std::string("ab\0cd", 5)), data));
+    EXPECT_TRUE(ReadData(m_directory.Write("f", std::string("ab\0cd", 5)), data));
     EXPECT_EQ(data, "ab");
-    EXPECT_TRUE(ReadData(m_folder.Write("f", std::string("\0cd", 3)), data));
+    EXPECT_TRUE(ReadData(m_directory.Write("f", std::string("\0cd", 3)), data));
     EXPECT_EQ(data, "") << "something was read";
 }
 
 TEST_F(ReadDataTest, LeavesTheDataUnchangedIfNothingCanBeRead)
 {
     logger = &m_log;
-    const std::string missing = m_folder.path() + "/none";
-    const std::string empty = m_folder.Write("empty", "");
+    const std::string missing = m_directory.path() + "/none";
+    const std::string empty = m_directory.Write("empty", "");
     std::string data = "before";
     EXPECT_FALSE(ReadData(missing, data));
     EXPECT_FALSE(ReadData(empty, data));
@@ -226,7 +226,7 @@ TEST_F(CommandLine, NeedsTwoArguments)
 
 TEST_F(CommandLine, IgnoresFurtherArguments)
 {
-    const std::string path = m_folder.Write("list.json", "[]");
+    const std::string path = m_directory.Write("list.json", "[]");
     EXPECT_EQ(Run({"app", path, "more", "still more"}), 0);
     EXPECT_EQ(m_log.records(), (std::vector<Record>{{LOGLEVEL_ERROR, kParseError}}));
 }
@@ -234,7 +234,7 @@ TEST_F(CommandLine, IgnoresFurtherArguments)
 TEST_F(CommandLine, PassesTheApplicationNameToTheLogSetUp)
 {
     g_fake_log_library.init_result = 1;
-    EXPECT_EQ(Run({"component", m_folder.Write("list.json", "[]")}), 0);
+    EXPECT_EQ(Run({"component", m_directory.Write("list.json", "[]")}), 0);
     EXPECT_EQ(g_system_events,
               (Events{{3, "Morvel Launcher for component : Failed to initialize logger"}}));
     EXPECT_EQ(g_openlog_calls, 0);
@@ -242,7 +242,7 @@ TEST_F(CommandLine, PassesTheApplicationNameToTheLogSetUp)
 
 TEST_F(CommandLine, EndsSilentlyOnAnUnreadableOrEmptyList)
 {
-    for (const std::string& path : {m_folder.path() + "/none", m_folder.Write("empty", "")}) {
+    for (const std::string& path : {m_directory.path() + "/none", m_directory.Write("empty", "")}) {
         EXPECT_EQ(Run({"app", path}), 0) << path;
     }
     EXPECT_TRUE(m_log.records().empty());
@@ -254,8 +254,8 @@ TEST_F(CommandLine, LogsTheReadingOfTheListIfThereIsALog)
 {
     // Not so in the program itself, which sets up its log after reading the list.
     logger = &m_log;
-    const std::string missing = m_folder.path() + "/none";
-    const std::string empty = m_folder.Write("empty", "");
+    const std::string missing = m_directory.path() + "/none";
+    const std::string empty = m_directory.Write("empty", "");
     Run({"app", missing});
     Run({"app", empty});
     EXPECT_EQ(m_log.records(),

@@ -6,6 +6,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #ifdef __linux__
@@ -397,6 +398,27 @@ TEST_F(Rotation, ReplacesNoFileThatSomeoneCreatesMeanwhile)
     g_on_rename = nullptr;
     EXPECT_EQ(ReadFile(m_path + ".1"), "someone else's");
     EXPECT_EQ(ReadFile(m_path).size(), static_cast<std::size_t>(qv7log::kRotateSize) + 1);
+}
+
+// Through the whole library, which disables cancellation.
+TEST(LogV, IsNotInterruptedByACancellationDuringARotation)
+{
+    TempFolder folder;
+    const std::string path = folder / "log";
+    ILog* const log = StartLog(path);
+    const std::string text(qv7log::kRotateSize, '.');
+    std::thread cancelled([&] {
+        g_on_rename = [] { pthread_cancel(pthread_self()); };
+        Log(log, LOGLEVEL_ERROR, "%s", text.c_str());
+        g_on_rename = nullptr;
+        pthread_testcancel();
+        ADD_FAILURE() << "the thread was not cancelled";
+    });
+    cancelled.join();
+    g_on_rename = nullptr;
+    EXPECT_TRUE(Exists(path));
+    Log(log, LOGLEVEL_ERROR, "%s", text.c_str());
+    EXPECT_TRUE(Exists(path + ".2"));
 }
 
 TEST_F(Rotation, RemovesASurplusFileOfAKilledProcess)

@@ -478,6 +478,53 @@ TEST(ThreadStack, LetsAChildStartThreads)
     });
 }
 
+// A child whose fork coincides with the end of a join reads the descriptor of the joined thread.
+TEST(ThreadStack, IsCopiedWhileItsThreadIsJoined)
+{
+    std::atomic<const volatile int*> of_joined{nullptr};
+    std::atomic<bool> forks{false};
+    std::atomic<bool> ends{false};
+    std::thread joined([&] {
+        volatile int local = 5;
+        of_joined = &local;
+        while (!ends) {
+            if (forks.exchange(false)) {
+                ForkOnce(0);
+                of_joined = &local;
+            }
+            std::this_thread::yield();
+        }
+    });
+    while (of_joined == nullptr) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(ValueInChild(of_joined), HasWipedStacks() ? 0 : 5);
+
+    std::thread joining([&] { joined.join(); });
+    for (int i = 0; i < 5000 && ValueInChild(of_joined) != 5; ++i) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(ValueInChild(of_joined), 5);
+    // A fork of its own does not change that.
+    const volatile int* const local = of_joined.exchange(nullptr);
+    forks = true;
+    while (of_joined == nullptr) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(ValueInChild(local), 5);
+    ends = true;
+    joining.join();
+    // The next one on the same stack is left out again.
+    if (HasWipedStacks()) {
+        const volatile int* of_other = nullptr;
+        const Threads other(1, [&](int) {
+            static thread_local volatile int value = 5;
+            of_other = &value;
+        });
+        EXPECT_EQ(ValueInChild(of_other), 0);
+    }
+}
+
 TEST(ThreadStack, LosesNoChildToThreadsThatAreJoined)
 {
     // The child of a fork completes what a join has begun.

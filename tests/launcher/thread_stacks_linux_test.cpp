@@ -50,6 +50,21 @@ int FailWith(int error)
     return -1;
 }
 
+bool IsBlocked(int signal)
+{
+    sigset_t signals;
+    pthread_sigmask(SIG_BLOCK, nullptr, &signals);
+    return sigismember(&signals, signal) == 1;
+}
+
+bool g_blocked_in_fork = false;
+
+// Registered before the source under test does so, and therefore called after its handler.
+__attribute__((constructor(101))) void NoteSignalsInFork()
+{
+    pthread_atfork([] { g_blocked_in_fork = IsBlocked(SIGTERM); }, nullptr, nullptr);
+}
+
 }  // namespace
 
 // What the source under test calls.
@@ -475,6 +490,23 @@ TEST(ThreadStack, LetsAChildStartThreads)
                       _exit(value);
                   }),
                   kLeft);
+    });
+}
+
+TEST(ThreadStack, TakesNoSignalInTheMiddleOfAFork)
+{
+    RunInThread([] {
+        sigset_t usr1;
+        sigemptyset(&usr1);
+        sigaddset(&usr1, SIGUSR1);
+        pthread_sigmask(SIG_BLOCK, &usr1, nullptr);
+        g_blocked_in_fork = false;
+        EXPECT_EQ(
+            WaitStatusOfChild([] { _exit(IsBlocked(SIGUSR1) && !IsBlocked(SIGTERM) ? 7 : 1); }),
+            kLeft);
+        EXPECT_TRUE(g_blocked_in_fork);
+        EXPECT_TRUE(IsBlocked(SIGUSR1));
+        EXPECT_FALSE(IsBlocked(SIGTERM));
     });
 }
 

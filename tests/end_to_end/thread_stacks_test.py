@@ -2,12 +2,13 @@
 
 import os
 import platform
+import re
 import resource
 import signal
 import unittest
 
 import namespace
-from launcher import ABORTED, SANITIZE, STAY, WORK, LauncherTest, item, numbered
+from launcher import ABORTED, MANY, SANITIZE, STAY, WORK, LauncherTest, item, nameless, numbered
 from log import end_text, start_text
 from processes import processes
 
@@ -40,7 +41,7 @@ class ThreadStacks(LauncherTest):
         return self.start(launch_list, before=limit)
 
     def wiped_kibibytes(self, launcher):
-        """How much of the launcher's address space a fork does not copy, whether in use or not."""
+        """How much of the launcher's address space a fork leaves out, whether in use or not."""
         size = wiped = 0
         with open(f"/proc/{launcher.pid}/smaps", encoding="utf-8") as smaps:
             for line in smaps:
@@ -50,7 +51,7 @@ class ThreadStacks(LauncherTest):
                     wiped += size
         return wiped
 
-    def test_whether_stacks_are_copied(self):
+    def test_the_setting(self):
         for setting, limited in SETTINGS.items():
             with self.subTest(setting):
                 launcher = self.start_in(setting, numbered(item("a"), item("b")))
@@ -78,17 +79,21 @@ class ThreadStacks(LauncherTest):
                 self.assertEqual(sorted(expected), sorted(launcher.log()))
 
     def test_a_child_that_leaves_through_the_destructors(self):
-        """It kills and joins the others first, whose threads it does not have, then its group."""
-        stay = [item(str(i)) for i in range(MANY_ITEMS)]
+        """It kills and joins items of its parent, whose threads it does not have, until its own item
+        ends its process group. The name of that item decides how many come before."""
+        # The others have forked by then: an item that has not would end the group before any join.
+        others = [*(item(str(i)) for i in range(MANY_ITEMS)), *nameless(MANY)]
         for setting in SETTINGS:
-            with self.subTest(setting):
-                launcher = self.start_in(setting, numbered(*stay, {"name": "a"}))
-                self.assertEqual(-signal.SIGKILL, launcher.wait())
-                log = launcher.log()
-                self.assertIn(("ERROR", "[LAUNCHER  ] program path of a is empty"), log)
-                # None of its children ended in another way, such as a crash.
-                self.assertEqual([], [text for _, text in log if "] a " in text])
-                self.kill_all()
+            for name in (f"empty {i}" for i in range(4)):
+                with self.subTest(setting, name=name):
+                    launcher = self.start_in(setting, numbered(*others, {"name": name}))
+                    self.assertEqual(-signal.SIGKILL, launcher.wait())
+                    log = launcher.log()
+                    self.assertIn(("ERROR", f"[LAUNCHER  ] program path of {name} is empty"), log)
+                    # No child of it has ended in another way, like a crash.
+                    ends = [text for _, text in log if re.search(rf"\] {name} \d+ is killed", text)]
+                    self.assertEqual([], [text for text in ends if not text.endswith("= 0")])
+                    self.kill_all()
 
     def test_sigterm_to_a_child_that_supervises(self):
         """Its handler joins the parent's threads, and then its own thread, which ends by abort."""

@@ -24,7 +24,6 @@
 #include <mutex>
 #include <set>
 #include <string>
-#include <string_view>
 #include <system_error>
 #include <thread>
 #include <vector>
@@ -39,16 +38,31 @@ constexpr int kTooMany = 2048 + 20;
 // The environment variable that names what this process lacks. Read at any time, also before main.
 constexpr const char* kLacks = "KESTRANE_TEST_LACKS";
 
-bool Lacks(std::string_view what)
+bool Lacks(const char* what)
 {
     const char* const lacks = std::getenv(kLacks);
-    return lacks != nullptr && std::strstr(lacks, std::string(what).c_str()) != nullptr;
+    return lacks != nullptr && std::strstr(lacks, what) != nullptr;
 }
 
 int FailWith(int error)
 {
     errno = error;
     return -1;
+}
+
+bool IsBlocked(int signal)
+{
+    sigset_t signals;
+    pthread_sigmask(SIG_BLOCK, nullptr, &signals);
+    return sigismember(&signals, signal) == 1;
+}
+
+bool g_blocked_in_fork = false;
+
+// Registered before the source under test does so, and therefore called after its handler.
+__attribute__((constructor(101))) void NoteSignalsInFork()
+{
+    pthread_atfork([] { g_blocked_in_fork = IsBlocked(SIGTERM); }, nullptr, nullptr);
 }
 
 }  // namespace
@@ -83,8 +97,8 @@ void* mmap(void* address, std::size_t size, int protection, int flags, int file,
         errno = ENOMEM;
         return MAP_FAILED;
     }
-    return reinterpret_cast<void*>(
-        syscall(SYS_mmap, address, size, protection, flags, file, offset));
+    const auto result = syscall(SYS_mmap, address, size, protection, flags, file, offset);
+    return reinterpret_cast<void*>(result);  // NOLINT(performance-no-int-to-ptr)
 }
 
 int open(const char* path, int flags, ...)
@@ -477,6 +491,70 @@ TEST(ThreadStack, LetsAChildStartThreads)
                   }),
                   kLeft);
     });
+}
+
+TEST(ThreadStack, TakesNoSignalInTheMiddleOfAFork)
+{
+    RunInThread([] {
+        sigset_t usr1;
+        sigemptyset(&usr1);
+        sigaddset(&usr1, SIGUSR1);
+        pthread_sigmask(SIG_BLOCK, &usr1, nullptr);
+        g_blocked_in_fork = false;
+        EXPECT_EQ(
+            WaitStatusOfChild([] { _exit(IsBlocked(SIGUSR1) && !IsBlocked(SIGTERM) ? 7 : 1); }),
+            kLeft);
+        EXPECT_TRUE(g_blocked_in_fork);
+        EXPECT_TRUE(IsBlocked(SIGUSR1));
+        EXPECT_FALSE(IsBlocked(SIGTERM));
+    });
+}
+
+// A child whose fork coincides with the end of a join reads the descriptor of the joined thread.
+TEST(ThreadStack, IsCopiedWhileItsThreadIsJoined)
+{
+    std::atomic<const volatile int*> of_joined{nullptr};
+    std::atomic<bool> forks{false};
+    std::atomic<bool> ends{false};
+    std::thread joined([&] {
+        volatile int local = 5;
+        of_joined = &local;
+        while (!ends) {
+            if (forks.exchange(false)) {
+                ForkOnce(0);
+                of_joined = &local;
+            }
+            std::this_thread::yield();
+        }
+    });
+    while (of_joined == nullptr) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(ValueInChild(of_joined), HasWipedStacks() ? 0 : 5);
+
+    std::thread joining([&] { joined.join(); });
+    for (int i = 0; i < 5000 && ValueInChild(of_joined) != 5; ++i) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(ValueInChild(of_joined), 5);
+    // A fork of its own does not change that.
+    const volatile int* const local = of_joined.exchange(nullptr);
+    forks = true;
+    while (of_joined == nullptr) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(ValueInChild(local), 5);
+    ends = true;
+    joining.join();
+    // The next one on the same stack is left out again.
+    if (HasWipedStacks()) {
+        const volatile int* of_other = nullptr;
+        const Threads other(1, [&](int) {
+            static thread_local volatile int value = 5;
+            of_other = &value;
+        });
+        EXPECT_EQ(ValueInChild(of_other), 0);
+    }
 }
 
 TEST(ThreadStack, LosesNoChildToThreadsThatAreJoined)

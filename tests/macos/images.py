@@ -228,11 +228,16 @@ def initialiser_addresses(memory, image):
 
 
 def resolve_library(name, run_paths, executable_directory):
-    """The path of a library as the loader finds it: dyld(1), "@executable_path" and "@rpath"."""
-    if not name.startswith("@rpath/"):
-        return name.replace("@executable_path", executable_directory)
-    for run_path in run_paths:
-        path = run_path.replace("@executable_path", executable_directory) + name[len("@rpath") :]
+    """The path of a library as the loader finds it: dyld(1), "@executable_path", "@rpath" and
+    DYLD_LIBRARY_PATH."""
+    directories = [d for d in os.environ.get("DYLD_LIBRARY_PATH", "").split(":") if d]
+    candidates = [f"{directory}/{os.path.basename(name)}" for directory in directories]
+    if name.startswith("@rpath/"):
+        candidates += [run_path + name[len("@rpath") :] for run_path in run_paths]
+    else:
+        candidates.append(name)
+    for candidate in candidates:
+        path = candidate.replace("@executable_path", executable_directory)
         if os.path.exists(path):
             return path
     raise FileNotFoundError(f"Library not loaded: {name}")

@@ -1,7 +1,7 @@
-"""Runs one macOS program as this process: run.py ARCHITECTURE DIRECTORY FILE PATH [ARGUMENT...].
+"""Runs one macOS program as this process: run.py ARCHITECTURE DIRECTORY FILE NAME [ARGUMENT...].
 
-FILE is the Mach-O file, PATH what the program believes that it was started as; the arguments begin
-with the program's name. DIRECTORY (build/macos) holds what the model needs: the guest library, the
+FILE is the Mach-O file. NAME is the program's first argument, and what it believes to be its path.
+DIRECTORY (build/macos) holds what the model needs: the guest library, the
 cache of images, and a directory for reports of what must never happen.
 """
 
@@ -22,7 +22,8 @@ def undo_python():
         signal.signal(signal.SIGINT, signal.SIG_DFL)
 
 
-def run(architecture, directory, slice_path, path, arguments):
+def run(architecture, directory, file, arguments):
+    path = arguments[0]
     undo_python()
     import libsystem
     from machine import BrokenProgram, Machine, Missing
@@ -34,11 +35,11 @@ def run(architecture, directory, slice_path, path, arguments):
             f"{directory}/cache",
             libsystem.prepare,
         )
-        machine.load_program(slice_path, path)
+        machine.load_program(file, path)
         gc.freeze()
         gc.disable()
         environment = [name + b"=" + value for name, value in os.environb.items()]
-        status = machine.run(arguments, environment)
+        status = machine.run([os.fsencode(argument) for argument in arguments], environment)
     except BrokenProgram as error:
         report(directory, f"{path}: {error}", kept=False)
         Machine.end_by_signal(signal.SIGSEGV)
@@ -65,4 +66,4 @@ def report(directory, text, kept):
 
 
 if __name__ == "__main__":
-    run(sys.argv[1], sys.argv[2], sys.argv[3], sys.argv[4], [os.fsencode(a) for a in sys.argv[5:]])
+    run(sys.argv[1], sys.argv[2], sys.argv[3], sys.argv[4:])

@@ -55,7 +55,7 @@ def upper(code):
 
 
 def prepare(machine):
-    """The table that the inline functions of <ctype.h> read."""
+    """The table that the inline functions of <ctype.h> read, and guest/characters.c."""
     layouts = values.LAYOUTS
     table = bytearray(layouts["_RuneLocale.__mapupper"] + 4 * 256 + 64)
     codes = range(256)
@@ -68,24 +68,6 @@ def prepare(machine):
     variables = machine.system.setdefault("variables", {})
     variables["__DefaultRuneLocale"] = machine.memory.new(bytes(table))
     machine.system["utf8"] = False
-
-
-@function("___maskrune", "___maskrune_l")
-def maskrune(call):
-    """ctype(3), for characters after the table."""
-    return TYPES[call.u32(0)] & call.u32(1) if call.u32(0) < 256 else 0
-
-
-@function("___tolower")
-def tolower(call):
-    """tolower(3)."""
-    return lower(call.u32(0))
-
-
-@function("___toupper")
-def toupper(call):
-    """toupper(3)."""
-    return upper(call.u32(0))
 
 
 @function("_setlocale")

@@ -33,8 +33,9 @@ std::string RemedyFor(const JsonFault& fault, const std::string& text)
     if (text.compare(0, 3, kByteOrderMark) == 0) {
         return "save the file without a byte order mark";
     }
-    if (fault.too_deep) {
-        return "nest no deeper than 1000 levels; an item needs two";
+    if (fault.depth_limit != 0) {
+        return "nest no deeper than " + std::to_string(fault.depth_limit) +
+               " levels; an item needs two";
     }
     const auto tells_of = [&](const char* words) {
         return fault.message.find(words) != std::string::npos;
@@ -56,9 +57,10 @@ std::string RemedyFor(const JsonFault& fault, const std::string& text)
 
 void CheckFault(const JsonFault& fault, const std::string& text, Findings& findings)
 {
-    findings.push_back({Severity::kError, fault.too_deep ? "too-deep" : "syntax", fault.offset, "",
-                        fault.too_deep ? fault.message : "not JSON: " + fault.message,
-                        kRefusedAtStart, RemedyFor(fault, text)});
+    const bool too_deep = fault.depth_limit != 0;
+    findings.push_back({Severity::kError, too_deep ? "too-deep" : "syntax", fault.offset, "",
+                        too_deep ? fault.message : "not JSON: " + fault.message, kRefusedAtStart,
+                        RemedyFor(fault, text)});
 }
 
 // How the launcher writes a number: digits, without a zero in front.

@@ -2,10 +2,11 @@
 
 #include <cstring>
 
+#include "qv7log/record_format.h"
+#include "qv7log/timestamp.h"
+
 namespace qv7log {
 namespace {
-
-constexpr std::size_t kLevelWidth = 8;
 
 char* Put(char* out, std::string_view text)
 {
@@ -64,7 +65,8 @@ char* PutLevel(char* out, LOGLEVEL level)
     return PutSigned(out, level);
 }
 
-// One character of UTF-8: its code and its size in bytes, which is 0 where the text has none.
+// A character of UTF-8: its code point and its size in bytes. The size is 0 if the text does not
+// begin with a well-formed character.
 struct Character
 {
     unsigned code;
@@ -77,7 +79,7 @@ Character FirstCharacter(std::string_view text)
     {
         unsigned char mask, lead;
         std::size_t size;
-        unsigned least;  // a smaller code has a shorter form
+        unsigned min_code;  // a smaller one must be written in a shorter form
     };
     constexpr Form kForms[] = {{0x80, 0x00, 1, 0},
                                {0xE0, 0xC0, 2, 0x80},
@@ -96,7 +98,7 @@ Character FirstCharacter(std::string_view text)
             code = code << 6 | (byte(i) & 0x3F);
         }
         const bool surrogate = code >= 0xD800 && code <= 0xDFFF;
-        return {code, code < form.least || code > 0x10FFFF || surrogate ? 0 : form.size};
+        return {code, code < form.min_code || code > 0x10FFFF || surrogate ? 0 : form.size};
     }
     return {};
 }
@@ -112,7 +114,7 @@ enum class Field
     kName = 2,
 };
 
-// For each byte, the fields in which it stands for itself wherever it is.
+// For each byte, the fields in which it is never escaped, whatever precedes it.
 struct PlainBytes
 {
     constexpr PlainBytes() : fields()
@@ -133,7 +135,7 @@ bool IsPlain(char c, Field field)
     return (kPlainBytes.fields[static_cast<unsigned char>(c)] & static_cast<int>(field)) != 0;
 }
 
-// The letter of a character with an escape of its own, or 0.
+// The letter that follows the backslash in the escape of `c`; 0 if `c` has no such escape.
 char EscapeLetter(char c)
 {
     switch (c) {
@@ -149,13 +151,13 @@ char EscapeLetter(char c)
     return 0;
 }
 
-// Whether a 'Z' at `out` would complete a time stamp. The written line is looked at, since the
-// digits of an escape can be the year's.
-bool EndsTimeStamp(const char* start, char* out)
+// Whether a 'Z' at `out` would complete a timestamp. This checks the written text, not the original
+// one, because the last digits of an escape can be the first digits of a timestamp.
+bool CompletesTimestamp(const char* start, char* out)
 {
-    const std::size_t before = kTimeStampSize - 1;
+    const std::size_t before = kTimestampSize - 1;
     *out = 'Z';
-    return static_cast<std::size_t>(out - start) >= before && IsTimeStamp(out - before);
+    return static_cast<std::size_t>(out - start) >= before && IsTimestamp(out - before);
 }
 
 char* PutEscaped(char* out, std::string_view text, Field field)
@@ -176,7 +178,7 @@ char* PutEscaped(char* out, std::string_view text, Field field)
         if (const char letter = EscapeLetter(c)) {
             *out++ = '\\';
             *out++ = letter;
-        } else if (c == 'Z' && EndsTimeStamp(start, out)) {
+        } else if (c == 'Z' && CompletesTimestamp(start, out)) {
             out = Put(out, "\\Z");
         } else if (first.size > 1 && IsControl(first.code)) {
             out = PutHex(Put(out, "\\u"), first.code, 4);
@@ -194,7 +196,7 @@ char* PutEscaped(char* out, std::string_view text, Field field)
 
 char* PutHeading(char* out, const Heading& heading)
 {
-    out = PutTimeStamp(out, heading.time);
+    out = PutTimestamp(out, heading.time);
     *out++ = ' ';
     const char* const level_end = out + kLevelWidth;
     out = PutLevel(out, heading.level);
@@ -220,7 +222,7 @@ char* PutName(char* out, std::string_view name)
 
 char* PutCutMark(char* out, std::size_t bytes)
 {
-    return Put(PutDecimal(Put(out, "\\<"), bytes), " bytes cut>");
+    return Put(PutDecimal(Put(out, kCutMarkBegin), bytes), kCutMarkEnd);
 }
 
 std::size_t SizeOfWholeCharacters(std::string_view text)

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Changes the sources in small ways, one at a time, and looks whether the fast tests notice.
-# Fails when 5 % or more of the changes go unnoticed. Linux only; takes about 20 minutes on two cores.
+# Makes small changes to the sources, one at a time, and checks that the fast tests notice them.
+# Fails if 5 % or more of the changes are not noticed. Linux only; about 20 minutes on two cores.
 #
-#     scripts/check/mutation.sh [COUNT [SEED [FILE...]]]    300 changes, seed 1, all sources if not given
+#     scripts/check/mutation.sh [COUNT [SEED [FILE...]]]    by default 300 changes to all sources, seed 1
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 . scripts/lib/base.sh

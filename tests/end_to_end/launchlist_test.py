@@ -1,4 +1,4 @@
-"""What launchlist says, against what the launcher does."""
+"""Compares the output of launchlist with what the launcher does."""
 
 import collections
 import json
@@ -7,13 +7,12 @@ import shutil
 import signal
 import subprocess
 
-import harness
-from harness import BUNDLE, END, STAY, WORK
-from harness import item, numbered
+import namespace
+from launcher import BUNDLE, END, STAY, WORK, LauncherTest, item, numbered
 
 LAUNCHLIST = BUNDLE + "/Contents/MacOS/launchlist"
 
-# Functions with which a program starts or ends another.
+# Functions that start another program or signal it.
 DANGEROUS = (
     "fork vfork clone execl execle execlp execv execve execvp execvpe fexecve posix_spawn "
     "posix_spawnp system popen kill killpg raise tgkill sigqueue pthread_kill ptrace"
@@ -22,9 +21,7 @@ DANGEROUS = (
 
 def launchlist(*arguments, statuses=(0,)):
     """The standard output of launchlist, as text."""
-    run = subprocess.run(
-        [LAUNCHLIST, *arguments], stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False
-    )
+    run = subprocess.run([LAUNCHLIST, *arguments], capture_output=True, check=False)
     if run.returncode not in statuses:
         raise AssertionError(f"{arguments}: status {run.returncode}: {run.stderr!r}")
     return run.stdout.decode()
@@ -34,17 +31,17 @@ def explained(path):
     return json.loads(launchlist("explain", "--json", path))
 
 
-class Explain(harness.LauncherTest):
+class Explain(LauncherTest):
     def check_arguments(self, entry):
-        """The vector that is told for an item is the one that its program gets."""
+        """Asserts that the reported vector is the one that the program gets."""
         launcher = self.start(numbered({"name": "a", "program": STAY, **entry}))
         (start,) = self.wait_for_starts(1)
         self.assertEqual(1, launcher.stop())
         (step,) = explained(WORK + "/list.json")["items"]
-        told = [argument.encode() for argument in step["arguments"]]
-        # On Linux an empty vector becomes one empty text.
-        self.assertEqual(start.arguments, told or [b""])
-        if told:
+        reported = [argument.encode() for argument in step["arguments"]]
+        # Linux replaces an empty vector by one empty argument.
+        self.assertEqual(start.arguments, reported or [b""])
+        if reported:
             echoed = subprocess.run(
                 ["bash", "-c", f"printf '%s\\0' {step['command']}"],
                 stdout=subprocess.PIPE,
@@ -68,14 +65,14 @@ class Explain(harness.LauncherTest):
         self.check_arguments({"argc": 2, "args": None})
         self.check_arguments({"argc": 0, "args": []})
 
-    def test_fifty_thousand(self):
+    def test_fifty_thousand_arguments(self):
         launcher = self.start(numbered(item("a", STAY, *map(str, range(50_000)))))
         (start,) = self.wait_for_starts(1)
         self.assertEqual(1, launcher.stop())
         (step,) = explained(WORK + "/list.json")["items"]
         self.assertEqual(start.arguments, [argument.encode() for argument in step["arguments"]])
 
-    def test_conversions_that_fail_end_the_child(self):
+    def test_failed_conversions_abort_the_child(self):
         entries = [
             {"argc": "1"},
             {"argc": {}},
@@ -88,7 +85,7 @@ class Explain(harness.LauncherTest):
         for entry in entries:
             with self.subTest(entry):
                 launcher = self.start(numbered({"name": "a", "program": STAY, **entry}))
-                self.wait_for(lambda: len(launcher.log()) >= 3, "a restart")
+                self.wait_for(lambda log=launcher.log: len(log()) >= 3, "a restart")
                 launcher.kill()
                 self.assertEqual([], self.starts())
                 (step,) = explained(WORK + "/list.json")["items"]
@@ -96,18 +93,18 @@ class Explain(harness.LauncherTest):
                 self.assertIn("aborted", step["note"])
                 launchlist("check", WORK + "/list.json", statuses=(2,))
 
-    def test_the_walk(self):
+    def test_which_items_start(self):
         entries = numbered(item("a", STAY, "a"), {"program": STAY}, item("b", STAY, "b"))
         entries["4"] = item("late", STAY, "late")
         launcher = self.start(entries)
         self.wait_for_starts(2)
         self.assertEqual(1, launcher.stop())
         started = {tuple(start.arguments) for start in self.starts()}
-        walk = explained(WORK + "/list.json")
-        self.assertFalse(walk["launcher_ends"])
-        self.assertEqual([0, 1, 2], [step["index"] for step in walk["items"]])
-        told = [step["arguments"] for step in walk["items"] if "arguments" in step]
-        self.assertEqual(started, {tuple(text.encode() for text in vector) for vector in told})
+        result = explained(WORK + "/list.json")
+        self.assertFalse(result["launcher_ends"])
+        self.assertEqual([0, 1, 2], [step["index"] for step in result["items"]])
+        reported = [step["arguments"] for step in result["items"] if "arguments" in step]
+        self.assertEqual(started, {tuple(text.encode() for text in vector) for vector in reported})
 
     def test_lists_that_end_the_launcher(self):
         for text in (
@@ -135,21 +132,21 @@ class Explain(harness.LauncherTest):
             with self.subTest(text):
                 launcher = self.start(text)
                 self.assertEqual(1, launcher.stop())
-                walk = explained(WORK + "/list.json")
-                self.assertFalse(walk["launcher_ends"])
-                self.assertFalse(any("arguments" in step for step in walk["items"]))
+                result = explained(WORK + "/list.json")
+                self.assertFalse(result["launcher_ends"])
+                self.assertFalse(any("arguments" in step for step in result["items"]))
 
 
-class Report(harness.LauncherTest):
+class Report(LauncherTest):
     def report(self, *arguments):
-        """The report on the log of this user's launcher, with its items by name."""
+        """The report on the launcher's log, with its items by name."""
         report = json.loads(launchlist("report", "--json", *arguments))
         report["items"] = {entry["name"]: entry for entry in report["items"]}
         return report
 
     def run_mixed_list(self, **options):
-        """A run whose truth is known: an item that stays, one that fails, one that crashes and one
-        that is killed from outside. Gives how the children of each ended."""
+        """Runs one item that stays, one that fails, one that crashes and one that is killed from
+        outside. Returns the launcher, which has been stopped."""
         launcher = self.start(
             numbered(
                 item("stays", STAY, "stays"),
@@ -170,7 +167,7 @@ class Report(harness.LauncherTest):
         return launcher
 
     def ends_in_log(self, launcher):
-        """The log's own ends: for each item how often which wait status."""
+        """The wait statuses in the log with their counts, by item."""
         ends = collections.defaultdict(collections.Counter)
         for record in launcher.records():
             if " is killed. ret = " in record.text:
@@ -198,18 +195,18 @@ class Report(harness.LauncherTest):
             "killed": ("killed",),
         }.items():
             with self.subTest(name):
-                told = report["items"][name]
+                entry = report["items"][name]
                 self.assertEqual(
                     {words[status]: count for status, count in ends[name].items()},
-                    {entry["how"]: entry["count"] for entry in told["ended"]},
+                    {way["how"]: way["count"] for way in entry["ended"]},
                 )
-                # A child that the stop kills between its fork and its program notes no start.
+                # A child that is killed between fork and exec notes no start.
                 starts = self.starts(*arguments)
-                self.assertIn(told["starts"] - len(starts), (0, 1))
-                self.assertEqual(sum(ends[name].values()), told["ends"])
-                self.assertEqual(told["starts"] - 1, told["restarts"])
-                self.assertEqual("ended", told["state"])
-                self.assertEqual(0, told["failed_starts"])
+                self.assertIn(entry["starts"] - len(starts), (0, 1))
+                self.assertEqual(sum(ends[name].values()), entry["ends"])
+                self.assertEqual(entry["starts"] - 1, entry["restarts"])
+                self.assertEqual("ended", entry["state"])
+                self.assertEqual(0, entry["failed_starts"])
         self.assertEqual(
             {"killed by SIGKILL": 1},
             {entry["how"]: entry["count"] for entry in report["items"]["stays"]["ended"]},
@@ -222,10 +219,10 @@ class Report(harness.LauncherTest):
         launcher = self.run_mixed_list(level_file=None)
         report = self.report()
         ends = self.ends_in_log(launcher)
-        for name, told in report["items"].items():
-            self.assertIsNone(told["starts"])
-            self.assertEqual(1, told["unknown_runs"])
-            self.assertEqual(sum(ends[name].values()), told["ends"])
+        for name, entry in report["items"].items():
+            self.assertIsNone(entry["starts"])
+            self.assertEqual(1, entry["unknown_runs"])
+            self.assertEqual(sum(ends[name].values()), entry["ends"])
         self.assertIsNone(report["items"]["stays"]["longest_run_ms"])
         self.assertIn("LEVEL=DEBUG", launchlist("report"))
         self.assertIn(self.level_path(), launchlist("report"))
@@ -233,21 +230,21 @@ class Report(harness.LauncherTest):
     def test_the_lengths_of_runs(self):
         launcher = self.start(numbered(item("a")))
         first = self.wait_for_starts(1)[0]
-        self.holds_for(0.7, launcher.running, "the launcher runs")
+        self.holds_for(0.7, launcher.running, "the launcher ended")
         os.kill(first.pid, signal.SIGINT)
         second = self.wait_for_starts(2)[1]
         launcher.settle()
         os.kill(second.pid, signal.SIGINT)
         third = self.wait_for_starts(3)[2]
         self.assertEqual(1, launcher.stop())
-        told = self.report()["items"]["a"]
+        entry = self.report()["items"]["a"]
         length = (second.nanoseconds - first.nanoseconds) / 1e6 - 50
-        self.assertEqual(3, told["ends"])
-        self.assertGreaterEqual(told["longest_run_ms"], 700)
-        self.assertLess(abs(told["longest_run_ms"] - length), 150)
-        self.assertLess(told["shortest_run_ms"], (third.nanoseconds - second.nanoseconds) / 1e6)
+        self.assertEqual(3, entry["ends"])
+        self.assertGreaterEqual(entry["longest_run_ms"], 700)
+        self.assertLess(abs(entry["longest_run_ms"] - length), 150)
+        self.assertLess(entry["shortest_run_ms"], (third.nanoseconds - second.nanoseconds) / 1e6)
 
-    def test_programs_that_cannot_be_started(self):
+    def test_programs_that_cannot_be_executed(self):
         missing = WORK + "/missing"
         launcher = self.start(numbered(item("bad", missing), item("good", STAY, "good")))
         self.wait_for_starts(1, "good")
@@ -261,7 +258,7 @@ class Report(harness.LauncherTest):
         self.assertEqual(0, report["items"]["good"]["failed_starts"])
         self.assertEqual("running", report["items"]["good"]["state"])
 
-    def test_items_that_share_a_log_with_another_launcher(self):
+    def test_two_launchers_in_one_log(self):
         names = ["a", "b"]
         entries = numbered(*(item(name, STAY, name) for name in names))
         first = self.start(entries)
@@ -272,7 +269,7 @@ class Report(harness.LauncherTest):
         second = self.start(entries)
         self.wait_for_starts(2)
         self.assertEqual(1, second.stop())
-        # The harness begins each launcher with an empty log; one that goes on is put together.
+        # Each launcher starts with an empty log here, so the two logs are concatenated.
         with open(WORK + "/both", "wb") as file:
             file.write(log + open(self.log_path(), "rb").read())
         self.kill_all()
@@ -296,7 +293,7 @@ class Report(harness.LauncherTest):
         self.assertEqual(3, len(rotated["files"]))
         self.assertEqual(whole["items"], rotated["items"])
 
-    def test_names_that_would_drive_a_terminal(self):
+    def test_control_characters_in_names_are_not_printed(self):
         name = "\x1b]0;owned\x07\u202e\n<script>"
         launcher = self.start(numbered(item(name, END, "exit", "0")))
         self.wait_for_starts(6)
@@ -308,13 +305,11 @@ class Report(harness.LauncherTest):
         self.assertNotIn("<script>", open(page, encoding="utf-8").read())
 
 
-class Program(harness.LauncherTest):
-    harmless = True
-
-    def test_it_cannot_start_or_signal_anything(self):
+class Program(LauncherTest):
+    def test_it_imports_no_function_that_starts_or_signals_a_program(self):
         nm = shutil.which("nm")
         if nm is None:
-            self.skipTest("no nm")
+            self.skipTest("nm is not installed")
         symbols = subprocess.run(
             [nm, "-D", "--undefined-only", LAUNCHLIST], stdout=subprocess.PIPE, check=True
         ).stdout.decode()
@@ -324,4 +319,4 @@ class Program(harness.LauncherTest):
 
 
 if __name__ == "__main__":
-    harness.main()
+    namespace.main()

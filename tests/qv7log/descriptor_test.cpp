@@ -1,5 +1,5 @@
-// Which descriptors the log takes, and what programs inherit. Every test runs in a forked child
-// with descriptors 0, 1 and 2 closed, as in the launcher; its exit status says what went wrong.
+// Which descriptors the log uses, and what programs inherit. Every test runs in a forked child
+// with descriptors 0, 1 and 2 closed, as in the launcher. Its exit status names the failed check.
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -18,7 +18,7 @@
 
 namespace {
 
-constexpr int kMostDescriptors = 256;
+constexpr int kMaxDescriptors = 256;
 
 bool IsOpen(int descriptor)
 {
@@ -38,13 +38,14 @@ bool IsLogFile(int descriptor, const std::string& path)
            open_file.st_ino == at_path.st_ino && open_file.st_dev == at_path.st_dev;
 }
 
-// Runs `body` in a child without any descriptor; its result is the child's exit status.
+// Runs `body` in a forked child that has no open descriptor. Returns the exit status of the child,
+// which is the result of `body`.
 template <typename Body>
 int InDaemon(Body body)
 {
     const pid_t child = fork();
     if (child == 0) {
-        for (int descriptor = 0; descriptor < kMostDescriptors; ++descriptor) {
+        for (int descriptor = 0; descriptor < kMaxDescriptors; ++descriptor) {
             close(descriptor);
         }
         _exit(body());
@@ -54,7 +55,7 @@ int InDaemon(Body body)
     return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + status;
 }
 
-TEST(LogDescriptor, IsTheLowestAndOneAndTwoStayClosed)
+TEST(LogDescriptor, IsTheLowestWhileOneAndTwoStayClosed)
 {
     TempFolder folder;
     const std::string path = folder / "log";
@@ -68,7 +69,7 @@ TEST(LogDescriptor, IsTheLowestAndOneAndTwoStayClosed)
                   if (IsOpen(1) || IsOpen(2)) {
                       return 3;
                   }
-                  for (int descriptor = 3; descriptor < kMostDescriptors; ++descriptor) {
+                  for (int descriptor = 3; descriptor < kMaxDescriptors; ++descriptor) {
                       if (IsOpen(descriptor) && !IsCloseOnExec(descriptor)) {
                           return 4;
                       }
@@ -78,7 +79,7 @@ TEST(LogDescriptor, IsTheLowestAndOneAndTwoStayClosed)
               0);
 }
 
-TEST(LogDescriptor, StaysTheSameOverRotations)
+TEST(LogDescriptor, KeepsItsNumberInRotations)
 {
     TempFolder folder;
     const std::string path = folder / "log";
@@ -94,7 +95,7 @@ TEST(LogDescriptor, StaysTheSameOverRotations)
                       return 2;
                   }
                   int open = 0;
-                  for (int descriptor = 0; descriptor < kMostDescriptors; ++descriptor) {
+                  for (int descriptor = 0; descriptor < kMaxDescriptors; ++descriptor) {
                       open += IsOpen(descriptor) ? 1 : 0;
                   }
                   return open == 2 && !IsOpen(1) && !IsOpen(2) ? 0 : 3;
@@ -102,15 +103,15 @@ TEST(LogDescriptor, StaysTheSameOverRotations)
               0);
 }
 
-TEST(LogDescriptor, IsGivenBackWhenTheLogCannotStart)
+TEST(LogDescriptor, IsClosedWhenInitLoggerFails)
 {
     TempFolder folder;
-    mkdir((folder / "log.lock").c_str(), 0700);  // no lock can be opened there
+    mkdir((folder / "log.lock").c_str(), 0700);  // so that the lock file cannot be opened
     const std::string path = folder / "log";
     EXPECT_EQ(InDaemon([&] { return InitLogger(path.c_str()); }), EISDIR);
     EXPECT_EQ(InDaemon([&] {
                   InitLogger(path.c_str());
-                  for (int descriptor = 0; descriptor < kMostDescriptors; ++descriptor) {
+                  for (int descriptor = 0; descriptor < kMaxDescriptors; ++descriptor) {
                       if (IsOpen(descriptor)) {
                           return 1;
                       }
@@ -120,7 +121,7 @@ TEST(LogDescriptor, IsGivenBackWhenTheLogCannotStart)
               0);
 }
 
-TEST(LogDescriptor, IsOpenedAgainWhenSomeoneClosedIt)
+TEST(LogDescriptor, IsReopenedAfterTheProgramHasClosedIt)
 {
     for (const int number : {0, 3}) {
         TempFolder folder;
@@ -139,12 +140,12 @@ TEST(LogDescriptor, IsOpenedAgainWhenSomeoneClosedIt)
     }
 }
 
-// Executes this test program itself, which then only lists what it inherited: see main.
-int ExecuteLister(const char* program)
+// Executes this test program with an argument that makes it check what it has inherited.
+int ExecuteDescriptorCheck(const char* program)
 {
     const pid_t child = fork();
     if (child == 0) {
-        execl(program, program, "list-descriptors", static_cast<char*>(nullptr));
+        execl(program, program, "check-descriptors", static_cast<char*>(nullptr));
         _exit(100);
     }
     int status = 0;
@@ -154,7 +155,7 @@ int ExecuteLister(const char* program)
 
 std::string g_program;
 
-TEST(LogDescriptor, IsAllThatAProgramInheritsDuringRotations)
+TEST(LogDescriptor, IsTheOnlyOneThatProgramsInheritDuringRotations)
 {
     TempFolder folder;
     const std::string path = folder / "log";
@@ -172,7 +173,7 @@ TEST(LogDescriptor, IsAllThatAProgramInheritsDuringRotations)
                   }
                   int wrong = 0;
                   for (int i = 0; i < 100 && wrong == 0; ++i) {
-                      wrong = ExecuteLister(g_program.c_str());
+                      wrong = ExecuteDescriptorCheck(g_program.c_str());
                   }
                   stop = true;
                   for (std::thread& thread : threads) {
@@ -184,14 +185,14 @@ TEST(LogDescriptor, IsAllThatAProgramInheritsDuringRotations)
     EXPECT_TRUE(Exists(path + ".5"));
 }
 
-// The executed program: 0 if it inherited a regular file at 0 and nothing else.
-int ListDescriptors()
+// Returns 0 if this program has inherited a regular file as descriptor 0 and nothing else.
+int CheckInheritedDescriptors()
 {
     struct stat status;
     if (fstat(0, &status) != 0 || !S_ISREG(status.st_mode)) {
         return 50;
     }
-    for (int descriptor = 1; descriptor < kMostDescriptors; ++descriptor) {
+    for (int descriptor = 1; descriptor < kMaxDescriptors; ++descriptor) {
         if (IsOpen(descriptor)) {
             return descriptor < 40 ? descriptor : 40;
         }
@@ -203,8 +204,8 @@ int ListDescriptors()
 
 int main(int argc, char** argv)
 {
-    if (argc == 2 && std::string(argv[1]) == "list-descriptors") {
-        return ListDescriptors();
+    if (argc == 2 && std::string(argv[1]) == "check-descriptors") {
+        return CheckInheritedDescriptors();
     }
     g_program = argv[0];
     testing::InitGoogleTest(&argc, argv);

@@ -1,5 +1,5 @@
-// The heap on the log path: which records take it, and what becomes of them when there is none.
-// With operators new and delete of the test's own.
+// Which records use the heap, and what happens to them if it is exhausted. This test replaces the
+// operators new and delete.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
@@ -30,7 +30,7 @@ void* AllocateOrThrow(std::size_t size)
     return memory;
 }
 
-// Not inline: GCC would see that free gets what operator new has returned, and warn.
+// Not inline, or GCC warns that memory from operator new is passed to free.
 [[gnu::noinline]] void Free(void* memory)
 {
     free(memory);
@@ -80,7 +80,7 @@ void operator delete[](void* memory, std::size_t) noexcept
 
 namespace {
 
-// Logs `text` and returns how often memory was asked for.
+// Logs `text` and returns the number of allocations.
 int CallsToLog(ILog* log, const std::string& text)
 {
     g_calls = 0;
@@ -88,7 +88,7 @@ int CallsToLog(ILog* log, const std::string& text)
     return g_calls;
 }
 
-TEST(LogV, TakesTheHeapOnceAndOnlyForATextThatTheStackDoesNotHold)
+TEST(LogV, UsesTheHeapOnceAndOnlyForLongTexts)
 {
     const struct
     {
@@ -110,7 +110,7 @@ TEST(LogV, TakesTheHeapOnceAndOnlyForATextThatTheStackDoesNotHold)
     }
 }
 
-TEST(LogV, TakesNoHeapForARotation)
+TEST(LogV, DoesNotUseTheHeapForARotation)
 {
     TempFolder folder;
     ILog* const log = StartLog(folder / "log");
@@ -121,7 +121,7 @@ TEST(LogV, TakesNoHeapForARotation)
     EXPECT_TRUE(Exists(folder / "log.1"));
 }
 
-TEST(LogV, WritesTheBeginningOfALongTextWithoutMemory)
+TEST(LogV, WritesTheBeginningOfALongTextIfTheHeapIsExhausted)
 {
     const std::string e_acute = "\xc3\xa9";
     const struct

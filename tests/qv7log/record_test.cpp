@@ -14,7 +14,7 @@ namespace {
 
 std::string Escape(const std::string& text, char* (*put)(char*, std::string_view) = qv7log::PutText)
 {
-    std::string out(text.size() * qv7log::kEscapedSize + qv7log::kTimeStampSize, '\0');
+    std::string out(text.size() * qv7log::kEscapedSize + qv7log::kTimestampSize, '\0');
     out.resize(static_cast<std::size_t>(put(out.data(), text) - out.data()));
     return out;
 }
@@ -47,13 +47,13 @@ const Text kTexts[] = {
     {std::string("\0", 1), "\\x00"},
     {"\x01\x1b[2J\x1f", "\\x01\\x1b[2J\\x1f"},
     {"\x7f", "\\x7f"},
-    // UTF-8 that stays
+    // printable UTF-8
     {"\xc2\xa0", "\xc2\xa0"},
     {"\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80", "\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80"},
     {"\xe2\x80\xa7\xe2\x80\xaa", "\xe2\x80\xa7\xe2\x80\xaa"},
     {"\xed\x9f\xbf\xee\x80\x80", "\xed\x9f\xbf\xee\x80\x80"},
     {"\xf4\x8f\xbf\xbf", "\xf4\x8f\xbf\xbf"},
-    // C1 controls and line ends of Unicode
+    // C1 control characters and line separators of Unicode
     {"\xc2\x80\xc2\x9b\xc2\x9f", "\\u0080\\u009b\\u009f"},
     {"\xe2\x80\xa8\xe2\x80\xa9", "\\u2028\\u2029"},
     // not UTF-8
@@ -72,7 +72,7 @@ const Text kTexts[] = {
     {"\xed\xbf\xbf", "\\xed\\xbf\\xbf"},
     {"\xf4\x90\x80\x80", "\\xf4\\x90\\x80\\x80"},
     {"\xf8\x88\x80\x80\x80", "\\xf8\\x88\\x80\\x80\\x80"},
-    // what looks like the beginning of a record
+    // timestamps, and text that resembles a mark
     {"Z", "Z"},
     {"at 2026-11-21T02:26:11.123Z", "at 2026-11-21T02:26:11.123\\Z"},
     {"2026-11-21T02:26:11.123z", "2026-11-21T02:26:11.123z"},
@@ -81,14 +81,14 @@ const Text kTexts[] = {
     {"\\<3 bytes cut>", "\\\\<3 bytes cut>"},
 };
 
-TEST(PutText, EscapesWhatIsListed)
+TEST(PutText, EscapesControlCharactersIllFormedBytesAndTimestamps)
 {
     for (const Text& row : kTexts) {
         EXPECT_EQ(Escape(row.text), row.escaped);
     }
 }
 
-TEST(PutName, EscapesWhatEndsAName)
+TEST(PutName, AlsoEscapesBlanksAndBrackets)
 {
     EXPECT_EQ(Escape("launcher-1/x", qv7log::PutName), "launcher-1/x");
     EXPECT_EQ(Escape("a b[1]", qv7log::PutName), "a\\x20b\\x5b1\\x5d");
@@ -118,7 +118,7 @@ TEST(PutHeading, PadsTheLevel)
     }
 }
 
-TEST(SizeOfWholeCharacters, LeavesOutACharacterThatLacksBytes)
+TEST(SizeOfWholeCharacters, ExcludesAnIncompleteCharacter)
 {
     struct Row
     {
@@ -142,7 +142,7 @@ TEST(SizeOfWholeCharacters, LeavesOutACharacterThatLacksBytes)
     }
 }
 
-TEST(Unescape, GivesTheTextBack)
+TEST(Unescape, RestoresTheText)
 {
     for (const Text& row : kTexts) {
         std::string text;
@@ -151,7 +151,7 @@ TEST(Unescape, GivesTheTextBack)
     }
 }
 
-TEST(Unescape, RefusesWhatNothingWrites)
+TEST(Unescape, RefusesUnknownEscapes)
 {
     const char* const rows[] = {"\\",    "a\\",   "\\a",    "\\x",     "\\x1",
                                 "\\xg1", "\\x+1", "\\u202", "\\u202g", "\\u0041"};
@@ -173,7 +173,7 @@ TEST(ParseRecord, ReadsEveryField)
     EXPECT_EQ(record.cut, 12U);
 }
 
-TEST(ParseRecord, TakesATextWithTheMarksLetters)
+TEST(ParseRecord, DoesNotTakeEscapedTextForAMark)
 {
     Record record;
     ASSERT_TRUE(qv7log::ParseRecord(Line("\\<12 bytes cut>"), record));
@@ -181,7 +181,7 @@ TEST(ParseRecord, TakesATextWithTheMarksLetters)
     EXPECT_EQ(record.cut, 0U);
 }
 
-TEST(ParseRecord, RefusesOtherLines)
+TEST(ParseRecord, RefusesLinesThatAreNotRecords)
 {
     const char* const rows[] = {
         "",
@@ -202,7 +202,7 @@ TEST(ParseRecord, RefusesOtherLines)
     }
 }
 
-TEST(NextEntry, FindsARecordBehindHalfAnother)
+TEST(NextEntry, FindsARecordAfterATornOne)
 {
     const std::string first = Line("first");
     const std::string second = Line("second");
@@ -222,7 +222,7 @@ TEST(NextEntry, FindsARecordBehindHalfAnother)
     }
 }
 
-TEST(NextEntry, TakesNoRecordWithoutItsLineEnd)
+TEST(NextEntry, RefusesARecordWithoutLineEnd)
 {
     const std::string log = "\nforeign\n" + Line("whole, but for the line end");
     std::string_view rest = log;

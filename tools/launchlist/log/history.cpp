@@ -3,12 +3,13 @@
 #include <algorithm>
 #include <utility>
 
+#include "launcher/supervision.h"
+
 namespace launchlist {
 
 namespace {
 
-// The launcher's pause between an end and the next start.
-constexpr Milliseconds kRestartPause = 50;
+constexpr Milliseconds kPause = kRestartPause.count();
 
 // A child that could not execute its program writes its first record one restart pause after its
 // own start, and on a busy machine somewhat later.
@@ -204,8 +205,8 @@ void History::AddEnd(const Event& event, std::int64_t id, std::size_t index, Mil
         supervision.run = item.report.runs.size();
         item.report.runs.push_back({});
         if (supervision.last_end) {
-            item.report.runs.back().start = *supervision.last_end + kRestartPause;
-            item.restarts.push_back(*supervision.last_end + kRestartPause);
+            item.report.runs.back().start = *supervision.last_end + kPause;
+            item.restarts.push_back(*supervision.last_end + kPause);
         }
     }
     Run& run = item.report.runs[*supervision.run];

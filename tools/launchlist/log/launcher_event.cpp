@@ -6,6 +6,8 @@
 #include <charconv>
 #include <limits>
 
+#include "launcher/log_messages.h"
+
 namespace launchlist {
 
 namespace {
@@ -69,13 +71,14 @@ bool TakeNumber(std::string_view& text, std::int64_t& number)
     return true;
 }
 
-// "NAME 123 is killed. ret = 123, status = 9", from the back: the name comes first.
+// Reads a record of kItemEnded from its end backwards, because the name at its start may hold
+// anything.
 bool ReadEnd(std::string_view text, Event& event)
 {
     std::int64_t wait_status = 0;
-    if (!TakeNumber(text, wait_status) || !TakeBack(text, ", status = ") ||
-        !TakeNumber(text, event.result) || !TakeBack(text, " is killed. ret = ") ||
-        !TakeNumber(text, event.child) || !TakeBack(text, " ") ||
+    if (!TakeNumber(text, wait_status) || !TakeBack(text, LiteralPart(kItemEnded, 3)) ||
+        !TakeNumber(text, event.result) || !TakeBack(text, LiteralPart(kItemEnded, 2)) ||
+        !TakeNumber(text, event.child) || !TakeBack(text, LiteralPart(kItemEnded, 1)) ||
         (event.result != event.child && event.result != -1) ||
         wait_status < std::numeric_limits<int>::min() ||
         wait_status > std::numeric_limits<int>::max()) {
@@ -87,10 +90,10 @@ bool ReadEnd(std::string_view text, Event& event)
     return true;
 }
 
-bool ReadNamed(std::string_view text, std::string_view before, std::string_view behind,
-               EventKind kind, Event& event)
+// Reads a record of `format`, whose only conversion is the item's name.
+bool ReadNamed(std::string_view text, std::string_view format, EventKind kind, Event& event)
 {
-    if (!TakeFront(text, before) || !TakeBack(text, behind)) {
+    if (!TakeFront(text, LiteralPart(format, 0)) || !TakeBack(text, LiteralPart(format, 1))) {
         return false;
     }
     event.kind = kind;
@@ -115,19 +118,18 @@ bool ReadLost(std::string_view text, Event& event)
 Event ReadEvent(std::string_view level, std::string_view text)
 {
     Event event;
-    if (!TakeFront(text, "[LAUNCHER  ] ")) {
+    if (!TakeFront(text, kLauncherTag)) {
         ReadLost(text, event);
     } else if (level == "DEBUG") {
-        ReadNamed(text, "Start to fork ", "", EventKind::kStart, event);
-    } else if (text == "There is an item has no name.") {
+        ReadNamed(text, kItemStarts, EventKind::kStart, event);
+    } else if (text == WithoutTag(kItemHasNoName)) {
         event.kind = EventKind::kNoName;
-    } else if (text == "Error while parsing saved json string.") {
+    } else if (text == WithoutTag(kListRejected)) {
         event.kind = EventKind::kListRefused;
     } else {
         // The end first: it is the longest form, and the one that a name imitates least easily.
-        ReadEnd(text, event) ||
-            ReadNamed(text, "Failed to fork ", "", EventKind::kForkFailed, event) ||
-            ReadNamed(text, "program path of ", " is empty", EventKind::kNoProgram, event);
+        ReadEnd(text, event) || ReadNamed(text, kForkFailed, EventKind::kForkFailed, event) ||
+            ReadNamed(text, kItemHasNoProgram, EventKind::kNoProgram, event);
     }
     return event;
 }

@@ -1,0 +1,65 @@
+"""Runs one macOS program as this process: run.py ARCHITECTURE DIRECTORY FILE PATH [ARGUMENT...].
+
+FILE is the Mach-O file, PATH what the program believes that it was started as; the arguments begin
+with the program's name. DIRECTORY (build/macos) holds what the model needs: the guest library, the
+cache of images, and a directory for reports of what must never happen.
+"""
+
+import gc
+import os
+import signal
+import sys
+import traceback
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+
+
+def undo_python():
+    """Python ignores signals that programs expect to have their default action."""
+    for number in (signal.SIGPIPE, signal.SIGXFSZ):
+        signal.signal(number, signal.SIG_DFL)
+    if signal.getsignal(signal.SIGINT) != signal.SIG_IGN:
+        signal.signal(signal.SIGINT, signal.SIG_DFL)
+
+
+def run(architecture, directory, slice_path, path, arguments):
+    undo_python()
+    import libsystem
+    from machine import BrokenProgram, Machine, Missing
+
+    try:
+        machine = Machine(
+            architecture, f"{directory}/guest/{architecture}", f"{directory}/cache", libsystem.prepare
+        )
+        machine.load_program(slice_path, path)
+        gc.freeze()
+        gc.disable()
+        environment = [name + b"=" + value for name, value in os.environb.items()]
+        status = machine.run(arguments, environment)
+    except BrokenProgram as error:
+        report(directory, f"{path}: {error}", kept=False)
+        Machine.end_by_signal(signal.SIGSEGV)
+    except Exception as error:
+        kept = not isinstance(error, Missing)
+        report(directory, f"{path}: {error}\n{traceback.format_exc() if kept else ''}", kept=True)
+        status = 70
+    os._exit(status)
+
+
+def report(directory, text, kept):
+    """On descriptor 2, which a program may have closed; what must never happen in a file, too."""
+    try:
+        if os.isatty(2) or not os.path.samestat(os.fstat(2), os.stat("/dev/null")):
+            os.write(2, f"run.py: {text}\n".encode())
+    except OSError:
+        pass
+    if kept:
+        try:
+            with open(f"{directory}/reports/{os.getpid()}", "a", encoding="utf-8") as file:
+                file.write(text + "\n")
+        except OSError:
+            pass
+
+
+if __name__ == "__main__":
+    run(sys.argv[1], sys.argv[2], sys.argv[3], sys.argv[4], [os.fsencode(a) for a in sys.argv[5:]])

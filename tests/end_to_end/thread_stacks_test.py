@@ -7,9 +7,10 @@ import resource
 import signal
 import unittest
 
-import harness
-from harness import MANY, STAY, WORK
-from harness import end_text, item, nameless, numbered, start_text
+import namespace
+from launcher import ABORTED, MANY, SANITIZE, STAY, WORK, LauncherTest, item, nameless, numbered
+from log import end_text, start_text
+from processes import processes
 
 # Limits that leave room for any launcher, but under which the launcher does not reserve memory.
 ROOM = 16 << 30
@@ -28,8 +29,8 @@ def glibc_copies_stacks():
     return name != "glibc" or tuple(map(int, version.split("."))) > (2, 38)
 
 
-@unittest.skipIf(harness.SANITIZE, "sanitizers keep the stacks of threads their own way")
-class ThreadStacks(harness.LauncherTest):
+@unittest.skipIf(SANITIZE, "sanitizers keep the stacks of threads their own way")
+class ThreadStacks(LauncherTest):
     def start_in(self, setting, launch_list):
         limited = SETTINGS[setting]
 
@@ -105,7 +106,7 @@ class ThreadStacks(harness.LauncherTest):
                 self.wait_for_starts(MANY_ITEMS)
 
                 def supervisor(parent):
-                    found = harness.processes()
+                    found = processes()
                     return [p.pid for p in found if p.parent == parent and p.name == "launcher"]
 
                 # The first child may lack its own item: main adds it once the thread exists.
@@ -117,11 +118,11 @@ class ThreadStacks(harness.LauncherTest):
                 # From then on, its process id is not 0, which would be its process group.
                 self.wait_for(lambda: supervisor(child), "a child of the child")
                 os.kill(child, signal.SIGTERM)
-                ends = [("ERROR", end_text("a", child, status)) for status in harness.ABORTED]
+                ends = [("ERROR", end_text("a", child, status)) for status in ABORTED]
                 self.wait_for(lambda: set(ends) & set(launcher.log()), "the end of the child")
                 launcher.kill()
                 self.kill_all()
 
 
 if __name__ == "__main__":
-    harness.main()
+    namespace.main()

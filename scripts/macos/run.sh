@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
 # Runs a program built for macOS on Linux, as an ordinary process (docs/macos.md).
 #
-#   scripts/macos/run.sh [--arch arm64|x86_64] PROGRAM [ARGUMENT...]
+#     scripts/macos/run.sh [--arch arm64|x86_64] PROGRAM [ARGUMENT...]
 #
-# PROGRAM is a Mach-O file: of the bundle build/macos/Kestrane.app, or a test program of
-# build/macos/ARCHITECTURE. Arguments, environment, descriptors, signals and the exit status are its
-# own. Without --arch it runs the slice for Apple silicon.
+# PROGRAM is a Mach-O file: a program of the bundle build/macos/Kestrane.app, or a test program of
+# build/macos/ARCHITECTURE. It gets the arguments, the environment, the descriptors and the signals of
+# this script, which exits with its status. By default the slice for Apple silicon runs.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/../.." && pwd)
 

@@ -89,9 +89,7 @@ class ThreadStacks(LauncherTest):
                     launcher = self.start_in(setting, numbered(*others, {"name": name}))
                     self.assertEqual(-signal.SIGKILL, launcher.wait())
                     log = launcher.log()
-                    self.assertIn(
-                        ("ERROR", f"[LAUNCHER  ] program path of {name} is empty"), log
-                    )
+                    self.assertIn(("ERROR", f"[LAUNCHER  ] program path of {name} is empty"), log)
                     # No child of it has ended in another way, like a crash.
                     ends = [text for _, text in log if re.search(rf"\] {name} \d+ is killed", text)]
                     self.assertEqual([], [text for text in ends if not text.endswith("= 0")])
@@ -119,7 +117,7 @@ class ThreadStacks(LauncherTest):
                 self.wait_for(lambda: supervisor(child), "a child of the child")
                 os.kill(child, signal.SIGTERM)
                 ends = [("ERROR", end_text("a", child, status)) for status in ABORTED]
-                self.wait_for(lambda: set(ends) & set(launcher.log()), "the end of the child")
+                self.wait_for(lambda: set(ends) & set(launcher.log()), "the child to end")
                 launcher.kill()
                 self.kill_all()
 

@@ -113,24 +113,32 @@ def parse(content, path, architecture):
     return ImageFile(
         preferred=base,
         segments=[
-            Segment(s.virtual_address - base, pages(s.virtual_size), protection(s), bytes(s.content))
+            Segment(
+                s.virtual_address - base, pages(s.virtual_size), protection(s), bytes(s.content)
+            )
             for s in loaded
             if s.name != "__LINKEDIT"
         ],
-        rebases=[r.address - base for r in binary.relocations if type(r).__name__ == "RelocationDyld"],
+        rebases=[
+            r.address - base for r in binary.relocations if type(r).__name__ == "RelocationDyld"
+        ],
         bindings=[read_binding(b, base) for b in binary.bindings],
         exports={
             s.name: s.value - base
             for s in binary.symbols
             if s.value and s.raw_type & 1 and s.raw_type & 0xE == 0xE
         },
-        locals={s.name: s.value - base for s in binary.symbols if s.value and s.raw_type & 0xE == 0xE},
+        locals={
+            s.name: s.value - base for s in binary.symbols if s.value and s.raw_type & 0xE == 0xE
+        },
         initialisers=initialisers(binary, base),
         thread_variables=variables,
         thread_size=size,
         thread_content=initial,
         unwind=tuple(
-            (sections[name].virtual_address - base, sections[name].size) if name in sections else (0, 0)
+            (sections[name].virtual_address - base, sections[name].size)
+            if name in sections
+            else (0, 0)
             for name in ("__unwind_info", "__eh_frame")
         ),
         entry=(

@@ -308,7 +308,12 @@ class Machine:
         argv = self.memory.new_vector(arguments)
         envp = self.memory.new_vector(environment)
         self.system["environment"] = envp
-        main_arguments = (len(arguments), argv, envp, self.memory.new_vector([os.fsencode(self.path)]))
+        main_arguments = (
+            len(arguments),
+            argv,
+            envp,
+            self.memory.new_vector([os.fsencode(self.path)]),
+        )
         self.system["main"] = main_arguments
         thread = self.scheduler.new_thread(MAIN_STACK)
         self.scheduler.start(thread, self._life(main_arguments))

@@ -51,9 +51,7 @@ class Memory:
 
     def map(self, address, size, protection):
         """Makes a part of the arena visible to the program."""
-        self._emulator.mem_map_ptr(
-            address, size, protection, self._arena_address + address - BASE
-        )
+        self._emulator.mem_map_ptr(address, size, protection, self._arena_address + address - BASE)
 
     def map_extra(self, size, shared, protection):
         """New zeroed pages outside the arena, as mmap(2) with MAP_ANON gives them."""

@@ -30,7 +30,10 @@ def run(architecture, directory, file, arguments):
 
     try:
         machine = Machine(
-            architecture, f"{directory}/guest/{architecture}", f"{directory}/cache", libsystem.prepare
+            architecture,
+            f"{directory}/guest/{architecture}",
+            f"{directory}/cache",
+            libsystem.prepare,
         )
         machine.load_program(file, path)
         gc.freeze()

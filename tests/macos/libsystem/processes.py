@@ -205,7 +205,7 @@ def raise_handled(call, number):
 
 @function("___cxa_atexit")
 def cxa_atexit(call):
-    """"Itanium C++ ABI", 3.3.5: a destructor, its argument, and the image it belongs to."""
+    """ "Itanium C++ ABI", 3.3.5: a destructor, its argument, and the image it belongs to."""
     call.machine.system["at_exit"].append((call.u64(0), call.u64(1)))
     return 0
 

@@ -50,6 +50,20 @@ int FailWith(int error)
     return -1;
 }
 
+const char* RealGlibcVersion()
+{
+    static char name[64];  // "glibc 2.36"
+    const std::size_t size = confstr(_CS_GNU_LIBC_VERSION, name, sizeof name);
+    return size > 0 && size <= sizeof name ? name + std::strlen("glibc ") : "unknown";
+}
+
+// Whether fork leaves the descriptors of other threads alone.
+bool GlibcSuits()
+{
+    return std::strncmp(RealGlibcVersion(), "2.", 2) == 0 &&
+           std::atoi(RealGlibcVersion() + 2) <= 38;
+}
+
 bool IsBlocked(int signal)
 {
     sigset_t signals;
@@ -123,7 +137,7 @@ int getrlimit(__rlimit_resource_t resource, rlimit* limit) noexcept
 const char* gnu_get_libc_version() noexcept
 {
     const char* const version = std::getenv("KESTRANE_TEST_GLIBC");
-    return version != nullptr ? version : "2.36";
+    return version != nullptr ? version : RealGlibcVersion();
 }
 
 }  // extern "C"
@@ -133,7 +147,7 @@ namespace {
 // Whether threads have stacks that a fork does not copy.
 bool HasWipedStacks()
 {
-    return std::getenv("KESTRANE_TEST_COPIED") == nullptr;
+    return GlibcSuits() && std::getenv("KESTRANE_TEST_COPIED") == nullptr;
 }
 
 struct Stack
@@ -670,7 +684,9 @@ TEST(ThreadStackFallback, GlibcThatVisitsAllThreads)
     const std::string version = "KESTRANE_TEST_GLIBC=";
     EXPECT_EQ(RunAgain(kMostCases, {version + "2.41", kCopied}), 0);
     EXPECT_EQ(RunAgain(kOneCase, {version + "2.39", kCopied}), 0);
-    EXPECT_EQ(RunAgain(kOneCase, {version + "2.38"}), 0);
+    if (GlibcSuits()) {
+        EXPECT_EQ(RunAgain(kOneCase, {version + "2.38"}), 0);
+    }
     EXPECT_EQ(RunAgain(kOneCase, {version + "3.0", kCopied}), 0);
     EXPECT_EQ(RunAgain(kOneCase, {version + "unknown", kCopied}), 0);
 }

@@ -3,7 +3,7 @@
 # system has, and the newest. Both are built from pinned sources into build/deps/jsoncpp-VERSION.
 # Takes up to 3 minutes on two cores.
 #
-#     scripts/check/jsoncpp_versions.sh [VERSION...]    1.9.5 and 1.9.8 if not given
+#     scripts/check/jsoncpp_versions.sh [VERSION...]    1.9.5 and 1.9.8 by default
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 . scripts/lib/base.sh
@@ -29,7 +29,7 @@ check_version() {
         -Djsoncpp_DIR="$prefix/lib/cmake/jsoncpp" >"$build.log" 2>&1 ||
         fail "The project cannot be configured with jsoncpp $version (see $build.log)."
     if [ "$(sed -n 's/^jsoncpp_DIR:.*=//p' "$build/CMakeCache.txt")" != "$prefix/lib/cmake/jsoncpp" ]; then
-        fail "The project found another jsoncpp than $prefix; remove $build and start again."
+        fail "The project uses another jsoncpp than $prefix; remove $build and start again."
     fi
     # shellcheck disable=SC2046  # Targets are words.
     cmake --build "$build" --target $(test_targets "$build") >>"$build.log" 2>&1 ||
@@ -41,19 +41,19 @@ check_version() {
     echo "jsoncpp $version: $(grep -c ' Passed ' "$build.log") tests passed"
 }
 
-# build_jsoncpp PREFIX FILE: builds the static library unless it is there.
+# build_jsoncpp PREFIX FILE: builds the static library, unless it exists already.
 build_jsoncpp() {
     local prefix=$1 file=$2
     [ ! -f "$prefix/done" ] || return 0
     rm -rf "$prefix" "$prefix.partial"
     mkdir -p build/deps
     build_library "build/cache/sources/$file" "$prefix.partial" -DCMAKE_INSTALL_PREFIX="$prefix" \
-        >"$prefix.log" 2>&1 || fail "$file does not build (see $prefix.log)."
+        >"$prefix.log" 2>&1 || fail "Building $file failed (see $prefix.log)."
     touch "$prefix/done"
     rm -rf "$prefix.partial"
 }
 
-# The targets that the tests run: those of their own names, and launchlist.
+# Prints the targets that the tests run: each has the name of its test; launchlist is tested as well.
 test_targets() {
     echo launchlist
     ninja -C "$1" -t targets all | sed -n 's/: phony$//p' | grep -E "$tests" | grep -v /

@@ -1,12 +1,6 @@
 #include "tools/launchlist/list/argument_length.h"
 
-#include <unistd.h>
-
-#include <cstring>
-
 #include "tools/launchlist/list/execution_limits.h"
-
-extern char** environ;
 
 namespace launchlist {
 
@@ -18,22 +12,12 @@ std::size_t Size(std::size_t length)
     return length + 1 + sizeof(char*);
 }
 
-std::size_t SizeOfEnvironment()
-{
-    std::size_t size = 0;
-    for (char** variable = environ; variable != nullptr && *variable != nullptr; ++variable) {
-        size += Size(std::strlen(*variable));
-    }
-    return size;
-}
-
 }  // namespace
 
 std::optional<TooLong> FindTooLong(const std::vector<std::string>& arguments)
 {
-    static const std::size_t environment = SizeOfEnvironment();
     const std::size_t longest = MaxArgumentLength();
-    std::size_t total = environment;
+    std::size_t total = EnvironmentBytes();
     for (std::size_t i = 0; i < arguments.size(); ++i) {
         const std::size_t length = arguments[i].size();
         if (longest != 0 && length > longest) {

@@ -138,7 +138,8 @@ private:
                          {},
                          "",
                          ""};
-        const std::size_t index = is_seen ? std::stoul(member.name) : items.size();
+        const std::size_t index =
+            is_seen ? static_cast<std::size_t>(std::stoi(member.name)) : items.size();
         if (index >= items.size()) {
             item.not_reached = effects::kNotReached;
         } else {

@@ -3,7 +3,11 @@
 
 #include <string>
 
+#include "launcher/supervision.h"
+
 namespace launchlist::effects {
+
+static_assert(kRestartPause == std::chrono::milliseconds(50), "texts below name the pause");
 
 inline constexpr char kEndsInSilence[] = "the launcher ends with status 0 and logs nothing";
 inline constexpr char kStartsNothing[] = "the launcher starts nothing and waits for SIGTERM";

@@ -13,6 +13,9 @@ std::size_t MaxArgumentLength();
 // this process; 0 if unknown.
 std::size_t MaxArgumentBytes();
 
+// How many of these bytes the environment of this process takes; 0 if unknown.
+std::size_t EnvironmentBytes();
+
 // How many scripts may be each other's interpreters, the program itself included.
 int MaxScriptDepth();
 

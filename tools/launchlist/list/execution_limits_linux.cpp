@@ -58,6 +58,15 @@ std::size_t MaxArgumentBytes()
     return limit <= 0 ? 0 : static_cast<std::size_t>(std::min(limit, kMost));
 }
 
+std::size_t EnvironmentBytes()
+{
+    std::size_t size = 0;
+    for (char** variable = environ; variable != nullptr && *variable != nullptr; ++variable) {
+        size += std::strlen(*variable) + 1 + sizeof(char*);
+    }
+    return size;
+}
+
 int MaxScriptDepth()
 {
     return 5;

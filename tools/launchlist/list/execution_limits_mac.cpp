@@ -1,4 +1,5 @@
 #include <limits.h>
+#include <sys/syslimits.h>
 
 #include <cstdint>
 #include <cstring>
@@ -23,6 +24,12 @@ std::size_t MaxArgumentLength()
 std::size_t MaxArgumentBytes()
 {
     return ARG_MAX;
+}
+
+// What exceeds the limit by itself is too long with any environment.
+std::size_t EnvironmentBytes()
+{
+    return 0;
 }
 
 // The interpreter of a script must not be a script.

@@ -45,6 +45,16 @@ if(KESTRANE_COVERAGE)
     set(KESTRANE_TEST_TIMEOUT 600)
 endif()
 
+# Checks at run time: the program is aborted when it writes beyond an array on the stack or beyond an
+# object whose size the compiler knows, and the stack cannot grow past its guard page unnoticed.
+# _FORTIFY_SOURCE works with optimisation only. OFF until its cost has been measured.
+option(KESTRANE_HARDEN "Build the Linux programs and libraries with run-time checks" OFF)
+if(KESTRANE_HARDEN AND CMAKE_SYSTEM_NAME STREQUAL "Linux")
+    add_compile_options(-fstack-protector-strong -fstack-clash-protection
+        $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE> $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
+    add_link_options(LINKER:-z,relro LINKER:-z,now)
+endif()
+
 # kestrane_library(NAME SOURCES... LIBS ...): the static library of one directory, target
 # kestrane_NAME.
 function(kestrane_library name)

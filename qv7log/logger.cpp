@@ -38,7 +38,8 @@ void ForgetParent()
     }
 }
 
-// A thread that is cancelled while it rotates would leave the log to nobody.
+// A thread that is cancelled while it changes the log would leave the flag of the change set, and
+// this process could never rotate or reopen the log again.
 class CancellationBlocker
 {
 public:

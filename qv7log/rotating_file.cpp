@@ -207,12 +207,6 @@ void Pause(int attempt)
     }
 }
 
-// Appends `suffix` to the path of `size` bytes that `out` begins with.
-void AppendSuffix(char* out, std::size_t size, const char* suffix)
-{
-    strcpy(out + size, suffix);
-}
-
 // Writes "`path`.`number`" at `out`. snprintf would need more stack.
 void PutOldFilePath(char* out, const char* path, int number)
 {
@@ -344,9 +338,11 @@ bool RotatingFile::CreateDirectories()
 // Opens the file that is locked during a rotation; -1 with an errno. Leaves its path in m_to.
 int RotatingFile::OpenLockFile()
 {
+    constexpr char kSuffix[] = ".lock";
+    static_assert(sizeof kSuffix <= kMaxSuffix);
     const std::size_t size = strlen(m_path);
     memcpy(m_to, m_path, size);
-    AppendSuffix(m_to, size, ".lock");
+    memcpy(m_to + size, kSuffix, sizeof kSuffix);
     const int file = MoveUp(OpenOrCreate(m_to, O_RDWR | O_CLOEXEC), kFirstOwnDescriptor);
     if (file >= 0 && !IsRegularFile(file)) {
         close(file);

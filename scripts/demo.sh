@@ -16,7 +16,8 @@ absolute() {
         *) echo "$PWD/$1" ;;
     esac
 }
-list=$(absolute "${1:-$root/examples/launch-list.json}")
+# The build writes the example list, with absolute paths.
+list=$(absolute "${1:-$root/build/release/examples/launch-list.json}")
 contents=$(absolute "${KESTRANE_BUNDLE:-$root/build/stage/Kestrane.app}")/Contents
 
 # Set while there is something to stop or to remove at the end.
@@ -215,7 +216,7 @@ clean_up() {
     fi
 }
 
-if [ ! -r "$list" ]; then
+if [ $# -gt 0 ] && [ ! -r "$list" ]; then
     echo "Cannot read $list" >&2
     exit 1
 fi
@@ -233,8 +234,6 @@ check_list
 follow_log
 began=$(date -u +%Y-%m-%dT%H:%M:%S)
 if [ $# -eq 0 ]; then
-    # The programs of the example list are relative to this directory.
-    cd "$root"
     start_launcher
     show_examples
 else

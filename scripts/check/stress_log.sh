@@ -30,6 +30,15 @@ prove() {
     "$stress" processes "$folder" 20000
     "$stress" removed "$folder" 2000
     "$stress" killed "$folder" 500
+    "$stress" inherited "$folder" 5000
+    "$stress" unmovable "$folder" 20000
+    "$stress" limit "$folder" 200
+    "$stress" locale "$folder" 2000
+    "$stress" cancelled "$folder" 5000
+    "$stress" umasks "$folder" 1
+    "$stress" same "$folder" 20000
+    "$stress" handlers "$folder" 2000
+    "$stress" namespaces "$folder" 200
     if command -v bwrap >/dev/null; then
         # A disk of 1 MiB, which the test can fill.
         bwrap --dev-bind / / --size 1048576 --tmpfs /mnt --die-with-parent "$stress" full /mnt 40

@@ -84,7 +84,7 @@ class ThreadStacks(LauncherTest):
         # The others have forked by then: an item that has not would end the group before any join.
         others = [*(item(str(i)) for i in range(MANY_ITEMS)), *nameless(MANY)]
         for setting in SETTINGS:
-            for name in (f"empty {i}" for i in range(4)):
+            for name in ("empty 2", "empty 3"):
                 with self.subTest(setting, name=name):
                     launcher = self.start_in(setting, numbered(*others, {"name": name}))
                     self.assertEqual(-signal.SIGKILL, launcher.wait())

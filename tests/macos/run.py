@@ -15,16 +15,19 @@ sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 
 
 def undo_python():
-    """Python ignores signals that programs expect to have their default action."""
+    """Takes back what Python has changed: it ignores two signals, catches one, and sets LC_CTYPE.
+    Returns the environment that the process was given."""
     for number in (signal.SIGPIPE, signal.SIGXFSZ):
         signal.signal(number, signal.SIG_DFL)
     if signal.getsignal(signal.SIGINT) != signal.SIG_IGN:
         signal.signal(signal.SIGINT, signal.SIG_DFL)
+    with open("/proc/self/environ", "rb") as file:
+        return [entry for entry in file.read().split(b"\0") if entry]
 
 
 def run(architecture, directory, file, arguments):
     path = arguments[0]
-    undo_python()
+    environment = undo_python()
     import libsystem
     from machine import BrokenProgram, Machine, Missing
 
@@ -38,7 +41,6 @@ def run(architecture, directory, file, arguments):
         machine.load_program(file, path)
         gc.freeze()
         gc.disable()
-        environment = [name + b"=" + value for name, value in os.environb.items()]
         status = machine.run([os.fsencode(argument) for argument in arguments], environment)
     except BrokenProgram as error:
         report(directory, f"{path}: {error}", kept=False)

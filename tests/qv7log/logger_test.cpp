@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <string>
 #include <thread>
@@ -280,6 +281,39 @@ TEST(InitLogger, ResolvesARelativePathOnce)
     EXPECT_EQ(Texts(folder / "a/log").size(), 6U);
     EXPECT_TRUE(Exists(folder / "a/log.1"));
 }
+
+#ifdef __linux__
+// Changes to a new directory below `start` whose path has `length` bytes.
+void EnterDirectoryOfLength(const std::string& start, std::size_t length)
+{
+    ASSERT_EQ(chdir(start.c_str()), 0);
+    for (std::size_t used = start.size(); used < length;) {
+        // Leaves at least a slash and one character for a further component.
+        const std::size_t left = length - used - 1;
+        const std::string name(left > 250 ? std::min<std::size_t>(200, left - 2) : left, 'd');
+        ASSERT_EQ(mkdir(name.c_str(), 0700), 0);
+        ASSERT_EQ(chdir(name.c_str()), 0);
+        used += 1 + name.size();
+    }
+}
+
+TEST(InitLogger, RejectsARelativePathThatIsTooLongWithTheWorkingDirectory)
+{
+    char before[PATH_MAX];
+    ASSERT_NE(getcwd(before, sizeof before), nullptr);
+    const struct
+    {
+        std::size_t length;  // Of the working directory.
+        std::int32_t result;
+    } cases[] = {{PATH_MAX - 20, 0}, {PATH_MAX - 2, ENAMETOOLONG}, {PATH_MAX - 1, ERANGE}};
+    for (const auto& c : cases) {
+        TempFolder folder;
+        EnterDirectoryOfLength(folder.path(), c.length);
+        EXPECT_EQ(InitLogger("l"), c.result) << c.length;
+        ASSERT_EQ(chdir(before), 0);
+    }
+}
+#endif
 
 TEST(InitLogger, OpensAnotherLogWhenCalledAgain)
 {

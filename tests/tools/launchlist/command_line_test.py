@@ -2,11 +2,12 @@
 
     command_line_test.py LAUNCHLIST [--renew]
 
-Every run of the table RUNS prints what its file in printed/ holds. --renew writes these files anew
-from what LAUNCHLIST prints now: look at the difference before you keep it.
+Every run of the table RUNS prints the contents of its file in printed/. --renew rewrites these files
+with what LAUNCHLIST prints now: read the difference before you commit it.
 """
 
 import fcntl
+import json
 import os
 import pathlib
 import re
@@ -30,11 +31,17 @@ RUNS = [
     ("check_color.txt", "check lists/every_step.json", 80, 2),
     ("check.json", "check --json lists/every_step.json", None, 2),
     ("check_good.json", "check --json lists/good.json", 80, 0),
+    ("check_several.txt", "check lists/good.json lists/args_missing.json", None, 1),
+    ("check_several.json", "check lists/good.json lists/args_missing.json --json", None, 1),
     ("explain.txt", "explain lists/every_step.json", None, 2),
     ("explain_color.txt", "explain lists/every_step.json", 80, 2),
     ("explain.json", "explain --json lists/every_step.json", None, 2),
     ("explain_good.txt", "explain lists/good.json", None, 0),
     ("explain_good.json", "explain --json lists/good.json", 80, 0),
+    ("explain_abort.json", "explain --json lists/program_array.json", None, 2),
+    ("explain_list_type.txt", "explain lists/root_array.json", None, 2),
+    ("explain_list_type.json", "explain --json lists/root_array.json", None, 2),
+    ("explain_missing.txt", "explain lists/program_not_there.json", None, 2),
     ("report.txt", "report logs/mixed", None, 0),
     ("report_color.txt", "report logs/mixed", 60, 0),
     ("report_widest.txt", "report logs/mixed", 500, 0),
@@ -60,7 +67,7 @@ PAGES = [
     ("page_empty.html", "logs/empty"),
 ]
 
-# The arguments, the exit status, and all of what is told about it.
+# The arguments, the exit status, and the whole message.
 FAILURES = [
     ("check none", 3, "none: No such file or directory"),
     ("check \x1b]0;owned\x07", 3, r"\x1b]0;owned\x07: No such file or directory"),
@@ -70,12 +77,15 @@ FAILURES = [
     ("report logs/empty --html none/page", 3, "none/page: No such file or directory"),
 ]
 
-# Arguments that are no use, and a part of what is told about it; the words around it are CLI11's.
+# Wrong arguments, and a part of the message; the words around it are CLI11's.
 MISTAKES = [
     ("", "subcommand is required"),
     ("check", "LIST is required"),
+    ("chekc lists/good.json", 'unknown command "chekc"; did you mean "check"?'),
+    ("start \x1b]0;owned\x07", 'unknown command "start"'),
     ("explain", "LIST is required"),
-    ("check lists/good.json \x1b]0;owned\x07", r"\x1b]0;owned\x07"),
+    ("explain lists/good.json lists/good.json", "LIST"),
+    ("check lists/good.json --\x1b]0;owned\x07", r"\x1b]0;owned\x07"),
     ("check --colour lists/good.json", "--colour"),
     ("report logs/mixed --since yesterday", "no time: yesterday"),
     ("report logs/mixed --until \x1b[1m", r"no time: \x1b[1m"),
@@ -84,26 +94,27 @@ MISTAKES = [
 # What each help says, line by line and with its blanks joined; CLI11 lays it out.
 HELPS = {
     "": """
-        Tells what a launch list does before it runs, and what happened after.
-        check Name every mistake of a launch list.
-        explain Show what the launcher makes of each item.
+        Shows what the launcher will do with a launch list, and reports what it did.
+        --version
+        check Find the mistakes in launch lists.
+        explain Show what the launcher does with each item of a list.
         report Tell from the log how the items fared.
         Example: launchlist check helpers.json && launchlist explain helpers.json
     """,
     "check": """
-        Name every mistake of a launch list.
-        launchlist check [OPTIONS] LIST
-        The launch list
-        --json Print JSON, for programs
-        Exit status: 0 no mistake, 1 warnings only, 2 errors, 3 the list cannot be read. Example:
+        Find the mistakes in launch lists.
+        launchlist check [OPTIONS] LIST...
+        Launch lists; - is standard input
+        --json Print JSON
+        Exit status: 0 no mistakes, 1 warnings only, 2 errors, 3 a list cannot be read. Example:
         Example: launchlist check helpers.json
     """,
     "explain": """
-        Show what the launcher makes of each item.
+        Show what the launcher does with each item of a list.
         launchlist explain [OPTIONS] LIST
-        The launch list
-        --json Print JSON, for programs
-        Exit status: 0 the launcher would wait for its end, 2 it would end by itself,
+        The launch list; - is standard input
+        --json Print JSON
+        Exit status: 0 the launcher keeps running until SIGTERM, 2 it ends or may end before,
         3 the list cannot be read. Example: launchlist explain helpers.json
     """,
     "report": """
@@ -123,7 +134,7 @@ HELPS = {
 
 
 # All but what could ask for other colours than a test does.
-ENVIRONMENT = {name: value for name, value in os.environ.items() if name != "NO_COLOR"}
+ENVIRONMENT = {name: value for name, value in os.environ.items() if name not in ("NO_COLOR", "TERM")}
 
 
 def run(*arguments, **options):
@@ -132,7 +143,7 @@ def run(*arguments, **options):
         cwd=HERE,
         env=ENVIRONMENT,
         check=False,
-        stdin=subprocess.DEVNULL,
+        stdin=options.pop("stdin", subprocess.DEVNULL),
         stdout=options.pop("stdout", subprocess.PIPE),
         stderr=subprocess.PIPE,
         **options,
@@ -224,7 +235,7 @@ class CommandLine(unittest.TestCase):
                 self.assertEqual(b"", result.stdout)
                 told = result.stderr.decode()
                 self.assertNotIn("\x1b", told)
-                self.assertRegex(told, "^launchlist: .*\nlaunchlist --help tells more.\n$")
+                self.assertRegex(told, '^launchlist: .*\nTry "launchlist --help".\n$')
                 self.assertIn(words, told)
 
     def test_helps(self):
@@ -241,7 +252,33 @@ class CommandLine(unittest.TestCase):
             self.skipTest("no /dev/full")
         for arguments in ("check lists/good.json", "explain lists/good.json", "report logs/mixed"):
             with self.subTest(arguments), open("/dev/full", "wb") as full:
-                self.assertEqual(3, run(*arguments.split(), stdout=full).returncode)
+                result = run(*arguments.split(), stdout=full)
+                self.assertEqual(3, result.returncode)
+                self.assertEqual(
+                    b"launchlist: standard output: No space left on device\n", result.stderr
+                )
+
+    def test_version(self):
+        result = run("--version")
+        self.assertEqual(0, result.returncode)
+        self.assertRegex(result.stdout.decode(), r"^launchlist \d+\.\d+\.\d+\n$")
+
+    def test_standard_input_is_a_list(self):
+        for command in ("check", "explain"):
+            with self.subTest(command), open(HERE / "lists/good.json", "rb") as file:
+                result = run(command, "-", stdin=file)
+                self.assertEqual(0, result.returncode)
+                expected = run(command, "lists/good.json").stdout
+                self.assertEqual(expected.replace(b"lists/good.json", b"-"), result.stdout)
+
+    def test_an_unreadable_list_does_not_keep_the_others_from_being_checked(self):
+        result = run("check", "none", "lists/empty.json")
+        self.assertEqual(3, result.returncode)
+        self.assertEqual(b"launchlist: none: No such file or directory\n", result.stderr)
+        self.assertIn(b"lists/empty.json: 1 error, 0 warnings\n", result.stdout)
+        (unreadable, empty) = json.loads(run("check", "--json", "none", "lists/empty.json").stdout)["lists"]
+        self.assertEqual({"list": "none", "error": "No such file or directory"}, unreadable)
+        self.assertEqual(1, empty["errors"])
 
     def test_ages_count_from_now(self):
         record = "{} ERROR    launcher[100] [LAUNCHER  ] a {} is killed. ret = {}, status = 0\n"

@@ -1,4 +1,7 @@
-// How many arguments there is room for.
+// How many arguments an item can have.
+//
+// The child builds the argument vector on the stack of a supervisor thread, one pointer for each
+// argument, one for the program and one for the null at the end. That limits "argc".
 #pragma once
 
 #include <cstddef>
@@ -7,13 +10,27 @@
 
 namespace launchlist {
 
-// Whether the vector of an item with `count` arguments fits a supervisor's stack beside everything
-// else there.
-constexpr bool FitsStack(int count)
+// What the child's own calls may need of that stack while the vector lies on it: thread-local data,
+// the frames of the supervisor and those of the JSON library.
+inline constexpr std::size_t kStackForCalls = std::size_t{32} * 1024;
+
+// The largest "argc" that is sure to fit: 61,438. launch-list(5) states this number, too.
+inline constexpr int kMaxArgumentCount =
+    static_cast<int>((kSupervisorStackSize - kStackForCalls) / sizeof(char*)) - 2;
+
+enum class StackFit
 {
-    constexpr std::size_t kPointerSize = 8;
-    constexpr std::size_t kElsewhere = std::size_t{64} * 1024;
-    return count <= static_cast<int>((kSupervisorStackSize - kElsewhere) / kPointerSize);
+    kFits,
+    kMayOverrun,
+    kOverruns  // The vector alone is larger than the whole stack.
+};
+
+constexpr StackFit FitOnStack(int count)
+{
+    constexpr int kWholeStack = static_cast<int>(kSupervisorStackSize / sizeof(char*)) - 2;
+    return count <= kMaxArgumentCount ? StackFit::kFits
+           : count <= kWholeStack     ? StackFit::kMayOverrun
+                                      : StackFit::kOverruns;
 }
 
 }  // namespace launchlist

@@ -134,7 +134,9 @@ HELPS = {
 
 
 # All but what could ask for other colours than a test does.
-ENVIRONMENT = {name: value for name, value in os.environ.items() if name not in ("NO_COLOR", "TERM")}
+ENVIRONMENT = {
+    name: value for name, value in os.environ.items() if name not in ("NO_COLOR", "TERM")
+}
 
 
 def run(*arguments, **options):
@@ -276,7 +278,8 @@ class CommandLine(unittest.TestCase):
         self.assertEqual(3, result.returncode)
         self.assertEqual(b"launchlist: none: No such file or directory\n", result.stderr)
         self.assertIn(b"lists/empty.json: 1 error, 0 warnings\n", result.stdout)
-        (unreadable, empty) = json.loads(run("check", "--json", "none", "lists/empty.json").stdout)["lists"]
+        result = run("check", "--json", "none", "lists/empty.json")
+        (unreadable, empty) = json.loads(result.stdout)["lists"]
         self.assertEqual({"list": "none", "error": "No such file or directory"}, unreadable)
         self.assertEqual(1, empty["errors"])
 

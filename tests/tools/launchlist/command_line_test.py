@@ -164,7 +164,7 @@ def run_in_terminal(arguments, columns, **variables):
             while chunk := os.read(controller, 4096):
                 output += chunk
         except OSError:
-            pass  # Linux tells the end so.
+            pass  # EIO on Linux: the terminal has been closed.
     os.close(controller)
     return process.returncode, output
 

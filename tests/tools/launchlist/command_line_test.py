@@ -2,8 +2,8 @@
 
     command_line_test.py LAUNCHLIST [--renew]
 
-Every run of the table RUNS prints the contents of its file in printed/. --renew rewrites these files
-with what LAUNCHLIST prints now: read the difference before you commit it.
+Every run of the table RUNS prints the contents of its file in printed/. --renew rewrites these
+files with what LAUNCHLIST prints now: read the difference before you commit it.
 """
 
 import fcntl
@@ -81,7 +81,7 @@ FAILURES = [
 MISTAKES = [
     ("", "subcommand is required"),
     ("check", "LIST is required"),
-    ("chekc lists/good.json", 'unknown command "chekc"; did you mean "check"?'),
+    ("checks lists/good.json", 'unknown command "checks"; did you mean "check"?'),
     ("start \x1b]0;owned\x07", 'unknown command "start"'),
     ("explain", "LIST is required"),
     ("explain lists/good.json lists/good.json", "LIST"),
@@ -134,7 +134,9 @@ HELPS = {
 
 
 # All but what could ask for other colours than a test does.
-ENVIRONMENT = {name: value for name, value in os.environ.items() if name not in ("NO_COLOR", "TERM")}
+ENVIRONMENT = {
+    name: value for name, value in os.environ.items() if name not in ("NO_COLOR", "TERM")
+}
 
 
 def run(*arguments, **options):
@@ -276,7 +278,9 @@ class CommandLine(unittest.TestCase):
         self.assertEqual(3, result.returncode)
         self.assertEqual(b"launchlist: none: No such file or directory\n", result.stderr)
         self.assertIn(b"lists/empty.json: 1 error, 0 warnings\n", result.stdout)
-        (unreadable, empty) = json.loads(run("check", "--json", "none", "lists/empty.json").stdout)["lists"]
+        (unreadable, empty) = json.loads(run("check", "--json", "none", "lists/empty.json").stdout)[
+            "lists"
+        ]
         self.assertEqual({"list": "none", "error": "No such file or directory"}, unreadable)
         self.assertEqual(1, empty["errors"])
 

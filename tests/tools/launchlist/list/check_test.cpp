@@ -199,7 +199,7 @@ void ExpectSound(const std::string& bytes)
     const Explanation explanation = ExplainList(bytes);
     EXPECT_TRUE(!EndsPossibly(explanation.outcomes) || findings.errors > 0) << printable(text);
     for (const ExplainedItem& item : explanation.items) {
-        EXPECT_TRUE(item.runs != Runs::kNo || findings.errors > 0) << printable(text);
+        EXPECT_TRUE(item.runs != Runs::kNever || findings.errors > 0) << printable(text);
     }
     for (const std::string& output :
          {FindingsText("x", findings, false), FindingsJson({{"x", "", findings}}),

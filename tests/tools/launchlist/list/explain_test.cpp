@@ -74,7 +74,7 @@ TEST(Explain, GivesTheArgumentVector)
         const ExplainedItem item = ItemWith(row.more);
         EXPECT_EQ(item.arguments, row.arguments) << row.more;
         EXPECT_EQ(item.fate, Fate::kRuns) << row.more;
-        EXPECT_EQ(item.runs, Runs::kYes) << row.more;
+        EXPECT_EQ(item.runs, Runs::kCertainly) << row.more;
     }
     EXPECT_EQ(ItemWith(R"(, "argc": -1)").note, effects::kEmptyVector);
 }
@@ -105,7 +105,7 @@ TEST(Explain, SaysWhyAnItemNeverRuns)
         EXPECT_FALSE(item.arguments) << row.more;
         EXPECT_EQ(item.fate, row.fate) << row.more;
         EXPECT_EQ(item.effect, row.effect) << row.more;
-        EXPECT_EQ(item.runs, Runs::kNo) << row.more;
+        EXPECT_EQ(item.runs, Runs::kNever) << row.more;
     }
 }
 
@@ -194,10 +194,10 @@ TEST(Explain, CallsItemsPossibleWhereTheLauncherMayEnd)
 {
     const Explanation explanation = ExplainList(ListOf({Item("a", kGood), Item("b", "\"\"")}));
     EXPECT_EQ(explanation.items[0].runs, Runs::kPossibly);
-    EXPECT_EQ(explanation.items[1].runs, Runs::kNo);
+    EXPECT_EQ(explanation.items[1].runs, Runs::kNever);
     // The limit of processes is reached only after all items have been started.
     EXPECT_EQ(ExplainList(ListOf({Item("a", kGood), Item("b", "\"/no\"")})).items[0].runs,
-              Runs::kYes);
+              Runs::kCertainly);
 }
 
 TEST(ExplanationText, QuotesForAShell)

@@ -22,11 +22,9 @@
 //   stack of a thread that is being joined is kept as well. (So does a pthread_create that fails;
 //   the launcher then ends.)
 // - pthread_join in the child would follow the links in an empty descriptor. The pthread_join
-// defined
-//   here reports such a thread as joined, as glibc does for stacks that it allocated.
-// - Since 2.41, fork visits every thread of the list, to take its buffer of getrandom back. The
-// child
-//   would crash, so the range is used with earlier versions only.
+//   defined here reports such a thread as joined, as glibc does for stacks that it allocated.
+// - Since 2.41, fork visits every thread of the list, to take back its buffer of getrandom. The
+//   child would crash, so the range is used with earlier versions only.
 //
 // A child of _Fork or clone, which run no fork handlers, would lose its own stack. Nothing in the
 // launcher calls them.
@@ -36,8 +34,7 @@
 // - with a glibc that visits all threads;
 // - if the kernel has no MADV_WIPEONFORK (before Linux 4.14);
 // - if the kernel accounts for all memory that is mapped (strict overcommit), or if the address
-// space
-//   or the data segment is limited: the whole range would count, used or not;
+//   space or the data segment is limited: the whole range would count, used or not;
 // - beyond the end of the range, and in a forked child.
 //
 // All threads share one heap, because the supervisors hardly allocate; the heaps of glibc, up to
@@ -49,12 +46,14 @@
 #include <gnu/libc-version.h>
 #include <malloc.h>
 #include <pthread.h>
+#include <signal.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 
 namespace {
@@ -96,20 +95,15 @@ char* AddressOf(const Slot& slot)
     return g_range + static_cast<std::size_t>(&slot - g_slots) * g_slot_size;
 }
 
-// The slot that contains `address`; null if it lies outside of the range.
-Slot* SlotAt(const void* address)
-{
-    const auto at = static_cast<const char*>(address);
-    if (g_range == nullptr || at < g_range || at >= g_range + kSlotCount * g_slot_size) {
-        return nullptr;
-    }
-    return &g_slots[static_cast<std::size_t>(at - g_range) / g_slot_size];
-}
-
-// pthread_t is the address of the descriptor.
+// The slot that contains the descriptor of `thread`, whose address a pthread_t is; null if the
+// thread has another stack.
 Slot* SlotOf(pthread_t thread)
 {
-    return SlotAt(reinterpret_cast<const void*>(thread));
+    const auto begin = reinterpret_cast<std::uintptr_t>(g_range);
+    if (g_range == nullptr || thread < begin || thread - begin >= kSlotCount * g_slot_size) {
+        return nullptr;
+    }
+    return &g_slots[(thread - begin) / g_slot_size];
 }
 
 // Lets a fork copy the stack.
@@ -175,8 +169,18 @@ void GuardStackOfGlibc()
     guarded = guard != 0 || madvise(lowest, g_page_size, kGuardInstall) == 0;
 }
 
+// What the thread that forks blocked before.
+thread_local sigset_t t_signals;
+
+// In the middle of a fork, a thread holds locks of glibc that other threads need for a fork or an
+// allocation. If it ran the SIGTERM handler there, the handler would wait forever for these
+// threads. glibc takes the locks after this, and blocks signals itself only while the system copies
+// the process. The cheaper a fork is, the more of it lies outside of that.
 void BeforeFork()
 {
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &t_signals);
     if (const Slot* const slot = SlotOf(pthread_self())) {
         Keep(*slot);
     } else {
@@ -189,11 +193,13 @@ void AfterForkInParent()
     if (const Slot* const slot = SlotOf(pthread_self())) {
         Wipe(*slot);
     }
+    pthread_sigmask(SIG_SETMASK, &t_signals, nullptr);
 }
 
 void AfterForkInChild()
 {
     g_in_forked_child = true;
+    pthread_sigmask(SIG_SETMASK, &t_signals, nullptr);
 }
 
 bool IsUnlimited(decltype(RLIMIT_AS) resource)

@@ -22,8 +22,9 @@ constexpr int kOldFiles = QV7LOG_OLD_FILES;
 // A longer text, measured before it is escaped, is cut.
 constexpr std::size_t kMaxText = 64 * 1024;
 
-// A record with a shorter text does not use the heap.
-constexpr std::size_t kStackText = 2048;
+// A record whose line fits into this many bytes does not use the heap. If anything in its text has
+// to be escaped, that requires four bytes for each byte of the text.
+constexpr std::size_t kStackLine = 2048;
 
 // A longer program name is cut.
 constexpr std::size_t kMaxName = 64;

@@ -1,49 +1,62 @@
-// The two entry points and the log behind them.
+// The two entry points, and the log that they create.
 #include <errno.h>
 #include <limits.h>
 #include <pthread.h>
-#include <stdio.h>
 #include <string.h>
 #include <time.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <charconv>
 #include <memory>
 #include <new>
 
+#include "qv7log/format.h"
 #include "qv7log/include/qv7log.h"
 #include "qv7log/limits.h"
+#include "qv7log/process_id.h"
 #include "qv7log/record.h"
 #include "qv7log/rotating_file.h"
 
 namespace qv7log {
 namespace {
 
-constexpr LOGLEVEL kNoticeLevel = LOGLEVEL_ERROR;
+constexpr LOGLEVEL kReportLevel = LOGLEVEL_ERROR;
 
-// Never reset: see the header.
+// The log that GetLogger uses; null before InitLogger has succeeded. Never reset: see the header.
 std::atomic<RotatingFile*> g_file{nullptr};
 
-// VERBOSE has the highest number and the lowest rank: as a threshold it lets everything pass.
-int Rank(LOGLEVEL level)
+// All logs, linked by RotatingFile::next.
+std::atomic<RotatingFile*> g_files{nullptr};
+
+void ForgetParent()
 {
-    return level == LOGLEVEL_VERBOSE ? INT_MIN : level;
+    RotatingFile::ForgetParentsChange();
+    // In a new PID namespace a child can have the process id of its parent.
+    for (RotatingFile* file = g_files.load(); file != nullptr; file = file->next) {
+        file->lost.Take(ProcessId());
+    }
 }
 
-// This process; getpid asks the system, which is an eighth of a record's price.
-std::atomic<pid_t> g_process{0};
-
-void RememberProcess()
+// A thread that is cancelled while it changes the log would leave the flag of the change set, and
+// this process could never rotate or reopen the log again.
+class CancellationBlocker
 {
-    g_process.store(getpid(), std::memory_order_relaxed);
-}
+public:
+    CancellationBlocker() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_previous); }
+    ~CancellationBlocker() { pthread_setcancelstate(m_previous, nullptr); }
+    CancellationBlocker(const CancellationBlocker&) = delete;
+    CancellationBlocker& operator=(const CancellationBlocker&) = delete;
+
+private:
+    int m_previous = PTHREAD_CANCEL_ENABLE;
+};
 
 class Logger final : public ILog
 {
 public:
     Logger(RotatingFile& file, std::string_view name, LOGLEVEL threshold)
-        : m_file(file), m_threshold(Rank(threshold))
+        : m_threshold(threshold == LOGLEVEL_VERBOSE ? INT_MIN : threshold), m_file(file)
     {
         name = name.substr(0, kMaxName);
         name = name.substr(0, SizeOfWholeCharacters(name));
@@ -57,106 +70,126 @@ public:
     void LogV(LOGLEVEL level, const char* format, va_list arguments) override
         __attribute__((format(printf, 3, 0)))
     {
-        if (Rank(level) >= m_threshold) {
-            const int error = errno;
+        // VERBOSE has the highest number, but as the level of a record it is below all others.
+        if (level >= m_threshold && (level != LOGLEVEL_VERBOSE || m_threshold == INT_MIN)) {
             Format(level, format, arguments);
-            errno = error;
         }
     }
 
 private:
     void Format(LOGLEVEL level, const char* format, va_list arguments)
         __attribute__((noinline, format(printf, 3, 0)));
-    void FormatLong(LOGLEVEL level, std::size_t size, const char* format, va_list arguments)
-        __attribute__((noinline, format(printf, 4, 0)));
-    void Write(LOGLEVEL level, std::string_view text, std::size_t cut, char* line);
-    bool WriteNotice(Heading heading, std::uint32_t lost);
+    void FormatLong(const Heading& heading, char* line, std::size_t size, const char* format,
+                    va_list arguments, int error) __attribute__((noinline, format(printf, 5, 0)));
+    void Write(const Heading& heading, const char* line, const char* end);
+    bool WriteReport(Heading heading, std::uint32_t lost, std::int64_t checked)
+        __attribute__((noinline));
 
+    const int m_threshold;  // INT_MIN: every record passes
     RotatingFile& m_file;
-    const int m_threshold;
     std::size_t m_name_size = 0;
     char m_name[kMaxName * kEscapedSize];
 };
 
-// The space that Write needs for the line of a text of `size` bytes.
+// The space for a line with a text of `size` bytes, however many of them are escaped.
 constexpr std::size_t LineSpace(std::size_t size)
 {
     return kMaxFraming + size * kEscapedSize;
 }
 
+// If the heap is exhausted, this many bytes of a long text are written.
+constexpr std::size_t kTextWithoutHeap = (kStackLine - kMaxFraming - 1) / kEscapedSize;
+
 void Logger::Format(LOGLEVEL level, const char* format, va_list arguments)
 {
-    va_list again;
-    va_copy(again, arguments);
-    char text[kStackText];
-    const int result = vsnprintf(text, sizeof text, format, arguments);
-    const auto size = static_cast<std::size_t>(result);
-    if (result >= 0 && size >= sizeof text) {
-        FormatLong(level, size, format, again);
+    const int error = errno;
+    const CancellationBlocker blocker;
+    Heading heading = {{}, level, {m_name, m_name_size}, ProcessId()};
+    clock_gettime(CLOCK_REALTIME, &heading.time);
+
+    // Almost every text is written in place, after the heading, and contains nothing to escape.
+    char line[kStackLine];
+    char* const text = PutHeading(line, heading);
+    const auto space = static_cast<std::size_t>(line + sizeof line - text);
+    const std::size_t size = FormatText(text, space, format, arguments, error);
+    if (size < space && IsPlain({text, size})) {
+        text[size] = '\n';
+        Write(heading, line, text + size + 1);
+    } else if (size < space && LineSpace(size) <= sizeof line) {
+        // Escape it from the end of the buffer to where it belongs.
+        char* const copy = line + sizeof line - size;
+        memmove(copy, text, size);
+        char* end = PutText(text, {copy, size});
+        *end++ = '\n';
+        Write(heading, line, end);
     } else {
-        // What cannot be formatted is logged as it stands; only its reader can say what is wrong.
-        const std::string_view whole(result < 0 ? format : text,
-                                     result < 0 ? strlen(format) : size);
-        const std::string_view kept = whole.substr(0, kStackText);
-        char line[LineSpace(kStackText)];
-        Write(level, kept, whole.size() - kept.size(), line);
+        FormatLong(heading, line, size, format, arguments, error);
     }
-    va_end(again);
+    errno = error;
 }
 
-// The same for a text that needs the heap. Without memory, its beginning is better than nothing.
-void Logger::FormatLong(LOGLEVEL level, std::size_t size, const char* format, va_list arguments)
+// Writes a record whose text of `size` bytes needs more than the kStackLine bytes at `line`, and
+// cuts the text if it is too long. A text that cannot be formatted is replaced by its format: only
+// the reader can tell what is wrong with it.
+void Logger::FormatLong(const Heading& heading, char* line, std::size_t size, const char* format,
+                        va_list arguments, int error)
 {
-    char few[256];
-    char few_line[LineSpace(sizeof few)];
-    std::size_t space = std::min(size, kMaxText) + 1;
-    const std::unique_ptr<char[]> memory(new (std::nothrow) char[space + LineSpace(space)]);
-    char* const text = memory ? memory.get() : few;
-    char* const line = memory ? text + space : few_line;
-    if (!memory) {
-        space = sizeof few;
+    const bool is_formattable = size != kUnformattable;
+    std::size_t space = std::min(is_formattable ? size : strlen(format), kMaxText);
+    const std::unique_ptr<char[]> memory(new (std::nothrow) char[LineSpace(space) + 1]);
+    if (memory) {
+        line = memory.get();
+    } else {
+        space = std::min(space, kTextWithoutHeap);
     }
-    // Another thread may have changed an argument since it was measured.
-    size = static_cast<std::size_t>(std::max(vsnprintf(text, space, format, arguments), 0));
-    std::string_view kept(text, std::min(size, space - 1));
+    // Escape the text from the end of the buffer to where it belongs.
+    char* const text = line + LineSpace(space) - space;
+    if (is_formattable) {
+        size = FormatText(text, space + 1, format, arguments, error);
+        // Another thread may have changed an argument since the size was measured.
+        size = size == kUnformattable ? 0 : size;
+    } else {
+        size = strlen(format);
+        memcpy(text, format, space);
+    }
+    std::string_view kept(text, std::min(size, space));
     if (kept.size() < size) {
         kept = kept.substr(0, SizeOfWholeCharacters(kept));
     }
-    Write(level, kept, size - kept.size(), line);
-}
-
-// Writes the record of a text that lacks its last `cut` bytes. `line` has LineSpace for the text.
-void Logger::Write(LOGLEVEL level, std::string_view text, std::size_t cut, char* line)
-{
-    Heading heading = {{}, level, {m_name, m_name_size}, g_process.load(std::memory_order_relaxed)};
-    clock_gettime(CLOCK_REALTIME, &heading.time);
-    char* end = PutText(PutHeading(line, heading), text);
-    if (cut != 0) {
-        end = PutCutMark(end, cut);
+    char* end = PutText(PutHeading(line, heading), kept);
+    if (kept.size() < size) {
+        end = PutCutMark(end, size - kept.size());
     }
     *end++ = '\n';
+    Write(heading, line, end);
+}
 
-    m_file.ReopenIfMoved(heading.time, heading.process);
+void Logger::Write(const Heading& heading, const char* line, const char* end)
+{
+    const std::int64_t checked = m_file.ReopenIfMoved(heading.process);
     const std::uint32_t lost = m_file.lost.Take(heading.process);
-    if (lost != 0 && !WriteNotice(heading, lost)) {
+    if (lost != 0 && !WriteReport(heading, lost, checked)) {
         m_file.lost.Add(lost, heading.process);
         m_file.lost.Add(1, heading.process);
         return;
     }
-    if (!m_file.Append(line, static_cast<std::size_t>(end - line), heading.process)) {
+    const auto size = static_cast<std::size_t>(end - line);
+    if (!m_file.Append(line, size, heading.process, checked)) {
         m_file.lost.Add(1, heading.process);
     }
 }
 
-bool Logger::WriteNotice(Heading heading, std::uint32_t lost)
+// Writes the record that reports how many records were lost.
+bool Logger::WriteReport(Heading heading, std::uint32_t lost, std::int64_t checked)
 {
-    char text[64];
-    snprintf(text, sizeof text, "[QV7LOG    ] %u records were lost", static_cast<unsigned>(lost));
-    heading.level = kNoticeLevel;
-    char line[LineSpace(sizeof text)];
-    char* end = PutText(PutHeading(line, heading), text);
-    *end++ = '\n';
-    return m_file.Append(line, static_cast<std::size_t>(end - line), heading.process);
+    constexpr std::string_view kTag = "[QV7LOG    ] ";
+    constexpr std::string_view kWereLost = " records were lost\n";
+    char line[kMaxFraming + kTag.size() + 10 + kWereLost.size()];
+    heading.level = kReportLevel;
+    char* end = PutText(PutHeading(line, heading), kTag);
+    end = std::to_chars(end, line + sizeof line, lost).ptr;
+    end += kWereLost.copy(end, kWereLost.size());
+    return m_file.Append(line, static_cast<std::size_t>(end - line), heading.process, checked);
 }
 
 }  // namespace
@@ -164,14 +197,16 @@ bool Logger::WriteNotice(Heading heading, std::uint32_t lost)
 
 std::int32_t InitLogger(const char* path)
 {
-    if (qv7log::g_file.load() == nullptr) {
-        const int error = pthread_atfork(nullptr, nullptr, qv7log::RememberProcess);
+    using qv7log::RotatingFile;
+    if (qv7log::g_files.load() == nullptr) {
+        static bool is_watching = false;
+        const int error = is_watching ? 0 : qv7log::WatchForks(qv7log::ForgetParent);
         if (error != 0) {
             return error;
         }
-        qv7log::RememberProcess();
+        is_watching = true;
     }
-    auto* const file = new (std::nothrow) qv7log::RotatingFile;
+    auto* const file = new (std::nothrow) RotatingFile;
     if (file == nullptr) {
         return ENOMEM;
     }
@@ -180,6 +215,18 @@ std::int32_t InitLogger(const char* path)
         delete file;
         return error;
     }
+    // Two descriptors of one file would follow a rotation at different times, so that the records
+    // of a thread would be out of order.
+    for (RotatingFile* open = qv7log::g_files.load(); open != nullptr; open = open->next) {
+        if (open->HasSameFile(*file)) {
+            file->Close();
+            delete file;
+            qv7log::g_file.store(open);
+            return 0;
+        }
+    }
+    file->next = qv7log::g_files.load();
+    qv7log::g_files.store(file);
     qv7log::g_file.store(file);
     return 0;
 }

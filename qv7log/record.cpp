@@ -1,5 +1,6 @@
 #include "qv7log/record.h"
 
+#include <cstdint>
 #include <cstring>
 
 #include "qv7log/record_format.h"
@@ -10,7 +11,7 @@ namespace {
 
 char* Put(char* out, std::string_view text)
 {
-    memcpy(out, text.data(), text.size());
+    memmove(out, text.data(), text.size());  // `text` may overlap `out`: see PutText
     return out + text.size();
 }
 
@@ -45,25 +46,31 @@ char* PutHex(char* out, unsigned value, int digits)
     return out;
 }
 
-// A level without a name is written as its number.
+// Writes the level, padded with blanks. A level without a name is written as its number.
 char* PutLevel(char* out, LOGLEVEL level)
 {
     switch (level) {
         case LOGLEVEL_DEBUG:
-            return Put(out, "DEBUG");
+            return Put(out, "DEBUG   ");
         case LOGLEVEL_MESSAGE:
-            return Put(out, "MESSAGE");
+            return Put(out, "MESSAGE ");
         case LOGLEVEL_WARNING:
-            return Put(out, "WARNING");
+            return Put(out, "WARNING ");
         case LOGLEVEL_ERROR:
-            return Put(out, "ERROR");
+            return Put(out, "ERROR   ");
         case LOGLEVEL_CRITICAL:
             return Put(out, "CRITICAL");
         case LOGLEVEL_VERBOSE:
-            return Put(out, "VERBOSE");
+            return Put(out, "VERBOSE ");
     }
-    return PutSigned(out, level);
+    const char* const padded_end = out + kLevelWidth;
+    out = PutSigned(out, level);
+    while (out < padded_end) {
+        *out++ = ' ';
+    }
+    return out;
 }
+static_assert(std::string_view("CRITICAL").size() == kLevelWidth);
 
 // A character of UTF-8: its code point and its size in bytes. The size is 0 if the text does not
 // begin with a well-formed character.
@@ -130,7 +137,7 @@ struct PlainBytes
 };
 constexpr PlainBytes kPlainBytes;
 
-bool IsPlain(char c, Field field)
+bool IsPlainByte(char c, Field field)
 {
     return (kPlainBytes.fields[static_cast<unsigned char>(c)] & static_cast<int>(field)) != 0;
 }
@@ -165,9 +172,9 @@ char* PutEscaped(char* out, std::string_view text, Field field)
     const char* const start = out;
     while (!text.empty()) {
         const char c = text.front();
-        if (IsPlain(c, field)) {
+        if (IsPlainByte(c, field)) {
             std::size_t run = 1;
-            while (run < text.size() && IsPlain(text[run], field)) {
+            while (run < text.size() && IsPlainByte(text[run], field)) {
                 ++run;
             }
             out = Put(out, text.substr(0, run));
@@ -182,7 +189,7 @@ char* PutEscaped(char* out, std::string_view text, Field field)
             out = Put(out, "\\Z");
         } else if (first.size > 1 && IsControl(first.code)) {
             out = PutHex(Put(out, "\\u"), first.code, 4);
-        } else if (first.size == 0 || IsControl(first.code) || IsPlain(c, Field::kText)) {
+        } else if (first.size == 0 || IsControl(first.code) || IsPlainByte(c, Field::kText)) {
             out = PutHex(Put(out, "\\x"), static_cast<unsigned char>(c), 2);
         } else {
             out = Put(out, text.substr(0, first.size));
@@ -198,11 +205,7 @@ char* PutHeading(char* out, const Heading& heading)
 {
     out = PutTimestamp(out, heading.time);
     *out++ = ' ';
-    const char* const level_end = out + kLevelWidth;
     out = PutLevel(out, heading.level);
-    while (out < level_end) {
-        *out++ = ' ';
-    }
     *out++ = ' ';
     out = Put(out, heading.name);
     *out++ = '[';
@@ -213,6 +216,33 @@ char* PutHeading(char* out, const Heading& heading)
 char* PutText(char* out, std::string_view text)
 {
     return PutEscaped(out, text, Field::kText);
+}
+
+bool IsPlain(std::string_view text)
+{
+    constexpr std::uint64_t kOnes = ~std::uint64_t{0} / 255;  // 1 in every byte
+    constexpr std::uint64_t kHighBits = kOnes * 0x80;
+    const auto has_byte_below = [](std::uint64_t bytes, unsigned limit) {
+        return (bytes - kOnes * limit) & ~bytes & kHighBits;
+    };
+    std::size_t at = 0;
+    for (; at + 8 <= text.size(); at += 8) {
+        std::uint64_t bytes;
+        memcpy(&bytes, text.data() + at, sizeof bytes);
+        const std::uint64_t above_tilde = ((bytes + kOnes) | bytes) & kHighBits;
+        const std::uint64_t escaped = has_byte_below(bytes, ' ') | above_tilde |
+                                      has_byte_below(bytes ^ kOnes * '\\', 1) |
+                                      has_byte_below(bytes ^ kOnes * 'Z', 1);
+        if (escaped != 0) {
+            return false;
+        }
+    }
+    for (; at < text.size(); ++at) {
+        if (!IsPlainByte(text[at], Field::kText)) {
+            return false;
+        }
+    }
+    return true;
 }
 
 char* PutName(char* out, std::string_view name)

@@ -42,7 +42,13 @@ char* PutHeading(char* out, const Heading& heading);
 // Writes `text` as a single line without control characters and without a timestamp, from which the
 // reader restores it byte for byte. Printable UTF-8 stays as it is. The caller must provide
 // kEscapedSize bytes for each byte of `text`.
+//
+// `text` may be in the same buffer as `out`, if it ends where that space ends.
 char* PutText(char* out, std::string_view text);
+
+// Whether PutText would write `text` unchanged. False for some unusual texts to which that applies:
+// this examines single bytes, eight at a time.
+bool IsPlain(std::string_view text);
 
 // Like PutText, but also escapes blanks and brackets, which would end the name.
 char* PutName(char* out, std::string_view name);

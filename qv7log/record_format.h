@@ -11,6 +11,12 @@ namespace qv7log {
 constexpr std::string_view kTimestampForm = "0000-00-00T00:00:00.000Z";
 constexpr std::size_t kTimestampSize = kTimestampForm.size();
 
+// Whether `c` may be at the index `at` of a timestamp.
+constexpr bool MatchesTimestamp(char c, std::size_t at)
+{
+    return kTimestampForm[at] == '0' ? c >= '0' && c <= '9' : c == kTimestampForm[at];
+}
+
 // A field of a timestamp: the offset of its first digit and the number of its digits.
 struct TimestampField
 {

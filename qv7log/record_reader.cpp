@@ -2,6 +2,7 @@
 
 #include <charconv>
 
+#include "qv7log/entry_end.h"
 #include "qv7log/record_format.h"
 #include "qv7log/timestamp.h"
 
@@ -127,20 +128,6 @@ bool TakeEscape(std::string_view& escaped, std::string& text)
     return code >= 0x80;
 }
 
-// Finds the first timestamp in `line` that is not at its beginning: the start of the next record.
-// Returns npos if there is none.
-std::size_t FindLaterRecord(std::string_view line)
-{
-    for (std::size_t at = line.find('Z', kTimestampSize); at != std::string_view::npos;
-         at = line.find('Z', at + 1)) {
-        const std::size_t begin = at + 1 - kTimestampSize;
-        if (IsTimestamp(line.data() + begin)) {
-            return begin;
-        }
-    }
-    return std::string_view::npos;
-}
-
 }  // namespace
 
 bool NextEntry(std::string_view& log, Entry& entry)
@@ -148,12 +135,11 @@ bool NextEntry(std::string_view& log, Entry& entry)
     if (log.empty()) {
         return false;
     }
-    const std::string_view line = log.substr(0, log.find('\n'));
-    // A record contains no timestamp except its own, so a second one in a line begins a new record.
-    entry.raw = line.substr(0, FindLaterRecord(line));
-    const bool ended = entry.raw.size() == line.size() && line.size() < log.size();
-    entry.is_record = ended && ParseRecord(line, entry.record);
-    log.remove_prefix(entry.raw.size() + (ended ? 1 : 0));
+    const auto size = static_cast<std::size_t>(FindEntryEnd(log.begin(), log.end()) - log.begin());
+    entry.raw = log.substr(0, size);
+    const bool has_line_end = size < log.size() && log[size] == '\n';
+    entry.is_record = has_line_end && ParseRecord(entry.raw, entry.record);
+    log.remove_prefix(size + (has_line_end ? 1 : 0));
     return true;
 }
 

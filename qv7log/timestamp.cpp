@@ -12,14 +12,15 @@ constexpr std::int64_t kSecondsPerDay = 24 * 60 * 60;
 constexpr std::int64_t kFirstSecond = DaysSince1970({0, 1, 1}) * kSecondsPerDay;
 constexpr std::int64_t kLastSecond = DaysSince1970({10000, 1, 1}) * kSecondsPerDay - 1;
 
-// Writes `value` into `field` of the timestamp at `out`.
-void PutField(char* out, TimestampField field, unsigned value)
+// Writes `value`, which must be below 100, as two digits.
+void PutTwoDigits(char* out, unsigned value)
 {
-    for (std::size_t i = field.size; i > 0; --i) {
-        out[field.at + i - 1] = static_cast<char>('0' + value % 10);
-        value /= 10;
-    }
+    out[0] = static_cast<char>('0' + value / 10);
+    out[1] = static_cast<char>('0' + value % 10);
 }
+static_assert(kYearField.size == 4 && kMonthField.size == 2 && kDayField.size == 2 &&
+              kHourField.size == 2 && kMinuteField.size == 2 && kSecondField.size == 2 &&
+              kMillisecondField.size == 3);
 
 }  // namespace
 
@@ -32,22 +33,24 @@ char* PutTimestamp(char* out, const timespec& time)
     const Date date = DateOfDay(day);
     const auto second_of_day = static_cast<unsigned>(since_first % kSecondsPerDay);
     kTimestampForm.copy(out, kTimestampSize);
-    PutField(out, kYearField, static_cast<unsigned>(date.year));
-    PutField(out, kMonthField, static_cast<unsigned>(date.month));
-    PutField(out, kDayField, static_cast<unsigned>(date.day));
-    PutField(out, kHourField, second_of_day / 3600);
-    PutField(out, kMinuteField, second_of_day / 60 % 60);
-    PutField(out, kSecondField, second_of_day % 60);
-    PutField(out, kMillisecondField, static_cast<unsigned>(time.tv_nsec / 1000000));
+    const auto year = static_cast<unsigned>(date.year);
+    PutTwoDigits(out + kYearField.at, year / 100);
+    PutTwoDigits(out + kYearField.at + 2, year % 100);
+    PutTwoDigits(out + kMonthField.at, static_cast<unsigned>(date.month));
+    PutTwoDigits(out + kDayField.at, static_cast<unsigned>(date.day));
+    PutTwoDigits(out + kHourField.at, second_of_day / 3600);
+    PutTwoDigits(out + kMinuteField.at, second_of_day / 60 % 60);
+    PutTwoDigits(out + kSecondField.at, second_of_day % 60);
+    const auto milliseconds = static_cast<unsigned>(time.tv_nsec / 1000000);
+    out[kMillisecondField.at] = static_cast<char>('0' + milliseconds / 100);
+    PutTwoDigits(out + kMillisecondField.at + 1, milliseconds % 100);
     return out + kTimestampSize;
 }
 
 bool IsTimestamp(const char* text)
 {
     for (std::size_t i = 0; i < kTimestampSize; ++i) {
-        const char form = kTimestampForm[i];
-        const bool fits = form == '0' ? text[i] >= '0' && text[i] <= '9' : text[i] == form;
-        if (!fits) {
+        if (!MatchesTimestamp(text[i], i)) {
             return false;
         }
     }

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Checks the sources without running them, and changes nothing: format, clang-tidy, cppcheck,
-# shellcheck, ruff, spelling, phrases that must not return, and the direction of includes.
+# Checks the sources without running them, and changes nothing: format, clang-tidy, cppcheck, ruff,
+# shell scripts, spelling, phrases that must not return, and the direction of includes.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/lib/base.sh
@@ -43,12 +43,14 @@ tidy_one() {
 export -f tidy_one
 
 # Checks every source that is compiled on this platform; the others have no compile command.
+# shellcheck disable=SC2016  # the inner shell expands it
 tidy() {
     "$python" -c '
 import json, sys
 commands = json.load(open("build/lint/compile_commands.json", encoding="utf-8"))
 sys.stdout.write("".join(path + "\0" for path in sorted({entry["file"] for entry in commands})))
-' | xargs -0 -n 1 -P "$jobs" bash -c 'tidy_one "$1"' tidy_one
+' |
+        xargs -0 -n 1 -P "$jobs" bash -c 'tidy_one "$1"' tidy_one
 }
 
 check_cpp() {

@@ -114,7 +114,7 @@ char* base64(const unsigned char* data, unsigned long length)
     }
 
     const unsigned long groups = length / 3 + (length % 3 != 0 ? 1 : 0);
-    if (groups > (ULONG_MAX - 1) / 4) {
+    if (groups > ULONG_MAX / 4) {
         return nullptr;
     }
     text = static_cast<char*>(std::malloc(4 * groups + 1));

@@ -10,19 +10,31 @@
 //            other threads of the parent were doing at the fork. LogV never waits for anything
 //            that a thread missing from the child might hold: a lock, buffered output, the
 //            locale or the time zone. The child's records go to the same log, whole, with its
-//            own process id. Only the process that called InitLogger rotates the log.
+//            own process id, and it rotates the log when it is full. Fork handlers may log too.
+//            A child made by another call than fork() must not log before it executes a program.
 // Threads:   LogV may be called from any number of threads at once. The records of one thread
 //            stay in order. InitLogger and GetLogger must be called at start-up, before other
-//            threads log.
+//            threads log. LogV is not a cancellation point.
+// Stack:     LogV uses at most 5 KiB of stack, a rotation included (measured on x86-64 with
+//            glibc 2.36), and more for a floating-point number, a pointer or a grouped number
+//            (%f, %p, %'d), which the C library converts. Its first call may need more for the
+//            dynamic linker.
 // Lifetime:  the library owns every ILog and never destroys one, nor anything that it uses to
 //            write: threads may log while the exit-time destructors run.
-// Errors:    after start-up no error is reported, and none stops or blocks the caller. Records
-//            that cannot be written are counted. Once writing works again, a record with the
-//            number lost comes first. errno is preserved.
-// Log:       one line per record, see docs/log-format.md. The log is never a symbolic link. Its
-//            descriptor is the lowest that was free in InitLogger, never changes its number,
-//            and is inherited by every program that the process starts. The program must not
-//            close it.
+// Errors:    after start-up no error is reported, and none ends or blocks the caller: not a full
+//            disk, not the limit for the size of a file (SIGXFSZ), not another process that
+//            rotates the log. The one exception is a log that was removed while another thread
+//            is creating it again: LogV waits for that thread, for at most a second. Records that
+//            cannot be written are counted. Once writing works again, a record with the number
+//            lost comes first. errno is preserved.
+// Log:       one line per record, see docs/log-format.md. The log is never a symbolic link.
+// Files:     the lowest one that is free in InitLogger is for the programs that the process
+//            starts, which inherit it and write to the log through it. Records are written
+//            through another one, 3 or above, which is close-on-exec and has its own open file
+//            description: what a program does to the flags or the offset of the inherited one
+//            does not affect records. Both keep their numbers and follow a rotation. The process
+//            may close the first one or use its number for another file, which then stays as it
+//            is. It must not do so with the second one.
 #pragma once
 
 #include <cstdarg>
@@ -57,7 +69,10 @@ public:
     virtual void Reserved2() = 0;
 
     // Writes one record if `level` reaches the threshold of the log. Its text is what vsnprintf
-    // makes of `format` and `arguments`. A text longer than 64 KiB is cut and marked as such.
+    // makes of `format` and `arguments`, with these differences: %m is the English description of
+    // errno, and a width or the precision of a number counts as 65,536 if it is greater. %n, %ls,
+    // %lc, and arguments selected by position (%1$d) are not supported: the text is then the format
+    // itself. A text longer than 64 KiB is cut and marked as such.
     virtual void LogV(LOGLEVEL level, const char* format, va_list arguments)
         __attribute__((format(printf, 3, 0))) = 0;
 
@@ -68,9 +83,10 @@ protected:
 
 extern "C" {
 
-// Opens the log at `path`. Creates it (mode 0600) and its directories (mode 0700) if they do not
-// exist. Returns 0, or an errno, and then leaves nothing open. A further call opens another log,
-// which subsequent calls of GetLogger use.
+// Opens the log at `path`. Creates it (mode 0600) and its directories (mode 0700), whatever the
+// umask, if they do not exist; existing ones keep their modes. Returns 0, or an errno, and then
+// leaves nothing open. A further call opens another log, which subsequent calls of GetLogger use;
+// for a file that is open already, it opens nothing.
 QV7LOG_API std::int32_t InitLogger(const char* path);
 
 // Sets `*out` to a log for the program `name` and returns 0. `kind` must be LOGKIND_FILE. The log

@@ -41,5 +41,6 @@ need_command clang++ clang llvm
 install_missing
 cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz --target "${targets[@]/#/fuzz_}"
+# shellcheck disable=SC2016  # the inner shell expands it
 printf '%s\0' "${targets[@]}" |
     xargs -0 -n 1 -P 2 bash -c 'set -euo pipefail; fuzz "$2" "$1"' fuzz "$seconds"

@@ -2,19 +2,22 @@
 # Builds jsoncpp, GoogleTest and CLI11 from source, for targets that the machine's own packages do not
 # serve; to be sourced after base.sh.
 
-# Debian's source packages: name, version, file and SHA-256. Debian's patches change only the build
-# and the documentation, so the original file is used without them.
+# Debian's source packages: name, version, file, SHA-256 and, unless it is bookworm, the suite.
+# Debian's patches change only the build and the documentation, so the original file is used without
+# them.
 jsoncpp_source="libjsoncpp 1.9.5-4 libjsoncpp_1.9.5.orig.tar.gz f409856e5920c18d0c2fb85276e24ee607d2a09b5e7d5f0a371368903c275da2"
+# shellcheck disable=SC2034  # For scripts/check/jsoncpp_versions.sh.
+newest_jsoncpp_source="libjsoncpp 1.9.8-2 libjsoncpp_1.9.8.orig.tar.gz b7226fba8351038b2ba8c21765fbfb641470cf7c78effc10ff2b76e83c777419 sid"
 googletest_source="googletest 1.12.1-0.2 googletest_1.12.1.orig.tar.gz 81964fe578e9bd7c94dfdb09c8e4d6e6759e19967e397dbea48d1c10e45d0df2"
 cli11_source="cli11 2.1.2+ds-1 cli11_2.1.2+ds.orig.tar.xz 8143d20b688e98ccce8e24562d3b68e5f47c12e896c42c7ca8553dbde5bed55d"
 
 # Where a Mac, which has no apt-get, downloads the same files.
 debian_pool=https://deb.debian.org/debian/pool/main
 
-# download PACKAGE VERSION FILE: downloads the file of a source package into the current directory.
+# download PACKAGE VERSION FILE SUITE: downloads the file of a source package into the current directory.
 # apt-get uses a separate package list, so that the machine's lists are not changed.
 download() {
-    local package=$1 version=$2 file=$3
+    local package=$1 version=$2 file=$3 suite=$4
     if ! command -v apt-get >/dev/null; then
         local directory=${package:0:1}
         [ "${package:0:3}" != lib ] || directory=${package:0:4}
@@ -22,14 +25,14 @@ download() {
         return
     fi
     mkdir -p lists/partial cache/archives/partial
-    echo "deb-src http://deb.debian.org/debian bookworm main" >sources.list
+    echo "deb-src http://deb.debian.org/debian $suite main" >sources.list
     local options=(-o "Dir::Etc::SourceList=$PWD/sources.list" -o Dir::Etc::SourceParts=/dev/null
         -o "Dir::State::Lists=$PWD/lists" -o "Dir::Cache=$PWD/cache" -o APT::Sandbox::User=)
     apt-get "${options[@]}" update &&
         apt-get "${options[@]}" source --download-only --tar-only "$package=$version"
 }
 
-# fetch_source PACKAGE VERSION FILE SHA256: puts the verified file into build/cache/sources.
+# fetch_source PACKAGE VERSION FILE SHA256 [SUITE]: puts the verified file into build/cache/sources.
 fetch_source() {
     local sources=$PWD/build/cache/sources file=$3
     local work=$sources/$1.partial log=$sources/$1.log
@@ -37,7 +40,7 @@ fetch_source() {
     echo "Downloading $file"
     rm -rf "$work"
     mkdir -p "$work"
-    if ! (cd "$work" && download "$1" "$2" "$file") >"$log" 2>&1 || [ ! -f "$work/$file" ]; then
+    if ! (cd "$work" && download "$1" "$2" "$file" "${5:-bookworm}") >"$log" 2>&1 || [ ! -f "$work/$file" ]; then
         rm -rf "$work"
         fail "The source package $1 $2 cannot be downloaded (see $log); check the network, or put $file into $sources, and start again."
     fi

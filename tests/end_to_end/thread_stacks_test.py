@@ -2,13 +2,15 @@
 
 import os
 import platform
+import re
 import resource
 import signal
 import unittest
 
-import harness
-from harness import STAY, WORK
-from harness import end_text, item, numbered, start_text
+import namespace
+from launcher import ABORTED, MANY, SANITIZE, STAY, WORK, LauncherTest, item, nameless, numbered
+from log import end_text, start_text
+from processes import processes
 
 # Limits that leave room for any launcher, but under which the launcher does not reserve memory.
 ROOM = 16 << 30
@@ -27,8 +29,8 @@ def glibc_copies_stacks():
     return name != "glibc" or tuple(map(int, version.split("."))) > (2, 38)
 
 
-@unittest.skipIf(harness.SANITIZE, "sanitizers keep the stacks of threads their own way")
-class ThreadStacks(harness.LauncherTest):
+@unittest.skipIf(SANITIZE, "sanitizers keep the stacks of threads their own way")
+class ThreadStacks(LauncherTest):
     def start_in(self, setting, launch_list):
         limited = SETTINGS[setting]
 
@@ -77,17 +79,21 @@ class ThreadStacks(harness.LauncherTest):
                 self.assertEqual(sorted(expected), sorted(launcher.log()))
 
     def test_a_child_that_leaves_through_the_destructors(self):
-        """It kills and joins the others first, whose threads it does not have, then its group."""
-        stay = [item(str(i)) for i in range(MANY_ITEMS)]
+        """It kills and joins items of its parent, whose threads it does not have, until its own item
+        ends its process group. The name of that item decides how many come before."""
+        # The others have forked by then: an item that has not would end the group before any join.
+        others = [*(item(str(i)) for i in range(MANY_ITEMS)), *nameless(MANY)]
         for setting in SETTINGS:
-            with self.subTest(setting):
-                launcher = self.start_in(setting, numbered(*stay, {"name": "a"}))
-                self.assertEqual(-signal.SIGKILL, launcher.wait())
-                log = launcher.log()
-                self.assertIn(("ERROR", "[LAUNCHER  ] program path of a is empty"), log)
-                # No child of it has ended in another way, like a crash.
-                self.assertEqual([], [text for _, text in log if "] a " in text])
-                self.kill_all()
+            for name in ("empty 2", "empty 3"):
+                with self.subTest(setting, name=name):
+                    launcher = self.start_in(setting, numbered(*others, {"name": name}))
+                    self.assertEqual(-signal.SIGKILL, launcher.wait())
+                    log = launcher.log()
+                    self.assertIn(("ERROR", f"[LAUNCHER  ] program path of {name} is empty"), log)
+                    # No child of it has ended in another way, like a crash.
+                    ends = [text for _, text in log if re.search(rf"\] {name} \d+ is killed", text)]
+                    self.assertEqual([], [text for text in ends if not text.endswith("= 0")])
+                    self.kill_all()
 
     def test_sigterm_to_a_child_that_supervises(self):
         """Its handler joins the parent's threads, and then its own thread, which ends by abort."""
@@ -98,7 +104,7 @@ class ThreadStacks(harness.LauncherTest):
                 self.wait_for_starts(MANY_ITEMS)
 
                 def supervisor(parent):
-                    found = harness.processes()
+                    found = processes()
                     return [p.pid for p in found if p.parent == parent and p.name == "launcher"]
 
                 # The first child may lack its own item: main adds it once the thread exists.
@@ -110,11 +116,11 @@ class ThreadStacks(harness.LauncherTest):
                 # From then on, its process id is not 0, which would be its process group.
                 self.wait_for(lambda: supervisor(child), "a child of the child")
                 os.kill(child, signal.SIGTERM)
-                ends = [("ERROR", end_text("a", child, status)) for status in harness.ABORTED]
-                self.wait_for(lambda: set(ends) & set(launcher.log()), "the end of the child")
+                ends = [("ERROR", end_text("a", child, status)) for status in ABORTED]
+                self.wait_for(lambda: set(ends) & set(launcher.log()), "the child to end")
                 launcher.kill()
                 self.kill_all()
 
 
 if __name__ == "__main__":
-    harness.main()
+    namespace.main()

@@ -113,24 +113,32 @@ def parse(content, path, architecture):
     return ImageFile(
         preferred=base,
         segments=[
-            Segment(s.virtual_address - base, pages(s.virtual_size), protection(s), bytes(s.content))
+            Segment(
+                s.virtual_address - base, pages(s.virtual_size), protection(s), bytes(s.content)
+            )
             for s in loaded
             if s.name != "__LINKEDIT"
         ],
-        rebases=[r.address - base for r in binary.relocations if type(r).__name__ == "RelocationDyld"],
+        rebases=[
+            r.address - base for r in binary.relocations if type(r).__name__ == "RelocationDyld"
+        ],
         bindings=[read_binding(b, base) for b in binary.bindings],
         exports={
             s.name: s.value - base
             for s in binary.symbols
             if s.value and s.raw_type & 1 and s.raw_type & 0xE == 0xE
         },
-        locals={s.name: s.value - base for s in binary.symbols if s.value and s.raw_type & 0xE == 0xE},
+        locals={
+            s.name: s.value - base for s in binary.symbols if s.value and s.raw_type & 0xE == 0xE
+        },
         initialisers=initialisers(binary, base),
         thread_variables=variables,
         thread_size=size,
         thread_content=initial,
         unwind=tuple(
-            (sections[name].virtual_address - base, sections[name].size) if name in sections else (0, 0)
+            (sections[name].virtual_address - base, sections[name].size)
+            if name in sections
+            else (0, 0)
             for name in ("__unwind_info", "__eh_frame")
         ),
         entry=(
@@ -220,11 +228,16 @@ def initialiser_addresses(memory, image):
 
 
 def resolve_library(name, run_paths, executable_directory):
-    """The path of a library as the loader finds it: dyld(1), "@executable_path" and "@rpath"."""
-    if not name.startswith("@rpath/"):
-        return name.replace("@executable_path", executable_directory)
-    for run_path in run_paths:
-        path = run_path.replace("@executable_path", executable_directory) + name[len("@rpath") :]
+    """The path of a library as the loader finds it: dyld(1), "@executable_path", "@rpath" and
+    DYLD_LIBRARY_PATH."""
+    directories = [d for d in os.environ.get("DYLD_LIBRARY_PATH", "").split(":") if d]
+    candidates = [f"{directory}/{os.path.basename(name)}" for directory in directories]
+    if name.startswith("@rpath/"):
+        candidates += [run_path + name[len("@rpath") :] for run_path in run_paths]
+    else:
+        candidates.append(name)
+    for candidate in candidates:
+        path = candidate.replace("@executable_path", executable_directory)
         if os.path.exists(path):
             return path
     raise FileNotFoundError(f"Library not loaded: {name}")

@@ -81,6 +81,8 @@ class Machine:
         self._current_thread = guest.export("_current_thread")
         self.memory.set_u64(guest.export("_heap_next"), HEAP[0])
         self.memory.set_u64(guest.export("_heap_end"), sum(HEAP))
+        table = self.system["variables"]["__DefaultRuneLocale"]
+        self.memory.set_u64(guest.export("_character_table"), table)
         for name in guest.file.exports:
             if name.startswith("_host_"):
                 self.memory.set_u64(guest.export(name), self._stub(name))
@@ -161,6 +163,9 @@ class Machine:
                 return library.export(name)
         variable = self.system.get("variables", {}).get(name)
         return variable if variable is not None else self._stub(name)
+
+    def has_model(self, name):
+        return name in FUNCTIONS or self._guest.export(name) is not None
 
     def _stub(self, name):
         if name not in self._stub_addresses:
@@ -303,7 +308,12 @@ class Machine:
         argv = self.memory.new_vector(arguments)
         envp = self.memory.new_vector(environment)
         self.system["environment"] = envp
-        main_arguments = (len(arguments), argv, envp, self.memory.new_vector([os.fsencode(self.path)]))
+        main_arguments = (
+            len(arguments),
+            argv,
+            envp,
+            self.memory.new_vector([os.fsencode(self.path)]),
+        )
         self.system["main"] = main_arguments
         thread = self.scheduler.new_thread(MAIN_STACK)
         self.scheduler.start(thread, self._life(main_arguments))

@@ -5,6 +5,7 @@ copy of a private one from the system as any program does.
 """
 
 import ctypes
+import errno
 import mmap
 import struct
 
@@ -19,6 +20,8 @@ HEAP = 0x2_1000_0000, 0x1_0000_0000
 STACKS = 0x3_2000_0000, 0x1_0000_0000
 END = sum(STACKS)
 SHARED = 0x10_0000_0000
+
+MAX_TEXT = 1 << 28
 
 MAP_NORESERVE = 0x4000  # of Linux; Python names it since 3.13 only
 
@@ -51,9 +54,7 @@ class Memory:
 
     def map(self, address, size, protection):
         """Makes a part of the arena visible to the program."""
-        self._emulator.mem_map_ptr(
-            address, size, protection, self._arena_address + address - BASE
-        )
+        self._emulator.mem_map_ptr(address, size, protection, self._arena_address + address - BASE)
 
     def map_extra(self, size, shared, protection):
         """New zeroed pages outside the arena, as mmap(2) with MAP_ANON gives them."""
@@ -107,7 +108,10 @@ class Memory:
     def text(self, address):
         """The bytes up to a NUL."""
         buffer, offset = self._place(address, 1)
-        return buffer[offset : buffer.find(b"\0", offset)]
+        end = buffer.find(b"\0", offset, offset + MAX_TEXT)
+        if end < 0:
+            raise BadAddress(address)
+        return buffer[offset:end]
 
     def wide_text(self, address):
         """The characters up to a NUL, as numbers."""
@@ -135,8 +139,8 @@ class Memory:
         return self.new(struct.pack(f"<{len(pointers)}Q", *pointers))
 
 
-class BadAddress(Exception):
-    """The program handed over an address that it does not have."""
+class BadAddress(OSError):
+    """The program handed over an address that it does not have. A system call fails with EFAULT."""
 
     def __init__(self, address):
-        super().__init__(f"address {address:#x}")
+        super().__init__(errno.EFAULT, f"address {address:#x}")

@@ -1,7 +1,7 @@
-"""Runs one macOS program as this process: run.py ARCHITECTURE DIRECTORY FILE PATH [ARGUMENT...].
+"""Runs one macOS program as this process: run.py ARCHITECTURE DIRECTORY FILE NAME [ARGUMENT...].
 
-FILE is the Mach-O file, PATH what the program believes that it was started as; the arguments begin
-with the program's name. DIRECTORY (build/macos) holds what the model needs: the guest library, the
+FILE is the Mach-O file. NAME is the program's first argument, and what it believes to be its path.
+DIRECTORY (build/macos) holds what the model needs: the guest library, the
 cache of images, and a directory for reports of what must never happen.
 """
 
@@ -15,27 +15,33 @@ sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 
 
 def undo_python():
-    """Python ignores signals that programs expect to have their default action."""
+    """Takes back what Python has changed: it ignores two signals, catches one, and sets LC_CTYPE.
+    Returns the environment that the process was given."""
     for number in (signal.SIGPIPE, signal.SIGXFSZ):
         signal.signal(number, signal.SIG_DFL)
     if signal.getsignal(signal.SIGINT) != signal.SIG_IGN:
         signal.signal(signal.SIGINT, signal.SIG_DFL)
+    with open("/proc/self/environ", "rb") as file:
+        return [entry for entry in file.read().split(b"\0") if entry]
 
 
-def run(architecture, directory, slice_path, path, arguments):
-    undo_python()
+def run(architecture, directory, file, arguments):
+    path = arguments[0]
+    environment = undo_python()
     import libsystem
     from machine import BrokenProgram, Machine, Missing
 
     try:
         machine = Machine(
-            architecture, f"{directory}/guest/{architecture}", f"{directory}/cache", libsystem.prepare
+            architecture,
+            f"{directory}/guest/{architecture}",
+            f"{directory}/cache",
+            libsystem.prepare,
         )
-        machine.load_program(slice_path, path)
+        machine.load_program(file, path)
         gc.freeze()
         gc.disable()
-        environment = [name + b"=" + value for name, value in os.environb.items()]
-        status = machine.run(arguments, environment)
+        status = machine.run([os.fsencode(argument) for argument in arguments], environment)
     except BrokenProgram as error:
         report(directory, f"{path}: {error}", kept=False)
         Machine.end_by_signal(signal.SIGSEGV)
@@ -62,4 +68,4 @@ def report(directory, text, kept):
 
 
 if __name__ == "__main__":
-    run(sys.argv[1], sys.argv[2], sys.argv[3], sys.argv[4], [os.fsencode(a) for a in sys.argv[5:]])
+    run(sys.argv[1], sys.argv[2], sys.argv[3], sys.argv[4:])

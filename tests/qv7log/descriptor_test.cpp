@@ -38,6 +38,15 @@ bool IsLogFile(int descriptor, const std::string& path)
            open_file.st_ino == at_path.st_ino && open_file.st_dev == at_path.st_dev;
 }
 
+int CountOpenDescriptors()
+{
+    int open = 0;
+    for (int descriptor = 0; descriptor < kMaxDescriptors; ++descriptor) {
+        open += IsOpen(descriptor) ? 1 : 0;
+    }
+    return open;
+}
+
 // Runs `body` in a forked child that has no open descriptor. Returns the exit status of the child,
 // which is the result of `body`.
 template <typename Body>
@@ -94,11 +103,7 @@ TEST(LogDescriptor, KeepsItsNumberInRotations)
                   if (!IsLogFile(0, path) || IsCloseOnExec(0)) {
                       return 2;
                   }
-                  int open = 0;
-                  for (int descriptor = 0; descriptor < kMaxDescriptors; ++descriptor) {
-                      open += IsOpen(descriptor) ? 1 : 0;
-                  }
-                  return open == 2 && !IsOpen(1) && !IsOpen(2) ? 0 : 3;
+                  return CountOpenDescriptors() == 2 && !IsOpen(1) && !IsOpen(2) ? 0 : 3;
               }),
               0);
 }
@@ -106,38 +111,116 @@ TEST(LogDescriptor, KeepsItsNumberInRotations)
 TEST(LogDescriptor, IsClosedWhenInitLoggerFails)
 {
     TempFolder folder;
-    mkdir((folder / "log.lock").c_str(), 0700);  // so that the lock file cannot be opened
-    const std::string path = folder / "log";
+    const std::string path = folder.path();
     EXPECT_EQ(InDaemon([&] { return InitLogger(path.c_str()); }), EISDIR);
     EXPECT_EQ(InDaemon([&] {
                   InitLogger(path.c_str());
-                  for (int descriptor = 0; descriptor < kMaxDescriptors; ++descriptor) {
-                      if (IsOpen(descriptor)) {
-                          return 1;
-                      }
-                  }
-                  return 0;
+                  return CountOpenDescriptors();
               }),
               0);
 }
 
-TEST(LogDescriptor, IsReopenedAfterTheProgramHasClosedIt)
+TEST(LogDescriptor, IsIndependentOfTheLockFile)
 {
-    for (const int number : {0, 3}) {
+    for (const unsigned type : {S_IFDIR + 0U, S_IFLNK + 0U, S_IFIFO + 0U, S_IFREG + 0U}) {
         TempFolder folder;
         const std::string path = folder / "log";
-        EXPECT_EQ(InDaemon([&] {
-                      for (int lower = 0; lower < number; ++lower) {
-                          open("/dev/null", O_RDONLY);
-                      }
-                      ILog* const log = StartLog(path);
-                      close(number);
-                      Log(log, LOGLEVEL_ERROR, "here");
-                      return IsLogFile(number, path) && !IsCloseOnExec(number) ? 0 : 1;
-                  }),
+        const std::string lock = folder / "log.lock";
+        ASSERT_EQ(type == S_IFDIR   ? mkdir(lock.c_str(), 0700)
+                  : type == S_IFLNK ? symlink("missing", lock.c_str())
+                                    : mknod(lock.c_str(), type, 0),
                   0);
-        EXPECT_EQ(Texts(path), std::vector<std::string>{"here"}) << number;
+        ILog* const log = StartLog(path);
+        ASSERT_NE(log, nullptr) << type;
+        Log(log, LOGLEVEL_ERROR, "%05000d", 0);
+        EXPECT_EQ(Texts(path).size(), 1U);
     }
+}
+
+// Finds the close-on-exec descriptor of the log at `path`; -1 without one.
+int OwnDescriptor(const std::string& path)
+{
+    for (int descriptor = 0; descriptor < kMaxDescriptors; ++descriptor) {
+        if (IsLogFile(descriptor, path) && IsCloseOnExec(descriptor)) {
+            return descriptor;
+        }
+    }
+    return -1;
+}
+
+TEST(LogDescriptor, ForRecordsKeepsItsNumberAndIsReopenedAfterTheProgramHasClosedIt)
+{
+    TempFolder folder;
+    const std::string path = folder / "log";
+    EXPECT_EQ(InDaemon([&] {
+                  ILog* const log = StartLog(path);
+                  const int own = OwnDescriptor(path);
+                  for (int i = 0; i < 20; ++i) {
+                      Log(log, LOGLEVEL_ERROR, "%0500d", i);
+                  }
+                  if (own < 3 || OwnDescriptor(path) != own) {
+                      return 1;
+                  }
+                  close(own);
+                  Log(log, LOGLEVEL_ERROR, "here");
+                  return OwnDescriptor(path) == own ? 0 : 2;
+              }),
+              0);
+    EXPECT_EQ(Texts(path).back(), "here");
+}
+
+TEST(LogDescriptor, ForProgramsStaysAsTheProgramLeavesIt)
+{
+    TempFolder folder;
+    const std::string path = folder / "log";
+    WriteFile(folder / "other", "");
+    EXPECT_EQ(InDaemon([&] {
+                  ILog* const log = StartLog(path);
+                  close(0);
+                  const int other = open((folder / "other").c_str(), O_RDONLY);
+                  for (int i = 0; i < 20; ++i) {
+                      Log(log, LOGLEVEL_ERROR, "%0500d", i);
+                  }
+                  return other == 0 && IsLogFile(0, folder / "other") ? 0 : 1;
+              }),
+              0);
+    EXPECT_TRUE(Exists(path + ".1"));
+}
+
+// A program that inherits the log may do this to its standard input.
+void DisturbInheritedDescriptor()
+{
+    fcntl(0, F_SETFL, O_NONBLOCK);  // without O_APPEND
+    lseek(0, 0, SEEK_SET);
+}
+
+TEST(LogDescriptor, ForProgramsDoesNotAffectRecords)
+{
+    TempFolder folder;
+    const std::string path = folder / "log";
+    EXPECT_EQ(InDaemon([&] {
+                  ILog* const log = StartLog(path);
+                  Log(log, LOGLEVEL_ERROR, "first");
+                  DisturbInheritedDescriptor();
+                  const pid_t other = fork();
+                  if (other == 0) {
+                      ILog* const others = StartLog(path);
+                      for (int i = 0; i < 10; ++i) {
+                          Log(others, LOGLEVEL_ERROR, "other's");
+                      }
+                      _exit(0);
+                  }
+                  int status = 0;
+                  waitpid(other, &status, 0);
+                  for (int i = 0; i < 10; ++i) {
+                      Log(log, LOGLEVEL_ERROR, "own");
+                      lseek(0, 0, SEEK_SET);
+                  }
+                  return status;
+              }),
+              0);
+    EXPECT_EQ(Texts(path).size(), 21U);
+    EXPECT_EQ(Texts(path).front(), "first");
 }
 
 // Executes this test program with an argument that makes it check what it has inherited.

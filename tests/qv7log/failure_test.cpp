@@ -251,7 +251,7 @@ TEST_F(WriteFailure, ALogThatCannotBeRotatedGrows)
 {
     // Directories in place of the old files cannot be removed.
     mkdir((m_path + ".1").c_str(), 0700);
-    for (int number = 2; number <= 5; ++number) {
+    for (int number = 2; number <= 6; ++number) {
         mkdir((m_path + "." + std::to_string(number)).c_str(), 0700);
         mkdir((m_path + "." + std::to_string(number) + "/x").c_str(), 0700);
     }

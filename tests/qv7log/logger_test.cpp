@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <string>
 #include <thread>
@@ -59,7 +60,8 @@ public:
             lock.l_type = F_WRLCK;
             lock.l_whence = SEEK_SET;
             char byte = '1';
-            if (fcntl(open((path + ".lock").c_str(), O_RDWR), F_SETLK, &lock) == 0) {
+            if (fcntl(open((path + ".lock").c_str(), O_RDWR | O_CREAT, 0600), F_SETLK, &lock) ==
+                0) {
                 (void)!write(locked[1], &byte, 1);
                 (void)!read(m_release[0], &byte, 1);
             }
@@ -190,9 +192,13 @@ TEST(LogV, WritesTheFormatIfItCannotBeFormatted)
 {
     TempFolder folder;
     ILog* const log = StartLog(folder / "log");
-    const wchar_t no_character[] = {static_cast<wchar_t>(0x7FFFFFFF), 0};
-    Log(log, LOGLEVEL_ERROR, "[LAUNCHER  ] %ls!", no_character);
-    EXPECT_EQ(Texts(folder / "log"), Strings{"[LAUNCHER  ] %ls!"});
+    const std::string tail(5000, '.');
+    Log(log, LOGLEVEL_ERROR, "[LAUNCHER  ] %ls!", L"x");
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+    Log(log, LOGLEVEL_ERROR, ("%ls" + tail).c_str(), L"x");
+#pragma GCC diagnostic pop
+    EXPECT_EQ(Texts(folder / "log"), (Strings{"[LAUNCHER  ] %ls!", "%ls" + tail}));
 }
 
 TEST(GetLogger, RefusesOtherKinds)
@@ -226,15 +232,15 @@ TEST(GetLogger, EscapesAndCutsTheName)
 
 TEST(InitLogger, CreatesDirectoriesAndFilesForTheUserOnly)
 {
-    for (const mode_t mask : {mode_t{0}, mode_t{022}, mode_t{077}}) {
+    for (const mode_t mask : {0U, 022U, 077U, 0177U, 0200U, 0400U, 0777U}) {
         TempFolder folder;
-        const mode_t before = umask(mask);
+        const mode_t before = umask(static_cast<mode_t>(mask));
         ILog* const log = StartLog(folder / "a//b/log");
-        umask(before);
-        ASSERT_NE(log, nullptr);
+        ASSERT_NE(log, nullptr) << mask;
         for (int i = 0; i < 11; ++i) {
             LogText(log, FifthOfALog(i));
         }
+        umask(before);
         EXPECT_EQ(Mode(folder / "a"), 0700U);
         EXPECT_EQ(Mode(folder / "a/b"), 0700U);
         for (const char* name : {"a/b/log", "a/b/log.1", "a/b/log.2", "a/b/log.lock"}) {
@@ -243,13 +249,13 @@ TEST(InitLogger, CreatesDirectoriesAndFilesForTheUserOnly)
     }
 }
 
-TEST(InitLogger, TakesAnOlderLogBackFromOthers)
+TEST(InitLogger, KeepsTheModeOfAnExistingLog)
 {
     TempFolder folder;
     WriteFile(folder / "log", "");
-    chmod((folder / "log").c_str(), 0666);
+    chmod((folder / "log").c_str(), 0640);
     ASSERT_NE(StartLog(folder / "log"), nullptr);
-    EXPECT_EQ(Mode(folder / "log"), 0600U);
+    EXPECT_EQ(Mode(folder / "log"), 0640U);
 }
 
 TEST(InitLogger, AppendsToAnExistingLog)
@@ -275,6 +281,39 @@ TEST(InitLogger, ResolvesARelativePathOnce)
     EXPECT_EQ(Texts(folder / "a/log").size(), 6U);
     EXPECT_TRUE(Exists(folder / "a/log.1"));
 }
+
+#ifdef __linux__
+// Changes to a new directory below `start` whose path has `length` bytes.
+void EnterDirectoryOfLength(const std::string& start, std::size_t length)
+{
+    ASSERT_EQ(chdir(start.c_str()), 0);
+    for (std::size_t used = start.size(); used < length;) {
+        // Leaves at least a slash and one character for a further component.
+        const std::size_t left = length - used - 1;
+        const std::string name(left > 250 ? std::min<std::size_t>(200, left - 2) : left, 'd');
+        ASSERT_EQ(mkdir(name.c_str(), 0700), 0);
+        ASSERT_EQ(chdir(name.c_str()), 0);
+        used += 1 + name.size();
+    }
+}
+
+TEST(InitLogger, RejectsARelativePathThatIsTooLongWithTheWorkingDirectory)
+{
+    char before[PATH_MAX];
+    ASSERT_NE(getcwd(before, sizeof before), nullptr);
+    const struct
+    {
+        std::size_t length;  // Of the working directory.
+        std::int32_t result;
+    } cases[] = {{PATH_MAX - 20, 0}, {PATH_MAX - 2, ENAMETOOLONG}, {PATH_MAX - 1, ERANGE}};
+    for (const auto& c : cases) {
+        TempFolder folder;
+        EnterDirectoryOfLength(folder.path(), c.length);
+        EXPECT_EQ(InitLogger("l"), c.result) << c.length;
+        ASSERT_EQ(chdir(before), 0);
+    }
+}
+#endif
 
 TEST(InitLogger, OpensAnotherLogWhenCalledAgain)
 {
@@ -335,7 +374,7 @@ TEST(Rotation, FillsAGapInsteadOfRemovingTheOldest)
     EXPECT_EQ(ReadFile(folder / "log.5"), "5");
 }
 
-TEST(Rotation, IsLeftToTheProcessThatStartedTheLog)
+TEST(Rotation, MayBeDoneByAForkedChild)
 {
     TempFolder folder;
     ILog* const log = StartLog(folder / "log");
@@ -347,10 +386,10 @@ TEST(Rotation, IsLeftToTheProcessThatStartedTheLog)
         _exit(0);
     }
     ASSERT_EQ(waitpid(child, nullptr, 0), child);
-    EXPECT_FALSE(Exists(folder / "log.1"));
-    EXPECT_EQ(Texts(folder / "log").size(), 20U);
+    EXPECT_TRUE(Exists(folder / "log.4"));
     LogText(log, "the parent's");
-    EXPECT_EQ(Texts(folder / "log.1").size(), 21U);
+    EXPECT_EQ(Texts(folder / "log").size(), 21U);
+    EXPECT_FALSE(Exists(folder / "log.5"));
 }
 
 TEST(Rotation, IsNoticedByAForkedChild)

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "qv7log/entry_end.h"
 #include "qv7log/record_reader.h"
 
 using qv7log::Entry;
@@ -233,6 +234,52 @@ TEST(NextEntry, RefusesARecordWithoutLineEnd)
         EXPECT_EQ(entry.raw, raw);
     }
     EXPECT_FALSE(qv7log::NextEntry(rest, entry));
+}
+
+// An iterator that counts how often a byte is examined.
+class CountingIterator
+{
+public:
+    CountingIterator(const char* at, std::size_t& count) : m_at(at), m_count(&count) {}
+    char operator*() const
+    {
+        ++*m_count;
+        return *m_at;
+    }
+    CountingIterator& operator++()
+    {
+        ++m_at;
+        return *this;
+    }
+    CountingIterator operator+(std::ptrdiff_t size) const { return {m_at + size, *m_count}; }
+    CountingIterator operator-(std::ptrdiff_t size) const { return {m_at - size, *m_count}; }
+    std::ptrdiff_t operator-(const CountingIterator& other) const { return m_at - other.m_at; }
+    bool operator!=(const CountingIterator& other) const { return m_at != other.m_at; }
+    const char* Get() const { return m_at; }
+
+private:
+    const char* m_at;
+    std::size_t* m_count;
+};
+
+TEST(FindEntryEnd, ExaminesEachByteAFewTimesWhateverTheLogContains)
+{
+    const std::string timestamp = "2026-11-21T02:26:11.123Z";
+    const std::string pieces[] = {timestamp,       "\n", "Z", "x", "026-11-21T02:26:11.123Z",
+                                  timestamp + "\n"};
+    for (const std::string& piece : pieces) {
+        std::string log;
+        while (log.size() < 100000) {
+            log += piece;
+        }
+        std::size_t examined = 0;
+        const CountingIterator end(log.data() + log.size(), examined);
+        for (CountingIterator at(log.data(), examined); at != end;) {
+            const CountingIterator entry_end = qv7log::FindEntryEnd(at, end);
+            at = entry_end != end && *entry_end == '\n' ? entry_end + 1 : entry_end;
+        }
+        EXPECT_LE(examined, log.size() * 6) << piece;
+    }
 }
 
 }  // namespace

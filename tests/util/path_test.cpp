@@ -114,10 +114,10 @@ TEST(SplitContainerName, GivesAnEmptyContainerForSlashesOnly)
 TEST(SplitContainerName, ChangesNeitherForTheEmptyPath)
 {
     std::string container = "before";
-    std::string rest = "behind";
+    std::string rest = "unchanged";
     split_container_name("", container, rest);
     EXPECT_EQ(container, "before");
-    EXPECT_EQ(rest, "behind");
+    EXPECT_EQ(rest, "unchanged");
 }
 
 TEST(GetFileName, ReturnsTheTextAfterTheLastSlash)

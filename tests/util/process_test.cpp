@@ -160,7 +160,7 @@ TEST(Pexec, DropsTheRestOfAPieceAfterANul)
 TEST(Pexec, LeavesStandardErrorToTheCaller)
 {
     StandardError standard_error;
-    EXPECT_EQ(pexec("echo kept; echo 'not kept' >&2"), "kept\n");
+    EXPECT_EQ(pexec("{ echo kept; echo 'not kept' >&2; }"), "kept\n");
     EXPECT_EQ(standard_error.Text(), "not kept\n");
     EXPECT_EQ(pexec("echo both >&2 2>&1"), "");
 }

@@ -22,7 +22,7 @@ struct Case
     bool matches;
 };
 
-// Runs both forms, with and without regard to case; the tables hold nothing that case decides.
+// Checks both forms, with and without case folding. Case must not matter in the tables.
 void ExpectMatches(const std::vector<Case>& cases)
 {
     for (const Case& c : cases) {
@@ -48,8 +48,8 @@ std::string RandomText(std::mt19937& random, const std::string& letters, std::si
     return text;
 }
 
-// One page of memory with an unreadable one behind it. Texts that end with the page show every read
-// behind their NUL.
+// A page of memory followed by an unreadable one. With a text at the end of the page, any read past
+// its NUL crashes.
 class EdgeOfMemory
 {
 public:

@@ -449,7 +449,12 @@ def unique(call, create):
 # directory(3)
 
 DIRECTORIES = {}  # address: the entries that are left
-TYPES = {stat.S_IFDIR: "DT_DIR", stat.S_IFREG: "DT_REG", stat.S_IFLNK: "DT_LNK", stat.S_IFIFO: "DT_FIFO"}
+TYPES = {
+    stat.S_IFDIR: "DT_DIR",
+    stat.S_IFREG: "DT_REG",
+    stat.S_IFLNK: "DT_LNK",
+    stat.S_IFIFO: "DT_FIFO",
+}
 
 
 class Directory:

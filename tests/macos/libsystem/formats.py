@@ -8,9 +8,7 @@ from libsystem.errors import FAILED, fail
 from libsystem.registry import function
 from scheduling import Invoke
 
-DIRECTIVE = re.compile(
-    rb"%([-+ #0']*)(\*|\d+)?(?:\.(\*|\d*))?(hh|h|ll|l|q|j|z|t|L)?(.)", re.DOTALL
-)
+DIRECTIVE = re.compile(rb"%([-+ #0']*)(\*|\d+)?(?:\.(\*|\d*))?(hh|h|ll|l|q|j|z|t|L)?(.)", re.DOTALL)
 BITS = {b"hh": 8, b"h": 16, b"": 32, None: 32}
 
 

@@ -80,10 +80,18 @@ def unsetenv(call):
     return change_environment(call.machine, call.text(0), [])
 
 
-@function("_dlopen", "_dlsym", "_dladdr")
+@function("_dlopen", "_dladdr")
 def dlopen(_call):
-    """dlopen(3), dlsym(3), dladdr(3): nothing is found, and nothing asks why."""
+    """dlopen(3), dladdr(3): nothing is found, and nothing asks why."""
     return 0
+
+
+@function("_dlsym")
+def dlsym(call):
+    """dlsym(3): the system's own function, for a program that defines one of the same name."""
+    name = "_" + call.text(1).decode()
+    known = [name, name + "$INODE64", name + "$DARWIN_EXTSN"]
+    return next((call.machine.system_symbol(n) for n in known if call.machine.has_model(n)), 0)
 
 
 @function("__dyld_register_func_for_remove_image")

@@ -18,7 +18,9 @@ INCOMPLETE = 0xFFFF_FFFF_FFFF_FFFE
 
 def character_types():
     """The classes of the 256 characters of the "C" locale: ctype(3), and <_ctype.h> for the bits."""
-    bits = {name[-1]: number for name, number in values.OTHERS.items() if name.startswith("_CTYPE_")}
+    bits = {
+        name[-1]: number for name, number in values.OTHERS.items() if name.startswith("_CTYPE_")
+    }
     types = []
     for code in range(256):
         character = chr(code)
@@ -53,7 +55,7 @@ def upper(code):
 
 
 def prepare(machine):
-    """The table that the inline functions of <ctype.h> read."""
+    """The table that the inline functions of <ctype.h> read, and guest/characters.c."""
     layouts = values.LAYOUTS
     table = bytearray(layouts["_RuneLocale.__mapupper"] + 4 * 256 + 64)
     codes = range(256)
@@ -66,24 +68,6 @@ def prepare(machine):
     variables = machine.system.setdefault("variables", {})
     variables["__DefaultRuneLocale"] = machine.memory.new(bytes(table))
     machine.system["utf8"] = False
-
-
-@function("___maskrune", "___maskrune_l")
-def maskrune(call):
-    """ctype(3), for characters after the table."""
-    return TYPES[call.u32(0)] & call.u32(1) if call.u32(0) < 256 else 0
-
-
-@function("___tolower")
-def tolower(call):
-    """tolower(3)."""
-    return lower(call.u32(0))
-
-
-@function("___toupper")
-def toupper(call):
-    """toupper(3)."""
-    return upper(call.u32(0))
 
 
 @function("_setlocale")
@@ -250,7 +234,17 @@ def strftime(call):
     """strftime(3): the locale is "C"."""
     tm = values.TM.unpack(call.data(3, values.TM.size))
     second, minute, hour, day, month, year, weekday, yearday, is_dst = tm[:9]
-    parts = (year + 1900, month + 1, day, hour, minute, second, (weekday - 1) % 7, yearday + 1, is_dst)
+    parts = (
+        year + 1900,
+        month + 1,
+        day,
+        hour,
+        minute,
+        second,
+        (weekday - 1) % 7,
+        yearday + 1,
+        is_dst,
+    )
     text = time.strftime(os.fsdecode(call.text(2)), parts).encode()
     if len(text) + 1 > call.u64(1):
         return 0

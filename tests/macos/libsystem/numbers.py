@@ -53,9 +53,10 @@ def strtoull(call):
 
 @function("_atoi")
 def atoi(call):
-    """atoi(3)."""
+    """atoi(3): the low half of what strtol gives."""
     match = re.match(rb"[ \t-\r]*([-+]?\d+)", call.text(0))
-    return int(match[1]) & 0xFFFF_FFFF if match else 0
+    value = int(match[1]) if match else 0
+    return max(-(1 << 63), min(value, (1 << 63) - 1)) & 0xFFFF_FFFF
 
 
 def floating(call):

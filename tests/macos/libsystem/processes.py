@@ -1,5 +1,6 @@
 """Processes: fork(2), execve(2), wait(2), exit(3), kill(2). They are real ones."""
 
+import ctypes
 import os
 import resource
 import signal
@@ -11,6 +12,8 @@ from libsystem.loader import environment as environment_of
 from libsystem.registry import function
 from libsystem.stdio import flush_all
 from scheduling import Invoke, Wait
+
+LIBC = ctypes.CDLL(None, use_errno=True)
 
 LIMITS = {
     values.OTHERS["RLIMIT_CORE"]: resource.RLIMIT_CORE,
@@ -105,13 +108,20 @@ def vector(machine, address):
 def execute(call, arguments):
     """Replaces the process. The program gets the signal mask that this one has asked for."""
     machine = call.machine
-    environment = dict(entry.split(b"=", 1) for _, entry in environment_of(machine))
+    environment = [entry for _, entry in environment_of(machine)]
+    path = os.fsencode(call.path(0))
     mask = machine.scheduler.unblock_for_exec()
     try:
-        # Linux gives a program without arguments one, the empty text; Python refuses it.
-        os.execve(call.path(0), arguments or [b""], environment)
+        # Python's own refuses an empty first argument, and Linux makes one where there is none.
+        LIBC.execve(path, pointers(arguments or [b""]), pointers(environment))
+        number = ctypes.get_errno()
     finally:
         signal.pthread_sigmask(signal.SIG_SETMASK, mask)
+    raise OSError(number, os.strerror(number))
+
+
+def pointers(texts):
+    return (ctypes.c_char_p * (len(texts) + 1))(*texts, None)
 
 
 @function("_execv")
@@ -205,7 +215,7 @@ def raise_handled(call, number):
 
 @function("___cxa_atexit")
 def cxa_atexit(call):
-    """"Itanium C++ ABI", 3.3.5: a destructor, its argument, and the image it belongs to."""
+    """ "Itanium C++ ABI", 3.3.5: a destructor, its argument, and the image it belongs to."""
     call.machine.system["at_exit"].append((call.u64(0), call.u64(1)))
     return 0
 

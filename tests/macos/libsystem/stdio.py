@@ -314,6 +314,7 @@ def perror(call):
 
 
 @function("_popen")
+@sets_errno(0)
 def popen(call):
     """popen(3), for reading: the command is run by the shell of the machine."""
     if call.text(1) != b"r":

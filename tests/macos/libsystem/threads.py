@@ -28,7 +28,9 @@ def pthread_create(call):
 
 def life(machine, thread, start, argument):
     result = yield Invoke(start, argument)
-    destructors = struct.unpack("<128Q", machine.memory.read(machine.symbol("_key_destructors"), 1024))
+    destructors = struct.unpack(
+        "<128Q", machine.memory.read(machine.symbol("_key_destructors"), 1024)
+    )
     for key, destructor in enumerate(destructors):
         place = thread.address + 8 + 8 * key
         value = machine.memory.u64(place)

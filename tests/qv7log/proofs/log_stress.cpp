@@ -20,8 +20,20 @@ struct Proof
 };
 
 constexpr Proof kProofs[] = {
-    {"forks", ForksWhileRotating}, {"processes", ProcessesRotating}, {"full", DiskFull},
-    {"removed", RemovedUnderLoad}, {"killed", KilledWhileRotating},
+    {"forks", ForksWhileRotating},
+    {"processes", ProcessesRotating},
+    {"full", DiskFull},
+    {"removed", RemovedUnderLoad},
+    {"killed", KilledWhileRotating},
+    {"inherited", InheritedDescriptorDisturbed},
+    {"unmovable", OldFileUnmovable},
+    {"limit", SizeLimitReached},
+    {"locale", ForksInSetlocale},
+    {"cancelled", ThreadsCancelled},
+    {"umasks", EveryMask},
+    {"same", SameLogTwice},
+    {"handlers", ForkHandlersRegisteredEarlier},
+    {"namespaces", ChildrenInPidNamespaces},
 };
 
 int Run(const Proof& proof, const std::string& parent, int count)
@@ -53,6 +65,10 @@ int main(int argc, char** argv)
             return Run(proof, argv[2], std::atoi(argv[3]));
         }
     }
-    std::fputs("usage: log_stress forks|processes|full|removed|killed DIRECTORY COUNT\n", stderr);
+    std::fputs("usage: log_stress PROOF DIRECTORY COUNT, where PROOF is one of", stderr);
+    for (const Proof& proof : kProofs) {
+        std::fprintf(stderr, " %s", proof.name);
+    }
+    std::fputs("\n", stderr);
     return 2;
 }

@@ -28,3 +28,39 @@ std::string RemovedUnderLoad(const std::string& folder, int removals);
 // forked continues to log. Every completed record is there once, and a second process continues to
 // rotate.
 std::string KilledWhileRotating(const std::string& folder, int rounds);
+
+// Two processes with 4 threads each log and start `programs` programs, which inherit the log and
+// clear its O_APPEND flag and its offset. Every record is there once and whole, and those of a
+// thread are in order.
+std::string InheritedDescriptorDisturbed(const std::string& folder, int programs);
+
+// 4 threads log `records` records each although an old file cannot be renamed. No file is replaced
+// or removed, and every record is there. Does nothing unless the user is root.
+std::string OldFileUnmovable(const std::string& folder, int records);
+
+// `rounds` times, 8 processes log beyond their limit for the size of a file. None is killed, and
+// every record is there or is counted in a record that reports losses.
+std::string SizeLimitReached(const std::string& folder, int rounds);
+
+// `forks` children log an error description and wide characters while threads of the parent call
+// setlocale(). No child hangs.
+std::string ForksInSetlocale(const std::string& folder, int forks);
+
+// `threads` threads are cancelled while they log and rotate. The log is still rotated afterwards.
+std::string ThreadsCancelled(const std::string& folder, int threads);
+
+// With every `step`th umask, a log is started, rotated, and started and rotated again by another
+// process.
+std::string EveryMask(const std::string& folder, int step);
+
+// 3 processes with 4 threads each log `records` records per thread, alternately through two logs of
+// one file. Every record is there once, and those of a thread are in order.
+std::string SameLogTwice(const std::string& folder, int records);
+
+// A fork handler that was registered before InitLogger logs in `forks` children of each of two
+// threads. Every record has the process id of the child.
+std::string ForkHandlersRegisteredEarlier(const std::string& folder, int forks);
+
+// `children` children with the process id of their parent, 1, are forked while it rotates. They can
+// rotate and reopen the log. Does nothing where PID namespaces are not permitted.
+std::string ChildrenInPidNamespaces(const std::string& folder, int children);

@@ -211,13 +211,13 @@ Finding ExplainFault(const std::string& text, const JsonFault& fault)
                 effects::RejectedAtStart(),
                 "save it as UTF-8 without a byte order mark"};
     }
-    if (fault.too_deep) {
+    if (fault.depth_limit != 0) {
         return {Kind::kTooDeep,
                 fault.offset,
                 "",
                 "arrays or objects are nested too deep",
                 effects::RejectedAtStart(),
-                "nest at most 1000 levels; an item needs two"};
+                "nest at most " + std::to_string(fault.depth_limit) + " levels; an item needs two"};
     }
     std::optional<Cause> cause = Scanner(text, fault.offset).Run();
     if (!cause) {

@@ -23,7 +23,7 @@
 #include "json/json_object.h"
 #include "json/json_source.h"
 #include "tests/support/next_descriptor.h"
-#include "tests/support/temp_folder.h"
+#include "tests/support/temp_directory.h"
 #include "tools/launchlist/base/files.h"
 #include "tools/launchlist/base/text.h"
 #include "tools/launchlist/list/explain.h"
@@ -79,15 +79,15 @@ public:
         foreign[16] = 2;   // An executable
         foreign[18] = 22;  // for a mainframe.
         Add("foreign", foreign);
-        std::string script = m_folder / "helper";
+        std::string script = m_directory / "helper";
         for (int i = 0; i < 7; ++i) {
             const std::string name = i == 6 ? "nested" : "nested" + std::to_string(i);
             Add(name, "#!" + script + "\n");
-            script = m_folder / name;
+            script = m_directory / name;
         }
-        EXPECT_EQ(symlink("loop", (m_folder / "loop").c_str()), 0);
-        EXPECT_EQ(chdir(m_folder.path().c_str()), 0);
-        setenv("PATH", m_folder.path().c_str(), 1);
+        EXPECT_EQ(symlink("loop", (m_directory / "loop").c_str()), 0);
+        EXPECT_EQ(chdir(m_directory.path().c_str()), 0);
+        setenv("PATH", m_directory.path().c_str(), 1);
         // Where the system derives the limit from that of the stack.
         rlimit limit = {};
         getrlimit(RLIMIT_STACK, &limit);
@@ -95,15 +95,15 @@ public:
         EXPECT_EQ(setrlimit(RLIMIT_STACK, &limit), 0);
     }
 
-    std::string path() const { return m_folder.path(); }
+    std::string path() const { return m_directory.path(); }
 
 private:
     void Add(const std::string& name, const std::string& contents)
     {
-        EXPECT_EQ(chmod(m_folder.Write(name, contents).c_str(), 0755), 0);
+        EXPECT_EQ(chmod(m_directory.Write(name, contents).c_str(), 0755), 0);
     }
 
-    TempFolder m_folder;
+    TempDirectory m_directory;
 };
 
 const Programs& ThePrograms()
@@ -163,11 +163,23 @@ bool CanBeChecked(const std::string& name)
 #endif
 }
 
+// Writes the reader's depth limit as {DEPTH+0}, because it depends on the version of jsoncpp.
+void HideDepthLimit(std::string& text)
+{
+    const std::size_t limit = JsonSource(std::string(10'000, '[')).Fault()->depth_limit;
+    for (const std::size_t n : {5U, 0U}) {
+        Replace(text, std::to_string(limit + n), "{DEPTH+" + std::to_string(n) + "}");
+    }
+}
+
 // What `check` prints about a list, with the directory of programs as @PROGRAMS@.
 std::string Printed(const std::string& name)
 {
     std::string text = FindingsText(name + ".json", CheckList(Contents(name)), false);
     Replace(text, ThePrograms().path(), "@PROGRAMS@");
+    if (name == "too_deep") {
+        HideDepthLimit(text);
+    }
     return text;
 }
 

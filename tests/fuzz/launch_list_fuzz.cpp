@@ -268,7 +268,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
     expected->replaced.erase(kNoProgram);
     g_expected = *expected;
     g_observed.Clear();
-    g_fake_log_library.log = &g_seen;
+    g_fake_log_library.log = &g_observed;
     g_fake_machine.user = FakeMachine::User{"u", directory.path()};
     logger = nullptr;
 

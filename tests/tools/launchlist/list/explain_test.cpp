@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/launchlist/base/files.h"
 #include "tools/launchlist/list/argument_vector.h"
 #include "tools/launchlist/list/effects.h"
 #include "tools/launchlist/output/list_output.h"
@@ -118,6 +119,10 @@ TEST(Explain, CallsAnUndefinedCountPossible)
 TEST(Explain, DerivesTheLargestCountFromTheStack)
 {
     EXPECT_EQ(kMaxArgumentCount, 61438);
+    std::string page;
+    std::string error;
+    ASSERT_TRUE(ReadFile(KESTRANE_DOCS "/man/launch-list.5", page, error)) << error;
+    EXPECT_NE(page.find("sure to work is 61,438"), std::string::npos);
     EXPECT_EQ(ItemWith(R"(, "argc": 61438)").fate, Fate::kRuns);
     EXPECT_EQ(ItemWith(R"(, "argc": 61439)").fate, Fate::kMayOverrunStack);
     EXPECT_EQ(ItemWith(R"(, "argc": 65534)").fate, Fate::kMayOverrunStack);

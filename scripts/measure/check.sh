@@ -40,7 +40,7 @@ def good(i):
 
 
 def mistaken(i):
-    return {"program": "/bin/sh", "argc": 2, "args": {"0": None, "1": 1.50}, "color": i}
+    return {"program": "/bin/sh", "argc": 2, "args": {"0": None, "1": None}, "color": i}
 
 
 write("good", good)

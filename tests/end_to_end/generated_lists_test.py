@@ -1,7 +1,7 @@
 """Compares what launchlist says about generated lists with what the launcher does.
 
 Each case generates lists from its own seed: good items with up to three mistakes, combined at
-random. Several launchers run at a time, each in its own process group, in the namespace of the case.
+random. Several launchers run at a time in the namespace of the case, each in its own process group.
 KESTRANE_LISTS sets the number of lists of a case, KESTRANE_SEED adds to the seeds.
 """
 
@@ -266,6 +266,7 @@ def expected(item):
 class GeneratedLists(LauncherTest):
     def setUp(self):
         super().setUp()
+        self.assertTrue(os.access(STAY, os.X_OK), "the helper of all good items is missing")
         os.mkdir(PROGRAMS)
         for number in range(6):
             os.symlink(STAY, f"{PROGRAMS}/{number}")
@@ -321,8 +322,10 @@ class GeneratedLists(LauncherTest):
                     f"seed {seed}: {run.text[:2000]!r}\n{json.dumps(run.explained)[:3000]}",
                 )
                 counts[ENDS[run.end]] = counts.get(ENDS[run.end], 0) + 1
+                counts["items that ran"] = counts.get("items that ran", 0) + len(run.wanted())
         # Otherwise the lists prove little.
         self.assertGreater(counts.get("keeps-running", 0), LISTS // 5, counts)
+        self.assertGreater(counts["items that ran"], LISTS // 2, counts)
         if LISTS >= 40:
             self.assertGreater(counts.get("exits", 0), 0, counts)
             self.assertGreater(counts.get("process-group-killed", 0), 0, counts)

@@ -96,7 +96,7 @@ public:
         m_explanation.outcomes = Outcomes();
         for (ExplainedItem& item : m_explanation.items) {
             item.runs = RunsOf(item);
-            if (item.runs == Runs::kNo) {
+            if (item.runs == Runs::kNever) {
                 item.arguments.reset();
             }
         }
@@ -192,7 +192,7 @@ private:
             case Fate::kMayOverrunStack:
                 return Runs::kPossibly;
             default:
-                return Runs::kNo;
+                return Runs::kNever;
         }
         // A process limit is reached long after every item has been started.
         const auto ends_early = [](const LauncherOutcome& outcome) {
@@ -201,7 +201,7 @@ private:
         };
         const LauncherOutcomes& outcomes = m_explanation.outcomes;
         const bool may_end_early = std::any_of(outcomes.begin(), outcomes.end(), ends_early);
-        return may_end_early || item.is_foreign ? Runs::kPossibly : Runs::kYes;
+        return may_end_early || item.is_foreign ? Runs::kPossibly : Runs::kCertainly;
     }
 
     Explanation& m_explanation;

@@ -33,9 +33,9 @@ enum class Fate
 
 enum class Runs
 {
-    kNo,
+    kNever,
     kPossibly,
-    kYes
+    kCertainly
 };
 
 struct ExplainedItem
@@ -48,7 +48,7 @@ struct ExplainedItem
     std::optional<std::vector<std::string>> arguments;
 
     Fate fate = Fate::kRuns;
-    Runs runs = Runs::kNo;
+    Runs runs = Runs::kNever;
     std::string problem;             // What is wrong with the program or its arguments.
     std::string effect;              // What that leads to; "" for an item that simply runs.
     std::string note;                // What else is worth knowing about an item that runs.

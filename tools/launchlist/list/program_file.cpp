@@ -180,7 +180,8 @@ std::string FindOnPath(const std::string& name)
     return "";
 }
 
-// Why a relative path that leads nowhere from here may have been written.
+// Replaces the message and the fix for a relative path that does not exist, if its form shows what
+// the author of the list intended.
 void ExplainRelative(const std::string& path, ProgramFile& file)
 {
     const bool is_drive =

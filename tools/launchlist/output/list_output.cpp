@@ -151,7 +151,7 @@ const char* NameOf(Fate fate)
 
 const char* NameOf(Runs runs)
 {
-    return runs == Runs::kYes ? "yes" : runs == Runs::kPossibly ? "possibly" : "no";
+    return runs == Runs::kCertainly ? "yes" : runs == Runs::kPossibly ? "possibly" : "no";
 }
 
 const char* NameOf(Condition condition)

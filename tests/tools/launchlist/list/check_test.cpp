@@ -23,7 +23,7 @@
 #include "json/json_object.h"
 #include "json/json_source.h"
 #include "tests/support/next_descriptor.h"
-#include "tests/support/temp_folder.h"
+#include "tests/support/temp_directory.h"
 #include "tools/launchlist/base/files.h"
 #include "tools/launchlist/base/text.h"
 #include "tools/launchlist/list/explain.h"
@@ -79,15 +79,15 @@ public:
         foreign[16] = 2;   // An executable
         foreign[18] = 22;  // for a mainframe.
         Add("foreign", foreign);
-        std::string script = m_folder / "helper";
+        std::string script = m_directory / "helper";
         for (int i = 0; i < 7; ++i) {
             const std::string name = i == 6 ? "nested" : "nested" + std::to_string(i);
             Add(name, "#!" + script + "\n");
-            script = m_folder / name;
+            script = m_directory / name;
         }
-        EXPECT_EQ(symlink("loop", (m_folder / "loop").c_str()), 0);
-        EXPECT_EQ(chdir(m_folder.path().c_str()), 0);
-        setenv("PATH", m_folder.path().c_str(), 1);
+        EXPECT_EQ(symlink("loop", (m_directory / "loop").c_str()), 0);
+        EXPECT_EQ(chdir(m_directory.path().c_str()), 0);
+        setenv("PATH", m_directory.path().c_str(), 1);
         // Where the system derives the limit from that of the stack.
         rlimit limit = {};
         getrlimit(RLIMIT_STACK, &limit);
@@ -95,15 +95,15 @@ public:
         EXPECT_EQ(setrlimit(RLIMIT_STACK, &limit), 0);
     }
 
-    std::string path() const { return m_folder.path(); }
+    std::string path() const { return m_directory.path(); }
 
 private:
     void Add(const std::string& name, const std::string& contents)
     {
-        EXPECT_EQ(chmod(m_folder.Write(name, contents).c_str(), 0755), 0);
+        EXPECT_EQ(chmod(m_directory.Write(name, contents).c_str(), 0755), 0);
     }
 
-    TempFolder m_folder;
+    TempDirectory m_directory;
 };
 
 const Programs& ThePrograms()
@@ -211,7 +211,7 @@ void ExpectSound(const std::string& bytes)
     const Explanation explanation = ExplainList(bytes);
     EXPECT_TRUE(!EndsPossibly(explanation.outcomes) || findings.errors > 0) << printable(text);
     for (const ExplainedItem& item : explanation.items) {
-        EXPECT_TRUE(item.runs != Runs::kNo || findings.errors > 0) << printable(text);
+        EXPECT_TRUE(item.runs != Runs::kNever || findings.errors > 0) << printable(text);
     }
     for (const std::string& output :
          {FindingsText("x", findings, false), FindingsJson({{"x", "", findings}}),

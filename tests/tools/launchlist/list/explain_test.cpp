@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/launchlist/base/files.h"
 #include "tools/launchlist/list/argument_vector.h"
 #include "tools/launchlist/list/effects.h"
 #include "tools/launchlist/output/list_output.h"
@@ -74,7 +75,7 @@ TEST(Explain, GivesTheArgumentVector)
         const ExplainedItem item = ItemWith(row.more);
         EXPECT_EQ(item.arguments, row.arguments) << row.more;
         EXPECT_EQ(item.fate, Fate::kRuns) << row.more;
-        EXPECT_EQ(item.runs, Runs::kYes) << row.more;
+        EXPECT_EQ(item.runs, Runs::kCertainly) << row.more;
     }
     EXPECT_EQ(ItemWith(R"(, "argc": -1)").note, effects::kEmptyVector);
 }
@@ -105,7 +106,7 @@ TEST(Explain, SaysWhyAnItemNeverRuns)
         EXPECT_FALSE(item.arguments) << row.more;
         EXPECT_EQ(item.fate, row.fate) << row.more;
         EXPECT_EQ(item.effect, row.effect) << row.more;
-        EXPECT_EQ(item.runs, Runs::kNo) << row.more;
+        EXPECT_EQ(item.runs, Runs::kNever) << row.more;
     }
 }
 
@@ -118,6 +119,10 @@ TEST(Explain, CallsAnUndefinedCountPossible)
 TEST(Explain, DerivesTheLargestCountFromTheStack)
 {
     EXPECT_EQ(kMaxArgumentCount, 61438);
+    std::string page;
+    std::string error;
+    ASSERT_TRUE(ReadFile(KESTRANE_DOCS "/man/launch-list.5", page, error)) << error;
+    EXPECT_NE(page.find("sure to work is 61,438"), std::string::npos);
     EXPECT_EQ(ItemWith(R"(, "argc": 61438)").fate, Fate::kRuns);
     EXPECT_EQ(ItemWith(R"(, "argc": 61439)").fate, Fate::kMayOverrunStack);
     EXPECT_EQ(ItemWith(R"(, "argc": 65534)").fate, Fate::kMayOverrunStack);
@@ -194,10 +199,10 @@ TEST(Explain, CallsItemsPossibleWhereTheLauncherMayEnd)
 {
     const Explanation explanation = ExplainList(ListOf({Item("a", kGood), Item("b", "\"\"")}));
     EXPECT_EQ(explanation.items[0].runs, Runs::kPossibly);
-    EXPECT_EQ(explanation.items[1].runs, Runs::kNo);
+    EXPECT_EQ(explanation.items[1].runs, Runs::kNever);
     // The limit of processes is reached only after all items have been started.
     EXPECT_EQ(ExplainList(ListOf({Item("a", kGood), Item("b", "\"/no\"")})).items[0].runs,
-              Runs::kYes);
+              Runs::kCertainly);
 }
 
 TEST(ExplanationText, QuotesForAShell)

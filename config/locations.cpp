@@ -24,10 +24,15 @@ std::string ExecutablePath()
     return GetExecutablePath(path, Size) ? path : "";
 }
 
-// `path` resolved, or as it is where that fails or takes kPathSize bytes or more. The system
-// allocates the result, since it refuses buffers below its own PATH_MAX on some platforms.
+// `path` resolved. It stays as it is where that fails, where it has more than kPathSize bytes, and
+// where the result has kPathSize bytes or more. macOS refuses a longer input itself; the limit
+// stands here so that both systems agree. The system allocates the result, because some platforms
+// refuse buffers below their own PATH_MAX.
 std::string Resolve(const std::string& path)
 {
+    if (path.size() > kPathSize) {
+        return path;
+    }
     const std::unique_ptr<char, void (*)(void*)> resolved(realpath(path.c_str(), nullptr),
                                                           std::free);
     if (resolved == nullptr) {

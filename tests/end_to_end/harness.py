@@ -91,8 +91,9 @@ def numbered(*items):
     return {str(i): entry for i, entry in enumerate(items)}
 
 
-# So many nameless items keep the walk busy while an item before them gets going.
-MANY = 20_000
+# This many nameless items keep the walk busy while an item before them gets going. An emulated
+# launcher needs fewer (scripts/macos/test.sh).
+MANY = int(os.environ.get("KESTRANE_MANY", "20000"))
 
 
 def nameless(count):
@@ -194,6 +195,11 @@ class Launcher:
 
     def send(self, number):
         os.kill(self.pid, number)
+
+    def catches(self, number):
+        """Whether the launcher has a handler for a signal."""
+        caught = int(read_status(f"/proc/{self.pid}/status")["SigCgt"], 16)
+        return caught >> (number - 1) & 1 != 0
 
     def running(self):
         self._test.reap()

@@ -48,6 +48,7 @@ class List(harness.LauncherTest):
 
     def test_a_folder_keeps_the_launcher_reading(self):
         launcher = self.start_with([APPLICATION, WORK])
+        self.wait_for(lambda: launcher.catches(signal.SIGTERM), "the launcher's handler")
         self.holds_for(1.0, launcher.running, "the launcher reads on")
         # Not even the stop request ends the reading.
         launcher.send(signal.SIGTERM)

@@ -72,10 +72,10 @@ class Explain(LauncherTest):
         self.assertEqual(1, launcher.stop())
         self.assertEqual([STAY.encode()] + [b""] * count, start.arguments)
         launchlist("check", WORK + "/list.json", statuses=(1,))
-        for too_many, fate in ((count + 1, "may-overrun-stack"), (65_535, "overruns-stack")):
+        for more, fate in ((count + 1, "may-overrun-stack"), (65_535, "overruns-stack")):
             path = self.write(
                 WORK + "/list.json",
-                json.dumps(numbered({"name": "a", "program": STAY, "argc": too_many})),
+                json.dumps(numbered({"name": "a", "program": STAY, "argc": more})),
             )
             self.assertEqual(fate, explained(path)["items"][0]["fate"])
 

@@ -47,7 +47,12 @@ def run(architecture, directory, file, arguments):
         Machine.end_by_signal(signal.SIGSEGV)
     except Exception as error:
         kept = not isinstance(error, Missing)
-        report(directory, architecture, f"{path}: {error}\n{traceback.format_exc() if kept else ''}", kept=True)
+        report(
+            directory,
+            architecture,
+            f"{path}: {error}\n{traceback.format_exc() if kept else ''}",
+            kept=True,
+        )
         status = 70
     os._exit(status)
 
@@ -61,7 +66,9 @@ def report(directory, architecture, text, kept):
         pass
     if kept:
         try:
-            with open(f"{directory}/reports/{architecture}/{os.getpid()}", "a", encoding="utf-8") as file:
+            with open(
+                f"{directory}/reports/{architecture}/{os.getpid()}", "a", encoding="utf-8"
+            ) as file:
                 file.write(text + "\n")
         except OSError:
             pass

@@ -74,7 +74,10 @@ class Tests:
         reports = self.take_reports()
         well = status == 0 and not reports
         seconds = time.monotonic() - began
-        print(f"{'ok' if well else 'FAILED':6} {seconds:6.1f} s  {self.architecture} {name}", flush=True)
+        print(
+            f"{'ok' if well else 'FAILED':6} {seconds:6.1f} s  {self.architecture} {name}",
+            flush=True,
+        )
         if not well:
             self.failed.append(name)
             print(output.decode(errors="replace")[-4000:], f"status {status}", *reports, sep="\n")
@@ -101,9 +104,13 @@ class Tests:
             if name.startswith("fuzz_"):
                 seeds = name[len("fuzz_") : -len("_seeds")]
                 arguments = [ROOT / "tests/fuzz/seeds" / seeds]
-            self.check(name, [*self.namespace(), *self.interpreter(program), *arguments], {
-                "DYLD_LIBRARY_PATH": str(self.built / "qv7log"),
-            })
+            self.check(
+                name,
+                [*self.namespace(), *self.interpreter(program), *arguments],
+                {
+                    "DYLD_LIBRARY_PATH": str(self.built / "qv7log"),
+                },
+            )
 
     def namespace(self):
         """No test reaches a process outside, whatever it signals."""
@@ -113,7 +120,15 @@ class Tests:
 
     def interpreter(self, program):
         python = ROOT / "build/venv/macos/bin/python"
-        return [python, "-IB", ROOT / "tests/macos/run.py", self.architecture, MACOS, program, program]
+        return [
+            python,
+            "-IB",
+            ROOT / "tests/macos/run.py",
+            self.architecture,
+            MACOS,
+            program,
+            program,
+        ]
 
     def run_launchlist(self):
         launchlist = self.built / "run/stage/Kestrane.app/Contents/MacOS/launchlist"

@@ -2,8 +2,8 @@
 
     command_line_test.py LAUNCHLIST [--renew]
 
-Every run of the table RUNS prints the contents of its file in printed/. --renew rewrites these files
-with what LAUNCHLIST prints now: read the difference before you commit it.
+Every run of the table RUNS prints the contents of its file in printed/. --renew rewrites these
+files with what LAUNCHLIST prints now: read the difference before you commit it.
 """
 
 import fcntl
@@ -81,7 +81,7 @@ FAILURES = [
 MISTAKES = [
     ("", "subcommand is required"),
     ("check", "LIST is required"),
-    ("chekc lists/good.json", 'unknown command "chekc"; did you mean "check"?'),
+    ("checks lists/good.json", 'unknown command "checks"; did you mean "check"?'),
     ("start \x1b]0;owned\x07", 'unknown command "start"'),
     ("explain", "LIST is required"),
     ("explain lists/good.json lists/good.json", "LIST"),
@@ -166,7 +166,7 @@ def run_in_terminal(arguments, columns, **variables):
             while chunk := os.read(controller, 4096):
                 output += chunk
         except OSError:
-            pass  # Linux tells the end so.
+            pass  # EIO on Linux: the terminal has been closed.
     os.close(controller)
     return process.returncode, output
 
@@ -278,8 +278,9 @@ class CommandLine(unittest.TestCase):
         self.assertEqual(3, result.returncode)
         self.assertEqual(b"launchlist: none: No such file or directory\n", result.stderr)
         self.assertIn(b"lists/empty.json: 1 error, 0 warnings\n", result.stdout)
-        result = run("check", "--json", "none", "lists/empty.json")
-        (unreadable, empty) = json.loads(result.stdout)["lists"]
+        (unreadable, empty) = json.loads(run("check", "--json", "none", "lists/empty.json").stdout)[
+            "lists"
+        ]
         self.assertEqual({"list": "none", "error": "No such file or directory"}, unreadable)
         self.assertEqual(1, empty["errors"])
 

@@ -318,13 +318,13 @@ void PutInteger(Output& output, const Conversion& conversion, bool negative, uin
     const Digits digits(value, base, conversion.kind == 'X');
     std::string_view number(digits.Begin(), digits.Size());
     if (value == 0 && conversion.has_precision && conversion.precision == 0) {
-        number = {};
+        number = "";
     }
     std::size_t precision =
         conversion.has_precision
             ? std::min(static_cast<std::size_t>(conversion.precision), kMaxWidth)
             : 1;
-    std::string_view prefix;
+    std::string_view prefix = "";
     if (is_signed) {
         prefix = negative ? "-" : conversion.plus ? "+" : conversion.blank ? " " : "";
     } else if (conversion.alternate && base == 16 && value != 0) {

@@ -7,7 +7,8 @@
 # that prints the target's values.
 prepare_guest() {
     local sources recipe python
-    sources=(scripts/macos/guest.sh scripts/requirements/zig.txt tests/macos/guest/*)
+    sources=(scripts/macos/guest.sh scripts/requirements/zig.txt tests/macos/guest/*
+        tests/macos/target_values.c)
     recipe=$(cat "${sources[@]}" | cksum)
     python_env macos
     [ "$(cat build/macos/guest/recipe 2>/dev/null)" != "$recipe" ] || return 0
@@ -36,4 +37,6 @@ build_guest() {
         "$unwind/src/libunwind.cpp" "$unwind/src/UnwindLevel1.c" "$unwind/src/UnwindLevel1-gcc-ext.c" \
         "$unwind/src/UnwindRegistersSave.S" "$unwind/src/UnwindRegistersRestore.S" ||
         fail "The unwinder for $1 does not build; fix the errors above and start again."
+    "$zig" cc "${target[@]}" -Wall -Werror -o "$out/target_values" tests/macos/target_values.c ||
+        fail "The program that prints the target's values does not build; fix the errors above and start again."
 }

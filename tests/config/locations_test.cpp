@@ -81,18 +81,41 @@ TEST_F(AppPath, FollowsSymbolicLinksOfTheFrameworksFolder)
     EXPECT_EQ(GetAppPath(), m_directory.path() + "/real");
 }
 
+TEST_F(AppPath, IsResolvedUpTo1023Bytes)
+{
+    fs::create_directories(m_directory.path() + "/bin");
+    g_fake_machine.executable = m_directory.path() + "/bin/launcher";
+    const std::string target = LongPath(m_directory.path(), 1023);
+    fs::create_directories(target);
+    fs::create_directory_symlink(target, m_directory.path() + "/Frameworks");
+    EXPECT_EQ(GetAppPath(), target);
+}
+
+#ifndef __APPLE__
+// macOS cannot create so long a path.
 TEST_F(AppPath, StaysUnresolvedIfTheResolvedPathHas1024Bytes)
 {
     fs::create_directories(m_directory.path() + "/bin");
     g_fake_machine.executable = m_directory.path() + "/bin/launcher";
-    for (const std::size_t length : {1023U, 1024U}) {
-        const std::string target = LongPath(m_directory.path(), length);
-        ASSERT_EQ(target.size(), length);
-        fs::create_directories(target);
-        fs::remove(m_directory.path() + "/Frameworks");
-        fs::create_directory_symlink(target, m_directory.path() + "/Frameworks");
-        const std::string unresolved = m_directory.path() + "/bin/../Frameworks";
-        EXPECT_EQ(GetAppPath(), length < 1024 ? target : unresolved) << length;
+    const std::string target = LongPath(m_directory.path(), 1024);
+    ASSERT_EQ(target.size(), 1024U);
+    fs::create_directories(target);
+    fs::create_directory_symlink(target, m_directory.path() + "/Frameworks");
+    EXPECT_EQ(GetAppPath(), m_directory.path() + "/bin/../Frameworks");
+}
+#endif
+
+TEST_F(AppPath, StaysUnresolvedIfThePathHasMoreThan1024Bytes)
+{
+    const std::string suffix = "/../Frameworks";
+    for (const std::size_t length : {1024U, 1025U}) {
+        const std::string directory = LongPath(m_directory.path(), length - suffix.size());
+        fs::create_directories(folder);
+        const std::string frameworks = directory.substr(0, directory.rfind('/')) + "/Frameworks";
+        fs::create_directories(frameworks);
+        g_fake_machine.executable = directory + "/l";
+        ASSERT_EQ((directory + suffix).size(), length);
+        EXPECT_EQ(GetAppPath(), length == 1024 ? frameworks : directory + suffix) << length;
     }
 }
 

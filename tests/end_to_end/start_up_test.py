@@ -49,6 +49,7 @@ class List(LauncherTest):
 
     def test_reading_a_directory_never_ends(self):
         launcher = self.start_with([APPLICATION, WORK])
+        self.wait_for(lambda: launcher.catches(signal.SIGTERM), "the launcher's handler")
         self.holds_for(1.0, launcher.running, "the launcher exited")
         # SIGTERM does not end the read loop either.
         launcher.send(signal.SIGTERM)

@@ -34,7 +34,7 @@ class Restart(LauncherTest):
             ("exit", "255"): 65280,
             ("signal", "1"): 1,
             ("signal", "9"): 9,
-            ("signal", "10"): 10,
+            ("signal", "14"): 14,
             ("signal", "13"): 13,
             ("signal", "15"): 15,
         }

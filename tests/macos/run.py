@@ -43,16 +43,21 @@ def run(architecture, directory, file, arguments):
         gc.disable()
         status = machine.run([os.fsencode(argument) for argument in arguments], environment)
     except BrokenProgram as error:
-        report(directory, f"{path}: {error}", kept=False)
+        report(directory, architecture, f"{path}: {error}", kept=False)
         Machine.end_by_signal(signal.SIGSEGV)
     except Exception as error:
         kept = not isinstance(error, Missing)
-        report(directory, f"{path}: {error}\n{traceback.format_exc() if kept else ''}", kept=True)
+        report(
+            directory,
+            architecture,
+            f"{path}: {error}\n{traceback.format_exc() if kept else ''}",
+            kept=True,
+        )
         status = 70
     os._exit(status)
 
 
-def report(directory, text, kept):
+def report(directory, architecture, text, kept):
     """On descriptor 2, which a program may have closed; what must never happen in a file, too."""
     try:
         if os.isatty(2) or not os.path.samestat(os.fstat(2), os.stat("/dev/null")):
@@ -61,7 +66,9 @@ def report(directory, text, kept):
         pass
     if kept:
         try:
-            with open(f"{directory}/reports/{os.getpid()}", "a", encoding="utf-8") as file:
+            with open(
+                f"{directory}/reports/{architecture}/{os.getpid()}", "a", encoding="utf-8"
+            ) as file:
                 file.write(text + "\n")
         except OSError:
             pass

@@ -125,7 +125,7 @@ LAYOUTS = {
     "timespec": 16, "rlimit": 16, "winsize": 8, "sigset_t": 4,
     "_RuneLocale.__runetype": 60, "_RuneLocale.__maplower": 1084, "_RuneLocale.__mapupper": 2108,
     "pthread_mutex_t": 64, "pthread_cond_t": 48,
-    "mbstate_t": 128, "dyld_unwind_sections": 40,
+    "mbstate_t": 128,
 }  # fmt: skip
 
 # struct stat from st_dev to st_flags.

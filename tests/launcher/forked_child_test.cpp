@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
+#include <system_error>
 #include <thread>
 
 #include "launcher/main.h"
@@ -70,4 +72,41 @@ TEST(ForkedChild, ExitsWithStatus0WhenItsOnlyThreadReturns)
     pid_t child = -1;
     std::thread([&] { child = fork(); }).join();
     EXPECT_EQ(WaitStatusOf(child), 0);
+}
+
+namespace {
+
+constexpr int kJoined = 3;
+constexpr int kNoSuchThread = 4;
+
+// Joins a thread of the parent and ends the child with what came of it.
+void JoinAndExit(std::thread& thread)
+{
+    try {
+        thread.join();
+    } catch (const std::system_error& error) {
+        _exit(error.code().value() == ESRCH ? kNoSuchThread : 1);
+    }
+    _exit(kJoined);
+}
+
+}  // namespace
+
+// macOS forgets the parent's threads at the fork; glibc takes them for ended.
+TEST(ForkedChild, JoinsAThreadOfTheParentAsTheSystemDoes)
+{
+    std::atomic<bool> stop = false;
+    std::thread other([&] { WaitUntil([&] { return stop.load(); }); });
+    const pid_t child = fork();
+    if (child == 0) {
+        JoinAndExit(other);
+    }
+    const int wait_status = WaitStatusOf(child);
+#ifdef __APPLE__
+    EXPECT_EQ(wait_status, kNoSuchThread << 8);
+#else
+    EXPECT_EQ(wait_status, kJoined << 8);
+#endif
+    stop = true;
+    other.join();
 }

@@ -1,9 +1,11 @@
 #include "tools/launchlist/command.h"
 
+#include <errno.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 #include "tools/launchlist/base/text.h"
 
@@ -12,13 +14,16 @@ namespace launchlist {
 bool UseColor()
 {
     const char* no_color = std::getenv("NO_COLOR");
-    return isatty(STDOUT_FILENO) != 0 && (no_color == nullptr || *no_color == '\0');
+    const char* terminal = std::getenv("TERM");
+    return isatty(STDOUT_FILENO) != 0 && (no_color == nullptr || *no_color == '\0') &&
+           (terminal == nullptr || std::strcmp(terminal, "dumb") != 0);
 }
 
 int Print(const std::string& text, int status)
 {
-    std::fwrite(text.data(), 1, text.size(), stdout);
-    return std::fflush(stdout) == 0 ? status : kUnreadable;
+    const bool is_written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
+    return std::fflush(stdout) == 0 && is_written ? status
+                                                  : FailOn("standard output", std::strerror(errno));
 }
 
 int FailOn(const std::string& path, const std::string& error)

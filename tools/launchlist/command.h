@@ -12,10 +12,12 @@ constexpr int kErrors = 2;
 constexpr int kUnreadable = 3;  // Also: the output could not be written.
 constexpr int kUsage = 64;
 
-// Whether standard output gets colour: only a terminal does, unless NO_COLOR is set.
+// Whether standard output gets colour: only a terminal does, unless NO_COLOR is set
+// or TERM is "dumb".
 bool UseColor();
 
-// Prints `text`, which must be printable. Returns `status`, or kUnreadable if writing failed.
+// Prints `text`, which must be printable. Returns `status`; if writing fails, reports this
+// and returns kUnreadable.
 int Print(const std::string& text, int status);
 
 // Reports that `path` could not be read or written. Returns kUnreadable.

@@ -1,9 +1,9 @@
-// Where the running program's executable lies.
+// The path of the running program's executable.
 #pragma once
 
 #include <cstdint>
 
-// Writes the absolute path of the executable with its NUL into `buffer`. Returns false, leaving
-// `buffer` as it is, when the path is unknown or needs more than `size` bytes.
-// Linux gives the path with symbolic links resolved, macOS as the program was started.
+// Writes the absolute path of the executable with its NUL into `buffer`. Returns false, and leaves
+// `buffer` unchanged, if the path is unknown or needs more than `size` bytes.
+// Linux resolves symbolic links in the path; macOS gives the path that the program was started by.
 bool GetExecutablePath(char* buffer, std::uint32_t size);

@@ -7,8 +7,8 @@
 
 bool GetExecutablePath(char* buffer, std::uint32_t size)
 {
-    // readlink cuts what does not fit without a word, so the path is read into a buffer that any
-    // path fits first.
+    // readlink silently truncates a path that does not fit, so it gets a buffer for the longest
+    // path.
     char path[PATH_MAX];
     const ssize_t length = readlink("/proc/self/exe", path, sizeof path);
     if (length < 0 || static_cast<std::size_t>(length) >= size) {

@@ -29,8 +29,10 @@ std::string Lower(std::string text)
     return text;
 }
 
-// Reads the next line of `file`, trimmed; false at its end. A failed read that is not the end gives
-// an empty line, so that reading goes on until the system reports the end.
+// Reads the next line of `file`, trimmed; false at the end of the file. A read error gives an empty
+// line, and only end of file ends a search, so the search of a directory never ends. Other
+// components of the product were written against this; with a check they would continue with a
+// default where a file exists but cannot be read.
 bool ReadLine(std::FILE* file, std::string& line)
 {
     if (std::feof(file)) {
@@ -63,7 +65,7 @@ bool SkipToSection(std::FILE* file, const std::string& section)
     return false;
 }
 
-// Reads the lines of one section for the first one that gives `key` a value.
+// Searches the lines of one section for the first that gives `key` a value.
 bool FindKey(std::FILE* file, const std::string& key, std::string& value)
 {
     const std::regex equals("=");
@@ -84,7 +86,7 @@ bool FindKey(std::FILE* file, const std::string& key, std::string& value)
     return false;
 }
 
-// The one scan behind both functions. Sets `value` only for kFound.
+// The search that both functions share. Sets `value` only for kFound.
 Lookup FindValue(std::string section, const std::string& key, const std::string& file,
                  std::string& value)
 {
@@ -100,8 +102,8 @@ Lookup FindValue(std::string section, const std::string& key, const std::string&
     return Lookup::kFound;
 }
 
-// Copies `text` into `buffer` if it fits, and returns its length, else 0. A negative `size` becomes
-// a huge one here and never limits.
+// Copies `text` into `buffer` and returns its length if it fits; otherwise returns 0. A negative
+// `size` becomes a huge unsigned one here, so it never limits.
 std::uint64_t CopyIfItFits(const std::string& text, char* buffer, std::int32_t size)
 {
     if (text.size() >= static_cast<std::uint64_t>(size)) {

@@ -16,7 +16,7 @@ namespace {
 constexpr std::size_t kPathSize = 1024;
 constexpr char kFinderSyncName[] = "KestraneFinderSync";
 
-// The executable's path if it fits into `Size` bytes, else "".
+// The executable's path; "" if it needs more than `Size` bytes with its NUL.
 template <std::size_t Size>
 std::string ExecutablePath()
 {
@@ -24,8 +24,8 @@ std::string ExecutablePath()
     return GetExecutablePath(path, Size) ? path : "";
 }
 
-// `path` resolved, or as it is where that fails or takes kPathSize bytes or more. The system
-// allocates the result, since it refuses buffers below its own PATH_MAX on some platforms.
+// `path` resolved; unchanged if that fails or if the result has kPathSize bytes or more. realpath
+// allocates the result, since some platforms abort on a buffer smaller than PATH_MAX.
 std::string Resolve(const std::string& path)
 {
     const std::unique_ptr<char, void (*)(void*)> resolved(realpath(path.c_str(), nullptr),
@@ -46,7 +46,7 @@ std::string GetAppPath()
         return "";
     }
     path = path.substr(0, path.rfind('/'));
-    // The extension lies in Contents/PlugIns/<name>.appex/Contents/MacOS of the same bundle.
+    // The extension's executable is in Contents/PlugIns/<name>.appex/Contents/MacOS of the bundle.
     path += IsFinderSync() ? "/../../../../Frameworks" : "/../Frameworks";
     return Resolve(path);
 }

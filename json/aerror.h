@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-// 32 bits wide; a value read from JSON may be a code that has no name here.
+// 32 bits wide. A code read from JSON need not be one of the named values.
 enum AERROR : std::int32_t
 {
     AERROR_NOT_FOUND = 4,

@@ -6,8 +6,8 @@
 
 #include "util/string_util.h"
 
-// Some versions of jsoncpp mark Json::Reader as deprecated. Its rules for what is accepted are the
-// ones that our documents were written against, and its successor's differ.
+// Some versions of jsoncpp mark Json::Reader as deprecated. The product's documents were written
+// against what it accepts, and its successor accepts something else.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 
@@ -47,7 +47,7 @@ JsonObject JsonObject::GetEmptyObject()
     return JsonObject("{}");
 }
 
-// NOLINTNEXTLINE(bugprone-unhandled-self-assignment): Json::Value copies before it lets go.
+// NOLINTNEXTLINE(bugprone-unhandled-self-assignment): Json::Value copies before it releases.
 JsonObject& JsonObject::operator=(const JsonObject& other)
 {
     if (other.m_value.isNull()) {

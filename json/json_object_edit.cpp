@@ -4,15 +4,15 @@
 #include "util/string_util.h"
 #include "util/util.h"
 
-// Some versions of jsoncpp mark FastWriter and StyledWriter as deprecated. Their layout is the one
-// that our documents are written in, and their successor's differs.
+// Some versions of jsoncpp mark FastWriter and StyledWriter as deprecated. The product's documents
+// are written in their layout, and their successor's layout differs.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 
 namespace {
 
-// `text` as a JSON string. jsoncpp escapes the characters that JSON wants escaped; every other byte
-// stays what it is.
+// `text` as a JSON string. jsoncpp writes the characters that JSON requires to be escaped; every
+// other byte is copied.
 std::string Quoted(const std::string& text)
 {
     Json::FastWriter writer;
@@ -28,33 +28,34 @@ std::string Quoted(const std::string& text)
     return quoted + '"';
 }
 
-// A document as a form: every string and member name is blanked, and filled in again after one of
-// jsoncpp's writers has laid the form out; there, quotes stand around blanks and nowhere else. So
-// the layout is the library's own. The writers must not see the texts themselves: several versions
-// turn every character beyond ASCII into an escape and every ill-formed byte into U+FFFD, which
-// cannot be undone in the finished text, where a comment may hold the same escape literally.
+// Writes a document in the layout of one of jsoncpp's writers, with strings as the stored bytes.
+//
+// The writers must not see the strings: several versions of jsoncpp replace every character beyond
+// ASCII by an escape and every ill-formed byte by U+FFFD. That cannot be undone in the written
+// text, because a comment may contain the same escape literally. So the writer gets a copy of the
+// document, the form, in which placeholders without quotes stand for all strings and member names.
+// In the written form, each pair of quotes encloses a placeholder, which FillIn replaces.
 class Form
 {
 public:
-    // `with_comments`: whether the writer that is going to be used writes comments.
+    // `with_comments`: whether the writer passed to FillIn writes comments.
     Form(const Json::Value& document, bool with_comments) : m_with_comments(with_comments)
     {
-        Blank(document, nullptr, m_form);
+        AddValue(document, nullptr, m_form);
     }
 
     std::string FillIn(Json::Writer& writer) const;
 
 private:
-    // Makes `form` the form of `value`. `name` is the name of a member, null for anything else.
-    void Blank(const Json::Value& value, const std::string* name, Json::Value& form);
-    Json::Value BlankPayload(const Json::Value& value);
-    void BlankComment(const Json::Value& value, Json::CommentPlacement placement,
-                      Json::Value& form);
+    // Makes `form` the form of `value`. `name` is the member name, null if `value` is not a member.
+    void AddValue(const Json::Value& value, const std::string* name, Json::Value& form);
+    Json::Value FormWithoutComments(const Json::Value& value);
+    void AddComment(const Json::Value& value, Json::CommentPlacement placement, Json::Value& form);
 
     bool m_with_comments;
     Json::Value m_form;
-    // What the pairs of quotes in the written form stand for, in the order of writing.
-    std::vector<std::string> m_texts;
+    // The replacements for the pairs of quotes in the written form, in the order of writing.
+    std::vector<std::string> m_replacements;
 };
 
 std::string Form::FillIn(Json::Writer& writer) const
@@ -62,7 +63,7 @@ std::string Form::FillIn(Json::Writer& writer) const
     const std::string written = writer.write(m_form);
     std::string filled;
     std::string::size_type pos = 0;
-    for (const std::string& text : m_texts) {
+    for (const std::string& text : m_replacements) {
         const auto open = written.find('"', pos);
         filled.append(written, pos, open - pos).append(text);
         pos = written.find('"', open + 1) + 1;
@@ -71,36 +72,37 @@ std::string Form::FillIn(Json::Writer& writer) const
     return trim(filled);
 }
 
-void Form::Blank(const Json::Value& value, const std::string* name, Json::Value& form)
+void Form::AddValue(const Json::Value& value, const std::string* name, Json::Value& form)
 {
-    BlankComment(value, Json::commentBefore, form);
+    AddComment(value, Json::commentBefore, form);
     if (name != nullptr) {
-        m_texts.push_back(Quoted(*name));
+        m_replacements.push_back(Quoted(*name));
     }
-    Json::Value payload = BlankPayload(value);
+    Json::Value payload = FormWithoutComments(value);
     form.swapPayload(payload);
-    BlankComment(value, Json::commentAfterOnSameLine, form);
-    BlankComment(value, Json::commentAfter, form);
+    AddComment(value, Json::commentAfterOnSameLine, form);
+    AddComment(value, Json::commentAfter, form);
 }
 
-Json::Value Form::BlankPayload(const Json::Value& value)
+Json::Value Form::FormWithoutComments(const Json::Value& value)
 {
     Json::Value form(value.type());
     switch (value.type()) {
         case Json::stringValue:
-            m_texts.push_back(Quoted(value.asString()));
-            // As wide as the text: it decides whether an array fits into one line.
-            return std::string(m_texts.back().size() - 2, 'x');
+            m_replacements.push_back(Quoted(value.asString()));
+            // As wide as the text: the width decides whether an array fits on one line.
+            return std::string(m_replacements.back().size() - 2, 'x');
         case Json::arrayValue:
             for (Json::ArrayIndex i = 0; i < value.size(); ++i) {
-                Blank(value[i], nullptr, form[i]);
+                AddValue(value[i], nullptr, form[i]);
             }
             return form;
         case Json::objectValue: {
-            // Members are written in the order of their names' bytes. Numbers of one width keep it.
+            // The writer sorts members by the bytes of their names. Numbers with equally many
+            // digits as placeholders keep the order.
             unsigned long long number = 10'000'000'000;
             for (const std::string& name : value.getMemberNames()) {
-                Blank(value[name], &name, form[std::to_string(number++)]);
+                AddValue(value[name], &name, form[std::to_string(number++)]);
             }
             return form;
         }
@@ -109,22 +111,21 @@ Json::Value Form::BlankPayload(const Json::Value& value)
     }
 }
 
-void Form::BlankComment(const Json::Value& value, Json::CommentPlacement placement,
-                        Json::Value& form)
+void Form::AddComment(const Json::Value& value, Json::CommentPlacement placement, Json::Value& form)
 {
     if (!m_with_comments || !value.hasComment(placement)) {
         return;
     }
-    // A quote in a comment becomes a pair that stands for one quote.
+    // A quote in a comment becomes a pair of quotes, whose replacement is one quote.
     std::string comment;
     for (const char c : value.getComment(placement)) {
         comment += c;
         if (c == '"') {
             comment += c;
-            m_texts.push_back("\"");
+            m_replacements.push_back("\"");
         }
     }
-    // The library drops one line feed at the end.
+    // setComment removes one trailing line feed.
     form.setComment(comment + '\n', placement);
 }
 
@@ -146,7 +147,7 @@ std::string JsonObject::ToStyledText()
 
 bool JsonObject::Insert(const char* key, const JsonObject& item)
 {
-    // Copied first: `item` may look into this document, and the new member changes it.
+    // Copied first, because `item` may be a view into this document, which the new member changes.
     Json::Value copy = *item.m_ref;
     (*m_ref)[key] = copy;
     return true;

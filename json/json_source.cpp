@@ -7,13 +7,49 @@
 #include <stdexcept>
 #include <utility>
 
-// The reader of JsonObject, see there.
+// json_object.cpp says why the deprecated reader is used.
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 
 namespace {
 
-// How deep the reader goes before it throws.
-constexpr int kDepthLimit = 1000;
+// Whether the reader throws on `depth` arrays in one another of which the innermost has an element.
+bool IsTooDeep(std::size_t depth)
+{
+    const std::string text = std::string(depth, '[') + '1' + std::string(depth, ']');
+    Json::Reader reader;
+    Json::Value value;
+    try {
+        reader.parse(text, value, false);
+        return false;
+    } catch (const std::exception&) {
+        return true;
+    }
+}
+
+// The smallest depth at which a bracket that is not empty makes the reader throw. Must be called
+// only after the reader has thrown on some text, which shows that there is a limit.
+std::size_t DepthLimit()
+{
+    std::size_t accepted = 0;
+    std::size_t rejected = 1;
+    while (!IsTooDeep(rejected)) {
+        accepted = rejected;
+        rejected *= 2;
+    }
+    while (rejected - accepted > 1) {
+        const std::size_t middle = accepted + (rejected - accepted) / 2;
+        (IsTooDeep(middle) ? rejected : accepted) = middle;
+    }
+    return rejected;
+}
+
+// Whether the reader takes `token` for a comma between a comment and `rest`.
+bool IsComma(const std::string& token, const char* rest)
+{
+    Json::Reader reader;
+    Json::Value value;
+    return reader.parse("{\"\":0/**/" + token + rest, value, false);
+}
 
 bool IsSpace(char c)
 {
@@ -68,10 +104,11 @@ JsonSource::JsonSource(std::string text) : m_text(std::move(text))
             return;
         }
     } catch (const std::exception&) {
-        m_fault = JsonFault{FindTooDeep(), "values are nested too deep", true};
+        const std::size_t limit = DepthLimit();
+        m_fault = JsonFault{FindTooDeep(limit), "values are nested too deep", limit};
         return;
     }
-    m_fault = JsonFault{0, "not a JSON text", false};
+    m_fault = JsonFault{0, "not a JSON text", 0};
     const auto errors = reader.getStructuredErrors();
     if (!errors.empty()) {
         m_fault->offset = static_cast<std::size_t>(errors.front().offset_start);
@@ -79,8 +116,8 @@ JsonSource::JsonSource(std::string text) : m_text(std::move(text))
     }
 }
 
-// Every name and value is read by the reader itself, from where it begins: it stops behind the
-// first complete value and tells where that is. Only what stands between values is skipped here.
+// The reader itself reads every name and value, starting at its first byte: it stops after the
+// first complete value and reports the place. Only the text between values is skipped here.
 std::vector<JsonMember> JsonSource::Members(const JsonPlace& object) const
 {
     std::vector<JsonMember> members;
@@ -151,7 +188,7 @@ JsonPlace JsonSource::ReadValue(std::size_t offset, std::string* text) const
     Json::Value value;
     const std::size_t begin = std::min(offset, m_text.size());
     if (!reader.parse(m_text.data() + begin, m_text.data() + m_text.size(), value, false)) {
-        throw std::logic_error("a value that was read once is not read again");
+        throw std::logic_error("the reader rejects a value that it accepted before");
     }
     if (text != nullptr) {
         *text = value.asString();
@@ -159,33 +196,56 @@ JsonPlace JsonSource::ReadValue(std::size_t offset, std::string* text) const
     return PlaceOf(value, begin);
 }
 
-// From behind a value to behind its comma, or to the "}". After a comment the reader takes whatever
-// one token stands there for the comma, so that one is skipped as well.
+// Returns the offset after the comma that follows the value which ends at `offset`, or the offset
+// of the "}". In some versions of jsoncpp any single token may replace a comma that follows a
+// comment, even one that is not JSON; the reader decides where such a token ends.
 std::size_t JsonSource::SkipComma(std::size_t offset) const
 {
-    offset = SkipBlanks(offset);
-    if (offset < m_text.size() && m_text[offset] == '"') {
-        return ReadValue(offset, nullptr).end;
+    const std::size_t begin = SkipBlanks(offset);
+    if (begin >= m_text.size() || m_text[begin] == '}') {
+        return begin;
     }
-    return std::min(m_text.find_first_of(",}\"/", offset), m_text.size() - 1) +
-           (m_text.compare(offset, 1, ",") == 0 ? 1U : 0U);
+    if (m_text[begin] == ',') {
+        return begin + 1;
+    }
+    std::size_t end = m_text[begin] == '"' ? SkipString(begin) : begin + 1;
+    for (; end < m_text.size(); ++end) {
+        const char next = m_text[std::min(SkipBlanks(end), m_text.size() - 1)];
+        const std::string token = m_text.substr(begin, end - begin);
+        if ((next == '"' && IsComma(token, "\"\":0}")) || (next == '}' && IsComma(token, "}"))) {
+            break;
+        }
+    }
+    return end;
 }
 
-// The bracket in which the reader gave up: the first one at the limit that is not empty.
-std::size_t JsonSource::FindTooDeep() const
+// The offset after the string at `offset`. Unlike ReadValue, accepts any escape sequence, as the
+// reader does for a string that replaces a comma.
+std::size_t JsonSource::SkipString(std::size_t offset) const
 {
-    int depth = 0;
+    for (++offset; offset < m_text.size() && m_text[offset] != '"'; ++offset) {
+        if (m_text[offset] == '\\') {
+            ++offset;
+        }
+    }
+    return std::min(offset, m_text.size() - 1) + 1;
+}
+
+// The bracket at which the reader threw: the first one at the depth limit that is not empty.
+std::size_t JsonSource::FindTooDeep(std::size_t limit) const
+{
+    std::size_t depth = 0;
     for (std::size_t i = SkipBlanks(0); i < m_text.size(); i = SkipBlanks(i + 1)) {
         const char c = m_text[i];
         if (c == '"') {
-            i = ReadValue(i, nullptr).end - 1;
+            i = SkipString(i) - 1;
         } else if (c == '[' || c == '{') {
             const std::size_t next = SkipBlanks(i + 1);
             const char close = c == '[' ? ']' : '}';
-            if (++depth == kDepthLimit && m_text.compare(next, 1, std::string(1, close)) != 0) {
+            if (++depth == limit && m_text.compare(next, 1, std::string(1, close)) != 0) {
                 return i;
             }
-        } else if (c == ']' || c == '}') {
+        } else if ((c == ']' || c == '}') && depth > 0) {
             --depth;
         }
     }

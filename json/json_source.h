@@ -1,14 +1,16 @@
-// Where things stand in a JSON text, as the reader behind JsonObject finds them.
+// The places of values in a JSON text, as the reader behind JsonObject sees them.
 //
-// For tools that tell people about a text: JsonObject knows the values, this knows their places,
-// and every member that was written, also one that a later member of its name has replaced.
+// For tools that report on a text: JsonObject gives the values, JsonSource their places. It also
+// knows members that JsonObject does not have because a later member of the same name replaced
+// them. It follows the reader of whichever jsoncpp it is linked with; versions differ in what they
+// accept.
 //
 //     JsonSource source(text);
 //     if (!source.Fault()) {
 //         for (const JsonMember& member : source.Members(source.Root())) { ... }
 //     }
 //
-// Threads: one object belongs to one thread at a time.
+// Threads: an object may be used by one thread at a time.
 // Units:   offsets count bytes from the start of the text; lines and columns count from 1.
 #pragma once
 
@@ -27,7 +29,7 @@ enum class JsonType
     kObject
 };
 
-// One value: its first byte and the byte behind its last.
+// One value: the offsets of its first byte and of the byte after its last.
 struct JsonPlace
 {
     std::size_t begin = 0;
@@ -40,14 +42,14 @@ struct JsonMember
     std::string name;  // All of it, NULs included.
     std::size_t name_begin = 0;
     JsonPlace value;
-    bool replaced = false;  // A later member of the same name stands in the value.
+    bool replaced = false;  // A later member of the same name gives the value.
 };
 
 struct JsonFault
 {
     std::size_t offset = 0;
     std::string message;
-    bool too_deep = false;
+    std::size_t depth_limit = 0;  // Not 0 if values are nested deeper than this many levels.
 };
 
 struct JsonPosition
@@ -62,33 +64,34 @@ class JsonSource
 public:
     explicit JsonSource(std::string text);
 
-    // Why JsonObject refuses the text; nothing when it takes it.
+    // Why JsonObject rejects the text; empty if it accepts it.
     const std::optional<JsonFault>& Fault() const { return m_fault; }
 
-    // The first complete value; what follows it is not read. Only without a fault.
+    // The first complete value; the text after it is not read. There must be no fault.
     const JsonPlace& Root() const { return m_root; }
 
-    // The members of `object`, a place of this text, in the order in which they were written. Empty
-    // for a place that is no object.
+    // The members of `object`, a place of this text, in the order of the text. Empty if the value
+    // there is not an object.
     std::vector<JsonMember> Members(const JsonPlace& object) const;
 
-    // The string at `place`, a string of this text: all of it, NULs included.
+    // The string value at `place`: all of it, NULs included. The value there must be a string.
     std::string String(const JsonPlace& place) const;
 
-    // The text of `place` as it is written.
+    // The source text of `place`.
     std::string Written(const JsonPlace& place) const;
 
-    // Lines end where the reader ends them: at \n, \r or \r\n. A position known already, not behind
-    // `offset`, saves counting from the start.
+    // The line and column of `offset`. Lines end where the reader ends them: at \n, \r or \r\n.
+    // `from` is any known position up to `offset`; it saves counting from the start.
     JsonPosition Position(std::size_t offset, JsonPosition from = {}) const;
 
-    // The first byte at or behind `offset` that is neither white space nor part of a comment.
+    // The first offset from `offset` on that is neither white space nor part of a comment.
     std::size_t SkipBlanks(std::size_t offset) const;
 
 private:
     JsonPlace ReadValue(std::size_t offset, std::string* text) const;
     std::size_t SkipComma(std::size_t offset) const;
-    std::size_t FindTooDeep() const;
+    std::size_t SkipString(std::size_t offset) const;
+    std::size_t FindTooDeep(std::size_t limit) const;
 
     std::string m_text;
     std::optional<JsonFault> m_fault;

@@ -16,7 +16,7 @@
 
 ChildProc::ChildProc(std::string app_name, JsonObject item)
 {
-    // Assigned, not constructed: only the assignment turns a view into a copy of its own.
+    // Assigned in the body: a copy-constructed member would remain a view of the caller's document.
     m_item = item;
     m_app_name = app_name;
     m_name = ItemName(m_item);
@@ -34,7 +34,8 @@ ChildProc::~ChildProc()
 void ChildProc::Stop()
 {
     m_running = false;
-    // No look at the value: 0 and -1 mean what they mean to kill, see the header.
+    // Deliberately unchecked: the values 0 and -1 signal a process group or every process, and the
+    // product depends on it; see the destructor's comment.
     kill(m_pid, SIGKILL);
 }
 
@@ -43,14 +44,17 @@ void ChildProc::StartSupervisor()
     try {
         m_thread = std::make_shared<std::thread>([this] { Supervise(); });
     } catch (const std::system_error& error) {
-        // One text everywhere; libstdc++ gives only the system's part of it.
+        // Makes the text the same everywhere: libstdc++ gives only the system's reason.
         throw std::system_error(error.code(), "thread constructor failed");
     }
 }
 
-// In a child whose program could not be executed this loop goes on: the child becomes a further
-// supervisor of the item. A child without a program leaves it and ends as a process does whose only
-// thread returns, through the exit-time destructors, over its own copy of the launcher's children.
+// A child whose program cannot be executed stays in this loop and becomes another supervisor of the
+// item. A child without a program leaves the loop and exits normally, because its only thread has
+// returned: the exit-time destructors run over its copy of g_child_map and signal the process
+// group. Neither child calls _exit, because other components of the product were written against
+// this: with _exit, a program that cannot be executed would log an end 20 times a second instead of
+// none, and an item without a program would be restarted forever instead of ending the launcher.
 void ChildProc::Supervise()
 {
     while (m_running) {
@@ -81,12 +85,14 @@ void ChildProc::WaitForEnd()
     __LOG__A(logger, LOGLEVEL_ERROR, kItemEnded, m_name.c_str(), m_pid, result, wait_status);
 }
 
-// Runs in the child; returns only when `program` cannot be executed. A function of its own because
-// alloca gives its memory back no earlier than when a function returns, and a child that goes on as
-// a supervisor would start its own children with ever less stack.
+// Runs in the child; returns only if `program` cannot be executed. A separate function because
+// alloca memory is freed only on return: in the loop above, each generation of children that cannot
+// execute the program would start with less stack.
 //
-// The argument count is taken as it stands in the item: -1 gives an empty vector, and below that
-// nothing guards the writes.
+// "argc" is deliberately unchecked, since the product's lists were written against that: -1 starts
+// the program with an empty argument vector, and a check for negative counts would refuse it. Below
+// -1, and with a vector that does not fit the stack, the writes leave the vector, and the child
+// usually crashes.
 void ChildProc::Execute(std::string& program)
 {
     const int count = ItemArgumentCount(m_item) + 1;

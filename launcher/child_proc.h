@@ -1,12 +1,16 @@
 // Keeps one item of the launch list running.
 //
-// A supervisor thread starts the item's program, waits for its end, logs it and starts it again
-// 50 ms later, until the object is destroyed. Items, programs and arguments: docs/launch-list.md.
+// A supervisor thread starts the item's program, waits until it ends, logs the end and restarts the
+// program after kRestartPause, until the object is destroyed. docs/launch-list.md describes items,
+// programs and arguments.
 //
-// Threads: made and destroyed by one thread at a time, which must not be the supervisor: a join of
-//          the own thread ends the process. `m_pid` and `m_running` are shared with the supervisor
-//          without a lock, on purpose: a destructor that runs between the supervisor's look at
-//          `m_running` and its fork leaves the new child running, and waits for its end.
+// Threads: an object must be created and destroyed by one thread at a time, and never destroyed by
+//          its own supervisor: the thread's join with itself ends the process.
+//          `m_pid` and `m_running` are deliberately shared with the supervisor without a lock. The
+//          destructor runs in the SIGTERM handler, which would deadlock on a lock that the
+//          interrupted thread holds. The price is a race: a destructor that runs after the
+//          supervisor has checked `m_running` and before it has forked does not kill the new child,
+//          and waits until that child ends by itself.
 #pragma once
 
 #include <sys/types.h>
@@ -21,19 +25,25 @@ class ChildProc
 {
 public:
     // Keeps a deep copy of `item` and starts its supervisor at once. Throws std::system_error
-    // "thread constructor failed" when there is no thread to be had, and what JsonObject throws
-    // when "name" is an object or an array.
+    // "thread constructor failed: REASON" if no thread can be created, and an exception of the JSON
+    // library if "name" is an object or an array.
     ChildProc(std::string app_name, JsonObject item);
 
-    // Kills the child and joins the supervisor, which ends 50 ms after the child. The signal goes
-    // to `m_pid` whatever it is: before the first fork that is 0, the own process group; after a
-    // failed one -1, every process that the user may signal.
+    // Kills the child and joins the supervisor, which stops one restart pause after the child's
+    // end. Signal 9 goes to `m_pid` unchecked, and kill() gives two of its values special meanings:
+    //  0   before the first fork, and in a forked child: every process of the process group
+    // -1   after a failed fork: every process that the user may signal
+    // Any other value may be the id of a child that was reaped already, and be in use again.
+    // Other components of the product were written against this: they start the launcher in its own
+    // process group and rely on the group's end. With a check of the value, an item without a
+    // program would be restarted forever, and a stop before the first fork would wait for a child
+    // that nothing kills.
     ~ChildProc();
 
     ChildProc(const ChildProc&) = delete;
     ChildProc& operator=(const ChildProc&) = delete;
 
-    // Lets the supervisor end and kills the child, as the destructor does, without waiting.
+    // Tells the supervisor to stop and kills the child, as the destructor does, without waiting.
     void Stop();
 
 private:
@@ -42,8 +52,8 @@ private:
     void WaitForEnd();
     void Execute(std::string& program);
 
-    pid_t m_pid = 0;         // What the last fork returned; not reset when the child has ended.
-    bool m_running = true;   // Whether the supervisor goes on after the child's end.
+    pid_t m_pid = 0;         // Result of the last fork; not reset when the child has ended.
+    bool m_running = true;   // Whether the supervisor restarts the program after its end.
     std::string m_app_name;  // The launcher's first argument.
     std::string m_name;      // The item's "name", for the log.
     JsonObject m_item{nullptr};

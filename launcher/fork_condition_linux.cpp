@@ -1,9 +1,9 @@
-// A child that leaves through the exit-time destructors must end.
+// Lets a forked child exit through the exit-time destructors.
 //
-// glibc's condition variable waits in its destructor until nobody waits on it any more. A forked
-// child of the launcher inherits a copy on which the parent's `main` waits, a thread that the child
-// does not have, and would wait for ever. So every child makes its copy new; the parent's is not
-// touched. Other systems destroy such a copy at once.
+// The destructor of glibc's condition variable waits until no thread waits on it. A forked child
+// inherits a copy of g_process_condition that counts the parent's `main` as a waiter; the child has
+// no such thread, so its destructor would never return. Every child therefore constructs its copy
+// again. The parent's is not touched. Other systems do not wait in the destructor.
 #include <pthread.h>
 
 #include <new>
@@ -12,11 +12,11 @@
 
 namespace {
 
-void RenewCondition()
+void ReconstructCondition()
 {
     new (&g_process_condition) std::condition_variable;
 }
 
-const int g_registered = pthread_atfork(nullptr, nullptr, RenewCondition);
+const int g_registered = pthread_atfork(nullptr, nullptr, ReconstructCondition);
 
 }  // namespace

@@ -1,38 +1,37 @@
-// What a launch list says: which items there are, and the name, program and arguments of each.
+// Reading a launch list: its items, and the name, program and arguments of each.
 //
-// The rules are one for the launcher, which acts on them, and for launchlist, which tells about
-// them. When they are asked, and what becomes of the answers, is the caller's business.
+// The launcher acts on these rules and launchlist reports on them, so both read a list alike.
 //
-// Errors: what JsonObject lets through: a list or item that is no object, a value that is not
-//         convertible. Such an error may come from any of these functions.
-// Note:   a lookup may add the missing member, as null, to the item that it is asked of.
+// Errors: every function may throw an exception of the JSON library: if the list or the item is
+//         not an object, or if a value cannot be converted.
+// Note:   a lookup of a missing member may add it, as null, to the item.
 #pragma once
 
 #include <string>
 
 #include "json/json_object.h"
 
-// The member of a list that holds item `index`: its number in decimal.
+// The name of the member that holds item or argument `index`: the number in decimal.
 std::string ItemKey(int index);
 
-// Whether the list goes on at `index`; the first item that is missing ends it.
+// Whether the list has item `index`. The first missing item ends the list.
 bool HasItem(JsonObject& list, int index);
 
-// A view of item `index`, which is there.
+// A view of item `index`, which must exist.
 JsonObject GetItem(JsonObject& list, int index);
 
-// Whether the item has a name at all. One without is skipped; null is the empty name.
+// Whether the item has a "name" member; null counts as the empty name. An item without is skipped.
 bool HasName(JsonObject& item);
 
-// The text that names the item in the log and among the running ones.
+// The item's name in the log and its key among the running items.
 std::string ItemName(JsonObject& item);
 
-// The path to execute, taken as it stands; "" for an item that has none.
+// The path to execute, unchanged; "" if the item has no program.
 std::string ItemProgram(JsonObject& item);
 
-// How many arguments follow the program: "argc", cut to 32 bits and not looked at any further, or 0
-// without one.
+// The number of arguments that follow the program: "argc", cut to 32 bits and otherwise unchecked;
+// 0 if the item has no "argc".
 int ItemArgumentCount(JsonObject& item);
 
-// Argument `index`, counted from 0; "" where "args" has none.
+// Argument `index`, counted from 0; "" if "args" does not hold it.
 std::string ItemArgument(JsonObject& item, int index);

@@ -19,7 +19,7 @@
 #include "logging/log.h"
 #include "logging/log_setup.h"
 
-// Destroyed in reverse order at exit: the children, if there are any left, are ended last.
+// Destroyed in reverse order at exit, so any remaining children are killed last.
 std::unordered_map<std::string, std::shared_ptr<ChildProc>> g_child_map;
 std::mutex g_process_mutex;
 std::condition_variable g_process_condition;
@@ -62,14 +62,15 @@ bool ReadData(std::string path, std::string& data)
         __LOG__A(logger, LOGLEVEL_ERROR, kListEmpty, path.c_str());
         return false;
     }
-    // The buffer ends without a NUL of its own, the text at the first one in it.
+    // The buffer has no terminating NUL; the text ends at the first NUL of the file, if any.
     data.assign(bytes.data(), strnlen(bytes.data(), bytes.size()));
     return true;
 }
 
 namespace {
 
-// Starts a child for every named item of the list: "0", "1" and so on, up to the first gap.
+// Starts a child for every named item of the list: "0", "1" and so on. The first missing number
+// ends the list.
 void StartChildren(const std::string& app_name, const std::string& list)
 {
     JsonObject document(list.c_str(), static_cast<unsigned int>(list.size()));
@@ -81,12 +82,14 @@ void StartChildren(const std::string& app_name, const std::string& list)
         }
         const std::string name = ItemName(item);
         auto child = std::make_shared<ChildProc>(app_name, item);
-        // An earlier item of this name ends here, before the walk goes on.
+        // Destroys an earlier item of the same name, and waits for its supervisor, before the walk
+        // continues.
         g_child_map[name] = std::move(child);
     }
 }
 
-// Any return from the wait is the stop request.
+// Any wake-up counts as a stop request, a spurious one included. There is no flag to check: the
+// handler could only set one while `main` does not hold the mutex, and it takes no mutex.
 void WaitForStop()
 {
     std::unique_lock<std::mutex> lock(g_process_mutex);
@@ -105,8 +108,8 @@ int main(int argc, char** argv)
     const std::string app_name = argv[1];
     const std::string list_path = argv[2];
 
-    // Nothing of the reading is seen: there is no log yet. An unreadable list ends the launcher
-    // without a word, as the product expects.
+    // These messages go nowhere: the log is not set up yet. The component that starts the launcher
+    // expects an unreadable list to end it silently, and without a log file being created.
     __LOG__A(logger, LOGLEVEL_ERROR, kReadingList, list_path.c_str());
     std::string list;
     if (!ReadData(list_path, list)) {
@@ -118,7 +121,7 @@ int main(int argc, char** argv)
     try {
         StartChildren(app_name, list);
     } catch (...) {
-        // A thread that could not be made lands here, too.
+        // Also reached if a supervisor thread cannot be created.
         __LOG__A(logger, LOGLEVEL_ERROR, kListRejected);
         return 0;
     }

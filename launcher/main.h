@@ -1,6 +1,6 @@
-// What the launcher's entry shares with its platform files and its tests.
+// The launcher's globals and the functions beside `main`, for its platform files and its tests.
 //
-// Exit status of the program: 1 after the ordinary stop on SIGTERM, 0 for every failure.
+// Exit status of the program: 1 after the ordinary stop by SIGTERM, 0 after every failure.
 #pragma once
 
 #include <condition_variable>
@@ -11,26 +11,40 @@
 
 #include "launcher/child_proc.h"
 
-// One entry per running item, under the item's name; the only owner of its ChildProc. Filled by
-// `main` and emptied by the SIGTERM handler, without a lock.
+// One entry per running item, under the item's name; the only owner of its ChildProc. `main` fills
+// the map and the SIGTERM handler empties it, deliberately without a lock: the handler would wait
+// forever for a lock that the interrupted thread holds. A stop in the middle of the walk may
+// therefore crash the launcher.
 extern std::unordered_map<std::string, std::shared_ptr<ChildProc>> g_child_map;
 
-// `main` holds the mutex around its one wait on the condition; the SIGTERM handler notifies.
+// `main` holds the mutex around its only wait on the condition; the SIGTERM handler notifies.
 extern std::mutex g_process_mutex;
 extern std::condition_variable g_process_condition;
 
-// Closes descriptors 0, 1 and 2 and installs the SIGTERM handler; nothing else of the process
-// changes. What is opened next takes the free numbers, and every child inherits it there.
+// Closes descriptors 0, 1 and 2 and installs the SIGTERM handler; changes nothing else of the
+// process. The files opened next get these numbers, and every child inherits them. They are not
+// redirected to /dev/null: the product's helpers were written against the descriptors they get.
 void InitDaemon();
 
-// Empties g_child_map, which kills every child with signal 9 and joins its supervisor one after
-// another, then wakes `main`. Any other signal does nothing.
-// Ordinary work in a signal handler, on purpose: it blocks for 50 ms and more per item. Where the
-// system runs it on a supervisor's thread, the join of the own thread ends the process; on one that
-// is in the middle of a fork it may wait for ever, for supervisors that wait for the fork's locks.
+// On SIGTERM: empties g_child_map, which kills every child with signal 9 and joins the supervisors
+// one after another, then wakes `main`. Ignores any other signal.
+//
+// The handler deliberately frees memory, takes locks and blocks for at least 50 ms per item, which
+// POSIX does not allow in a handler. The components that stop the launcher were written against
+// this: the stop takes effect at once, also in the middle of the walk, and when the launcher exits
+// with status 1, its children are dead and their ends are logged. A handler that only set a flag
+// would let the walk start further items first. The price:
+// - If the system runs the handler on a supervisor thread, the thread's join with itself ends the
+//   process.
+// - If the handler interrupts a fork, it may wait forever for supervisors that need the locks which
+//   that fork holds.
 void sigterm_handler(int sig);
 
-// Reads the file at `path` into `data`, up to its first NUL; true when it held at least a byte. On
-// false, `data` is as it was. Does not return for what opens but fails to read, like a folder:
-// only the end of the file ends the reading.
+// Reads the file at `path` into `data`, up to its first NUL. Returns whether the file held at least
+// one byte; if not, `data` is unchanged.
+//
+// Never returns for a path that can be opened but not read, such as a directory, since only the end
+// of the file ends the loop. Other components of the product were written against this: for them,
+// status 0 without a log record means a missing or empty list, and a check for read errors would
+// give it a third meaning.
 bool ReadData(std::string path, std::string& data);

@@ -5,7 +5,8 @@
 void WriteEvent(const std::string& source, std::uint64_t priority, const std::string& message)
 {
     const std::string text = source + " : " + message;
-// The text is the format on purpose: callers may rely on "%%" coming out as "%".
+// The text is deliberately the format. The product's components were written against that: they
+// write "%%" for "%", and with a "%s" format both characters would appear in the log.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-security"
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"

@@ -1,16 +1,16 @@
-// The call through which everything logs.
+// The log call that every part of the program uses.
 #pragma once
 
 #include <cstdarg>
 
 #include "qv7log/include/qv7log.h"
 
-// Where this program logs to: null until InitLog has succeeded, and never reset after that. Defined
-// with the program's other globals. Written once, before a second thread exists.
+// The program's log; null until InitLog has succeeded, and never reset after that. Defined with the
+// program's other globals. Written once, before a second thread exists, so it needs no lock.
 extern ILog* logger;
 
-// Logs one record through `log`; does nothing at all while `log` is null.
-// Each source that logs gets a copy of its own.
+// Logs one record through `log`; does nothing if `log` is null. Each source that logs gets its own
+// copy of the function.
 __attribute__((format(printf, 3, 4))) static inline void __LOG__A(ILog* log, LOGLEVEL level,
                                                                   const char* format, ...)
 {

@@ -1,14 +1,14 @@
-// Where the log and its level file are. Apart from the set-up, so that programs which only read
-// them need no logging library.
+// The paths of the log and of its level file. Separate from the set-up of the log, so that programs
+// which only read these files need no logging library.
 //
-// Threads: as the functions of config/locations.h.
+// Threads: one thread at a time, as for config/locations.h.
 #pragma once
 
 #include <string>
 
-// The home folder, "/Library/Logs/", the SDK name and "/qv7log". An unknown home or SDK name simply
-// leaves its place empty.
+// The home directory, "/Library/Logs/", the SDK name and "/qv7log". An unknown home directory or
+// SDK name is left empty in the path.
 std::string GetLogPath();
 
-// The file that sets the log's level: log.ini in the product's folder under GetAppDataPath().
+// The file that sets the log's level: log.ini in the product's directory below GetAppDataPath().
 std::string GetLevelPath();

@@ -6,8 +6,6 @@
 
 namespace {
 
-constexpr std::int32_t kFileLog = 2;
-
 struct LevelName
 {
     const char* name;
@@ -30,7 +28,7 @@ void InitLog(std::string name)
         return;
     }
     ILog* log = nullptr;
-    GetLogger(kFileLog, "launcher", level, &log);
+    GetLogger(LOGKIND_FILE, "launcher", level, &log);
     logger = log;
 }
 
@@ -38,7 +36,8 @@ LOGLEVEL GetLogLevel()
 {
     const std::string file = GetLevelPath();
     char text[1024] = {};
-    // Never 0 with this default; the message stays for a reader that changes its rules.
+    // Unreachable while the default fits the buffer; the message is part of the function's contract
+    // in case the reader's rules change.
     if (GetPrivateProfileString("LOG", "LEVEL", "ERROR", text, sizeof text, file) == 0) {
         __LOG__A(logger, LOGLEVEL_ERROR, "[SERVICE   ] Failed to get log level");
     }

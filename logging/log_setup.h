@@ -1,7 +1,7 @@
-// Setting up the program's log: its level and the global `logger`.
+// Sets up the program's log: its level and the global `logger`.
 //
-// Errors:  none is reported; a log that cannot be set up leaves `logger` null.
-// Threads: for the main thread, before any other exists.
+// Errors:  none is reported; if the log cannot be set up, `logger` stays null.
+// Threads: must be called on the main thread, before any other thread exists.
 #pragma once
 
 #include <string>
@@ -9,13 +9,13 @@
 #include "logging/log.h"
 #include "logging/log_path.h"
 
-// Sets up the logging library at GetLogPath() with GetLogLevel() and stores its log in `logger`.
-// Where the library fails, writes a system event that names the program `name` and leaves `logger`
-// null. Called once.
+// Initialises the logging library with GetLogPath() and GetLogLevel() and stores its log in
+// `logger`. If the library fails, writes a system event that names the component `name` and leaves
+// `logger` null. Must be called once.
 void InitLog(std::string name);
 
-// "LEVEL" of section "LOG" in the level file; ERROR without one.
+// The level that "LEVEL" of section "LOG" in the level file names; ERROR if there is none.
 LOGLEVEL GetLogLevel();
 
-// The level that `text` names, compared whole and with regard to case; ERROR for any other text.
+// The level named exactly `text` (case-sensitive); ERROR for any other text.
 LOGLEVEL StringToLogLevel(std::string text);

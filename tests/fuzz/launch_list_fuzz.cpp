@@ -29,7 +29,7 @@
 #include "tests/fuzz/fuzz.h"
 #include "tests/support/fake_log_library.h"
 #include "tests/support/fake_machine.h"
-#include "tests/support/temp_folder.h"
+#include "tests/support/temp_directory.h"
 #include "tests/support/wait_until.h"
 
 // See json/json_object.cpp.
@@ -252,7 +252,7 @@ extern "C" int pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mut
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    static const TempFolder folder;
+    static const TempDirectory folder;
     const std::string content = FuzzInput(data, size).Rest();
     const std::string list = UpToNul(content);
     std::optional<Walk> expected;

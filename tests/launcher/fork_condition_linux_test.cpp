@@ -10,7 +10,7 @@
 #include "launcher/main.h"
 #include "tests/support/wait_until.h"
 
-// In a child, what only the stacks of the parent's threads refer to looks lost.
+// In a child, memory to which only the stacks of the parent's threads point looks leaked.
 extern "C" const char* __asan_default_options();
 extern "C" const char* __asan_default_options()
 {
@@ -19,7 +19,7 @@ extern "C" const char* __asan_default_options()
 
 namespace {
 
-// Waits until the child has ended, or kills it. Returns its wait status, -1 if it had to be killed.
+// Waits for the child and returns its wait status. After a deadline kills the child and returns -1.
 int WaitStatusOf(pid_t child)
 {
     int wait_status = -1;
@@ -33,7 +33,7 @@ int WaitStatusOf(pid_t child)
 
 }  // namespace
 
-TEST(ForkedChild, LeavesThroughTheConditionsDestructorWhileTheParentWaits)
+TEST(ForkedChild, CanDestroyTheConditionOnWhichTheParentWaits)
 {
     std::atomic<bool> locked = false;
     std::atomic<bool> woken = false;
@@ -45,7 +45,7 @@ TEST(ForkedChild, LeavesThroughTheConditionsDestructorWhileTheParentWaits)
     });
     ASSERT_TRUE(WaitUntil([&] { return locked.load(); }));
     {
-        // To be had only once the thread waits, and glibc counts the waiter before that.
+        // Available only once the thread waits; glibc counts the waiter before that.
         const std::lock_guard<std::mutex> lock(g_process_mutex);
     }
 
@@ -65,7 +65,7 @@ TEST(ForkedChild, LeavesThroughTheConditionsDestructorWhileTheParentWaits)
     waiter.join();
 }
 
-TEST(ForkedChild, EndsWithStatus0WhenItsOnlyThreadReturns)
+TEST(ForkedChild, ExitsWithStatus0WhenItsOnlyThreadReturns)
 {
     pid_t child = -1;
     std::thread([&] { child = fork(); }).join();

@@ -1,98 +1,72 @@
-// launchlist: tells what a launch list does before it runs, and what happened after.
+// launchlist: shows what the launcher will do with a list, and reports what it did.
 //
-//     launchlist check LIST | explain LIST | report [LOG...]
+//     launchlist check LIST... | explain LIST | report [LOG...]
 
 #include <locale.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <array>
 #include <cstdio>
 #include <string>
 
-#include "tools/launchlist/base/files.h"
 #include "tools/launchlist/base/text.h"
 #include "tools/launchlist/command.h"
-#include "tools/launchlist/list/check.h"
-#include "tools/launchlist/list/explain.h"
-#include "tools/launchlist/output/list_output.h"
+#include "tools/launchlist/list_commands.h"
 #include "tools/launchlist/report_command.h"
 
 namespace {
 
 using namespace launchlist;
 
-int Check(const std::string& path, bool json)
+constexpr std::array<const char*, 3> kCommands = {"check", "explain", "report"};
+
+int FailOnUsage(const std::string& message)
 {
-    std::string bytes;
-    std::string error;
-    if (!ReadFile(path, bytes, error)) {
-        return FailOn(path, error);
-    }
-    const Findings findings = CheckList(bytes);
-    const Counts counts = CountFindings(findings);
-    return Print(json ? FindingsJson(path, findings) : FindingsText(path, findings, UseColor()),
-                 counts.errors > 0     ? kErrors
-                 : counts.warnings > 0 ? kWarnings
-                                       : kNothing);
+    std::fprintf(stderr, "launchlist: %s\nTry \"launchlist --help\".\n",
+                 printable(message).c_str());
+    return kUsage;
 }
 
-int Explain(const std::string& path, bool json)
+// What is wrong with the first argument as a subcommand; "" if nothing is. CLI11 would call an
+// unknown one an unexpected argument.
+std::string FindUnknownCommand(const std::string& name)
 {
-    std::string bytes;
-    std::string error;
-    if (!ReadFile(path, bytes, error)) {
-        return FailOn(path, error);
+    if (name.empty() || name[0] == '-' ||
+        std::find(kCommands.begin(), kCommands.end(), name) != kCommands.end()) {
+        return "";
     }
-    const Walk walk = ExplainList(bytes);
-    return Print(json ? WalkJson(path, walk) : WalkText(walk, UseColor()),
-                 walk.ends_launcher ? kErrors : kNothing);
-}
-
-void AddListOptions(CLI::App* command, std::string& list, bool& json)
-{
-    command->add_option("LIST", list, "The launch list")->required();
-    command->add_flag("--json", json, "Print JSON, for programs");
+    const std::string nearest = closest_word(name, {kCommands.begin(), kCommands.end()});
+    return "unknown command " + quoted(name) +
+           (nearest.empty() ? "" : "; did you mean \"" + nearest + "\"?");
 }
 
 int RunCommand(int argc, char** argv)
 {
-    CLI::App app("Tells what a launch list does before it runs, and what happened after.");
+    const std::string unknown = FindUnknownCommand(argc > 1 ? argv[1] : "");
+    if (!unknown.empty()) {
+        return FailOnUsage(unknown);
+    }
+    CLI::App app("Shows what the launcher will do with a launch list, and reports what it did.");
     app.name("launchlist");
+    app.set_version_flag("--version", "launchlist " KESTRANE_VERSION);
     app.require_subcommand(1);
     app.footer("Example:\n  launchlist check helpers.json && launchlist explain helpers.json");
-    std::string list;
-    bool json = false;
-    ReportOptions options;
-
-    CLI::App* check = app.add_subcommand("check", "Name every mistake of a launch list.");
-    AddListOptions(check, list, json);
-    check->footer(
-        "Exit status: 0 no mistake, 1 warnings only, 2 errors, 3 the list cannot be read.\n"
-        "Example:\n  launchlist check helpers.json");
-
-    CLI::App* explain = app.add_subcommand("explain", "Show what the launcher makes of each item.");
-    AddListOptions(explain, list, json);
-    explain->footer(
-        "Exit status: 0 the launcher would wait for its end, 2 it would end by itself, 3 the list\n"
-        "cannot be read.\n"
-        "Example:\n  launchlist explain helpers.json");
-
-    const CLI::App* report = AddReportCommand(app, options);
+    ListOptions list_options;
+    ReportOptions report_options;
+    const CLI::App* check = AddCheckCommand(app, list_options);
+    const CLI::App* explain = AddExplainCommand(app, list_options);
+    AddReportCommand(app, report_options);
 
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        if (error.get_exit_code() == 0) {
-            return app.exit(error);
-        }
-        // The words of CLI11 hold the arguments as they are, file names among them.
-        std::fprintf(stderr, "launchlist: %s\nlaunchlist --help tells more.\n",
-                     printable(error.what()).c_str());
-        return kUsage;
+        // Help and version are printed here. CLI11's messages contain the arguments unchanged.
+        return error.get_exit_code() == 0 ? app.exit(error) : FailOnUsage(error.what());
     }
-    if (report->parsed()) {
-        return RunReport(options);
-    }
-    return check->parsed() ? Check(list, json) : Explain(list, json);
+    return check->parsed()     ? RunCheck(list_options)
+           : explain->parsed() ? RunExplain(list_options)
+                               : RunReport(report_options);
 }
 
 }  // namespace
@@ -106,7 +80,7 @@ int main(int argc, char** argv)
     try {
         return RunCommand(argc, argv);
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "launchlist: %s\n", error.what());
+        std::fprintf(stderr, "launchlist: %s\n", printable(error.what()).c_str());
         return kUnreadable;
     }
 }

@@ -95,7 +95,7 @@ int RunReport(ReportOptions options)
     if (range.since && range.until && *range.until < *range.since) {
         std::fprintf(stderr,
                      "launchlist: --until %s is earlier than --since %s\n"
-                     "launchlist --help shows the usage.\n",
+                     "Try \"launchlist --help\".\n",
                      printable(options.until).c_str(), printable(options.since).c_str());
         return kUsage;
     }

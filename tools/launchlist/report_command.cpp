@@ -21,7 +21,9 @@ namespace {
 
 Milliseconds Now()
 {
-    return static_cast<Milliseconds>(time(nullptr)) * 1000;
+    timespec now = {};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return static_cast<Milliseconds>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
 }
 
 // For CLI11: "" if `text` is a time, otherwise what is wrong with it.

@@ -7,7 +7,7 @@
 
 namespace launchlist {
 
-inline constexpr char kReportScriptHash[] = "sha256-HA6dW5vYHyi3cCbE8Yt3yw+9FfIiygYL2kOJVn03m6E=";
+inline constexpr char kReportScriptHash[] = "sha256-SRxzNoSqUpGIpaYffXN/fI5ahxqQOZawZuxre1/7PoM=";
 
 inline constexpr char kReportScript[] = R"js(
 "use strict";
@@ -76,6 +76,7 @@ inline constexpr char kReportScript[] = R"js(
     tip.style.top = (above < 4 ? box.bottom + 4 : above) + "px";
   };
   const hide = () => { tip.hidden = true; };
+  let onScroll = hide;
   for (const bar of all(".bar")) {
     const list = marks(bar);
     if (list.length === 0) continue;
@@ -88,8 +89,12 @@ inline constexpr char kReportScript[] = R"js(
       if (Math.abs(near.cell + 0.5 - cell) <= 1) show(bar, near); else hide();
     });
     bar.addEventListener("mouseleave", hide);
-    bar.addEventListener("focus", () => { at = 0; show(bar, list[at]); });
-    bar.addEventListener("blur", hide);
+    bar.addEventListener("focus", () => {
+      at = 0;
+      onScroll = () => show(bar, list[at]);
+      onScroll();
+    });
+    bar.addEventListener("blur", () => { onScroll = hide; hide(); });
     bar.addEventListener("keydown", event => {
       const step = { ArrowRight: 1, ArrowLeft: -1 }[event.key];
       if (step) {
@@ -97,6 +102,7 @@ inline constexpr char kReportScript[] = R"js(
         show(bar, list[at]);
         event.preventDefault();
       } else if (event.key === "Escape") {
+        onScroll = hide;
         hide();
       }
     });
@@ -106,7 +112,7 @@ inline constexpr char kReportScript[] = R"js(
     if (target && healthy && healthy.contains(target)) { healthy.open = true; target.scrollIntoView(); }
   };
   addEventListener("hashchange", open);
-  addEventListener("scroll", hide, { passive: true });
+  addEventListener("scroll", () => onScroll(), { passive: true });
   tools.hidden = false;
   open();
 })();

@@ -1,14 +1,12 @@
 """Compares the output of launchlist with what the launcher does."""
 
-import collections
 import json
 import os
 import shutil
-import signal
 import subprocess
 
 import namespace
-from launcher import BUNDLE, END, STAY, WORK, LauncherTest, item, numbered
+from launcher import BUNDLE, STAY, WORK, LauncherTest, item, numbered
 
 LAUNCHLIST = BUNDLE + "/Contents/MacOS/launchlist"
 
@@ -147,174 +145,6 @@ class Explain(LauncherTest):
                 result = explained(WORK + "/list.json")
                 self.assertEqual("no", result["launcher_ends"])
                 self.assertFalse(any("arguments" in step for step in result["items"]))
-
-
-class Report(LauncherTest):
-    def report(self, *arguments):
-        """The report on the launcher's log, with its items by name."""
-        report = json.loads(launchlist("report", "--json", *arguments))
-        report["items"] = {entry["name"]: entry for entry in report["items"]}
-        return report
-
-    def run_mixed_list(self, **options):
-        """Runs one item that stays, one that fails, one that crashes and one that is killed from
-        outside. Returns the launcher, which has been stopped."""
-        launcher = self.start(
-            numbered(
-                item("stays", STAY, "stays"),
-                item("fails", END, "exit", "3"),
-                item("crashes", END, "signal", "11"),
-                item("killed", STAY, "killed"),
-            ),
-            **options,
-        )
-        self.wait_for_starts(1, "stays")
-        for count in (1, 2):
-            child = self.wait_for_starts(count, "killed")[-1]
-            os.kill(child.pid, signal.SIGTERM)
-        self.wait_for_starts(3, "killed")
-        self.wait_for_starts(7, "exit")
-        self.wait_for_starts(7, "signal")
-        self.assertEqual(1, launcher.stop())
-        return launcher
-
-    def ends_in_log(self, launcher):
-        """The wait statuses in the log with their counts, by item."""
-        ends = collections.defaultdict(collections.Counter)
-        for record in launcher.records():
-            if " is killed. ret = " in record.text:
-                name = record.text.split("] ", 1)[1].split(" ", 1)[0]
-                ends[name][int(record.text.rsplit(" ", 1)[1])] += 1
-        return ends
-
-    def test_a_run_with_every_kind_of_end(self):
-        launcher = self.run_mixed_list()
-        report = self.report()
-        ends = self.ends_in_log(launcher)
-        words = {
-            9: "killed by SIGKILL",
-            11: "killed by SIGSEGV",
-            15: "killed by SIGTERM",
-            768: "exit status 3",
-        }
-        self.assertEqual(1, report["launchers"])
-        self.assertEqual(0, report["unread"])
-        self.assertEqual(["crashes", "fails", "killed", "stays"], sorted(report["items"]))
-        for name, arguments in {
-            "stays": ("stays",),
-            "fails": ("exit",),
-            "crashes": ("signal",),
-            "killed": ("killed",),
-        }.items():
-            with self.subTest(name):
-                entry = report["items"][name]
-                self.assertEqual(
-                    {words[status]: count for status, count in ends[name].items()},
-                    {way["how"]: way["count"] for way in entry["ended"]},
-                )
-                # A child that is killed between fork and exec notes no start.
-                starts = self.starts(*arguments)
-                self.assertIn(entry["starts"] - len(starts), (0, 1))
-                self.assertEqual(sum(ends[name].values()), entry["ends"])
-                self.assertEqual(entry["starts"] - 1, entry["restarts"])
-                self.assertEqual("ended", entry["state"])
-                self.assertEqual(0, entry["failed_starts"])
-        self.assertEqual(
-            {"killed by SIGKILL": 1},
-            {entry["how"]: entry["count"] for entry in report["items"]["stays"]["ended"]},
-        )
-        self.assertIsNone(report["items"]["stays"]["loop"])
-        self.assertGreaterEqual(report["items"]["fails"]["loop"]["runs"], 6)
-        self.assertTrue(report["items"]["crashes"]["loop"]["crash"])
-
-    def test_without_debug_records(self):
-        launcher = self.run_mixed_list(level_file=None)
-        report = self.report()
-        ends = self.ends_in_log(launcher)
-        for name, entry in report["items"].items():
-            self.assertIsNone(entry["starts"])
-            self.assertEqual(1, entry["unknown_runs"])
-            self.assertEqual(sum(ends[name].values()), entry["ends"])
-        self.assertIsNone(report["items"]["stays"]["longest_run_ms"])
-        self.assertIn("LEVEL=DEBUG", launchlist("report"))
-        self.assertIn(self.level_path(), launchlist("report"))
-
-    def test_the_lengths_of_runs(self):
-        launcher = self.start(numbered(item("a")))
-        first = self.wait_for_starts(1)[0]
-        self.holds_for(0.7, launcher.running, "the launcher ended")
-        os.kill(first.pid, signal.SIGINT)
-        second = self.wait_for_starts(2)[1]
-        launcher.settle()
-        os.kill(second.pid, signal.SIGINT)
-        third = self.wait_for_starts(3)[2]
-        self.assertEqual(1, launcher.stop())
-        entry = self.report()["items"]["a"]
-        length = (second.nanoseconds - first.nanoseconds) / 1e6 - 50
-        self.assertEqual(3, entry["ends"])
-        self.assertGreaterEqual(entry["longest_run_ms"], 700)
-        self.assertLess(abs(entry["longest_run_ms"] - length), 150)
-        self.assertLess(entry["shortest_run_ms"], (third.nanoseconds - second.nanoseconds) / 1e6)
-
-    def test_programs_that_cannot_be_executed(self):
-        missing = WORK + "/missing"
-        launcher = self.start(numbered(item("bad", missing), item("good", STAY, "good")))
-        self.wait_for_starts(1, "good")
-        self.wait_for(lambda: len(launcher.records()) >= 12, "a chain of processes")
-        self.kill_all()
-        chain = {record.pid for record in launcher.records() if record.text.endswith(" bad")}
-        report = self.report()
-        self.assertEqual(1, report["launchers"])
-        self.assertEqual(len(chain) - 1, report["items"]["bad"]["failed_starts"])
-        self.assertEqual(0, report["items"]["bad"]["ends"])
-        self.assertEqual(0, report["items"]["good"]["failed_starts"])
-        self.assertEqual("running", report["items"]["good"]["state"])
-
-    def test_two_launchers_in_one_log(self):
-        names = ["a", "b"]
-        entries = numbered(*(item(name, STAY, name) for name in names))
-        first = self.start(entries)
-        self.wait_for_starts(2)
-        first.send(signal.SIGKILL)
-        first.wait()
-        log = open(self.log_path(), "rb").read()
-        second = self.start(entries)
-        self.wait_for_starts(2)
-        self.assertEqual(1, second.stop())
-        # Each launcher starts with an empty log here, so the two logs are concatenated.
-        with open(WORK + "/both", "wb") as file:
-            file.write(log + open(self.log_path(), "rb").read())
-        self.kill_all()
-        report = self.report(WORK + "/both")
-        self.assertEqual(2, report["launchers"])
-        for name in names:
-            self.assertEqual(2, report["items"][name]["starts"])
-            self.assertEqual(1, report["items"][name]["ends"])
-            self.assertEqual(0, report["items"][name]["failed_starts"])
-
-    def test_across_rotation(self):
-        launcher = self.run_mixed_list()
-        whole = self.report()
-        log = open(launcher.log_path, "rb").read()
-        lines = log.splitlines(keepends=True)
-        cuts = [0, len(lines) // 3, 2 * len(lines) // 3, len(lines)]
-        for number, (begin, end) in enumerate(zip(cuts, cuts[1:])):
-            suffix = ["." + str(2 - number), ""][number == 2]
-            self.write(launcher.log_path + suffix, b"".join(lines[begin:end]))
-        rotated = self.report()
-        self.assertEqual(3, len(rotated["files"]))
-        self.assertEqual(whole["items"], rotated["items"])
-
-    def test_control_characters_in_names_are_not_printed(self):
-        name = "\x1b]0;owned\x07\u202e\n<script>"
-        launcher = self.start(numbered(item(name, END, "exit", "0")))
-        self.wait_for_starts(6)
-        self.assertEqual(1, launcher.stop())
-        self.assertEqual([name], list(self.report()["items"]))
-        page = WORK + "/report.html"
-        for text in (launchlist("report", "--html", page), open(page, encoding="utf-8").read()):
-            self.assertEqual([], [c for c in text if c in "\x1b\x07\u202e"])
-        self.assertNotIn("<script>", open(page, encoding="utf-8").read())
 
 
 class Program(LauncherTest):

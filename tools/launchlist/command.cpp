@@ -22,9 +22,8 @@ bool UseColor()
 int Print(const std::string& text, int status)
 {
     const bool is_written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
-    return std::fflush(stdout) == 0 && is_written
-               ? status
-               : FailOn("standard output", std::strerror(errno));
+    return std::fflush(stdout) == 0 && is_written ? status
+                                                  : FailOn("standard output", std::strerror(errno));
 }
 
 int FailOn(const std::string& path, const std::string& error)

@@ -13,6 +13,7 @@ struct ReportOptions
     std::string since;
     std::string until;
     std::string html;
+    bool is_forced = false;
     bool json = false;
 };
 

@@ -6,7 +6,10 @@ Every run of the table RUNS prints the contents of its file in printed/. --renew
 files with what LAUNCHLIST prints now: read the difference before you commit it.
 """
 
+import base64
 import fcntl
+import gzip
+import hashlib
 import json
 import os
 import pathlib
@@ -19,6 +22,11 @@ import termios
 import time
 import tty
 import unittest
+
+try:
+    import jsonschema
+except ImportError:  # It belongs to the Python of the system, which may not be this one.
+    jsonschema = None
 
 HERE = pathlib.Path(__file__).resolve().parent
 PRINTED = HERE / "printed"
@@ -87,8 +95,12 @@ MISTAKES = [
     ("explain lists/good.json lists/good.json", "LIST"),
     ("check lists/good.json --\x1b]0;owned\x07", r"\x1b]0;owned\x07"),
     ("check --colour lists/good.json", "--colour"),
-    ("report logs/mixed --since yesterday", "no time: yesterday"),
-    ("report logs/mixed --until \x1b[1m", r"no time: \x1b[1m"),
+    ("report logs/mixed --since yesterday", 'invalid time "yesterday"; use 2026-11-21T02:26, 90s'),
+    ("report logs/mixed --until \x1b[1m", r'invalid time "\x1b[1m"'),
+    (
+        "report logs/mixed --since 2026-11-22 --until 2026-11-21",
+        "--until 2026-11-21 is earlier than --since 2026-11-22",
+    ),
 ]
 
 # What each help says, line by line and with its blanks joined; CLI11 lays it out.
@@ -98,7 +110,7 @@ HELPS = {
         --version
         check Find the mistakes in launch lists.
         explain Show what the launcher does with each item of a list.
-        report Tell from the log how the items fared.
+        report Report from the log how launchers and items fared.
         Example: launchlist check helpers.json && launchlist explain helpers.json
     """,
     "check": """
@@ -118,17 +130,19 @@ HELPS = {
         3 the list cannot be read. Example: launchlist explain helpers.json
     """,
     "report": """
-        Tell from the log how the items fared.
+        Report from the log how launchers and items fared.
         launchlist report [OPTIONS] [LOG...]
-        Logs, each with its old files LOG.1, LOG.2, ...; without one, the log of this user's
-        this user's launcher
-        --since TEXT:TIME Leave out what is older
-        --until TEXT:TIME Leave out what is newer
-        --html FILE Write the report as a page to this file, too
+        Logs, each with its old files LOG.1, LOG.2, ...; - is standard input; default: the log of
+        default: the log of this user's launcher
+        --since TEXT:TIME Report on the time from TIME on
+        --until TEXT:TIME Report on the time up to TIME
+        --html FILE Also write the report to FILE, as a web page
+        --force Let --html replace any regular file
         --json Print JSON, for programs
-        TIME is in UTC, 2026-11-21 or "2026-11-21 02:26", or an age: 90s, 15m, 2h, 3d. Exit status:
-        Exit status: 0 the report is there, 3 no log can be read. Example:
-        Example: launchlist report --since 2h --html report.html
+        TIME is in UTC, 2026-11-21 or "2026-11-21 02:26", or an age: 90s, 15m, 2h, 3d.
+        A log may be compressed by gzip.
+        Exit status: 0 reported, 3 no log can be read or the output cannot be written,
+        64 invalid arguments. Example: launchlist report --since 2h --html report.html
     """,
 }
 
@@ -149,6 +163,12 @@ def run(*arguments, **options):
         stdout=options.pop("stdout", subprocess.PIPE),
         stderr=subprocess.PIPE,
         **options,
+    )
+
+
+def run_with_input(data, *arguments):
+    return subprocess.run(
+        [LAUNCHLIST, *arguments], cwd=HERE, env=ENVIRONMENT, check=False, input=data, capture_output=True
     )
 
 
@@ -284,6 +304,58 @@ class CommandLine(unittest.TestCase):
         self.assertEqual({"list": "none", "error": "No such file or directory"}, unreadable)
         self.assertEqual(1, empty["errors"])
 
+    def test_the_page_permits_its_own_style_and_script_only(self):
+        with tempfile.TemporaryDirectory() as directory:
+            page = pathlib.Path(directory) / "page.html"
+            self.assertEqual(0, run("report", "logs/mixed", "--html", str(page)).returncode)
+            text = page.read_text(encoding="utf-8")
+            for element in ("style", "script"):
+                content = re.search(f"<{element}>(.*?)</{element}>", text, re.DOTALL)[1]
+                digest = hashlib.sha256(content.encode()).digest()
+                self.assertIn(f"{element}-src 'sha256-{base64.b64encode(digest).decode()}'", text)
+
+    def test_a_page_replaces_no_log_and_no_other_file(self):
+        with tempfile.TemporaryDirectory() as directory:
+            log = pathlib.Path(directory) / "log"
+            log.write_bytes((HERE / "logs/mixed").read_bytes())
+            other = pathlib.Path(directory) / "notes"
+            other.write_text("precious", encoding="utf-8")
+            for target, *options in ((log,), (log, "--force"), (other,)):
+                before = target.read_bytes()
+                result = run("report", str(log), "--html", str(target), *options)
+                self.assertEqual(3, result.returncode)
+                self.assertEqual(before, target.read_bytes())
+            result = run("report", str(log), "--html", str(other), "--force")
+            self.assertEqual(0, result.returncode)
+            self.assertEqual(0o600, other.stat().st_mode & 0o7777)
+
+    def test_a_log_on_standard_input_and_compressed(self):
+        log = (HERE / "logs/mixed").read_bytes()
+        plain = json.loads(run_with_input(log, "report", "--json", "-").stdout)
+        self.assertEqual("-", plain["files"][0]["path"])
+        self.assertGreater(plain["records"], 0)
+        compressed = run_with_input(gzip.compress(log[:500]) + gzip.compress(log[500:]), "report", "--json", "-")
+        self.assertEqual(0, compressed.returncode, compressed.stderr)
+        if b"this build cannot read" not in compressed.stdout:
+            self.assertEqual(plain["items"], json.loads(compressed.stdout)["items"])
+            damaged = run_with_input(gzip.compress(log)[:-20], "report", "-")
+            self.assertEqual(3, damaged.returncode)
+            self.assertIn(b"gzip cannot decompress it", damaged.stderr)
+
+    def test_reports_match_their_schema(self):
+        if jsonschema is None:
+            self.skipTest("no jsonschema")
+        path = HERE.parents[2] / "docs/schema/report.schema.json"
+        schema = json.loads(path.read_text(encoding="utf-8"))
+        jsonschema.Draft202012Validator.check_schema(schema)
+        validator = jsonschema.Draft202012Validator(schema)
+        for logs in ("logs/mixed", "logs/none logs/no_starts", "logs/empty"):
+            report = json.loads(run("report", "--json", *logs.split()).stdout)
+            validator.validate(report)
+            broken = {**report, "format": 1}
+            self.assertFalse(validator.is_valid(broken))
+            self.assertFalse(validator.is_valid({**report, "unknown": 1}))
+
     def test_ages_count_from_now(self):
         record = "{} ERROR    launcher[100] [LAUNCHER  ] a {} is killed. ret = {}, status = 0\n"
         with tempfile.NamedTemporaryFile("w", encoding="utf-8") as log:
@@ -296,7 +368,7 @@ class CommandLine(unittest.TestCase):
             for age, records in (("--since 2h", 1), ("--until 2h", 2), ("--since 4h", 2)):
                 with self.subTest(age):
                     output = run("report", "--json", log.name, *age.split()).stdout.decode()
-                    self.assertIn(f'"records" : {records},', output)
+                    self.assertIn(f'"records": {records},', output)
 
     def test_without_a_log_it_takes_that_of_the_user(self):
         result = run("report")

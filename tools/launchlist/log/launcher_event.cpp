@@ -18,7 +18,8 @@ struct SignalName
     const char* name;
 };
 
-// Numbers differ between systems; a log is read where it was written.
+// The numbers differ between systems. A log is expected to be read on the kind of system that wrote
+// it.
 constexpr SignalName kSignalNames[] = {
     {SIGHUP, "SIGHUP"},   {SIGINT, "SIGINT"},       {SIGQUIT, "SIGQUIT"}, {SIGILL, "SIGILL"},
     {SIGTRAP, "SIGTRAP"}, {SIGABRT, "SIGABRT"},     {SIGBUS, "SIGBUS"},   {SIGFPE, "SIGFPE"},
@@ -55,7 +56,7 @@ bool TakeBack(std::string_view& text, std::string_view suffix)
     return true;
 }
 
-// Takes a decimal number off the back of `text`.
+// Removes a decimal number from the end of `text`.
 bool TakeNumber(std::string_view& text, std::int64_t& number)
 {
     std::size_t begin = text.find_last_not_of("0123456789") + 1;
@@ -71,7 +72,7 @@ bool TakeNumber(std::string_view& text, std::int64_t& number)
     return true;
 }
 
-// Reads a record of kItemEnded from its end backwards, because the name at its start may hold
+// Reads "NAME 123 is killed. ret = 123, status = 9" from its end, because the name may contain
 // anything.
 bool ReadEnd(std::string_view text, Event& event)
 {
@@ -90,7 +91,7 @@ bool ReadEnd(std::string_view text, Event& event)
     return true;
 }
 
-// Reads a record of `format`, whose only conversion is the item's name.
+// Reads a text whose only conversion is the item's name.
 bool ReadNamed(std::string_view text, std::string_view format, EventKind kind, Event& event)
 {
     if (!TakeFront(text, LiteralPart(format, 0)) || !TakeBack(text, LiteralPart(format, 1))) {
@@ -125,28 +126,46 @@ Event ReadEvent(std::string_view level, std::string_view text)
     } else if (text == WithoutTag(kItemHasNoName)) {
         event.kind = EventKind::kNoName;
     } else if (text == WithoutTag(kListRejected)) {
-        event.kind = EventKind::kListRefused;
+        event.kind = EventKind::kListRejected;
     } else {
-        // The end first: it is the longest form, and the one that a name imitates least easily.
+        // The end comes first: its form is the longest, so a name is least likely to imitate it.
         ReadEnd(text, event) || ReadNamed(text, kForkFailed, EventKind::kForkFailed, event) ||
             ReadNamed(text, kItemHasNoProgram, EventKind::kNoProgram, event);
     }
     return event;
 }
 
-std::string EndInWords(std::int64_t result, int wait_status)
+std::optional<int> ExitStatusOf(const EndCause& cause)
 {
-    if (result < 0) {
+    return cause.is_seen && WIFEXITED(cause.wait_status)
+               ? std::optional<int>(WEXITSTATUS(cause.wait_status))
+               : std::nullopt;
+}
+
+std::optional<int> SignalOf(const EndCause& cause)
+{
+    return cause.is_seen && WIFSIGNALED(cause.wait_status)
+               ? std::optional<int>(WTERMSIG(cause.wait_status))
+               : std::nullopt;
+}
+
+bool HasCore(const EndCause& cause)
+{
+    return SignalOf(cause) && WCOREDUMP(cause.wait_status);
+}
+
+std::string EndInWords(const EndCause& cause)
+{
+    if (!cause.is_seen) {
         return "end not seen (waitpid failed)";
     }
-    if (WIFEXITED(wait_status)) {
-        return "exit status " + std::to_string(WEXITSTATUS(wait_status));
+    if (const auto status = ExitStatusOf(cause)) {
+        return "exit status " + std::to_string(*status);
     }
-    if (WIFSIGNALED(wait_status)) {
-        return "killed by " + NameOfSignal(WTERMSIG(wait_status)) +
-               (WCOREDUMP(wait_status) ? ", core dumped" : "");
+    if (const auto signal = SignalOf(cause)) {
+        return "killed by " + NameOfSignal(*signal) + (HasCore(cause) ? ", core dumped" : "");
     }
-    return "wait status " + std::to_string(wait_status);
+    return "wait status " + std::to_string(cause.wait_status);
 }
 
 }  // namespace launchlist

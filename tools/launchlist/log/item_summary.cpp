@@ -206,12 +206,25 @@ private:
         const Milliseconds span = std::max(rate.last - rate.first, kHour);
         rate.per_hour = static_cast<double>(m_ends.size()) * static_cast<double>(kHour) /
                         static_cast<double>(span);
-        // Usual is twice the average time between two ends, and at least a minute.
-        const auto count = static_cast<Milliseconds>(m_ends.size());
-        const Milliseconds usual = std::max(2 * (rate.last - rate.first) / count, kMinute);
-        rate.continues =
-            m_ends.size() >= kManyEnds && m_last - rate.last <= usual && !IsFinalAfter(rate.last);
+        rate.continues = Continues() && !IsFinalAfter(rate.last);
         m_item.rate = rate;
+    }
+
+    // Whether neither the last interval between two ends nor the time after the last end is much
+    // longer than the median of the last intervals.
+    bool Continues()
+    {
+        if (m_ends.size() < kManyEnds) {
+            return false;
+        }
+        std::sort(m_ends.begin(), m_ends.end());
+        std::vector<Milliseconds> intervals;
+        for (std::size_t i = m_ends.size() - kManyEnds + 1; i < m_ends.size(); ++i) {
+            intervals.push_back(m_ends[i] - m_ends[i - 1]);
+        }
+        const Milliseconds latest = std::max(intervals.back(), m_last - m_ends.back());
+        std::sort(intervals.begin(), intervals.end());
+        return latest <= std::max(3 * intervals[(intervals.size() - 1) / 2], 10 * kSecond);
     }
 
     // Whether the item stayed down after an end at `time` or later.

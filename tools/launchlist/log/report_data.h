@@ -113,8 +113,8 @@ struct Rate
     Milliseconds first = 0;
     Milliseconds last = 0;
     double per_hour = 0;  // Average from the first end to the last, of at least an hour.
-    bool continues =
-        false;  // The last end is no longer before the end of the report than is usual.
+    // The ends reach the end of the report at their usual distance.
+    bool continues = false;
 };
 
 // The state at the end of the report.

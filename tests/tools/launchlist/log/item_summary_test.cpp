@@ -230,6 +230,14 @@ TEST(ItemSummary, KnowsThatCrashesHaveCeased)
     EXPECT_EQ(item.severity, Severity::kTroubled);
 }
 
+TEST(ItemSummary, DoesNotTakeASingleLaterEndForTheContinuationOfALoop)
+{
+    LogText log = Runs(20, 1000, kExit3);
+    log.Start(22000, kLauncher, "a").End(400000, kLauncher, "a", 900, 0);
+    log.Start(400050, kLauncher, "a").Add(401000, "ERROR", kLauncher, "[LAUNCHER  ] news");
+    EXPECT_FALSE(ItemOf(ReportOn(log), "a").rate->continues);
+}
+
 TEST(ItemSummary, DividesTheTimeIntoRunningDownAndUnknown)
 {
     LogText log;

@@ -110,7 +110,7 @@ TEST_F(AppPath, StaysUnresolvedIfThePathHasMoreThan1024Bytes)
     const std::string suffix = "/../Frameworks";
     for (const std::size_t length : {1024U, 1025U}) {
         const std::string directory = LongPath(m_directory.path(), length - suffix.size());
-        fs::create_directories(folder);
+        fs::create_directories(directory);
         const std::string frameworks = directory.substr(0, directory.rfind('/')) + "/Frameworks";
         fs::create_directories(frameworks);
         g_fake_machine.executable = directory + "/l";

@@ -94,7 +94,7 @@ ProgramFile ExamineScript(const std::string& path, const std::string& head, int 
                 quoted(path) + " needs more interpreters that are scripts than the system allows",
                 "use an interpreter that is not a script"};
     }
-    const ProgramFile file = ExamineFile(interpreter, depth + 1);
+    ProgramFile file = ExamineFile(interpreter, depth + 1);
     if (!file.CannotRun()) {
         return file;
     }
@@ -171,7 +171,7 @@ std::string FindOnPath(const std::string& name)
     const std::string directories = variable != nullptr ? variable : "";
     for (std::size_t begin = 0; begin < directories.size();) {
         const std::size_t end = std::min(directories.find(':', begin), directories.size());
-        const std::string path = directories.substr(begin, end - begin) + "/" + name;
+        std::string path = directories.substr(begin, end - begin) + "/" + name;
         if (path[0] == '/' && end > begin && IsExecutableFile(path)) {
             return path;
         }

@@ -3,6 +3,7 @@
 # tests, launchlist against its golden outputs, and the end-to-end tests with the bundle's launcher.
 #
 #   scripts/macos/test.sh [PATTERN]     only the tests whose names match the regular expression
+#   scripts/macos/test.sh --self-test   breaks programs and the model on purpose and sees tests fail
 #
 # Needs build/macos (scripts/build_macos.sh). What cannot run is in tests/macos/left_out.txt; what is
 # proven and what is not, in docs/macos.md.
@@ -24,11 +25,16 @@ if ! { cmake --preset debug && cmake --build build/debug --target helper_stay he
     fail "The helpers do not build (see build/macos/helpers.log)."
 fi
 
-build/venv/macos/bin/python -B -m unittest discover -s tests/macos -p '*_test.py'
+for architecture in arm64 x86_64; do
+    python3 -B tests/macos/stage.py "$architecture" build/debug/tests/helpers/bin
+done
+if [ "${1-}" = --self-test ]; then
+    exec build/venv/macos/bin/python -B tests/macos/self_test.py
+fi
+build/venv/macos/bin/python -B -m unittest discover -s tests/macos -p values_test.py
 failed=
 pids=()
 for architecture in arm64 x86_64; do
-    python3 -B tests/macos/stage.py "$architecture" build/debug/tests/helpers/bin
     python3 -B tests/macos/run_tests.py "$architecture" "${1-}" &
     pids+=($!)
 done

@@ -64,16 +64,21 @@ class Locations(LocationsTest):
 
     def test_limits_of_the_executable_path(self):
         name = "Kestrane.app/Contents/MacOS/locations"
+        # An executable path of 1,020 bytes gives "…/MacOS/../Frameworks" with 1,024, the most that is
+        # resolved.
+        resolved, unresolved = "/Frameworks", "/MacOS/../Frameworks"
         for length, app_path, current_path in (
-            (1023, True, True),
-            (1024, False, True),
-            (1025, False, False),
+            (1020, resolved, True),
+            (1021, unresolved, True),
+            (1023, unresolved, True),
+            (1024, None, True),
+            (1025, None, False),
         ):
             with self.subTest(length):
                 directory = padded(f"{WORK}/{length}", length, name)
                 contents = self.copy_bundle(directory)
                 found = self.locations_of(self.install(f"{directory}/{name}"))
-                self.assertEqual(contents + "/Frameworks" if app_path else "", found["GetAppPath"])
+                self.assertEqual(contents + app_path if app_path else "", found["GetAppPath"])
                 self.assertEqual("Kestrane" if app_path else "", found["GetSDKName"])
                 self.assertEqual(
                     contents + "/MacOS" if current_path else "", found["GetCurrentPath"]

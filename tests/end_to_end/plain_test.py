@@ -57,6 +57,7 @@ class Plain(unittest.TestCase):
         launcher = subprocess.Popen(
             [self.contents + "/MacOS/launcher", *arguments],
             env={"KESTRANE_TEST_STARTS": self.starts_path, **SANITIZER_OPTIONS},
+            cwd=self.work,
             start_new_session=True,
         )
         self.addCleanup(self.end, launcher)
@@ -156,6 +157,32 @@ class Plain(unittest.TestCase):
         for earlier, later in zip(starts, starts[1:]):
             self.assertGreaterEqual(later.nanoseconds - earlier.nanoseconds, 50_000_000)
             self.assertIn(("ERROR", end_text("a", earlier.pid, 3 * 256)), self.log())
+
+    def test_a_helper_inherits_the_log_as_its_only_descriptor(self):
+        launcher = self.start_on(numbered(item("a", HELPERS + "/inherit")))
+        self.wait_for_starts(1)
+        lines = harness.read_lines(self.work + "/inherited")
+        inode = os.stat(self.log_path).st_ino
+        found = [line for line in lines if not line.startswith("environment ")]
+        self.assertEqual(f"descriptor 0: inode {inode} write-only append", found[0])
+        self.assertEqual(f"group {launcher.pid}", found[1])
+        self.assertTrue(found[2].startswith("mask "))
+        self.assertEqual(3, len(found), found)
+        self.assertIn(f"environment KESTRANE_TEST_STARTS={self.starts_path}", lines)
+        self.assertEqual(1, self.stop(launcher))
+
+    def test_a_program_of_the_bundle_finds_the_product(self):
+        program = shutil.copy(HELPERS + "/locations", self.contents + "/MacOS/locations")
+        launcher = self.start_on(numbered(item("a", program)))
+        self.wait_for_starts(1)
+        found = dict(line.split("=", 1) for line in harness.read_lines(self.work + "/locations"))
+        user = pwd.getpwuid(os.getuid())
+        self.assertEqual(os.path.realpath(self.contents + "/Frameworks"), found["GetAppPath"])
+        self.assertEqual(f"Kestrane Test {os.path.basename(self.work)}", found["GetSDKName"])
+        self.assertEqual(user.pw_dir, found["GetHomePath"])
+        self.assertEqual(user.pw_name, found["GetUserName"])
+        self.assertEqual("false", found["IsFinderSync"])
+        self.assertEqual(1, self.stop(launcher))
 
 
 if __name__ == "__main__":

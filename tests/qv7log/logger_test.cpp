@@ -232,7 +232,7 @@ TEST(GetLogger, EscapesAndCutsTheName)
 
 TEST(InitLogger, CreatesDirectoriesAndFilesForTheUserOnly)
 {
-    for (const mode_t mask : {0U, 022U, 077U, 0177U, 0200U, 0400U, 0777U}) {
+    for (const mode_t mask : std::initializer_list<mode_t>{0, 022, 077, 0177, 0200, 0400, 0777}) {
         TempFolder folder;
         const mode_t before = umask(static_cast<mode_t>(mask));
         ILog* const log = StartLog(folder / "a//b/log");

@@ -63,16 +63,19 @@ class Locations(LocationsTest):
 
     def test_the_length_of_the_executable_path(self):
         name = "Kestrane.app/Contents/MacOS/locations"
+        # The Frameworks folder is resolved while the path that leads to it has 1,024 bytes at most.
         for length, app_path, current_path in (
-            (1023, True, True),
-            (1024, False, True),
-            (1025, False, False),
+            (1020, "/Frameworks", True),
+            (1021, "/MacOS/../Frameworks", True),
+            (1023, "/MacOS/../Frameworks", True),
+            (1024, "", True),
+            (1025, "", False),
         ):
             with self.subTest(length):
                 folder = padded(f"{WORK}/{length}", length, name)
                 contents = self.copy_bundle(folder)
                 found = self.locations_of(self.install(f"{folder}/{name}"))
-                self.assertEqual(contents + "/Frameworks" if app_path else "", found["GetAppPath"])
+                self.assertEqual(contents + app_path if app_path else "", found["GetAppPath"])
                 self.assertEqual("Kestrane" if app_path else "", found["GetSDKName"])
                 self.assertEqual(
                     contents + "/MacOS" if current_path else "", found["GetCurrentPath"]

@@ -20,6 +20,7 @@ import namespace
 from launcher import DEADLINE, SANITIZER_OPTIONS, item, numbered
 from log import NO_NAME, PARSE_ERROR, end_text, parse_record, parse_start, read_lines, start_text
 from namespace import HELPERS, HOME, STAGE
+from processes import read_status
 
 ON_LINUX = sys.platform == "linux"
 STAGE = STAGE if ON_LINUX else os.environ["KESTRANE_STAGE"]
@@ -167,7 +168,7 @@ class Plain(unittest.TestCase):
     def test_a_helper_inherits_the_log_as_its_only_descriptor(self):
         launcher = self.start_on(numbered(item("a", HELPERS + "/inherit")))
         self.wait_for_starts(1)
-        lines = harness.read_lines(self.work + "/inherited")
+        lines = read_lines(self.work + "/inherited")
         inode = os.stat(self.log_path).st_ino
         # What runs the tests may ignore signals, and the helper then does, too.
         found = [line for line in lines if not line.startswith(("environment ", "signal "))]
@@ -182,7 +183,7 @@ class Plain(unittest.TestCase):
         program = shutil.copy(HELPERS + "/locations", self.contents + "/MacOS/locations")
         launcher = self.start_on(numbered(item("a", program)))
         self.wait_for_starts(1)
-        found = dict(line.split("=", 1) for line in harness.read_lines(self.work + "/locations"))
+        found = dict(line.split("=", 1) for line in read_lines(self.work + "/locations"))
         user = pwd.getpwuid(os.getuid())
         self.assertEqual(os.path.realpath(self.contents + "/Frameworks"), found["GetAppPath"])
         self.assertEqual(f"Kestrane Test {os.path.basename(self.work)}", found["GetSDKName"])

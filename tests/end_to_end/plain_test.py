@@ -93,8 +93,8 @@ class Plain(unittest.TestCase):
         return [(record.level, record.text) for record in records]
 
     def stop(self, launcher):
-        # On Linux, /proc shows when the handler is installed. Nothing shows that main waits and that every
-        # supervisor has stored its child's process id; one second is long enough.
+        # On Linux, /proc shows when the handler is installed. Nothing shows that main waits and that
+        # every supervisor has stored its child's process id; one second is long enough.
         if ON_LINUX:
             self.wait_for(lambda: self.catches_sigterm(launcher), "the launcher's handler")
         time.sleep(1)

@@ -186,6 +186,8 @@ const char* ParseLength(const char* at, Length& length)
     }
 }
 
+// Some of these types are the same on one platform and differ on another.
+// NOLINTBEGIN(bugprone-branch-clone)
 intmax_t TakeSigned(Length length, Arguments& arguments)
 {
     switch (length) {
@@ -233,6 +235,7 @@ uintmax_t TakeUnsigned(Length length, Arguments& arguments)
     }
     return va_arg(arguments.list, unsigned);
 }
+// NOLINTEND(bugprone-branch-clone)
 
 // The digits of a number, at the end of a buffer.
 class Digits
@@ -324,7 +327,7 @@ void PutInteger(Output& output, const Conversion& conversion, bool negative, uin
         conversion.has_precision
             ? std::min(static_cast<std::size_t>(conversion.precision), kMaxWidth)
             : 1;
-    std::string_view prefix = "";
+    std::string_view prefix;
     if (is_signed) {
         prefix = negative ? "-" : conversion.plus ? "+" : conversion.blank ? " " : "";
     } else if (conversion.alternate && base == 16 && value != 0) {

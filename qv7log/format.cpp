@@ -386,7 +386,7 @@ __attribute__((noinline)) bool PutBySystem(Output& output, const Conversion& con
     *end = '\0';
     const int precision = conversion.has_precision
                               ? std::min(conversion.precision, static_cast<int>(kMaxWidth))
-                              : -1;  // as if left out
+                              : -1;  // as if there were none
     char* const out = output.Free();
     const std::size_t space = output.FreeSpace();
 #pragma GCC diagnostic push

@@ -241,6 +241,8 @@ uintmax_t TakeUnsigned(Length length, Arguments& arguments)
 class Digits
 {
 public:
+    // Only the digits are read, so the rest of m_digits stays uninitialised.
+    // cppcheck-suppress uninitMemberVar
     Digits(uintmax_t value, unsigned base, bool upper)
     {
         const char* const digits = upper ? "0123456789ABCDEF" : "0123456789abcdef";
@@ -252,6 +254,7 @@ public:
 
     // The decimal digits, with constant divisions.
     template <typename Unsigned>
+    // cppcheck-suppress uninitMemberVar
     explicit Digits(Unsigned value)
     {
         do {

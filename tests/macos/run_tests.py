@@ -132,7 +132,7 @@ class Tests:
 
     def run_launchlist(self):
         launchlist = self.built / "run/stage/Kestrane.app/Contents/MacOS/launchlist"
-        script = ROOT / "tests/launchlist/command_line_test.py"
+        script = ROOT / "tests/tools/launchlist/command_line_test.py"
         command = [*self.namespace(), shutil.which("python3"), "-B", script, launchlist]
         self.check("launchlist_command_line_test", command, {})
 

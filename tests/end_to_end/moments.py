@@ -2,6 +2,7 @@
 
 import collections
 import concurrent.futures
+import ctypes
 import json
 import mmap
 import os
@@ -22,6 +23,7 @@ RECORD_SIZE = 1 << 20
 LIST = WORK + "/list.json"
 # What ends a run that neither ends nor waits as the library sees it. Such a run fails the sweep.
 WATCHDOG = 20
+ADDR_NO_RANDOMIZE = 0x0040000
 
 TERMINATED = "ended by signal 15"
 GROUP_KILLED = "ended by signal 9, with its process group"
@@ -46,7 +48,7 @@ ENDS = {
 }
 RECORDED_END = 99
 
-Result = collections.namedtuple("Result", "plan phase outcome lines")
+NAMESPACES_AT_ONCE = 2
 
 
 class Run(harness.LauncherTest):
@@ -64,7 +66,11 @@ class Run(harness.LauncherTest):
             print(json.dumps(self.run_plan(plan, job.get("trace", False))), flush=True)
 
     def prepare(self):
+        # The same addresses in each run: how a crash shows depends on them.
+        ctypes.CDLL(None).personality(ADDR_NO_RANDOMIZE)
         self.set_level("[LOG]\nLEVEL=DEBUG\n")
+        # Otherwise the first run would make it, with calls that the others do not have.
+        os.makedirs(os.path.dirname(self.log_path()))
         with open(RECORD, "wb") as file:
             file.truncate(RECORD_SIZE)
         with open(RECORD, "r+b") as file:
@@ -74,7 +80,6 @@ class Run(harness.LauncherTest):
         self.record[:4] = bytes(4)
         if os.path.exists(self.log_path()):
             os.remove(self.log_path())
-        # The same address space in each run, and the same environment.
         pid = os.posix_spawn(
             LAUNCHER,
             [LAUNCHER, APPLICATION, LIST],
@@ -136,27 +141,271 @@ class Run(harness.LauncherTest):
 
 
 def run_plans(items, plans, trace=False):
-    environment = {**os.environ}
+    """Runs plans in a namespace; what Run.run_plan returns for each."""
     done = harness.run_in_namespace(
         [os.path.abspath(__file__), "Run.test_plans"],
-        env=environment,
         input=json.dumps({"items": items, "plans": plans, "trace": trace}),
         stdout=subprocess.PIPE,
         text=True,
     )
     lines = done.stdout.splitlines()
     if done.returncode != 0 or len(lines) != len(plans):
-        print(done.stdout[-3000:])
-        sys.exit("a namespace failed")
+        raise RuntimeError("a namespace failed: " + done.stdout[-3000:])
     return [json.loads(line) for line in lines]
 
 
+# What came of a run.
+
+
+def outcome_of(result):
+    """The outcome in words; None if the run did not reach a moment of its plan."""
+    lines = result["lines"]
+    if result["code"] is None:
+        return "neither ended nor waited"
+    sent = [line.split() for line in lines if line.startswith("signal ")]
+    if len(sent) != result["plan"].count("signal "):
+        return None
+    words = {line.split()[0] for line in lines}
+    if "ignored" in words:
+        return "ignored a second SIGTERM"
+    if "hung" in words:
+        return HUNG
+    outcome = ENDS.get(result["code"], f"ended with {result['code']}")
+    if outcome == STOPPED:
+        return outcome_of_stop(result, words, any(step[1].startswith("c") for step in sent))
+    return outcome
+
+
+def outcome_of_stop(result, words, child_signalled):
+    left = result["left"]
+    children = [line.split()[1:] for line in result["lines"] if line.startswith("child ")]
+    ends = collections.Counter()
+    unusual = 0
+    for level, text in result["log"]:
+        end = re.fullmatch(r"\[LAUNCHER  \] (\d+) (\d+) is killed. ret = (-?\d+), status = (\d+)", text)
+        if level == "ERROR" and end is None:
+            return f"status 1, but logged {text}"
+        if end is not None:
+            ends[end[2]] += 1
+            unusual += end[2] != end[3] or end[4] != "9"
+    if any(ends[pid] != 1 for pid, _ in children if int(pid) not in left) or unusual > child_signalled:
+        return "status 1, but not each end was logged once"
+    if left:
+        return LEFT
+    if child_signalled:
+        return CHILD_ENDED if unusual else STOPPED
+    if "unkilled" in words:
+        return UNKILLED_AND_LOST if "lost" in words else UNKILLED
+    return LOST if "lost" in words else STOPPED
+
+
+def place_of(result):
+    """Where SIGTERM was delivered: the phase of the first, and the kind of thread of each."""
+    sent = [line.split() for line in result["lines"] if line.startswith("signal ")]
+    kinds = {"m": "main", "s": "supervisor", "c": "child"}
+    return sent[0][3], ", ".join(kinds[step[1][0]] for step in sent)
+
+
+# The coordinates of a sweep.
+
+ALLOCATIONS = ("malloc", "calloc", "realloc", "free")
+
+
+def traced(items, plan):
+    """The moments of each thread as (number, call), and the plain lines, of a run with this plan."""
+    lines = run_plans(items, [plan], trace=True)[0]["lines"]
+    moments = collections.defaultdict(list)
+    for line in lines:
+        if line.startswith("at "):
+            _, thread, number, call = line.split(" ", 3)
+            moments[thread].append((int(number), call))
+    return moments, lines
+
+
+def before(lines, stop):
+    """The moments before the first line that begins like this."""
+    found = []
+    for line in lines:
+        if line.startswith(stop):
+            break
+        if line.startswith("at "):
+            _, thread, number, call = line.split(" ", 3)
+            found.append((thread, int(number), call))
+    return found
+
+
+def thinned(moments):
+    """Without the moments in the middle of a row of allocations: they differ from their neighbours
+    only for the thread itself."""
+    calls = [call in ALLOCATIONS for _, call in moments]
+    return [
+        moment
+        for i, moment in enumerate(moments)
+        if not all(calls[max(i - 2, 0) : i + 3]) or i < 2 or i + 2 >= len(calls)
+    ]
+
+
+def numbers(moments):
+    return [number for number, _ in moments]
+
+
+class Sweep:
+    """All plans for a number of items."""
+
+    def __init__(self, items):
+        self.items = items
+        moments, lines = traced(items, "")
+        planned = before(lines, "ordinary")
+        self.all = [(thread, number) for thread, number, _ in planned]
+        # Names of the first start's moments, and of a restart's.
+        self.supervisors = [f"s{i}" for i in range(items)]
+        self.waits = {
+            thread: next(n for n, call in moments[thread] if call == "waitpid, waiting")
+            for thread in self.supervisors
+        }
+        self.first = {
+            thread: [m for m in moments[thread] if m[0] <= self.waits[thread]]
+            for thread in self.supervisors
+        }
+        again = [
+            (number, call)
+            for thread, number, call in planned
+            if thread == "s0" and number > self.waits["s0"]
+        ]
+        self.restart = [m for m in again if m[1] != "waitpid, waiting"]
+        self.condition = next(n for n, call in moments["main"] if call == "pthread_cond_wait, waiting")
+        creations = [n for n, call in moments["main"] if call == "pthread_create"]
+        self.created = dict(zip(self.supervisors, creations))
+        # main's moments once a supervisor exists.
+        self.walk = {
+            thread: [m for m in moments["main"] if creation < m[0] <= self.condition]
+            for thread, creation in self.created.items()
+        }
+
+    def plans(self):
+        yield from self.one_signal()
+        yield from self.one_signal_one_held()
+        yield from self.two_supervisors()
+        yield from self.stop_held()
+        yield from self.two_signals()
+
+    def one_signal(self):
+        for thread, number in self.all:
+            yield f"signal {thread} {number}"
+
+    def one_signal_one_held(self):
+        for thread in self.supervisors:
+            # The walk, and a supervisor on its way to its first child.
+            for main in numbers(self.walk[thread]):
+                for held in numbers(thinned(self.first[thread])):
+                    yield f"signal main {main} hold {thread} {held}"
+            for main in numbers(thinned(self.walk[thread])):
+                for number in numbers(self.first[thread]):
+                    plan = f"signal {thread} {number} hold {thread} {number} hold main {main}"
+                    yield plan
+                    if self.items > 1:
+                        yield plan + " order main"
+        # main waits, and a supervisor restarts its child.
+        for number in numbers(self.restart):
+            yield f"signal main {self.condition} hold s0 {number}"
+
+    def two_supervisors(self):
+        for other in self.supervisors[1:]:
+            for number in numbers(self.restart):
+                yield f"signal {other} {self.waits[other]} hold s0 {number}"
+
+    def stop_held(self):
+        """The handler is held at each call, so that the supervisors overtake it."""
+        first = f"signal main {self.condition}"
+        for main in self.handler(first):
+            yield f"{first} hold main {main}"
+
+    def handler(self, plan):
+        """main's moments in its handler."""
+        _, lines = traced(self.items, plan)
+        start = next(i for i, line in enumerate(lines) if line.startswith("signal main"))
+        return numbers(
+            thinned([(n, call) for thread, n, call in before(lines[start:], "handled main") if thread == "main"])
+        )
+
+    def after(self, plan):
+        """Every moment after the first signal of a plan."""
+        _, lines = traced(self.items, plan)
+        start = next(i for i, line in enumerate(lines) if line.startswith("signal "))
+        return [(thread, n) for thread, n, _ in before(lines[start:], "no line")]
+
+    def two_signals(self):
+        steady = f"signal main {self.condition}"
+        # The second at each call of the stop.
+        for thread, number in self.after(steady):
+            yield f"{steady} signal {thread} {number}"
+        # The second on a supervisor, with main's handler at each call.
+        for main in self.handler(steady):
+            for thread in self.supervisors:
+                yield f"{steady} hold main {main} signal {thread} {self.waits[thread]}"
+        # The first in the restart or in the walk, the second on the supervisor at work.
+        for number in numbers(self.restart):
+            yield f"{steady} hold s0 {number} signal s0 {number}"
+        for thread in self.supervisors:
+            for main in numbers(thinned(self.walk[thread])):
+                plan = f"signal main {main}"
+                for number in numbers(thinned(self.first[thread])):
+                    if number != self.waits[thread]:
+                        yield f"{plan} hold {thread} {number} signal {thread} {number}"
+                yield f"{plan} signal {thread} {self.waits[thread]}"
+
+
+# The sweep.
+
+PLANS_PER_NAMESPACE = 150
+
+
+def sweep(items, plans=None):
+    """The results of all plans, in no order."""
+    plans = list(dict.fromkeys(plans or Sweep(items).plans()))
+    chunks = [plans[i : i + PLANS_PER_NAMESPACE] for i in range(0, len(plans), PLANS_PER_NAMESPACE)]
+    with concurrent.futures.ThreadPoolExecutor(NAMESPACES_AT_ONCE) as pool:
+        for results in pool.map(lambda chunk: run_plans(items, chunk), chunks):
+            yield from results
+
+
+def show(items, plan):
+    result = run_plans(items, [plan])[0]
+    outcome = outcome_of(result)
+    if outcome is None:
+        print("The run does not reach these moments.")
+        return 1
+    print("\n".join(result["lines"]))
+    for level, text in result["log"]:
+        print(f"log {level} {text}")
+    if result["left"]:
+        print("left behind:", *result["left"])
+    print(f"{': '.join(place_of(result))}: {outcome}")
+    return 0
+
+
 def main():
-    items = int(sys.argv[1])
-    for result in run_plans(items, [" ".join(sys.argv[2:])], trace=False):
-        print(result["code"], result["left"])
-        print("\n".join(result["lines"]))
-        print(result["log"])
+    arguments = os.environ.get("KESTRANE_MOMENTS", "").split() or sys.argv[1:]
+    if len(arguments) > 1:
+        sys.exit(show(int(arguments[0]), plan_of(arguments[1:])))
+    items = int(arguments[0])
+    counts = collections.defaultdict(list)
+    began = time.monotonic()
+    unreached = 0
+    for result in sweep(items):
+        outcome = outcome_of(result)
+        if outcome is None:
+            unreached += 1
+        else:
+            counts[(*place_of(result), outcome)].append(result["plan"])
+    for row, plans in sorted(counts.items()):
+        print(f"{row[0]:12}{row[1]:24}{row[2]:66}{len(plans):6}  {min(plans, key=lambda p: (len(p.split()), p))}")
+    print(f"{sum(map(len, counts.values()))} runs, {unreached} unreached, {time.monotonic() - began:.0f} s")
+
+
+def plan_of(words):
+    """The plan of a command line: the first pair needs no word before it."""
+    return " ".join(words if words[0] in ("signal", "hold", "order") else ["signal", *words])
 
 
 if __name__ == "__main__":

@@ -93,6 +93,7 @@ struct Thread
     bool signal_here = false;   // the plan signals it while it waits
     bool deliver = false;       // it is to run the handler when it continues
     bool joined = false;
+    bool has_had_child = false;
     unsigned forks = 0;
     std::atomic<int> go{0};
     void* (*start)(void*) = nullptr;
@@ -243,10 +244,15 @@ Thread* FirstThat(bool (*can)(const Thread&))
     return can(g_threads[0]) ? &g_threads[0] : nullptr;
 }
 
-bool AllHoldsReached()
+// Whether the plan signals this thread now. Not before the other threads are where the plan holds
+// them; where it holds this one comes later.
+bool IsSignalDue(const Thread& thread)
 {
+    if (thread.state != State::kWaiting || !thread.signal_here) {
+        return false;
+    }
     for (int i = 0; i < g_hold_count; ++i) {
-        if (!g_holds[i].done) {
+        if (!g_holds[i].done && strcmp(g_holds[i].thread, thread.name) != 0) {
             return false;
         }
     }
@@ -382,12 +388,10 @@ Thread* Choose()
         g_now = sleeper->wait.until;
         return sleeper;
     }
-    if (AllHoldsReached()) {
-        for (int i = 0; i < g_thread_count; ++i) {
-            if (g_threads[i].state == State::kWaiting && g_threads[i].signal_here) {
-                g_threads[i].deliver = true;
-                return &g_threads[i];
-            }
+    for (int i = 0; i < g_thread_count; ++i) {
+        if (IsSignalDue(g_threads[i])) {
+            g_threads[i].deliver = true;
+            return &g_threads[i];
         }
     }
     if (Thread* const held =
@@ -442,6 +446,11 @@ const char* Phase()
     }
     if (!g_main_has_waited) {
         return "walk";
+    }
+    for (int i = 1; i < g_thread_count; ++i) {
+        if (!g_threads[i].has_had_child) {
+            return "walk";
+        }
     }
     for (int i = 1; i < g_thread_count; ++i) {
         const Thread& thread = g_threads[i];
@@ -552,6 +561,9 @@ void Block(const char* call, const Wait& wait)
     self.wait = wait;
     if (wait.reason == Reason::kNotify) {
         g_main_has_waited = true;
+    }
+    if (wait.reason == Reason::kChild) {
+        self.has_had_child = true;
     }
     if (Take(g_holds, g_hold_count, self.name, self.moments)) {
         self.state = State::kHeld;

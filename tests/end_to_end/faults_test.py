@@ -97,6 +97,22 @@ class Fork(harness.LimitedUserTest):
         self.assertNotIn(other_user, self.ended)
         self.assert_left_behind(["sleep"])
 
+    def test_in_the_chain_of_a_program_that_cannot_be_executed_kills_every_process(self):
+        same_user = self.spawn(["/bin/sleep", "1000"], before=lambda: self.become_limited(ENOUGH))
+        other_user = self.spawn(["/bin/sleep", "1000"])
+        # Each child becomes a supervisor and forks another one, until the limit. Nobody stops the
+        # launcher; the child that cannot fork ends, and signals all that its user may signal.
+        launcher = self.start_limited(numbered(item("a", STAY + "-misspelt")), ENOUGH)
+        self.assertEqual(-signal.SIGKILL, launcher.wait())
+        self.wait_for(lambda: self.reap() or same_user in self.ended, "the signal to every process")
+        self.assertEqual(-signal.SIGKILL, self.ended[same_user])
+        self.assertNotIn(other_user, self.ended)
+        log = [text for _, text in launcher.log()]
+        self.assertEqual("[LAUNCHER  ] Failed to fork a", log.pop())
+        # The launcher, its supervisor and the other process leave room for this many.
+        self.assertEqual([start_text("a")] * (ENOUGH - 2), log)
+        self.assert_left_behind(["sleep"])
+
 
 @harness.one_thread_more
 class Thread(harness.LimitedUserTest):

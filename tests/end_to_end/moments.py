@@ -28,14 +28,17 @@ ADDR_NO_RANDOMIZE = 0x0040000
 TERMINATED = "ended by signal 15"
 GROUP_KILLED = "ended by signal 9, with its process group"
 ABORTED = "aborted"
+ABORTED_LEFT = "aborted, helpers go on"
 CRASHED = "crashed"
+CRASHED_LEFT = "crashed, helpers go on"
 HUNG = "hung"
 LOST = "waited for a second SIGTERM, then status 1"
 UNKILLED = "waited for an unkilled child, then status 1"
 UNKILLED_AND_LOST = "waited for an unkilled child and a second SIGTERM, then status 1"
 LEFT = "status 1, but helpers go on"
 STOPPED = "status 1"
-CHILD_ENDED = "the child alone ended"
+CHILD_ENDED = "the child alone ended, and was started again"
+NO_EFFECT = "no effect"
 
 ENDS = {
     1: STOPPED,
@@ -46,7 +49,7 @@ ENDS = {
     -signal.SIGBUS: CRASHED,
     -signal.SIGILL: CRASHED,
 }
-RECORDED_END = 99
+WITH_HELPERS_LEFT = {ABORTED: ABORTED_LEFT, CRASHED: CRASHED_LEFT}
 
 NAMESPACES_AT_ONCE = 2
 
@@ -60,7 +63,7 @@ class Run(harness.LauncherTest):
         self.items = job["items"]
         self.write(
             LIST,
-            json.dumps(numbered(*(item(str(i), STAY, str(i)) for i in range(self.items)))),
+            json.dumps(numbered(*(item(str(i), "/bin/sleep", "1000") for i in range(self.items)))),
         )
         for plan in job["plans"]:
             print(json.dumps(self.run_plan(plan, job.get("trace", False))), flush=True)
@@ -154,6 +157,20 @@ def run_plans(items, plans, trace=False):
     return [json.loads(line) for line in lines]
 
 
+# The permitted outcomes, by phase and threads: those of one item, and those that more items add. A
+# sweep that finds another one fails, and so does one that does not find all of them.
+
+PHASES = ("no-handler", "start", "walk", "steady", "restart", "stop")
+
+PERMITTED = {
+}
+
+
+def permitted(items, *place):
+    with_one, with_more = PERMITTED.get(place, (set(), set()))
+    return with_one | with_more if items > 1 else with_one
+
+
 # What came of a run.
 
 
@@ -173,7 +190,9 @@ def outcome_of(result):
     outcome = ENDS.get(result["code"], f"ended with {result['code']}")
     if outcome == STOPPED:
         return outcome_of_stop(result, words, any(step[1].startswith("c") for step in sent))
-    return outcome
+    if result["left"] and outcome in WITH_HELPERS_LEFT:
+        return WITH_HELPERS_LEFT[outcome]
+    return outcome + (", but left processes behind" if result["left"] else "")
 
 
 def outcome_of_stop(result, words, child_signalled):
@@ -193,17 +212,17 @@ def outcome_of_stop(result, words, child_signalled):
     if left:
         return LEFT
     if child_signalled:
-        return CHILD_ENDED if unusual else STOPPED
+        return CHILD_ENDED if unusual else NO_EFFECT
     if "unkilled" in words:
         return UNKILLED_AND_LOST if "lost" in words else UNKILLED
     return LOST if "lost" in words else STOPPED
 
 
 def place_of(result):
-    """Where SIGTERM was delivered: the phase of the first, and the kind of thread of each."""
+    """Where SIGTERM was delivered: the phase of the first, and the kinds of threads."""
     sent = [line.split() for line in result["lines"] if line.startswith("signal ")]
     kinds = {"m": "main", "s": "supervisor", "c": "child"}
-    return sent[0][3], ", ".join(kinds[step[1][0]] for step in sent)
+    return sent[0][3], " and ".join(sorted(kinds[step[1][0]] for step in sent))
 
 
 # The coordinates of a sweep.
@@ -243,6 +262,12 @@ def thinned(moments):
         for i, moment in enumerate(moments)
         if not all(calls[max(i - 2, 0) : i + 3]) or i < 2 or i + 2 >= len(calls)
     ]
+
+
+def sampled(moments):
+    """The thinned moments, and every fifth of the others."""
+    kept = thinned(moments)
+    return [moment for i, moment in enumerate(moments) if moment in kept or i % 5 == 0]
 
 
 def numbers(moments):
@@ -294,13 +319,15 @@ class Sweep:
             yield f"signal {thread} {number}"
 
     def one_signal_one_held(self):
+        # All pairs of moments with one item. More items add orders among the supervisors, not moments.
+        moments = list if self.items == 1 else sampled
         for thread in self.supervisors:
             # The walk, and a supervisor on its way to its first child.
-            for main in numbers(self.walk[thread]):
+            for main in numbers(moments(self.walk[thread])):
                 for held in numbers(thinned(self.first[thread])):
                     yield f"signal main {main} hold {thread} {held}"
             for main in numbers(thinned(self.walk[thread])):
-                for number in numbers(self.first[thread]):
+                for number in numbers(moments(self.first[thread])):
                     plan = f"signal {thread} {number} hold {thread} {number} hold main {main}"
                     yield plan
                     if self.items > 1:
@@ -385,22 +412,99 @@ def show(items, plan):
 
 
 def main():
-    arguments = os.environ.get("KESTRANE_MOMENTS", "").split() or sys.argv[1:]
-    if len(arguments) > 1:
+    arguments = os.environ.get("KESTRANE_MOMENTS", "").split()
+    if arguments and arguments[0].isdigit():
         sys.exit(show(int(arguments[0]), plan_of(arguments[1:])))
-    items = int(arguments[0])
-    counts = collections.defaultdict(list)
-    began = time.monotonic()
-    unreached = 0
-    for result in sweep(items):
-        outcome = outcome_of(result)
-        if outcome is None:
-            unreached += 1
-        else:
-            counts[(*place_of(result), outcome)].append(result["plan"])
-    for row, plans in sorted(counts.items()):
-        print(f"{row[0]:12}{row[1]:24}{row[2]:66}{len(plans):6}  {min(plans, key=lambda p: (len(p.split()), p))}")
-    print(f"{sum(map(len, counts.values()))} runs, {unreached} unreached, {time.monotonic() - began:.0f} s")
+    items = [int(word) for word in arguments if word.isdigit()] or [1, 2]
+    tables = {count: Table(count) for count in items}
+    for count, table in tables.items():
+        began = time.monotonic()
+        table.fill(until_failure="--until-failure" in arguments)
+        table.show()
+        print(f"{table.runs} runs in {time.monotonic() - began:.0f} s", flush=True)
+    failures = [failure for table in tables.values() for failure in table.failures()]
+    for failure in failures:
+        print(f"FAILED: {failure}")
+    if "--document" in arguments and not failures:
+        document(tables)
+    sys.exit(1 if failures else 0)
+
+
+class Table:
+    """What the sweep of a number of items found."""
+
+    def __init__(self, items):
+        self.items = items
+        self.runs = 0
+        self.found = collections.defaultdict(list)  # plans, by phase, threads and outcome
+        self.unreached = []
+
+    def fill(self, until_failure=False):
+        for result in sweep(self.items):
+            self.runs += 1
+            outcome = outcome_of(result)
+            if outcome is not None:
+                self.found[(*place_of(result), outcome)].append(result["plan"])
+            elif "hold" not in result["plan"] and result["plan"].count("signal") == 1:
+                self.unreached.append(result["plan"])
+            if until_failure and self.not_permitted():
+                return
+
+    def not_permitted(self):
+        return [row for row in self.found if row[2] not in permitted(self.items, *row[:2])]
+
+    def failures(self):
+        for row in sorted(self.not_permitted()):
+            yield f"{': '.join(row)} is not permitted: {self.items} {shortest(self.found[row])}"
+        for plan in self.unreached:
+            yield f"{self.items} {plan} was not reached"
+        # Three items reach what two do.
+        if self.items <= 2:
+            for place in PERMITTED:
+                for outcome in sorted(permitted(self.items, *place)):
+                    if (*place, outcome) not in self.found:
+                        yield f"{': '.join(place)}: {outcome} was never seen with {self.items} items"
+
+    def show(self):
+        for row in sorted(self.found, key=order_of):
+            plans = self.found[row]
+            place = f"{row[0]}: {row[1]}"
+            print(f"{place:32}{row[2]:66}{len(plans):6}  {self.items} {shortest(plans)}")
+
+
+def order_of(row):
+    return PHASES.index(row[0]), len(row[1].split()), row[1:]
+
+
+def shortest(plans):
+    """The plan with the fewest steps, as on the command line."""
+    plan = min(plans, key=lambda text: (len(text.split()), [len(text), text]))
+    return plan.removeprefix("signal ")
+
+
+BEGIN, END = "<!-- The table is written by scripts/check/moments.sh --document. -->", "<!-- end -->"
+
+
+def document(tables):
+    """Writes the table of docs/faults.md."""
+    rows = sorted({row for table in tables.values() for row in table.found}, key=order_of)
+    lines = [
+        "| Phase | SIGTERM on | Outcome | " + " | ".join(f"{n} item{'s' * (n > 1)}" for n in tables)
+        + " | Shortest run |",
+        "|---" * (4 + len(tables)) + "|",
+    ]
+    for row in rows:
+        counts = [str(len(table.found.get(row, []))) for table in tables.values()]
+        items, table = next((n, table) for n, table in tables.items() if row in table.found)
+        example = f"`{items} {shortest(table.found[row])}`"
+        lines.append("| " + " | ".join([*row, *counts, example]) + " |")
+    root = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+    path = root + "/docs/faults.md"
+    with open(path, encoding="utf-8") as file:
+        head, rest = file.read().split(BEGIN)
+    tail = rest.split(END, 1)[1]
+    with open(path, "w", encoding="utf-8") as file:
+        file.write(head + BEGIN + "\n\n" + "\n".join(lines) + "\n\n" + END + tail)
 
 
 def plan_of(words):

@@ -6,8 +6,8 @@
 // allocation lock is held, and calls that block have one while they block.
 //
 // One thread runs at a time. It passes control on when it blocks, when it ends, when it has created
-// a thread, and where the plan holds it. A blocking call blocks here instead of in the C library, so
-// what each thread waits for is known, and the 50 ms of a restart pause take no time: sleeping
+// a thread, and where the plan holds it. A blocking call blocks here instead of in the C library,
+// so what each thread waits for is known, and the 50 ms of a restart pause take no time: sleeping
 // threads continue once all others wait. The same plan therefore gives the same run.
 //
 // The allocation lock stands for the lock of the C library's heap. Here every allocation takes it
@@ -64,8 +64,24 @@ constexpr std::size_t kRecordSize = std::size_t{1} << 20;
 constexpr int kPrivateDescriptor = 200;
 constexpr int kStatusOfRecordedEnd = 99;
 
-enum class State { kReady, kRunning, kWaiting, kHeld, kDone };
-enum class Reason { kNone, kLock, kMutex, kJoin, kNotify, kChild, kSleep };
+enum class State
+{
+    kReady,
+    kRunning,
+    kWaiting,
+    kHeld,
+    kDone
+};
+enum class Reason
+{
+    kNone,
+    kLock,
+    kMutex,
+    kJoin,
+    kNotify,
+    kChild,
+    kSleep
+};
 
 struct Thread;
 
@@ -89,9 +105,9 @@ struct Thread
     Wait wait;
     unsigned moments = 0;
     const char* call = "";
-    int handlers = 0;           // SIGTERM handlers at work
-    bool signal_here = false;   // the plan signals it while it waits
-    bool deliver = false;       // it is to run the handler when it continues
+    int handlers = 0;          // SIGTERM handlers at work
+    bool signal_here = false;  // the plan signals it while it waits
+    bool deliver = false;      // it is to run the handler when it continues
     bool joined = false;
     bool has_had_child = false;
     unsigned forks = 0;
@@ -305,9 +321,9 @@ void RecordWaits()
             continue;
         }
         const Thread* const other = WaitedFor(thread);
-        Record("waits %s%s in %s for %s%s%s\n", thread.name, thread.handlers > 0 ? ", handler," : "",
-               thread.call, Name(thread.wait.reason), other != nullptr ? " of " : "",
-               other != nullptr ? other->name : "");
+        Record("waits %s%s in %s for %s%s%s\n", thread.name,
+               thread.handlers > 0 ? ", handler," : "", thread.call, Name(thread.wait.reason),
+               other != nullptr ? " of " : "", other != nullptr ? other->name : "");
     }
 }
 
@@ -686,7 +702,8 @@ void OpenPipeToChild()
         return;
     }
     for (int i = 0; i < 2; ++i) {
-        g_exec_pipe[i] = static_cast<int>(syscall(SYS_fcntl, ends[i], F_DUPFD_CLOEXEC, kPrivateDescriptor));
+        g_exec_pipe[i] =
+            static_cast<int>(syscall(SYS_fcntl, ends[i], F_DUPFD_CLOEXEC, kPrivateDescriptor));
         syscall(SYS_close, ends[i]);
     }
 }
@@ -780,14 +797,14 @@ __attribute__((constructor)) void Begin()
 
 // The calls. Each has a moment before and one after it, unless said otherwise.
 
-#define KESTRANE_COUNTED(result, name, parameters, arguments)                  \
-    extern "C" result name parameters                                          \
-    {                                                                          \
-        static auto* const next = Next(&name, #name);                          \
-        Moment(#name);                                                         \
-        const auto value = next arguments;                                     \
-        Moment(#name " done");                                                 \
-        return value;                                                          \
+#define KESTRANE_COUNTED(result, name, parameters, arguments) \
+    extern "C" result name parameters                         \
+    {                                                         \
+        static auto* const next = Next(&name, #name);         \
+        Moment(#name);                                        \
+        const auto value = next arguments;                    \
+        Moment(#name " done");                                \
+        return value;                                         \
     }
 
 extern "C" void* malloc(std::size_t size)
@@ -821,13 +838,14 @@ extern "C" void free(void* memory)
 }
 
 KESTRANE_COUNTED(int, close, (int file), (file))
-KESTRANE_COUNTED(ssize_t, write, (int file, const void* bytes, std::size_t size), (file, bytes, size))
+KESTRANE_COUNTED(ssize_t, write, (int file, const void* bytes, std::size_t size),
+                 (file, bytes, size))
 KESTRANE_COUNTED(ssize_t, read, (int file, void* bytes, std::size_t size), (file, bytes, size))
 KESTRANE_COUNTED(FILE*, fopen, (const char* path, const char* mode), (path, mode))
 KESTRANE_COUNTED(std::size_t, fread, (void* bytes, std::size_t size, std::size_t count, FILE* file),
                  (bytes, size, count, file))
 KESTRANE_COUNTED(char*, fgets, (char* text, int size, FILE* file), (text, size, file))
-KESTRANE_COUNTED(int, fclose, (FILE* file), (file))
+KESTRANE_COUNTED(int, fclose, (FILE * file), (file))
 KESTRANE_COUNTED(int, fstat, (int file, struct stat* status), (file, status))
 KESTRANE_COUNTED(int, stat, (const char* path, struct stat* status), (path, status))
 KESTRANE_COUNTED(int, lstat, (const char* path, struct stat* status), (path, status))

@@ -14,8 +14,8 @@ import sys
 import time
 
 import harness
-from harness import APPLICATION, HELPERS, LAUNCHER, STAY, WORK
-from harness import end_text, item, numbered
+from harness import APPLICATION, HELPERS, LAUNCHER, WORK
+from harness import item, numbered
 
 LIBRARY = HELPERS + "/moments.so"
 RECORD = WORK + "/record"
@@ -163,6 +163,28 @@ def run_plans(items, plans, trace=False):
 PHASES = ("no-handler", "start", "walk", "steady", "restart", "stop")
 
 PERMITTED = {
+    ("no-handler", "main"): ({TERMINATED}, set()),
+    # No item exists, so the handler only notifies, and nobody waits yet.
+    ("start", "main"): ({LOST}, set()),
+    ("start", "main and supervisor"): ({ABORTED, GROUP_KILLED, LOST}, set()),
+    ("walk", "main"): ({GROUP_KILLED, HUNG, LOST, STOPPED}, set()),
+    ("walk", "supervisor"): ({ABORTED, GROUP_KILLED, LOST}, {ABORTED_LEFT, HUNG, LEFT}),
+    ("walk", "main and supervisor"): (
+        {ABORTED, CRASHED, GROUP_KILLED, HUNG, LOST, STOPPED},
+        {CRASHED_LEFT},
+    ),
+    # The item is not in the child's copy of the map yet.
+    ("walk", "child"): ({NO_EFFECT}, set()),
+    ("steady", "main"): ({STOPPED}, set()),
+    ("steady", "supervisor"): ({ABORTED}, {ABORTED_LEFT}),
+    # The second one waits until the handler has returned.
+    ("steady", "main and main"): ({STOPPED}, set()),
+    ("steady", "main and supervisor"): ({CRASHED, HUNG}, {ABORTED, ABORTED_LEFT, CRASHED_LEFT}),
+    ("restart", "main"): ({STOPPED, UNKILLED}, set()),
+    ("restart", "supervisor"): ({ABORTED, ABORTED_LEFT, HUNG}, set()),
+    ("restart", "main and supervisor"): ({CRASHED, HUNG}, {CRASHED_LEFT}),
+    # Until the child has stored the 0 that fork returns, it has the id of the child before it.
+    ("restart", "child"): ({CHILD_ENDED, GROUP_KILLED}, set()),
 }
 
 
@@ -172,6 +194,8 @@ def permitted(items, *place):
 
 
 # What came of a run.
+
+END_RECORD = re.compile(r"\[LAUNCHER  \] (\d+) (\d+) is killed. ret = (-?\d+), status = (\d+)")
 
 
 def outcome_of(result):
@@ -201,13 +225,14 @@ def outcome_of_stop(result, words, child_signalled):
     ends = collections.Counter()
     unusual = 0
     for level, text in result["log"]:
-        end = re.fullmatch(r"\[LAUNCHER  \] (\d+) (\d+) is killed. ret = (-?\d+), status = (\d+)", text)
+        end = END_RECORD.fullmatch(text)
         if level == "ERROR" and end is None:
             return f"status 1, but logged {text}"
         if end is not None:
             ends[end[2]] += 1
             unusual += end[2] != end[3] or end[4] != "9"
-    if any(ends[pid] != 1 for pid, _ in children if int(pid) not in left) or unusual > child_signalled:
+    ended = [pid for pid, _ in children if int(pid) not in left]
+    if any(ends[pid] != 1 for pid in ended) or unusual > child_signalled:
         return "status 1, but not each end was logged once"
     if left:
         return LEFT
@@ -231,7 +256,7 @@ ALLOCATIONS = ("malloc", "calloc", "realloc", "free")
 
 
 def traced(items, plan):
-    """The moments of each thread as (number, call), and the plain lines, of a run with this plan."""
+    """The moments of each thread as (number, call), and all lines, of a run with this plan."""
     lines = run_plans(items, [plan], trace=True)[0]["lines"]
     moments = collections.defaultdict(list)
     for line in lines:
@@ -298,7 +323,9 @@ class Sweep:
             if thread == "s0" and number > self.waits["s0"]
         ]
         self.restart = [m for m in again if m[1] != "waitpid, waiting"]
-        self.condition = next(n for n, call in moments["main"] if call == "pthread_cond_wait, waiting")
+        self.condition = next(
+            number for number, call in moments["main"] if call == "pthread_cond_wait, waiting"
+        )
         creations = [n for n, call in moments["main"] if call == "pthread_create"]
         self.created = dict(zip(self.supervisors, creations))
         # main's moments once a supervisor exists.
@@ -319,7 +346,7 @@ class Sweep:
             yield f"signal {thread} {number}"
 
     def one_signal_one_held(self):
-        # All pairs of moments with one item. More items add orders among the supervisors, not moments.
+        # All pairs of moments with one item; more items add orders among the supervisors.
         moments = list if self.items == 1 else sampled
         for thread in self.supervisors:
             # The walk, and a supervisor on its way to its first child.
@@ -351,9 +378,8 @@ class Sweep:
         """main's moments in its handler."""
         _, lines = traced(self.items, plan)
         start = next(i for i, line in enumerate(lines) if line.startswith("signal main"))
-        return numbers(
-            thinned([(n, call) for thread, n, call in before(lines[start:], "handled main") if thread == "main"])
-        )
+        handled = before(lines[start:], "handled main")
+        return numbers(thinned([(n, call) for thread, n, call in handled if thread == "main"]))
 
     def after(self, plan):
         """Every moment after the first signal of a plan."""
@@ -463,7 +489,7 @@ class Table:
             for place in PERMITTED:
                 for outcome in sorted(permitted(self.items, *place)):
                     if (*place, outcome) not in self.found:
-                        yield f"{': '.join(place)}: {outcome} was never seen with {self.items} items"
+                        yield f"{': '.join(place)}: {outcome} was not reached with {self.items}"
 
     def show(self):
         for row in sorted(self.found, key=order_of):

@@ -147,6 +147,7 @@ bool g_child_ended_once = false;
 bool g_stopped_ordinarily = false;
 int g_sent = 0;
 int g_extra_signals = 0;
+int g_unkilled = 0;
 int g_exec_pipe[2] = {-1, -1};
 
 char* g_record = nullptr;
@@ -327,6 +328,18 @@ void RecordWaits()
     }
 }
 
+// Ends the child that a thread waits for. A supervisor that starts it again each time never stops.
+Thread* EndUnkilled(Thread& thread)
+{
+    if (++g_unkilled > kMaxThreads) {
+        Record("endless\n");
+        EndHere();
+    }
+    Record("unkilled\n");
+    KillChild(thread.wait.child);
+    return &thread;
+}
+
 // No thread can run and none is held: what the launcher would wait for without limit. Helps it on
 // the way a user could, or ends it.
 Thread* Quiet()
@@ -348,9 +361,7 @@ Thread* Quiet()
         any_handler = true;
         Thread* const last = EndOfChain(&thread);
         if (last != nullptr && last->wait.reason == Reason::kChild) {
-            Record("unkilled\n");
-            KillChild(last->wait.child);
-            return last;
+            return EndUnkilled(*last);
         }
     }
     if (!any_handler) {
@@ -377,9 +388,7 @@ Thread* Quiet()
             return &main;
         }
         if (last != nullptr && last->wait.reason == Reason::kChild) {
-            Record("unkilled\n");
-            KillChild(last->wait.child);
-            return last;
+            return EndUnkilled(*last);
         }
     }
     Record("hung\n");

@@ -805,6 +805,7 @@ __attribute__((constructor)) void Begin()
 }  // namespace
 
 // The calls. Each has a moment before and one after it, unless said otherwise.
+// NOLINTBEGIN(bugprone-macro-parentheses): a type, a name and lists of parameters
 
 #define KESTRANE_COUNTED(result, name, parameters, arguments) \
     extern "C" result name parameters                         \
@@ -815,6 +816,8 @@ __attribute__((constructor)) void Begin()
         Moment(#name " done");                                \
         return value;                                         \
     }
+
+// NOLINTEND(bugprone-macro-parentheses)
 
 extern "C" void* malloc(std::size_t size)
 {

@@ -1,9 +1,9 @@
-// One operation, COUNT times, for a tool that counts instructions:
+// Runs one operation COUNT times, for a tool that counts instructions:
 //
 //     instructions OPERATION COUNT
 //
-// The difference between two counts is the operation's own cost, free of the start-up. Prints the
-// nanoseconds that one operation took; without arguments, the names of the operations.
+// The difference between two counts is the cost of the operation without that of the start-up.
+// Prints the nanoseconds per operation; without arguments, the names of the operations.
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -17,6 +17,7 @@
 
 #include "config/ini_profile.h"
 #include "json/json_object.h"
+#include "launcher/launch_item.h"
 #include "util/string_util.h"
 #include "util/util.h"
 
@@ -24,7 +25,7 @@ namespace {
 
 constexpr int kItems = 1000;
 
-// A launch list as other programs write it.
+// A launch list without blanks, as programs write it.
 std::string List()
 {
     std::string text = "{";
@@ -37,23 +38,24 @@ std::string List()
     return text + "}";
 }
 
-// The lookups that the launcher makes for every item of a list, in its order.
+// Reads every item of a list as the launcher does: its name, and in the child its program and
+// arguments.
 void LookUpEveryItem(JsonObject& list)
 {
-    for (int i = 0;; ++i) {
-        const std::string index = std::to_string(i);
-        if (!list.HasObject(index.c_str())) {
-            break;
+    for (int i = 0; HasItem(list, i); ++i) {
+        JsonObject item = GetItem(list, i);
+        if (HasName(item)) {
+            const std::string name = ItemName(item);
         }
-        JsonObject item = list[index.c_str()];
-        if (item.HasObject("/name")) {
-            const std::string name = item.GetObject("name");
+        const std::string program = ItemProgram(item);
+        const int count = ItemArgumentCount(item);
+        for (int argument = 0; argument < count; ++argument) {
+            const std::string text = ItemArgument(item, argument);
         }
-        item.HasObject("argc");
     }
 }
 
-// A profile with ten keys in front of the wanted one, as long as the program runs.
+// A profile with ten keys before the wanted one. The file exists as long as the object.
 class Profile
 {
 public:
@@ -104,7 +106,7 @@ Operations MakeOperations()
         {"json-lookups-of-1000-items", [] { LookUpEveryItem(list); }},
         {"expression-made", [] { std::regex made("/"); }},
         {"expression-split-two-names", [] { split("500/name", slash); }},
-        {"ini-read-behind-10-keys", [] { profile.Read(); }},
+        {"ini-read-after-10-keys", [] { profile.Read(); }},
         {"wildcard-match",
          [] { IsNameInExpression(wide_expression.c_str(), wide_name.c_str(), true); }},
         {"utf8-decode-1000-characters", [] { s2ws(narrow); }},
@@ -114,7 +116,7 @@ Operations MakeOperations()
 
 }  // namespace
 
-// NOLINTNEXTLINE(bugprone-exception-escape): an exception may end what only measures.
+// NOLINTNEXTLINE(bugprone-exception-escape): an exception may end a benchmark.
 int main(int argc, char** argv)
 {
     const Operations operations = MakeOperations();

@@ -1,6 +1,6 @@
-// qv7log against spdlog's multi-threaded file sink with a flush after each record: the same
-// promise, that a record is with the system when the call returns. Both write the launcher's
-// commonest line to files in the folder that TMPDIR names.
+// Compares qv7log with spdlog's multi-threaded file sink. spdlog flushes after each record, so that
+// both give the same guarantee: the system has the record when the call returns. Both write the
+// launcher's most frequent message to files in $TMPDIR.
 #include <benchmark/benchmark.h>
 #include <spdlog/sinks/basic_file_sink.h>
 #include <spdlog/spdlog.h>
@@ -16,33 +16,34 @@
 
 namespace {
 
-// A folder that is gone when the program ends.
-class Folder
+// A temporary directory, removed when the program ends.
+class TemporaryDirectory
 {
 public:
-    Folder() : m_path((std::filesystem::temp_directory_path() / "log-bench-XXXXXX").string())
+    TemporaryDirectory()
+        : m_path((std::filesystem::temp_directory_path() / "log-bench-XXXXXX").string())
     {
         if (mkdtemp(m_path.data()) == nullptr) {
-            throw std::runtime_error("no folder " + m_path);
+            throw std::runtime_error("cannot create " + m_path);
         }
     }
-    ~Folder() { std::filesystem::remove_all(m_path); }
-    Folder(const Folder&) = delete;
-    Folder& operator=(const Folder&) = delete;
+    ~TemporaryDirectory() { std::filesystem::remove_all(m_path); }
+    TemporaryDirectory(const TemporaryDirectory&) = delete;
+    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
     std::string operator/(const char* name) const { return m_path + "/" + name; }
 
 private:
     std::string m_path;
 };
 
-const Folder g_folder;
+const TemporaryDirectory g_directory;
 
 ILog* OurLog()
 {
     static ILog* const log = [] {
         ILog* made = nullptr;
-        if (InitLogger((g_folder / "qv7log").c_str()) == 0) {
-            GetLogger(2, "launcher", LOGLEVEL_ERROR, &made);
+        if (InitLogger((g_directory / "qv7log").c_str()) == 0) {
+            GetLogger(LOGKIND_FILE, "launcher", LOGLEVEL_ERROR, &made);
         }
         return made;
     }();
@@ -57,13 +58,14 @@ __attribute__((format(printf, 3, 4))) void Log(ILog* log, LOGLEVEL level, const 
     va_end(arguments);
 }
 
-// Its file grows without end, so each run of the benchmark begins it anew.
+// Its file is never rotated, so each run of the benchmark truncates it.
 std::shared_ptr<spdlog::logger> g_spdlog;
 
-void BeginSpdlog(const benchmark::State&)
+void OpenSpdlog(const benchmark::State&)
 {
     g_spdlog = std::make_shared<spdlog::logger>(
-        "launcher", std::make_shared<spdlog::sinks::basic_file_sink_mt>(g_folder / "spdlog", true));
+        "launcher",
+        std::make_shared<spdlog::sinks::basic_file_sink_mt>(g_directory / "spdlog", true));
     g_spdlog->set_level(spdlog::level::err);
     g_spdlog->flush_on(spdlog::level::trace);
 }
@@ -114,9 +116,9 @@ void EveryThreadCount(benchmark::internal::Benchmark* benchmark)
 }
 
 BENCHMARK(WriteQv7log)->Apply(EveryThreadCount);
-BENCHMARK(WriteSpdlog)->Setup(BeginSpdlog)->Apply(EveryThreadCount);
+BENCHMARK(WriteSpdlog)->Setup(OpenSpdlog)->Apply(EveryThreadCount);
 BENCHMARK(FilterQv7log);
-BENCHMARK(FilterSpdlog)->Setup(BeginSpdlog);
+BENCHMARK(FilterSpdlog)->Setup(OpenSpdlog);
 
 }  // namespace
 

@@ -1,4 +1,4 @@
-# What every target of the project shares, and where the bundle lies in an installation.
+# Build settings of all targets, and the place of the bundle in an installation.
 include_guard()
 
 if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
@@ -21,8 +21,8 @@ target_compile_options(kestrane_build INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wold-style-cast -Wnon-virtual-dtor
     -Woverloaded-virtual -Wformat=2 -Wimplicit-fallthrough)
 
-# Sanitizers and coverage look at everything of ours, the shared library included. A test then runs
-# below KESTRANE_TEST_LAUNCHER, which takes the sanitizers' reports in.
+# Sanitizers and coverage apply to all of our own code, the shared library included. With a sanitizer,
+# tests run under KESTRANE_TEST_LAUNCHER, which collects the sanitizer's reports.
 set(KESTRANE_SANITIZE "" CACHE STRING "Sanitizers to build with: \"address,undefined\" or \"thread\"")
 option(KESTRANE_COVERAGE "Count which lines and branches run" OFF)
 set(KESTRANE_TEST_LAUNCHER "")
@@ -34,18 +34,29 @@ if(KESTRANE_SANITIZE)
     set(KESTRANE_TEST_TIMEOUT 600)
 endif()
 if(KESTRANE_BUILD_FUZZERS)
-    # The fuzzer has to see where the code goes, and stops at the first report.
+    # Instruments the code for the fuzzer, and stops at the first report.
     add_compile_options(-fsanitize=fuzzer-no-link -fno-sanitize-recover=all)
 endif()
 if(KESTRANE_COVERAGE)
-    # Threads count, too. GCC's own fork would take a lock between a supervisor's look at whether it
-    # is to go on and its fork, so that many more children would be missed by a stop.
+    # Atomic, since several threads count. GCC would replace fork by a function that takes a lock
+    # between a supervisor's check of its run flag and the fork, so a stop would miss more children.
     add_compile_options(--coverage -fprofile-update=atomic -fno-builtin-fork)
     add_link_options(--coverage)
     set(KESTRANE_TEST_TIMEOUT 600)
 endif()
 
-# kestrane_library(NAME SOURCES... LIBS ...): one folder's static library, target kestrane_NAME.
+# Checks at run time: the program is aborted when it writes beyond an array on the stack or beyond an
+# object whose size the compiler knows, and the stack cannot grow past its guard page unnoticed.
+# _FORTIFY_SOURCE works with optimisation only. OFF until its cost has been measured.
+option(KESTRANE_HARDEN "Build the Linux programs and libraries with run-time checks" OFF)
+if(KESTRANE_HARDEN AND CMAKE_SYSTEM_NAME STREQUAL "Linux")
+    add_compile_options(-fstack-protector-strong -fstack-clash-protection
+        $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE> $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
+    add_link_options(LINKER:-z,relro LINKER:-z,now)
+endif()
+
+# kestrane_library(NAME SOURCES... LIBS ...): the static library of one directory, target
+# kestrane_NAME.
 function(kestrane_library name)
     cmake_parse_arguments(ARG "" "" "SOURCES;LIBS" ${ARGN})
     add_library(kestrane_${name} STATIC ${ARG_SOURCES})

@@ -1,3 +1,3 @@
-# The linker's word for a run path, which CMake knows by itself only when it runs on a Mac. It clears
-# the variable after the toolchain file; this file is read later.
+# The linker option for a run path, which CMake sets by itself only on a Mac. Not in the toolchain
+# file, because CMake clears the variable after reading that.
 set(CMAKE_SHARED_LIBRARY_RUNTIME_C_FLAG "-Wl,-rpath,")

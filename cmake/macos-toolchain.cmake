@@ -1,7 +1,7 @@
-# What the toolchain files of the two architectures share; the oldest system served is macOS 11.0.
+# Shared by the toolchain files of the two architectures. The oldest supported system is macOS 11.0.
 #
-# On a Mac the system's own compiler is used. Elsewhere it is the Clang of KESTRANE_ZIG, the path of
-# a `zig` program, which brings its own linker, system stubs, libc++ and headers.
+# On a Mac this uses the system's own compiler. Elsewhere it uses the Clang in KESTRANE_ZIG, the path
+# of a `zig` program, which has its own linker, system stubs, libc++ and headers.
 if(CMAKE_HOST_SYSTEM_NAME STREQUAL "Darwin")
     set(CMAKE_OSX_ARCHITECTURES "${CMAKE_SYSTEM_PROCESSOR}" CACHE STRING "")
     set(CMAKE_OSX_DEPLOYMENT_TARGET 11.0 CACHE STRING "")
@@ -16,8 +16,8 @@ list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES KESTRANE_ZIG)
 set(CMAKE_C_COMPILER "${KESTRANE_ZIG}" cc -target ${kestrane_target})
 set(CMAKE_CXX_COMPILER "${KESTRANE_ZIG}" c++ -target ${kestrane_target})
 
-# One program is compiler and archiver at once, so the archiver's rule names the part. It writes the
-# index itself; an empty CMAKE_RANLIB keeps the build machine's own ranlib away.
+# The same program is compiler and archiver, so the archiver's rule contains the subcommand "ar". It
+# writes the index itself; the empty CMAKE_RANLIB keeps CMake from running the build machine's ranlib.
 set(CMAKE_AR "${KESTRANE_ZIG}" CACHE FILEPATH "")
 set(CMAKE_RANLIB "" CACHE FILEPATH "")
 foreach(language C CXX)
@@ -26,15 +26,15 @@ foreach(language C CXX)
     set(CMAKE_${language}_ARCHIVE_FINISH "")
 endforeach()
 
-# Run path and install name stand in the files from the link on: the program that would change them
-# at the installation exists on a Mac only, and a change after the link breaks the signature.
+# Sets run path and install name at the link. The program that changes them at installation exists
+# only on a Mac, and any change after the link breaks the signature.
 set(CMAKE_BUILD_WITH_INSTALL_RPATH ON)
 set(CMAKE_BUILD_WITH_INSTALL_NAME_DIR ON)
 
-# libc++ becomes a part of every image.
+# Links libc++ statically into every image.
 set(KESTRANE_STATIC_LIBCXX ON)
 
-# Nothing of the building machine is taken for the target's.
+# Searches the build machine's directories for programs only.
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)

@@ -30,8 +30,9 @@ std::string Lower(std::string text)
 }
 
 // Reads the next line of `file`, trimmed; false at the end of the file. A read error gives an empty
-// line, so reading a directory never ends. Only end of file ends a search, because an early end
-// would turn a passing error into a missing key, and callers would continue with a default.
+// line, and only end of file ends a search, so the search of a directory never ends. Other
+// components of the product were written against this; with a check they would continue with a
+// default where a file exists but cannot be read.
 bool ReadLine(std::FILE* file, std::string& line)
 {
     if (std::feof(file)) {

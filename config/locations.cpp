@@ -24,10 +24,15 @@ std::string ExecutablePath()
     return GetExecutablePath(path, Size) ? path : "";
 }
 
-// `path` resolved; unchanged if that fails or if the result has kPathSize bytes or more. realpath
-// allocates the result, since some platforms abort on a buffer smaller than PATH_MAX.
+// `path` resolved. It stays unchanged if that fails, if it has more than kPathSize bytes, or if the
+// result has kPathSize bytes or more. macOS itself rejects a longer input; the check makes both
+// systems agree. realpath allocates the result, because some platforms abort on a buffer smaller
+// than PATH_MAX.
 std::string Resolve(const std::string& path)
 {
+    if (path.size() > kPathSize) {
+        return path;
+    }
     const std::unique_ptr<char, void (*)(void*)> resolved(realpath(path.c_str(), nullptr),
                                                           std::free);
     if (resolved == nullptr) {

@@ -1,7 +1,7 @@
-// A helper with periodic work: counts the entries of a folder and writes the number to a file, once
-// every so many seconds.
+// A helper with periodic work: counts the entries of a directory and writes the number to a file, at
+// the given interval.
 //
-//     indexer FOLDER RESULT-FILE SECONDS
+//     indexer DIRECTORY RESULT-FILE SECONDS
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>

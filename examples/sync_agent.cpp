@@ -1,4 +1,4 @@
-// A helper that lives long: it does nothing until a signal ends it.
+// A long-running helper: does nothing until a signal ends it.
 //
 //     sync_agent [ARGUMENT...]
 #include <unistd.h>

@@ -1,4 +1,4 @@
-// A helper with a fault: it works for so many seconds, then it crashes.
+// A faulty helper: crashes after the given number of seconds.
 //
 //     thumbnailer SECONDS
 #include <sys/resource.h>
@@ -9,7 +9,7 @@
 
 int main(int argc, char** argv)
 {
-    // Of a crash on purpose nobody needs a core file.
+    // A deliberate crash should leave no core file.
     const rlimit none = {};
     setrlimit(RLIMIT_CORE, &none);
 

@@ -104,10 +104,11 @@ JsonSource::JsonSource(std::string text) : m_text(std::move(text))
             return;
         }
     } catch (const std::exception&) {
-        m_fault = JsonFault{FindTooDeep(), "values are nested too deep", true};
+        const std::size_t limit = DepthLimit();
+        m_fault = JsonFault{FindTooDeep(limit), "values are nested too deep", limit};
         return;
     }
-    m_fault = JsonFault{0, "not a JSON text", false};
+    m_fault = JsonFault{0, "not a JSON text", 0};
     const auto errors = reader.getStructuredErrors();
     if (!errors.empty()) {
         m_fault->offset = static_cast<std::size_t>(errors.front().offset_start);
@@ -231,9 +232,8 @@ std::size_t JsonSource::SkipString(std::size_t offset) const
 }
 
 // The bracket at which the reader threw: the first one at the depth limit that is not empty.
-std::size_t JsonSource::FindTooDeep() const
+std::size_t JsonSource::FindTooDeep(std::size_t limit) const
 {
-    const std::size_t limit = DepthLimit();
     std::size_t depth = 0;
     for (std::size_t i = SkipBlanks(0); i < m_text.size(); i = SkipBlanks(i + 1)) {
         const char c = m_text[i];

@@ -49,7 +49,7 @@ struct JsonFault
 {
     std::size_t offset = 0;
     std::string message;
-    bool too_deep = false;
+    std::size_t depth_limit = 0;  // Not 0 if values are nested deeper than this many levels.
 };
 
 struct JsonPosition
@@ -91,7 +91,7 @@ private:
     JsonPlace ReadValue(std::size_t offset, std::string* text) const;
     std::size_t SkipComma(std::size_t offset) const;
     std::size_t SkipString(std::size_t offset) const;
-    std::size_t FindTooDeep() const;
+    std::size_t FindTooDeep(std::size_t limit) const;
 
     std::string m_text;
     std::optional<JsonFault> m_fault;

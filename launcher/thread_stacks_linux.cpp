@@ -1,42 +1,163 @@
 // A cheap fork for a process with a thread per item.
 //
-// Every fork copies what every thread added to the address space, so the start of N items costs N
-// squared. Three settings make a thread small; docs/tuning.md has the figures.
+// fork copies what every thread added to the address space, so starting N items costs N squared.
+// The child needs one stack only, that of the thread that forks. This file lets fork skip the
+// others; docs/tuning.md has the figures.
 //
-// - Stacks of 512 KiB, what a thread has on macOS, in place of 8 MiB. Not less: the argument vector
-//   of an item lives there ("argc").
-// - No guard page that the C library maps: it would make two mappings of every stack. Without it
-//   the stacks join into one mapping, in which each thread marks its own guard page before it
-//   forks.
-// - One heap for all threads in place of eight per processor; the supervisors hardly allocate.
+// All stacks lie in one range of memory that is marked MADV_WIPEONFORK: a forked child finds the
+// range mapped, but empty, and fork copies neither page tables nor pages of it. Around each fork,
+// the forking thread marks its own stack MADV_KEEPONFORK. std::thread has no parameter for a stack,
+// and glibc's default attributes take a size but no address, so this file defines pthread_create,
+// which passes a stack of the range to glibc's function of that name.
 //
-// Part of the start-up of the program, before the first thread.
+// glibc keeps the descriptor of a thread (struct pthread) at the top of the thread's stack. In the
+// child, the descriptors of all other threads therefore read as zeros. glibc accesses them there in
+// these cases:
+//
+// - fork removes the forking thread from the list of threads whose stacks the caller provided. This
+//   writes the links of its two neighbours, whose pages are mapped; nothing reads them. Only for
+//   stacks that glibc allocated does it visit the other threads, to mark them as ended.
+// - If another thread of the parent was removing a descriptor from that list at that moment, the
+//   child repeats the removal, and reads that descriptor. pthread_join removes descriptors, so the
+//   stack of a thread that is being joined is kept as well. (So does a pthread_create that fails;
+//   the launcher then ends.)
+// - pthread_join in the child would follow the links in an empty descriptor. The pthread_join
+//   defined here reports such a thread as joined, as glibc does for stacks that it allocated.
+// - Since 2.41, fork visits every thread of the list, to take back its buffer of getrandom. The
+//   child would crash, so the range is used with earlier versions only.
+//
+// A child of _Fork or clone, which run no fork handlers, would lose its own stack. Nothing in the
+// launcher calls them.
+//
+// Outside of the range, threads have stacks of 512 KiB from glibc. That is the case
+//
+// - with a glibc that visits all threads;
+// - if the kernel has no MADV_WIPEONFORK (before Linux 4.14);
+// - if the kernel accounts for all memory that is mapped (strict overcommit), or if the address
+//   space or the data segment is limited: the whole range would count, used or not;
+// - beyond the end of the range, and in a forked child.
+//
+// All threads share one heap, because the supervisors hardly allocate; the heaps of glibc, up to
+// eight per processor, are memory that a fork would copy, too.
+//
+// This is part of the program's start-up, before the first thread.
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <gnu/libc-version.h>
 #include <malloc.h>
 #include <pthread.h>
+#include <signal.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstddef>
+#include <cstdint>
+#include <cstdio>
 
 namespace {
 
+// What a thread has on macOS, in place of 8 MiB. Not less: the argument vector of an item lives on
+// the stack ("argc").
 constexpr std::size_t kStackSize = 512 * 1024;
 
-// Since Linux 6.13; the headers are older.
+// Bounds the address space in use, which is 1 GiB. A thread beyond it costs a fork more.
+constexpr std::size_t kSlotCount = 2048;
+
+// Of glibc 2. Releases shortly before 2.41 are left out: a distribution may have given them the
+// walk over all threads.
+constexpr int kLastMinorVersion = 38;
+
+// MADV_GUARD_INSTALL, since Linux 6.13; the headers are older. It makes a page inaccessible without
+// a mapping of its own.
 constexpr int kGuardInstall = 102;
 
-std::size_t PageSize()
+// The place of one stack in the range: a guard page, and the stack above it.
+struct Slot
 {
-    return static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    std::atomic<bool> taken{false};
+    std::atomic<bool> being_joined{false};
+};
+
+Slot g_slots[kSlotCount];
+char* g_range = nullptr;  // null if there is no range
+bool g_in_forked_child = false;
+
+const std::size_t g_page_size = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+const std::size_t g_slot_size = g_page_size + kStackSize;
+
+// An empty range of addresses only asks whether the kernel knows the advice.
+const bool g_marks_guards = madvise(nullptr, 0, kGuardInstall) == 0;
+
+char* AddressOf(const Slot& slot)
+{
+    return g_range + static_cast<std::size_t>(&slot - g_slots) * g_slot_size;
 }
 
-// Marks the lowest page of the calling thread's stack, if it has no guard of the C library's. Once
-// in a thread; a forked child has the mark as well.
-void GuardStack()
+// The slot that contains the descriptor of `thread`, whose address a pthread_t is; null if the
+// thread has another stack.
+Slot* SlotOf(pthread_t thread)
+{
+    const auto begin = reinterpret_cast<std::uintptr_t>(g_range);
+    if (g_range == nullptr || thread < begin || thread - begin >= kSlotCount * g_slot_size) {
+        return nullptr;
+    }
+    return &g_slots[(thread - begin) / g_slot_size];
+}
+
+// Lets a fork copy the stack.
+void Keep(const Slot& slot)
+{
+    if (madvise(AddressOf(slot), g_slot_size, MADV_KEEPONFORK) != 0) {
+        // The process may have no further mapping, which a part of the range needs. All of it needs
+        // none. A fork is more expensive then, but a child without a stack would crash.
+        madvise(g_range, kSlotCount * g_slot_size, MADV_KEEPONFORK);
+    }
+}
+
+// Lets a fork skip the stack, unless a joining thread still needs it to be copied.
+void Wipe(const Slot& slot)
+{
+    madvise(AddressOf(slot), g_slot_size, MADV_WIPEONFORK);
+    if (slot.being_joined) {
+        Keep(slot);
+    }
+}
+
+bool Guard(const Slot& slot)
+{
+    char* const lowest_page = AddressOf(slot);
+    return g_marks_guards ? madvise(lowest_page, g_page_size, kGuardInstall) == 0
+                          : mprotect(lowest_page, g_page_size, PROT_NONE) == 0;
+}
+
+// A free slot with its guard page; null if there is none. Lock-free, because the SIGTERM handler
+// joins threads and may have interrupted this.
+Slot* TakeSlot()
+{
+    if (g_range == nullptr || g_in_forked_child) {
+        return nullptr;
+    }
+    for (Slot& slot : g_slots) {
+        if (!slot.taken.load(std::memory_order_relaxed) && !slot.taken.exchange(true)) {
+            if (Guard(slot)) {
+                return &slot;
+            }
+            slot.taken = false;
+            return nullptr;
+        }
+    }
+    return nullptr;
+}
+
+// Marks the lowest page of a stack that glibc allocated without a guard page. Once in a thread; a
+// forked child has the mark as well.
+void GuardStackOfGlibc()
 {
     thread_local bool guarded = false;
     pthread_attr_t attributes;
-    if (guarded || pthread_getattr_np(pthread_self(), &attributes) != 0) {
+    if (!g_marks_guards || guarded || pthread_getattr_np(pthread_self(), &attributes) != 0) {
         return;
     }
     void* lowest = nullptr;
@@ -45,28 +166,187 @@ void GuardStack()
     pthread_attr_getguardsize(&attributes, &guard);
     pthread_attr_getstack(&attributes, &lowest, &size);
     pthread_attr_destroy(&attributes);
-    guarded = guard != 0 || madvise(lowest, PageSize(), kGuardInstall) == 0;
+    guarded = guard != 0 || madvise(lowest, g_page_size, kGuardInstall) == 0;
 }
 
-bool SetThreadDefaults()
-{
-    mallopt(M_ARENA_MAX, 1);
+// What the thread that forks blocked before.
+thread_local sigset_t t_signals;
 
+// In the middle of a fork, a thread holds locks of glibc that other threads need for a fork or an
+// allocation. If it ran the SIGTERM handler there, the handler would wait forever for these
+// threads. glibc takes the locks after this, and blocks signals itself only while the system copies
+// the process. The cheaper a fork is, the more of it lies outside of that.
+void BeforeFork()
+{
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &t_signals);
+    if (const Slot* const slot = SlotOf(pthread_self())) {
+        Keep(*slot);
+    } else {
+        GuardStackOfGlibc();
+    }
+}
+
+void AfterForkInParent()
+{
+    if (const Slot* const slot = SlotOf(pthread_self())) {
+        Wipe(*slot);
+    }
+    pthread_sigmask(SIG_SETMASK, &t_signals, nullptr);
+}
+
+void AfterForkInChild()
+{
+    g_in_forked_child = true;
+    pthread_sigmask(SIG_SETMASK, &t_signals, nullptr);
+}
+
+bool IsUnlimited(decltype(RLIMIT_AS) resource)
+{
+    rlimit limit;
+    return getrlimit(resource, &limit) == 0 && limit.rlim_cur == RLIM_INFINITY;
+}
+
+// False under strict overcommit, and if that cannot be told.
+bool MayReserveMemory()
+{
+    const int file = open("/proc/sys/vm/overcommit_memory", O_RDONLY | O_CLOEXEC);
+    if (file < 0) {
+        return false;
+    }
+    char mode = '2';
+    const bool known = read(file, &mode, 1) == 1;
+    close(file);
+    return known && mode != '2';
+}
+
+bool GlibcVisitsAllThreads()
+{
+    int major = 0;
+    int minor = 0;
+    return std::sscanf(gnu_get_libc_version(), "%d.%d", &major, &minor) != 2 || major != 2 ||
+           minor > kLastMinorVersion;
+}
+
+// Returns null if the range is unavailable.
+char* MakeRange()
+{
+    if (GlibcVisitsAllThreads() || !IsUnlimited(RLIMIT_AS) || !IsUnlimited(RLIMIT_DATA) ||
+        !MayReserveMemory()) {
+        return nullptr;
+    }
+    const std::size_t size = kSlotCount * g_slot_size;
+    void* const range = mmap(nullptr, size, PROT_READ | PROT_WRITE,
+                             MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_STACK, -1, 0);
+    if (range == MAP_FAILED) {
+        return nullptr;
+    }
+    if (madvise(range, size, MADV_WIPEONFORK) != 0) {
+        munmap(range, size);
+        return nullptr;
+    }
+    // A huge page would hold four stacks, and 2 MiB. The advice fails where there are none.
+    madvise(range, size, MADV_NOHUGEPAGE);
+    return static_cast<char*>(range);
+}
+
+// Of threads outside of the range. A guard page of glibc's makes two mappings of every stack;
+// without it the stacks join into one mapping, in which each thread marks its guard page before it
+// forks.
+void SetDefaults(bool marks_guards)
+{
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
-    pthread_attr_setstacksize(&attributes, kStackSize);
-    // An empty range only tells whether the kernel knows the advice. An older one keeps the C
-    // library's guard pages.
-    if (madvise(nullptr, 0, kGuardInstall) == 0 &&
-        pthread_atfork(GuardStack, nullptr, nullptr) == 0) {
-        pthread_attr_setstacksize(&attributes, kStackSize + PageSize());
+    pthread_attr_setstacksize(&attributes, kStackSize + (marks_guards ? g_page_size : 0));
+    if (marks_guards) {
         pthread_attr_setguardsize(&attributes, 0);
     }
     pthread_setattr_default_np(&attributes);
     pthread_attr_destroy(&attributes);
+}
+
+// glibc's functions, which those below hide.
+
+auto NextCreate()
+{
+    static const auto function =
+        reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
+    return function;
+}
+
+auto NextJoin()
+{
+    static const auto function =
+        reinterpret_cast<decltype(&pthread_join)>(dlsym(RTLD_NEXT, "pthread_join"));
+    return function;
+}
+
+bool SetUp()
+{
+    mallopt(M_ARENA_MAX, 1);
+    // Here, because the first join may be that of a signal handler, which must not wait for the
+    // dynamic linker's lock.
+    NextCreate();
+    NextJoin();
+    const bool has_handlers = pthread_atfork(BeforeFork, AfterForkInParent, AfterForkInChild) == 0;
+    SetDefaults(has_handlers && g_marks_guards);
+    g_range = has_handlers ? MakeRange() : nullptr;
     return true;
 }
 
-const bool g_set = SetThreadDefaults();
+const bool g_set_up = SetUp();
 
 }  // namespace
+
+// Both are found before glibc's by everything in the process.
+extern "C" {
+
+__attribute__((visibility("default"))) int pthread_create(pthread_t* thread,
+                                                          const pthread_attr_t* attributes,
+                                                          void* (*run)(void*),
+                                                          void* argument) noexcept
+{
+    Slot* const slot = attributes == nullptr ? TakeSlot() : nullptr;
+    if (slot == nullptr) {
+        return NextCreate()(thread, attributes, run, argument);
+    }
+    pthread_attr_t own;
+    pthread_attr_init(&own);
+    pthread_attr_setstack(&own, AddressOf(*slot) + g_page_size, kStackSize);
+    const int error = NextCreate()(thread, &own, run, argument);
+    pthread_attr_destroy(&own);
+    if (error != 0) {
+        slot->taken = false;
+    }
+    return error;
+}
+
+// The slot of a thread becomes free only here, after glibc's function has returned: before that,
+// glibc still uses the descriptor. A detached thread's slot stays taken.
+__attribute__((visibility("default"))) int pthread_join(pthread_t thread, void** result)
+{
+    Slot* const slot = SlotOf(thread);
+    if (slot == nullptr || pthread_equal(thread, pthread_self()) != 0) {
+        return NextJoin()(thread, result);
+    }
+    if (g_in_forked_child) {
+        if (result != nullptr) {
+            *result = nullptr;
+        }
+        return 0;
+    }
+    slot->being_joined = true;
+    Keep(*slot);
+    const int error = NextJoin()(thread, result);
+    slot->being_joined = false;
+    Wipe(*slot);
+    if (error == 0) {
+        // The next thread finds an empty stack, as a new one is. The guard page stays.
+        madvise(AddressOf(*slot) + g_page_size, kStackSize, MADV_DONTNEED);
+        slot->taken = false;
+    }
+    return error;
+}
+
+}  // extern "C"

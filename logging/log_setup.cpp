@@ -6,8 +6,6 @@
 
 namespace {
 
-constexpr std::int32_t kFileLog = 2;
-
 struct LevelName
 {
     const char* name;
@@ -30,7 +28,7 @@ void InitLog(std::string name)
         return;
     }
     ILog* log = nullptr;
-    GetLogger(kFileLog, "launcher", level, &log);
+    GetLogger(LOGKIND_FILE, "launcher", level, &log);
     logger = log;
 }
 

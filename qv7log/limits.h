@@ -1,4 +1,4 @@
-// The sizes of the log. Tests lower them at build time.
+// The limits of the log. Tests lower them at build time.
 #pragma once
 
 #include <cstddef>
@@ -13,19 +13,20 @@
 
 namespace qv7log {
 
-// A log that has reached this many bytes becomes an old file.
+// A log of at least this many bytes is rotated.
 constexpr std::int64_t kRotateSize = QV7LOG_ROTATE_SIZE;
 
-// So many old files are kept: "qv7log.1" is the newest of them.
+// The number of old files that are kept. "qv7log.1" is the newest.
 constexpr int kOldFiles = QV7LOG_OLD_FILES;
 
-// A text longer than this, counted before it is escaped, is cut.
+// A longer text, measured before it is escaped, is cut.
 constexpr std::size_t kMaxText = 64 * 1024;
 
-// A record with a text shorter than this needs no heap: its 10 KiB fit on any thread's stack.
-constexpr std::size_t kStackText = 2048;
+// A record whose line fits into this many bytes does not use the heap. If anything in its text has
+// to be escaped, that requires four bytes for each byte of the text.
+constexpr std::size_t kStackLine = 2048;
 
-// A program name longer than this is cut.
+// A longer program name is cut.
 constexpr std::size_t kMaxName = 64;
 
 }  // namespace qv7log

@@ -1,9 +1,9 @@
-// The library's own operator new and delete, for a build that makes libc++ a part of the image.
+// The library's own operators new and delete, for builds that link libc++ statically.
 //
-// libc++ gives its own out to every image of the process, and a program linked to this library, or
-// the system while it joins weak symbols, would take them from here: with another library of the
-// same name in place the program would not start. These are compiled hidden and keep libc++'s out.
-// Memory of the library never leaves it, so that no other operator delete meets it.
+// libc++ exports its operators from every image. A program linked to this library would import them
+// from here, and would not start with another library of the same name. The operators below are
+// hidden and replace those of libc++. Memory that the library allocates is freed by the library
+// only, so that it never reaches another operator delete.
 #include <cstdlib>
 #include <new>
 

@@ -1,4 +1,4 @@
-#include "qv7log/log_file.h"
+#include "qv7log/process_count.h"
 
 namespace qv7log {
 namespace {
@@ -8,7 +8,7 @@ std::uint64_t Pack(std::uint32_t count, pid_t process)
     return static_cast<std::uint64_t>(static_cast<std::uint32_t>(process)) << 32 | count;
 }
 
-// The count in `value`; 0 if it is another process's.
+// The count in `value`; 0 if it belongs to another process.
 std::uint32_t Unpack(std::uint64_t value, pid_t process)
 {
     return value >> 32 == static_cast<std::uint32_t>(process) ? static_cast<std::uint32_t>(value)

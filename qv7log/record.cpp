@@ -1,15 +1,17 @@
 #include "qv7log/record.h"
 
+#include <cstdint>
 #include <cstring>
+
+#include "qv7log/record_format.h"
+#include "qv7log/timestamp.h"
 
 namespace qv7log {
 namespace {
 
-constexpr std::size_t kLevelWidth = 8;
-
 char* Put(char* out, std::string_view text)
 {
-    memcpy(out, text.data(), text.size());
+    memmove(out, text.data(), text.size());  // `text` may overlap `out`: see PutText
     return out + text.size();
 }
 
@@ -44,27 +46,34 @@ char* PutHex(char* out, unsigned value, int digits)
     return out;
 }
 
-// A level without a name is written as its number.
+// Writes the level, padded with blanks. A level without a name is written as its number.
 char* PutLevel(char* out, LOGLEVEL level)
 {
     switch (level) {
         case LOGLEVEL_DEBUG:
-            return Put(out, "DEBUG");
+            return Put(out, "DEBUG   ");
         case LOGLEVEL_MESSAGE:
-            return Put(out, "MESSAGE");
+            return Put(out, "MESSAGE ");
         case LOGLEVEL_WARNING:
-            return Put(out, "WARNING");
+            return Put(out, "WARNING ");
         case LOGLEVEL_ERROR:
-            return Put(out, "ERROR");
+            return Put(out, "ERROR   ");
         case LOGLEVEL_CRITICAL:
             return Put(out, "CRITICAL");
         case LOGLEVEL_VERBOSE:
-            return Put(out, "VERBOSE");
+            return Put(out, "VERBOSE ");
     }
-    return PutSigned(out, level);
+    const char* const padded_end = out + kLevelWidth;
+    out = PutSigned(out, level);
+    while (out < padded_end) {
+        *out++ = ' ';
+    }
+    return out;
 }
+static_assert(std::string_view("CRITICAL").size() == kLevelWidth);
 
-// One character of UTF-8: its code and its size in bytes, which is 0 where the text has none.
+// A character of UTF-8: its code point and its size in bytes. The size is 0 if the text does not
+// begin with a well-formed character.
 struct Character
 {
     unsigned code;
@@ -77,7 +86,7 @@ Character FirstCharacter(std::string_view text)
     {
         unsigned char mask, lead;
         std::size_t size;
-        unsigned least;  // a smaller code has a shorter form
+        unsigned min_code;  // a smaller one must be written in a shorter form
     };
     constexpr Form kForms[] = {{0x80, 0x00, 1, 0},
                                {0xE0, 0xC0, 2, 0x80},
@@ -96,7 +105,7 @@ Character FirstCharacter(std::string_view text)
             code = code << 6 | (byte(i) & 0x3F);
         }
         const bool surrogate = code >= 0xD800 && code <= 0xDFFF;
-        return {code, code < form.least || code > 0x10FFFF || surrogate ? 0 : form.size};
+        return {code, code < form.min_code || code > 0x10FFFF || surrogate ? 0 : form.size};
     }
     return {};
 }
@@ -112,7 +121,7 @@ enum class Field
     kName = 2,
 };
 
-// For each byte, the fields in which it stands for itself wherever it is.
+// For each byte, the fields in which it is never escaped, whatever precedes it.
 struct PlainBytes
 {
     constexpr PlainBytes() : fields()
@@ -128,12 +137,12 @@ struct PlainBytes
 };
 constexpr PlainBytes kPlainBytes;
 
-bool IsPlain(char c, Field field)
+bool IsPlainByte(char c, Field field)
 {
     return (kPlainBytes.fields[static_cast<unsigned char>(c)] & static_cast<int>(field)) != 0;
 }
 
-// The letter of a character with an escape of its own, or 0.
+// The letter that follows the backslash in the escape of `c`; 0 if `c` has no such escape.
 char EscapeLetter(char c)
 {
     switch (c) {
@@ -149,13 +158,13 @@ char EscapeLetter(char c)
     return 0;
 }
 
-// Whether a 'Z' at `out` would complete a time stamp. The written line is looked at, since the
-// digits of an escape can be the year's.
-bool EndsTimeStamp(const char* start, char* out)
+// Whether a 'Z' at `out` would complete a timestamp. This checks the written text, not the original
+// one, because the last digits of an escape can be the first digits of a timestamp.
+bool CompletesTimestamp(const char* start, char* out)
 {
-    const std::size_t before = kTimeStampSize - 1;
+    const std::size_t before = kTimestampSize - 1;
     *out = 'Z';
-    return static_cast<std::size_t>(out - start) >= before && IsTimeStamp(out - before);
+    return static_cast<std::size_t>(out - start) >= before && IsTimestamp(out - before);
 }
 
 char* PutEscaped(char* out, std::string_view text, Field field)
@@ -163,9 +172,9 @@ char* PutEscaped(char* out, std::string_view text, Field field)
     const char* const start = out;
     while (!text.empty()) {
         const char c = text.front();
-        if (IsPlain(c, field)) {
+        if (IsPlainByte(c, field)) {
             std::size_t run = 1;
-            while (run < text.size() && IsPlain(text[run], field)) {
+            while (run < text.size() && IsPlainByte(text[run], field)) {
                 ++run;
             }
             out = Put(out, text.substr(0, run));
@@ -176,11 +185,11 @@ char* PutEscaped(char* out, std::string_view text, Field field)
         if (const char letter = EscapeLetter(c)) {
             *out++ = '\\';
             *out++ = letter;
-        } else if (c == 'Z' && EndsTimeStamp(start, out)) {
+        } else if (c == 'Z' && CompletesTimestamp(start, out)) {
             out = Put(out, "\\Z");
         } else if (first.size > 1 && IsControl(first.code)) {
             out = PutHex(Put(out, "\\u"), first.code, 4);
-        } else if (first.size == 0 || IsControl(first.code) || IsPlain(c, Field::kText)) {
+        } else if (first.size == 0 || IsControl(first.code) || IsPlainByte(c, Field::kText)) {
             out = PutHex(Put(out, "\\x"), static_cast<unsigned char>(c), 2);
         } else {
             out = Put(out, text.substr(0, first.size));
@@ -194,13 +203,9 @@ char* PutEscaped(char* out, std::string_view text, Field field)
 
 char* PutHeading(char* out, const Heading& heading)
 {
-    out = PutTimeStamp(out, heading.time);
+    out = PutTimestamp(out, heading.time);
     *out++ = ' ';
-    const char* const level_end = out + kLevelWidth;
     out = PutLevel(out, heading.level);
-    while (out < level_end) {
-        *out++ = ' ';
-    }
     *out++ = ' ';
     out = Put(out, heading.name);
     *out++ = '[';
@@ -213,6 +218,33 @@ char* PutText(char* out, std::string_view text)
     return PutEscaped(out, text, Field::kText);
 }
 
+bool IsPlain(std::string_view text)
+{
+    constexpr std::uint64_t kOnes = ~std::uint64_t{0} / 255;  // 1 in every byte
+    constexpr std::uint64_t kHighBits = kOnes * 0x80;
+    const auto has_byte_below = [](std::uint64_t bytes, unsigned limit) {
+        return (bytes - kOnes * limit) & ~bytes & kHighBits;
+    };
+    std::size_t at = 0;
+    for (; at + 8 <= text.size(); at += 8) {
+        std::uint64_t bytes;
+        memcpy(&bytes, text.data() + at, sizeof bytes);
+        const std::uint64_t above_tilde = ((bytes + kOnes) | bytes) & kHighBits;
+        const std::uint64_t escaped = has_byte_below(bytes, ' ') | above_tilde |
+                                      has_byte_below(bytes ^ kOnes * '\\', 1) |
+                                      has_byte_below(bytes ^ kOnes * 'Z', 1);
+        if (escaped != 0) {
+            return false;
+        }
+    }
+    for (; at < text.size(); ++at) {
+        if (!IsPlainByte(text[at], Field::kText)) {
+            return false;
+        }
+    }
+    return true;
+}
+
 char* PutName(char* out, std::string_view name)
 {
     return PutEscaped(out, name, Field::kName);
@@ -220,7 +252,7 @@ char* PutName(char* out, std::string_view name)
 
 char* PutCutMark(char* out, std::size_t bytes)
 {
-    return Put(PutDecimal(Put(out, "\\<"), bytes), " bytes cut>");
+    return Put(PutDecimal(Put(out, kCutMarkBegin), bytes), kCutMarkEnd);
 }
 
 std::size_t SizeOfWholeCharacters(std::string_view text)

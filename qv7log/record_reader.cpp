@@ -2,14 +2,14 @@
 
 #include <charconv>
 
-#include "qv7log/time_stamp.h"
+#include "qv7log/entry_end.h"
+#include "qv7log/record_format.h"
+#include "qv7log/timestamp.h"
 
 namespace qv7log {
 namespace {
 
-constexpr std::size_t kLevelWidth = 8;
-
-// Takes `prefix` off the front of `text`; false if it is not there.
+// Removes `prefix` from the front of `text`. Returns false if `text` does not begin with it.
 bool Take(std::string_view& text, std::string_view prefix)
 {
     if (text.substr(0, prefix.size()) != prefix) {
@@ -19,7 +19,8 @@ bool Take(std::string_view& text, std::string_view prefix)
     return true;
 }
 
-// Takes what stands before `end`, and `end`, off the front of `text`; false if there is no `end`.
+// Removes everything up to and including the first `end` from the front of `text`. `field` gets
+// what precedes `end`. Returns false if `text` contains no `end`.
 bool TakeUntil(std::string_view& text, char end, std::string_view& field)
 {
     const std::size_t at = text.find(end);
@@ -50,22 +51,23 @@ bool TakeLevel(std::string_view& line, std::string& level)
     return Take(line, std::string(padding, ' '));
 }
 
-// Takes "\<123 bytes cut>" off the end of `text`, if it is there.
+// Removes the mark of a cut text from the end of `text` and returns its number; 0 without a mark.
 std::uint64_t TakeCutMark(std::string_view& text)
 {
-    const std::size_t at = text.rfind("\\<");
+    const std::size_t at = text.rfind(kCutMarkBegin);
     if (at == std::string_view::npos) {
         return 0;
     }
-    // Behind another backslash it is the end of that one's escape, and text.
+    // After an odd number of backslashes, this one completes the escape of a backslash.
     const std::size_t backslashes = at - text.find_last_not_of('\\', at);
     if (backslashes % 2 == 0) {
         return 0;
     }
-    std::string_view mark = text.substr(at + 2);
+    std::string_view mark = text.substr(at + kCutMarkBegin.size());
     std::string_view digits;
     std::uint64_t bytes = 0;
-    if (!TakeUntil(mark, ' ', digits) || !ParseNumber(digits, bytes) || mark != "bytes cut>") {
+    if (!TakeUntil(mark, kCutMarkEnd[0], digits) || !ParseNumber(digits, bytes) ||
+        mark != kCutMarkEnd.substr(1)) {
         return 0;
     }
     text = text.substr(0, at);
@@ -83,7 +85,8 @@ void AppendUtf8(unsigned code, std::string& text)
     text += static_cast<char>(0x80 | (code & 0x3F));
 }
 
-// Reads one escape behind its backslash and takes it off the front of `escaped`.
+// Removes an escape, whose backslash is already gone, from the front of `escaped` and appends its
+// meaning to `text`.
 bool TakeEscape(std::string_view& escaped, std::string& text)
 {
     if (escaped.empty()) {
@@ -125,19 +128,6 @@ bool TakeEscape(std::string_view& escaped, std::string& text)
     return code >= 0x80;
 }
 
-// Where the next record begins that stands in `line` after something else, or npos.
-std::size_t FindLaterRecord(std::string_view line)
-{
-    for (std::size_t at = line.find('Z', kTimeStampSize); at != std::string_view::npos;
-         at = line.find('Z', at + 1)) {
-        const std::size_t begin = at + 1 - kTimeStampSize;
-        if (IsTimeStamp(line.data() + begin)) {
-            return begin;
-        }
-    }
-    return std::string_view::npos;
-}
-
 }  // namespace
 
 bool NextEntry(std::string_view& log, Entry& entry)
@@ -145,22 +135,21 @@ bool NextEntry(std::string_view& log, Entry& entry)
     if (log.empty()) {
         return false;
     }
-    const std::string_view line = log.substr(0, log.find('\n'));
-    // No record contains a time stamp but its own, so a second one in a line is the next record's.
-    entry.raw = line.substr(0, FindLaterRecord(line));
-    const bool ended = entry.raw.size() == line.size() && line.size() < log.size();
-    entry.is_record = ended && ParseRecord(line, entry.record);
-    log.remove_prefix(entry.raw.size() + (ended ? 1 : 0));
+    const auto size = static_cast<std::size_t>(FindEntryEnd(log.begin(), log.end()) - log.begin());
+    entry.raw = log.substr(0, size);
+    const bool has_line_end = size < log.size() && log[size] == '\n';
+    entry.is_record = has_line_end && ParseRecord(entry.raw, entry.record);
+    log.remove_prefix(size + (has_line_end ? 1 : 0));
     return true;
 }
 
 bool ParseRecord(std::string_view line, Record& record)
 {
-    if (line.size() < kTimeStampSize || !IsTimeStamp(line.data())) {
+    if (line.size() < kTimestampSize || !IsTimestamp(line.data())) {
         return false;
     }
-    record.time = line.substr(0, kTimeStampSize);
-    line.remove_prefix(kTimeStampSize);
+    record.time = line.substr(0, kTimestampSize);
+    line.remove_prefix(kTimestampSize);
     std::string_view name;
     std::string_view process;
     if (!Take(line, " ") || !TakeLevel(line, record.level) || !TakeUntil(line, '[', name) ||

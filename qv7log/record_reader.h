@@ -1,5 +1,5 @@
-// Reading a log back: the counterpart of record.h, for tools and tests. docs/log-format.md has the
-// grammar. The log library itself does not contain it.
+// Reads a log: the counterpart of record.h, for tools and tests. docs/log-format.md has the
+// grammar. The log library itself does not contain this code.
 #pragma once
 
 #include <cstdint>
@@ -15,28 +15,28 @@ struct Record
     std::string name;
     std::int64_t process = 0;
     std::string text;
-    std::uint64_t cut = 0;  // so many bytes are missing at the end of the text
+    std::uint64_t cut = 0;  // the number of bytes cut off the end of the text
 };
 
-// One piece of a log: a record, or something else (the beginning of a record that did not fit on
-// the disk or whose writer was killed, a foreign line).
+// A piece of a log: a record or something else. Something else is the beginning of a record that
+// did not fit on the disk or whose writer was killed, or text that another program wrote.
 struct Entry
 {
     bool is_record = false;
-    Record record;         // only of a record
-    std::string_view raw;  // as it stands in `log`, without a newline
+    Record record;         // valid only if is_record
+    std::string_view raw;  // the piece as it is in the log, without the newline
 };
 
-// Takes the first entry off the front of `log`; false when none is left. What stands without a line
-// end is never a record: its writer did not finish it.
+// Removes the first entry from the front of `log`. Returns false if `log` is empty. An entry
+// without a line end is never a record, because its writer did not complete it.
 bool NextEntry(std::string_view& log, Entry& entry);
 
-// Reads one record from `line`, which has no newline; false, and `record` in any state, if it is
-// not one.
+// Parses `line`, which must not contain a newline, as a record. On failure the content of `record`
+// is unspecified.
 bool ParseRecord(std::string_view line, Record& record);
 
-// Puts the text that PutText or PutName escaped into `text`; false, and `text` in any state, if
-// `escaped` is nothing that they write.
+// Restores what PutText or PutName escaped. Returns false, with unspecified content in `text`, if
+// `escaped` cannot have been written by them.
 bool Unescape(std::string_view escaped, std::string& text);
 
 }  // namespace qv7log

@@ -1,21 +1,30 @@
 #!/usr/bin/env bash
-# Shows the launcher at work: installs what is missing, builds, stages the bundle and runs it.
+# Shows the launcher at work: installs missing packages, builds, and runs it from a staged bundle.
 #
-#     scripts/demo.sh          the example list and what can happen to it, about ten seconds
-#     scripts/demo.sh LIST     a list of your own, until Ctrl-C
+#     scripts/demo.sh          runs the example list for about ten seconds
+#     scripts/demo.sh LIST     runs your list until Ctrl-C
 #
-# KESTRANE_BUNDLE names a bundle to run in place of the one staged here.
+# KESTRANE_BUNDLE names another bundle to run.
 set -euo pipefail
 
 root=$(cd "$(dirname "$0")/.." && pwd)
-list=${1:-$root/examples/launch-list.json}
-contents=${KESTRANE_BUNDLE:-$root/build/stage/Kestrane.app}/Contents
 
-# Each is set when there is something to end or to take away.
+# absolute PATH: the path from the root directory; this script changes its own directory.
+absolute() {
+    case "$1" in
+        /*) echo "$1" ;;
+        *) echo "$PWD/$1" ;;
+    esac
+}
+# The build writes the example list, with absolute paths.
+list=$(absolute "${1:-$root/build/release/examples/launch-list.json}")
+contents=$(absolute "${KESTRANE_BUNDLE:-$root/build/stage/Kestrane.app}")/Contents
+
+# Set while there is something to stop or to remove at the end.
 launcher=
 follower=
 made_level_file=
-made_level_folder=
+made_level_directory=
 began=
 
 say() {
@@ -34,7 +43,7 @@ build() (
     cmake --install build/release --prefix build/stage >/dev/null
 )
 
-# Where the launcher looks: the home folder comes from the password file.
+# The launcher's own paths: it takes the home directory from the password file.
 find_files() {
     local home name
     home=$(perl -e 'print((getpwuid($<))[7] // $ENV{HOME})')
@@ -43,36 +52,36 @@ find_files() {
     level_file="$home/Library/Application Support/$name/log.ini"
 }
 
-# At the level DEBUG the log shows the starts, too. A level file that is there has its reasons.
+# At level DEBUG the log also shows the starts. An existing level file is not changed.
 make_level_file() {
     if [ -e "$level_file" ]; then
         return
     fi
     if [ ! -d "$(dirname "$level_file")" ]; then
         mkdir -p "$(dirname "$level_file")"
-        made_level_folder=yes
+        made_level_directory=yes
     fi
     made_level_file=yes
     printf '[LOG]\nLEVEL=DEBUG\n' >"$level_file"
 }
 
-# The log is made first, so that it can be followed from the launcher's first record on.
+# Creates the log, so that tail shows it from the launcher's first record.
 follow_log() {
     (umask 077 && mkdir -p "$(dirname "$log")" && touch "$log")
     tail -n 0 -F "$log" 2>/dev/null &
     follower=$!
 }
 
-# Some lists signal the launcher's whole process group, so it gets one of its own. It also gets back
-# the default actions that a shell takes from what it runs in the background.
+# Starts the launcher in a new process group, because some lists make it signal its whole group. Also
+# restores SIGINT and SIGQUIT, which a shell ignores in background processes.
 start_launcher() {
     perl -e 'setpgrp; $SIG{INT} = $SIG{QUIT} = "DEFAULT"; exec { $ARGV[0] } @ARGV or die "$!\n"' \
         "$contents/MacOS/launcher" "Kestrane Demo" "$list" &
     launcher=$!
 }
 
-# Waits for the launcher's end; sets `status`, empty until then. Without the shell's own word about
-# a signal.
+# Waits until the launcher ends and sets `status`, which is empty until then. Hides the shell's message
+# about a signal.
 status=
 wait_for_launcher() {
     local result=0
@@ -80,19 +89,19 @@ wait_for_launcher() {
     status=$result
 }
 
-# Whether a process of the launcher's group is left.
+# Succeeds if a process of the launcher's group is left.
 group_is_left() {
     ps -A -o pgid= -o stat= | awk -v group="$launcher" \
         '$1 == group && $2 !~ /^Z/ { left = 1 } END { exit !left }'
 }
 
-# child NAME: the process id of the launcher's child that runs this program.
+# child NAME: prints the process id of the launcher's child that runs this program.
 child() {
     ps -A -o ppid= -o pid= -o comm= | awk -v parent="$launcher" -v name="$1" \
         '$1 == parent && $3 ~ "(^|/)" name "$" { print $2 }'
 }
 
-# wait_for_child NAME [OLD]: waits for that child, with another process id than OLD, and prints it.
+# wait_for_child NAME [OLD]: waits for that child, with a process id other than OLD, and prints the id.
 wait_for_child() {
     local pid
     for ((i = 0; i < 100; ++i)); do
@@ -103,81 +112,81 @@ wait_for_child() {
         fi
         sleep 0.1
     done
-    say "No $1 is running." >&2
+    say "$1 is not running." >&2
     return 1
 }
 
-# Mistakes are told, and no reason to stop: some people want to see what becomes of them.
+# A list with errors is still run, for those who want to see what the launcher does with it.
 check_list() {
-    say "Is there anything wrong with the list?"
+    say "Check of the list:"
     (cd "$root" && "$contents/MacOS/launchlist" check "$list") || true
 }
 
-# What the log says about the time of the demo, and the same as a page.
+# Prints a report on the log since the start of the demonstration, and writes it as a page.
 show_report() {
     local page=$root/build/report.html
-    say "The report of this run"
+    say "Report on this run:"
     "$contents/MacOS/launchlist" report --since "$began" --html "$page" || return 0
-    say "The same as a page: $page"
+    say "The same report as a page: $page"
 }
 
 show_examples() {
     local indexer thumbnailer
-    say "Three helper programs start."
+    say "Three helpers start."
     wait_for_child sync_agent >/dev/null
     indexer=$(wait_for_child indexer)
     thumbnailer=$(wait_for_child thumbnailer)
     sleep 1
 
-    say "The thumbnailer crashes by itself and comes back (status 6: signal 6)."
+    say "The thumbnailer crashes and is restarted (status 6: signal 6)."
     wait_for_child thumbnailer "$thumbnailer" >/dev/null
     sleep 1
 
-    say "The indexer is killed from outside and comes back: kill -9 $indexer"
+    say "The indexer is killed from outside and restarted: kill -9 $indexer"
     kill -KILL "$indexer"
     wait_for_child indexer "$indexer" >/dev/null
     sleep 3
 
-    say "SIGTERM ends everything."
+    say "SIGTERM stops the launcher and its helpers."
     kill -TERM "$launcher"
     wait_for_launcher
     sleep 0.5
     if [ "$status" -ne 1 ] || group_is_left; then
-        say "That went wrong: status $status, or processes are left."
+        say "The demonstration failed: status $status, or processes are left."
         return 1
     fi
-    say "The launcher ended with status 1, and no process is left."
+    say "The launcher exited with status 1, and no process is left."
 }
 
 show_own_list() {
-    say "Ctrl-C ends it."
+    say "Press Ctrl-C to stop it."
     wait_for_launcher
-    tell_status
+    print_status
 }
 
-tell_status() {
-    # The last records of the log are to be seen before.
+print_status() {
+    # First let tail print the last records.
     sleep 0.5 || true
-    say "The launcher ended with status $status."
+    say "The launcher exited with status $status."
 }
 
-# Asks the launcher to end, and gives it 30 seconds, or until a second Ctrl-C.
+# Sends SIGTERM, and kills the launcher after 30 seconds or a second Ctrl-C.
 stop_launcher() {
-    local hurry=
-    trap 'hurry=yes' INT
+    local impatient=
+    trap 'impatient=yes' INT
     kill -TERM "$launcher" 2>/dev/null || true
     for ((i = 0; i < 300; ++i)); do
-        if [ -n "$hurry" ] || ! kill -0 "$launcher" 2>/dev/null; then
+        if [ -n "$impatient" ] || ! kill -0 "$launcher" 2>/dev/null; then
             break
         fi
         sleep 0.1 || true
     done
     kill -KILL "$launcher" 2>/dev/null || true
     wait_for_launcher
-    tell_status
+    print_status
 }
 
-# Some lists leave processes behind, and these may go on making new ones.
+# Some lists leave processes behind that keep forking.
 end_group() {
     while group_is_left; do
         kill -KILL -- "-$launcher" 2>/dev/null || true
@@ -202,12 +211,12 @@ clean_up() {
     if [ -n "$made_level_file" ]; then
         rm -f "$level_file"
     fi
-    if [ -n "$made_level_folder" ]; then
+    if [ -n "$made_level_directory" ]; then
         rmdir "$(dirname "$level_file")" 2>/dev/null || true
     fi
 }
 
-if [ ! -r "$list" ]; then
+if [ $# -gt 0 ] && [ ! -r "$list" ]; then
     echo "Cannot read $list" >&2
     exit 1
 fi
@@ -220,13 +229,11 @@ find_files
 make_level_file
 say "List:       $list"
 echo "   Log:        $log"
-echo "   Level file: $level_file${made_level_file:+ (for the time of the demo)}"
+echo "   Level file: $level_file${made_level_file:+ (until the end of the demonstration)}"
 check_list
 follow_log
 began=$(date -u +%Y-%m-%dT%H:%M:%S)
 if [ $# -eq 0 ]; then
-    # The example list names its programs from here.
-    cd "$root"
     start_launcher
     show_examples
 else

@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
-# Checks the sources without running them: format, clang-tidy, cppcheck, shellcheck. Changes nothing.
+# Checks the sources without running them, and changes nothing: format, clang-tidy, cppcheck, ruff,
+# shell scripts, spelling, phrases that must not return, and the direction of includes.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-. scripts/lib/install.sh
+. scripts/lib/base.sh
+. scripts/lib/python_env.sh
 
 need_build_tools
 need_header benchmark/benchmark.h libbenchmark-dev google-benchmark
@@ -13,14 +15,16 @@ need_command clang-tidy clang-tidy llvm
 need_command cppcheck cppcheck cppcheck
 need_command shellcheck shellcheck shellcheck
 install_missing
+python_env lint
 
 jobs=$(getconf _NPROCESSORS_ONLN)
 mapfile -t sources < <(git ls-files '*.cpp')
 mapfile -t headers < <(git ls-files '*.h')
 mapfile -t scripts < <(git ls-files '*.sh' .ci/run)
+mapfile -t python_files < <(git ls-files '*.py')
 failed=()
 
-# check NAME COMMAND...: runs one check; the others run, too, if it fails.
+# check NAME COMMAND...: runs one check. A failure does not prevent the other checks.
 check() {
     local name=$1
     shift
@@ -28,7 +32,7 @@ check() {
     "$@" || failed+=("$name")
 }
 
-# The findings in one source, in one piece: others are checked at the same time.
+# Prints the findings in one source as a block, since other sources are checked at the same time.
 tidy_one() {
     local findings
     findings=$(clang-tidy --quiet -p build/lint "$1" 2>/dev/null) || {
@@ -38,26 +42,48 @@ tidy_one() {
 }
 export -f tidy_one
 
-# Every source that is compiled here; the sources of other platforms are in no compile command.
+# Checks every source that is compiled on this platform; the others have no compile command.
+# shellcheck disable=SC2016  # the inner shell expands it
 tidy() {
-    grep -o '"file": "[^"]*"' build/lint/compile_commands.json | cut -d'"' -f4 | sort -u |
-        xargs -P "$jobs" -I {} bash -c 'tidy_one {}'
+    "$python" -c '
+import json, sys
+commands = json.load(open("build/lint/compile_commands.json", encoding="utf-8"))
+sys.stdout.write("".join(path + "\0" for path in sorted({entry["file"] for entry in commands})))
+' |
+        xargs -0 -n 1 -P "$jobs" bash -c 'tidy_one "$1"' tidy_one
 }
 
-# Each source with the options of its compile command.
 check_cpp() {
     cppcheck --quiet --project=build/lint/compile_commands.json -j "$jobs" --error-exitcode=1 \
         --enable=warning,performance,portability --inline-suppr \
         --library=googletest --suppressions-list=scripts/lib/cppcheck.supp
 }
 
+check_python() {
+    "$python" -m ruff check --quiet "${python_files[@]}" &&
+        "$python" -m ruff format --quiet --diff "${python_files[@]}"
+}
+
+# Inputs of tests are misspelled on purpose; patterns of other tools and hashes are not prose.
+check_spelling() {
+    git ls-files -z -- . ':!tests/fuzz/seeds' ':!**/lists/**' ':!scripts/requirements' \
+        ':!scripts/macos/libsystem_symbols.txt' ':!*.svg' ':!*.png' |
+        xargs -0 "$python" -m codespell_lib --ignore-words scripts/lib/spelling.txt
+}
+
 cmake --preset lint >/dev/null
 check "clang-format" clang-format --dry-run -Werror "${sources[@]}" "${headers[@]}"
+check "shellcheck" shellcheck -x "${scripts[@]}"
+check "ruff" check_python
+check "codespell" check_spelling
+check "phrases: self-test" "$python" scripts/check/phrases.py --self-test
+check "phrases" "$python" scripts/check/phrases.py
+check "includes: self-test" "$python" scripts/check/includes.py --self-test
+check "includes" "$python" scripts/check/includes.py
 check "clang-tidy" tidy
 check "cppcheck" check_cpp
-check "shellcheck" shellcheck -x "${scripts[@]}"
 
 if [ ${#failed[@]} -ne 0 ]; then
-    echo "Not clean: ${failed[*]}" >&2
+    echo "Failed: ${failed[*]}" >&2
     exit 1
 fi

@@ -1,12 +1,14 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds and runs all tests. Fails if any of them does.
+# Installs missing packages, builds, and runs all tests. Fails if any test fails.
 #
 #     scripts/test.sh [PRESET [CMAKE-OPTION...]]
 #
-# PRESET is "debug" if not given; CMakePresets.json has them all.
+# PRESET is one of CMakePresets.json, "debug" by default. "asan" and "tsan" run the tests with
+# sanitizers; a sanitizer's report fails the test that it comes from.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/lib/base.sh
+. scripts/lib/python_env.sh
 . scripts/lib/libraries.sh
 
 preset=${1:-debug}
@@ -14,15 +16,13 @@ shift $(($# > 0))
 
 need_build_tools
 need_schema_validator
-if [ "$(uname)" = Linux ]; then
+if ! on_a_mac; then
     need_command bwrap bubblewrap -
 fi
-if [ "$preset" = clang ]; then
-    need_command clang++ clang llvm
-fi
-if [ "$preset" = libcxx ]; then
-    need_libcxx
-fi
+case "$preset" in
+    clang) need_command clang++ clang llvm ;;
+    libcxx) need_libcxx ;;
+esac
 install_missing
 if [ "$preset" = libcxx ]; then
     build_libcxx_libraries

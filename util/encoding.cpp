@@ -1,5 +1,6 @@
 #include <uuid/uuid.h>
 
+#include <climits>
 #include <cmath>
 #include <cstdlib>
 #include <stdexcept>
@@ -11,8 +12,8 @@ namespace {
 constexpr char g_character_for_base64[] =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-// UTF-8 is converted here and not by std::wstring_convert: that is deprecated, and libstdc++'s has
-// other messages than libc++'s, takes surrogates, and drops a cut-off character at the text's end.
+// Converts UTF-8 without std::wstring_convert, which is deprecated. Its libstdc++ version also has
+// messages different from libc++'s, accepts surrogates, and drops a truncated character at the end.
 
 bool IsScalarValue(char32_t c)
 {
@@ -24,7 +25,7 @@ bool IsScalarValue(char32_t c)
     throw std::range_error("wstring_convert: from_bytes error");
 }
 
-// Reads the code point at `next` and moves `next` behind it.
+// Reads the code point at `next` and advances `next` past it.
 char32_t TakeCodePoint(std::string::const_iterator& next, std::string::const_iterator end)
 {
     const auto lead = static_cast<unsigned char>(*next++);
@@ -96,7 +97,7 @@ int octalToDecimal(int value)
 {
     int result = 0;
     for (int position = 0; value != 0; ++position) {
-        // Exact: no int gives a sum of more than 29 bits.
+        // Exact in floating point: no int gives a sum of more than 29 bits.
         result = static_cast<int>(result + std::pow(8.0, position) * (value % 10));
         value /= 10;
     }
@@ -112,12 +113,16 @@ char* base64(const unsigned char* data, unsigned long length)
         return nullptr;
     }
 
-    const unsigned long groups = (length + 2) / 3;
+    const unsigned long groups = length / 3 + (length % 3 != 0 ? 1 : 0);
+    if (groups > ULONG_MAX / 4) {
+        return nullptr;
+    }
     text = static_cast<char*>(std::malloc(4 * groups + 1));
     if (text == nullptr) {
         return nullptr;
     }
-    // The last group is filled up with "=", not with zeros, and that shows, see the header.
+    // Deliberately pads the last group with "=" instead of zeros, which shows in the result. Other
+    // components of the product were written against these texts; zeros would change them.
     const auto byte = [=](unsigned long i) -> unsigned { return i < length ? data[i] : '='; };
     char* out = text;
     for (unsigned long i = 0; i < length; i += 3) {

@@ -48,6 +48,6 @@ void split_container_name(std::string path, std::string& container, std::string&
 
 std::string get_file_name(std::string path)
 {
-    // npos + 1 is 0: a path without "/" is all file name.
+    // npos + 1 is 0, so a path without "/" is returned whole.
     return path.substr(path.rfind('/') + 1);
 }

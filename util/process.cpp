@@ -16,7 +16,9 @@ std::string pexec(std::string command)
     }
     std::string output;
     char piece[128];
-    // Until the end of file, and only that: a read error is followed by another read.
+    // Deliberately no check for read errors: only end of file ends the loop. Other components of
+    // the product were written against this; with a check they would take partial output for
+    // complete.
     while (!std::feof(stream.get())) {
         if (std::fgets(piece, sizeof piece, stream.get()) != nullptr) {
             output += piece;

@@ -21,7 +21,7 @@ void Append(Tokens<Char>& tokens, Text<Char> token, const Transform<Char>& trans
 template <typename Char>
 Tokens<Char> SplitAtMatches(const Text<Char>& text, const std::basic_regex<Char>& separator)
 {
-    // regex_token_iterator would do, but libc++'s loses the text between empty matches.
+    // Not regex_token_iterator, because libc++'s drops the text between empty matches.
     using Match = std::regex_iterator<typename Text<Char>::const_iterator>;
     Tokens<Char> tokens;
     auto start = text.begin();

@@ -1,8 +1,10 @@
 #include <algorithm>
+#include <climits>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
 #include <memory>
+#include <new>
 
 #include "util/string_util.h"
 
@@ -17,7 +19,7 @@ void ReplaceAll(std::basic_string<Char>& text, const std::basic_string<Char>& pa
     for (auto pos = text.find(pattern); pos != std::basic_string<Char>::npos;
          pos = text.find(pattern, pos)) {
         text.replace(pos, pattern.size(), replacement);
-        // The pattern's length on purpose, see the header.
+        // Deliberately the pattern's length; the header says why.
         pos += pattern.size();
     }
 }
@@ -26,7 +28,7 @@ void ReplaceAll(std::basic_string<Char>& text, const std::basic_string<Char>& pa
 
 std::string& trim(std::string& text)
 {
-    // npos + 1 is 0: text of white space only becomes empty.
+    // npos + 1 is 0, so text that is all white space becomes empty.
     text.erase(text.find_last_not_of(kWhiteSpace) + 1);
     text.erase(0, text.find_first_not_of(kWhiteSpace));
     return text;
@@ -50,7 +52,7 @@ void replace_all(std::wstring& text, const std::wstring& pattern, const std::wst
 
 namespace string_format_detail {
 
-// The format comes from the caller of string_format, who alone can know it.
+// The format is that of string_format's caller, so the compiler cannot check it here.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 std::string FormatText(const char* format, ...)
@@ -61,6 +63,9 @@ std::string FormatText(const char* format, ...)
     va_end(arguments);
     if (length < 0) {
         return "";
+    }
+    if (length == INT_MAX) {
+        throw std::bad_alloc();
     }
 
     const std::size_t size = static_cast<std::size_t>(length) + 1;

@@ -5,7 +5,7 @@
 
 namespace {
 
-// What toupper does in the "C" locale, for any unit: toupper itself takes only those of a byte.
+// toupper of the "C" locale, for any code unit: toupper itself accepts only those that fit a byte.
 template <typename Char>
 Char Upper(Char c)
 {
@@ -21,7 +21,7 @@ public:
     {
     }
 
-    // Whether `expression` matches the name from `position` on.
+    // Whether all of `expression` matches the name from `position` to its end.
     bool Matches(const Char* expression, std::size_t position) const
     {
         while (*expression != 0) {
@@ -44,7 +44,8 @@ public:
     }
 
 private:
-    // Moves `position` behind what `c`, which is no star, matches there; false if it does not.
+    // Advances `position` past what `c` matches there; false if there is no match. `c` must not be
+    // "*" or "<".
     bool Step(Char c, std::size_t& position) const
     {
         const bool at_dot = At(position) == '.';
@@ -67,8 +68,8 @@ private:
         }
     }
 
-    // How far `<` may reach. Without a dot ahead that is the name's end, but nowhere from its
-    // start.
+    // The position up to which `<` may match: the last dot. If no dot is ahead, the end of the
+    // name, but nothing at its start.
     std::size_t EndOfDottedRun(std::size_t position) const
     {
         if (m_last_dot != m_name.npos && m_last_dot >= position) {
@@ -77,7 +78,7 @@ private:
         return position == 0 ? 0 : m_name.size();
     }
 
-    // `?` and `>` step past the name's end; every position there reads as the end.
+    // `?` and `>` may advance past the name's end; any position there reads as NUL.
     Char At(std::size_t position) const
     {
         return position < m_name.size() ? m_name[position] : Char();

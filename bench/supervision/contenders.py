@@ -1,7 +1,7 @@
-"""How each launcher under measurement is told what to run, started and stopped.
+"""How each measured launcher is configured, started and stopped.
 
-Every one runs in its fastest setting: restart always, at once, no log of the helpers. Paths are
-those inside the namespace that run.py makes.
+Each runs in its fastest setting: it always restarts at once and keeps no log of the helpers. Paths
+are those inside the namespace that run.py creates.
 """
 
 import json
@@ -20,22 +20,22 @@ SECOND = "helper_second"
 
 
 class Contender:
-    """One launcher. A helper is given by the name of its program."""
+    """One launcher. A helper is named by its program."""
 
-    # What restarts fastest: a helper that ends at once, unless the launcher slows that down.
+    # The helper that is restarted fastest: one that exits at once, unless the launcher delays that.
     restarting = END
-    # The neighbour whose restarts are watched while others end at once.
+    # The helper whose restarts are timed while the others exit at once.
     watched = BLINK
 
     def __init__(self, title):
         self.title = title
 
     def prepare(self, helpers):
-        """Writes what the launcher reads; gives the command line."""
+        """Writes the configuration; returns the command line."""
         raise NotImplementedError
 
     def stop(self, pid):
-        """Asks for the end of the launcher and its helpers, without waiting."""
+        """Asks the launcher to stop with its helpers, without waiting."""
         os.kill(pid, signal.SIGTERM)
 
 
@@ -52,7 +52,7 @@ class Floor(Contender):
 
 
 class Launcher(Contender):
-    """Ours, or another build of it."""
+    """Our launcher, or another build of it."""
 
     def __init__(self, title, stage):
         super().__init__(title)
@@ -69,10 +69,10 @@ class Launcher(Contender):
         return [f"{self._stage}/Kestrane.app/Contents/MacOS/launcher", "bench", path]
 
 
-class ServiceFolders(Contender):
-    """One folder for each helper, with a program named "run" in it."""
+class ServiceDirectories(Contender):
+    """A launcher with one directory for each helper, which contains a program named "run"."""
 
-    # All but s6 restart at once what lived for a second.
+    # All but s6 restart a helper at once if it ran for a second.
     restarting = SECOND
     watched = SECOND
 
@@ -82,16 +82,16 @@ class ServiceFolders(Contender):
 
     def prepare(self, helpers):
         for i, program in enumerate(helpers):
-            folder = f"{SERVICES}/{i:04}"
-            os.makedirs(folder)
-            run = folder + "/run"
+            directory = f"{SERVICES}/{i:04}"
+            os.makedirs(directory)
+            run = directory + "/run"
             if self._lean:
                 os.symlink(f"{PROGRAMS}/{program}", run)
             else:
                 with open(run, "w", encoding="utf-8") as file:
                     file.write(f"#!/bin/sh\nexec {PROGRAMS}/{program}\n")
                 os.chmod(run, 0o755)
-        # runsvdir waits for a second before it reads a folder that has just changed.
+        # runsvdir waits for a second before it reads a directory that has just changed.
         os.utime(SERVICES, (1, 1))
         return self._command(len(helpers))
 
@@ -99,18 +99,18 @@ class ServiceFolders(Contender):
         raise NotImplementedError
 
 
-class Daemontools(ServiceFolders):
+class Daemontools(ServiceDirectories):
     def _command(self, count):
         return ["svscan", SERVICES]
 
     def stop(self, pid):
-        # svscan would start a supervise again that has gone.
+        # svscan would restart a supervise process that has ended.
         os.kill(pid, signal.SIGKILL)
-        folders = [f"{SERVICES}/{name}" for name in sorted(os.listdir(SERVICES))]
-        subprocess.Popen(["svc", "-dx", *folders])
+        directories = [f"{SERVICES}/{name}" for name in sorted(os.listdir(SERVICES))]
+        subprocess.Popen(["svc", "-dx", *directories])
 
 
-class Runit(ServiceFolders):
+class Runit(ServiceDirectories):
     def _command(self, count):
         return ["runsvdir", SERVICES]
 
@@ -118,13 +118,13 @@ class Runit(ServiceFolders):
         os.kill(pid, signal.SIGHUP)
 
 
-class S6(ServiceFolders):
+class S6(ServiceDirectories):
     def _command(self, count):
         return ["s6-svscan", "-c", str(count + 10), SERVICES]
 
 
 class Supervisor(Contender):
-    """Its poll takes a second, however long the helper lived."""
+    """Polls once a second, however long the helper ran."""
 
     def prepare(self, helpers):
         lines = [

@@ -2,8 +2,8 @@
 //
 //     floor_loop PROGRAM COUNT [PROGRAM COUNT]...
 //
-// Starts every program as often as it says. When one ends, starts it again 50 ms later; one pause
-// serves all, so this is a limit for a single restarting helper only.
+// Starts each PROGRAM COUNT times and restarts it 50 ms after it ends. Since the pause blocks all
+// programs, this is a limit for a single restarting helper only.
 #include <sys/wait.h>
 #include <unistd.h>
 

@@ -1,5 +1,5 @@
 // The physical limit of the launcher's design: one thread per helper that forks, executes, waits,
-// pauses for 50 ms and starts again. Nothing is tuned, nothing is logged.
+// pauses for 50 ms and starts again. It is not tuned and logs nothing.
 //
 //     floor_threads PROGRAM COUNT [PROGRAM COUNT]...
 #include <sys/wait.h>

@@ -1,8 +1,8 @@
-// The helper program that every launcher under measurement runs.
+// The helper program that every measured launcher runs.
 //
-// Appends one record to /tmp/bench/starts, then stays for LIFE_MS milliseconds (for ever when
-// negative). The record is written as late as its life allows, so a short one tells both moments.
-// One program per life, without arguments: it can stand as a run script itself.
+// Runs for LIFE_MS milliseconds (negative: until it is killed) and appends one record to
+// /tmp/bench/starts: a helper that exits writes it just before, with the times of its start and its
+// end. Each duration is a separate program without arguments, so that it can replace a run script.
 #include <fcntl.h>
 #include <time.h>
 #include <unistd.h>

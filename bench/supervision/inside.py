@@ -1,8 +1,8 @@
-"""One measurement, as process 1 of a PID namespace of its own (run.py makes it).
+"""Makes one measurement as process 1 of a PID namespace, which run.py creates.
 
     inside.py SCENARIO CONTENDER OPTION=NUMBER...
 
-Prints the result as JSON. Whatever is left running ends with the namespace.
+Prints the result as JSON. Processes that are left end with the namespace.
 """
 
 import json
@@ -26,12 +26,12 @@ def wait_for(condition, pause=0.002):
     deadline = time.monotonic() + DEADLINE
     while not condition():
         if time.monotonic() > deadline:
-            sys.exit("a condition did not come true in time")
+            sys.exit("timed out")
         time.sleep(pause)
 
 
 def spawn(contender, helpers):
-    """Starts the contender in a session of its own; gives its pid and the moment."""
+    """Starts the contender in a new session; returns its process id and the time."""
     os.makedirs(WORK)
     open(STARTS, "x", encoding="utf-8").close()
     command = contender.prepare(helpers)
@@ -50,7 +50,7 @@ def record_count():
 
 
 def records(helper=None):
-    """What the helpers wrote: (parent, start, end) in nanoseconds, in the order of writing."""
+    """The helpers' records: (parent, start, end), in nanoseconds, in the order of writing."""
     with open(STARTS, "rb") as file:
         content = file.read()
     content = content[: len(content) // RECORD.size * RECORD.size]
@@ -63,13 +63,13 @@ def records(helper=None):
 
 
 def supervising():
-    """The processes of the contender: all but this one and the helpers."""
+    """The processes of the contender: all except this one and the helpers."""
     found = []
     for pid in filter(str.isdigit, os.listdir("/proc")):
         try:
             program = os.path.basename(os.readlink(f"/proc/{pid}/exe"))
         except OSError:
-            continue  # Gone, or a zombie.
+            continue  # It has ended, or is a zombie.
         if int(pid) != os.getpid() and not program.startswith("helper_"):
             found.append(int(pid))
     return found
@@ -90,7 +90,7 @@ def pss_kib(pids):
 
 
 def cpu_and_switches(pids):
-    """CPU time in nanoseconds and context switches of all their threads, so far."""
+    """The CPU time in nanoseconds and the context switches of all their threads."""
     nanoseconds = switches = 0
     for pid in pids:
         for thread in os.listdir(f"/proc/{pid}/task"):
@@ -103,7 +103,7 @@ def cpu_and_switches(pids):
 
 
 def idle_seconds():
-    """How long the machine's processors have been idle, all together."""
+    """The total idle time of all processors."""
     fields = read("/proc/stat").split("\n", 1)[0].split()
     return (int(fields[4]) + int(fields[5])) / TICK
 
@@ -126,7 +126,7 @@ def percentile(values, share):
 
 
 def latencies(helper):
-    """From a helper's end to its next start, in milliseconds, with the moment of the start."""
+    """The milliseconds from a helper's exit to its next start, with the time of the start."""
     last_end = {}
     found = []
     for parent, start, end in records(helper):
@@ -137,9 +137,9 @@ def latencies(helper):
 
 
 def start_all(contender, count):
-    """Starts `count` helpers that stay; gives the contender's pid and what it took in ms."""
+    """Starts `count` helpers that stay; returns the contender's process id and the milliseconds."""
     pid, moment = spawn(contender, [STAY] * count)
-    # Seldom, since a look takes a processor from what is measured; the records say when they began.
+    # Polled rarely, because polling takes CPU time from the contender. The records have the times.
     wait_for(lambda: record_count() >= count, pause=0.02)
     last = max(begin for _, begin, _ in records())
     settle()
@@ -147,17 +147,17 @@ def start_all(contender, count):
 
 
 def start(contender, options):
-    """Time until N helpers run, and memory then."""
+    """The time until N helpers run, and the memory in use then."""
     _, taken = start_all(contender, options["n"])
     return {"start_ms": taken, "pss_kib": pss_kib(supervising())}
 
 
 def stop(contender, options):
-    """Time from the request to stop until the last process has gone."""
+    """The time from the stop request until the last process has ended."""
     pid, _ = spawn(contender, [STAY] * options["n"])
     wait_for(lambda: record_count() >= options["n"])
     settle()
-    time.sleep(1.1)  # Some pause for a second when a helper has lived for less.
+    time.sleep(1.1)  # Some contenders pause if a helper ran for less than a second.
     begin = time.monotonic_ns()
     contender.stop(pid)
     try:
@@ -168,13 +168,13 @@ def stop(contender, options):
 
 
 def restart(contender, options):
-    """Restarts of one helper beside idle ones."""
+    """Restarts of one helper while others sleep."""
     helper = contender.restarting
     spawn(contender, [STAY] * options["neighbours"] + [helper])
     wait_for(lambda: record_count() >= options["neighbours"])
     settled = time.monotonic_ns()
 
-    # The first restarts still fall into the start of the neighbours.
+    # The first restarts are not counted, because the neighbours are still starting then.
     def done():
         return [ms for moment, ms in latencies(helper) if moment > settled + 2e8]
 
@@ -183,10 +183,10 @@ def restart(contender, options):
 
 
 def idle(contender, options):
-    """What a launcher costs while nothing happens."""
+    """The cost of a contender while all helpers sleep."""
     spawn(contender, [STAY] * options["n"])
     wait_for(lambda: record_count() >= options["n"])
-    time.sleep(3)  # Some pause for a second after a start.
+    time.sleep(3)  # Some contenders pause for a second after a start.
     windows = []
     for _ in range(options["windows"]):
         pids = supervising()
@@ -198,13 +198,13 @@ def idle(contender, options):
 
 
 def storm(contender, options):
-    """Many helpers that end at once, and another one among them."""
+    """Many helpers that exit at once, and one further helper that is timed."""
     watched = contender.watched
     spawn(contender, [watched] + [END] * options["n"])
     wait_for(lambda: record_count() >= options["n"])
     time.sleep(1)
-    # The time of the whole machine: that of a process is told in hundredths of a second, more than
-    # some of the many processes here use at all.
+    # The CPU time of the whole machine, because that of a process is counted in hundredths of a
+    # second, more than some of these processes use at all.
     begin, idle_before, starts = time.monotonic_ns(), idle_seconds(), record_count()
     time.sleep(options["seconds"])
     seconds = (time.monotonic_ns() - begin) / 1e9
@@ -221,7 +221,7 @@ def storm(contender, options):
 def main():
     scenario, name, *pairs = sys.argv[1:]
     if os.getpid() != 1:
-        sys.exit("only to be run as process 1 of a PID namespace of its own, see run.py")
+        sys.exit("must run as process 1 of a PID namespace, see run.py")
     # A launcher that signals its process group must not find this one in it.
     signal.signal(signal.SIGHUP, signal.SIG_IGN)
     options = {key: int(value) for key, value in (pair.split("=") for pair in pairs)}

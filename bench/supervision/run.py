@@ -1,9 +1,8 @@
-"""Measures every launcher in one run, and our own parts, and writes the raw results as JSON.
+"""Measures every launcher and our own operations in one run; writes the raw results as JSON.
 
-Each measurement has a PID namespace, a file system for its own files and a home folder of its own
-(bubblewrap): some of the launchers, ours included, signal whole process groups by design.
-The contenders take turns, in the opposite order every other time. To compare two builds of the
-launcher, give the bundle of one as --other-stage:
+bubblewrap gives each measurement its own PID namespace, /tmp and home directory: some launchers,
+including ours, signal whole process groups by design. The contenders alternate, in reverse order
+every other time. To compare two builds of the launcher, pass the bundle of one as --other-stage:
 
     run.py --bench BUILD/bench --stage BUILD/stage --other-stage BEFORE/stage --output out.json \\
         --only start --counts 100,500 --contenders threads,launcher,other
@@ -25,20 +24,41 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 
 
 class Namespace:
-    """Runs inside.py in namespaces of its own."""
+    """Runs inside.py, each time in a new namespace."""
 
     def __init__(self, programs, stage, other_stage):
         self._passwd = tempfile.NamedTemporaryFile("w", suffix=".passwd")
         self._passwd.write(f"bench:x:{os.getuid()}:{os.getgid()}::/tmp/home:/bin/sh\n")
         self._passwd.flush()
         self._command = [
-            "bwrap", "--unshare-pid", "--as-pid-1", "--new-session", "--die-with-parent",
-            "--ro-bind", "/", "/", "--proc", "/proc", "--dev", "/dev", "--tmpfs", "/tmp",
-            "--ro-bind", self._passwd.name, "/etc/passwd",
-            "--ro-bind", programs, contenders.PROGRAMS,
-            "--ro-bind", stage, "/tmp/stage",
-            "--ro-bind", HERE, "/tmp/scripts",
-            "--dir", "/tmp/home",
+            "bwrap",
+            "--unshare-pid",
+            "--as-pid-1",
+            "--new-session",
+            "--die-with-parent",
+            "--ro-bind",
+            "/",
+            "/",
+            "--proc",
+            "/proc",
+            "--dev",
+            "/dev",
+            "--tmpfs",
+            "/tmp",
+            "--ro-bind",
+            self._passwd.name,
+            "/etc/passwd",
+            "--ro-bind",
+            programs,
+            contenders.PROGRAMS,
+            "--ro-bind",
+            stage,
+            "/tmp/stage",
+            "--ro-bind",
+            HERE,
+            "/tmp/scripts",
+            "--dir",
+            "/tmp/home",
         ]
         if other_stage:
             self._command += ["--ro-bind", other_stage, "/tmp/other_stage"]
@@ -46,8 +66,9 @@ class Namespace:
 
     def begin(self, scenario, contender, **options):
         pairs = [f"{key}={int(value)}" for key, value in options.items()]
-        return subprocess.Popen([*self._command, scenario, contender, *pairs],
-                                stdout=subprocess.PIPE, text=True)
+        return subprocess.Popen(
+            [*self._command, scenario, contender, *pairs], stdout=subprocess.PIPE, text=True
+        )
 
     def run(self, scenario, contender, **options):
         return self.end(self.begin(scenario, contender, **options))
@@ -60,13 +81,13 @@ class Namespace:
         return json.loads(output)
 
 
-def turns(names, repetition):
+def order(names, repetition):
     names = list(names)
     return names if repetition % 2 == 0 else names[::-1]
 
 
 def instructions(command):
-    """How many the command executes, counted by callgrind."""
+    """The number of instructions that the command executes, counted by callgrind."""
     tool = ["valgrind", "--tool=callgrind", "--callgrind-out-file=/dev/null"]
     output = subprocess.run([*tool, *command], check=True, capture_output=True, text=True).stderr
     return int(re.search(r"Collected : (\d+)", output)[1])
@@ -80,46 +101,58 @@ class Measurement:
         self.results = []
 
     def _keep(self, scenario, contender, result, **options):
-        values = {**options, **{key: value for key, value in result.items()
-                                if not isinstance(value, list)}}
+        values = {
+            **options,
+            **{key: value for key, value in result.items() if not isinstance(value, list)},
+        }
         print(scenario, contender, *(f"{key}={value}" for key, value in values.items()), flush=True)
         self.results.append({"scenario": scenario, "contender": contender, **options, **result})
 
     def _sequence(self, scenario, names, options, repetitions=None):
         for repetition in range(repetitions or self._profile["repetitions"]):
-            for name in turns(names, repetition):
+            for name in order(names, repetition):
                 result = self._namespace.run(scenario, name, **options)
                 self._keep(scenario, name, result, **options)
 
     def _side_by_side(self, scenario, names, copies, options):
-        """For what sleeps nearly all the time."""
-        processes = [(name, self._namespace.begin(scenario, name, **options))
-                     for name in names for _ in range(copies)]
+        """Measures all contenders at the same time, for scenarios that mostly sleep."""
+        processes = [
+            (name, self._namespace.begin(scenario, name, **options))
+            for name in names
+            for _ in range(copies)
+        ]
         for name, process in processes:
             self._keep(scenario, name, self._namespace.end(process), **options)
 
     def start(self):
         for count in self._profile["counts"]:
-            # A start of few takes no longer than a disturbance of it does, so it is done more often.
+            # A start of few helpers is as short as a disturbance, so it is repeated more often.
             repetitions = self._profile["repetitions_of_few"] if count <= 10 else None
             self._sequence("start", self._profile["start"], {"n": count}, repetitions)
 
     def stop(self):
         for count in self._profile["stop_counts"]:
-            # Without helpers: what the launcher's own end takes.
+            # Without helpers, only the launcher's own exit is measured.
             names = self._profile["stop"] if count > 0 else ["launcher"]
             self._sequence("stop", names, {"n": count})
 
     def restart(self):
         profile = self._profile
         for neighbours in profile["neighbours"]:
-            # Neighbours are nothing to a loop of one thread.
+            # Idle neighbours cost a single thread in a loop nothing.
             names = [name for name in profile["restart"] if name != "loop" or neighbours == 0]
-            self._sequence("restart", names,
-                           {"neighbours": neighbours, "restarts": profile["restarts"]})
-            self._side_by_side("restart", profile["restart_peers"], profile["repetitions"],
-                               {"neighbours": neighbours,
-                                "restarts": profile["restarts"] // profile["repetitions"]})
+            self._sequence(
+                "restart", names, {"neighbours": neighbours, "restarts": profile["restarts"]}
+            )
+            self._side_by_side(
+                "restart",
+                profile["restart_peers"],
+                profile["repetitions"],
+                {
+                    "neighbours": neighbours,
+                    "restarts": profile["restarts"] // profile["repetitions"],
+                },
+            )
 
     def idle(self):
         self._side_by_side("idle", self._profile["idle"], 1, self._profile["idle_options"])
@@ -128,20 +161,30 @@ class Measurement:
         self._sequence("storm", self._profile["storm"], self._profile["storm_options"])
 
     def log(self):
-        """The logging library's own benchmark, which takes turns itself."""
+        """Runs the logging library's own benchmark, which interleaves the libraries itself."""
         output = subprocess.run(
-            [f"{self._bench}/qv7log_bench", "--benchmark_format=json",
-             f"--benchmark_repetitions={self._profile['repetitions_of_few']}",
-             f"--benchmark_min_time={self._profile['log_seconds']}",
-             "--benchmark_enable_random_interleaving=true"],
-            check=True, capture_output=True, text=True).stdout
+            [
+                f"{self._bench}/qv7log_bench",
+                "--benchmark_format=json",
+                f"--benchmark_repetitions={self._profile['repetitions_of_few']}",
+                f"--benchmark_min_time={self._profile['log_seconds']}",
+                "--benchmark_enable_random_interleaving=true",
+            ],
+            check=True,
+            capture_output=True,
+            text=True,
+        ).stdout
         for run in json.loads(output)["benchmarks"]:
             if run["run_type"] != "iteration":
                 continue
             operation, library = re.match("(Write|Filter)([^/]*)", run["name"]).groups()
             if operation == "Write":
-                self._keep("log", library.lower(), {"records_per_s": run["items_per_second"]},
-                           threads=run["threads"])
+                self._keep(
+                    "log",
+                    library.lower(),
+                    {"records_per_s": run["items_per_second"]},
+                    threads=run["threads"],
+                )
             else:
                 self._keep("filter", library.lower(), {"ns": run["cpu_time"]})
 
@@ -152,12 +195,18 @@ class Measurement:
             count = 2 if "1000-items" in name else 50
             once, twice = (instructions([program, name, str(n)]) for n in (count, 2 * count))
             nanoseconds = [
-                float(subprocess.run([program, name, str(20 * count)], check=True,
-                                     capture_output=True, text=True).stdout)
+                float(
+                    subprocess.run(
+                        [program, name, str(20 * count)], check=True, capture_output=True, text=True
+                    ).stdout
+                )
                 for _ in range(self._profile["repetitions"])
             ]
-            self._keep("operations", name, {"instructions": round((twice - once) / count),
-                                            "nanoseconds": nanoseconds})
+            self._keep(
+                "operations",
+                name,
+                {"instructions": round((twice - once) / count), "nanoseconds": nanoseconds},
+            )
 
 
 def full_profile():
@@ -182,7 +231,7 @@ def full_profile():
 
 
 def short_profile():
-    """One peer and small numbers: shows that everything works, and judges nothing."""
+    """One peer and small numbers, to show that everything works. No figure is judged."""
     few = ["loop", "threads", "launcher", "runit"]
     return {
         "repetitions": 1,
@@ -206,14 +255,16 @@ def short_profile():
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--bench", required=True, help="the build's folder of benchmarks")
-    parser.add_argument("--stage", required=True, help="folder with the installed bundle")
-    parser.add_argument("--other-stage", help="another build to compare with, as `other`")
+    parser.add_argument("--bench", required=True, help="the build's directory of benchmarks")
+    parser.add_argument("--stage", required=True, help="directory of the installed bundle")
+    parser.add_argument(
+        "--other-stage", help="directory of another build, to compare with as `other`"
+    )
     parser.add_argument("--output", required=True)
     parser.add_argument("--short", action="store_true")
-    parser.add_argument("--only", help="comma-separated, of " + SCENARIOS)
-    parser.add_argument("--contenders", help="comma-separated, in place of all")
-    parser.add_argument("--counts", help="comma-separated, in place of all")
+    parser.add_argument("--only", help="some of these, comma-separated: " + SCENARIOS)
+    parser.add_argument("--contenders", help="comma-separated; default: all")
+    parser.add_argument("--counts", help="comma-separated; default: all")
     parser.add_argument("--repetitions", type=int)
     arguments = parser.parse_args()
 
@@ -228,8 +279,7 @@ def main():
     if arguments.repetitions:
         profile["repetitions"] = profile["repetitions_of_few"] = arguments.repetitions
 
-    namespace = Namespace(arguments.bench + "/supervision", arguments.stage,
-                          arguments.other_stage)
+    namespace = Namespace(arguments.bench + "/supervision", arguments.stage, arguments.other_stage)
     measurement = Measurement(namespace, arguments.bench, profile)
     seconds = {}
     for scenario in (arguments.only or SCENARIOS).split(","):
@@ -238,8 +288,11 @@ def main():
         seconds[scenario] = round(time.monotonic() - begin, 1)
         print(f"{scenario}: {seconds[scenario]} s", flush=True)
     with open(arguments.output, "w", encoding="utf-8") as file:
-        json.dump({"short": arguments.short, "seconds": seconds,
-                   "results": measurement.results}, file, indent=1)
+        json.dump(
+            {"short": arguments.short, "seconds": seconds, "results": measurement.results},
+            file,
+            indent=1,
+        )
 
 
 if __name__ == "__main__":

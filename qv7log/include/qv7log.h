@@ -1,29 +1,40 @@
-// The logging library: all that a program knows of it.
+// The public interface of the logging library.
 //
-// A program calls InitLogger once, then GetLogger, and logs through the ILog that it gets:
+// A program calls InitLogger once, then GetLogger, and logs through the ILog that it receives:
 //
 //     if (InitLogger("/home/u/Library/Logs/Kestrane/qv7log") == 0) {
-//         GetLogger(2, "launcher", LOGLEVEL_ERROR, &log);
+//         GetLogger(LOGKIND_FILE, "launcher", LOGLEVEL_ERROR, &log);
 //     }
 //
-// Forks:     every operation of ILog may be called at any time in a child made by fork,
-//            whatever the other threads of the parent were doing then, and in children of that
-//            child. Nothing on the way can be held for ever by a thread that the child does not
-//            have: no lock, no buffered output, no locale, no time zone. The child's records go
-//            to the same log, whole, under its own process id. Rotating is left to the process
-//            that called InitLogger.
+// Forks:     LogV may be called at any time in a forked child and in its children, whatever the
+//            other threads of the parent were doing at the fork. LogV never waits for anything
+//            that a thread missing from the child might hold: a lock, buffered output, the
+//            locale or the time zone. The child's records go to the same log, whole, with its
+//            own process id, and it rotates the log when it is full. Fork handlers may log too.
+//            A child made by another call than fork() must not log before it executes a program.
 // Threads:   LogV may be called from any number of threads at once. The records of one thread
-//            stay in order. InitLogger and GetLogger are for the start, before other threads
-//            log.
-// Lifetime:  the library owns every ILog and never destroys one, nor what it writes with:
-//            threads may log while the exit-time destructors run.
-// Errors:    after the start none is reported and nothing stops or blocks the caller. Records
-//            that cannot be written are counted; the first one that can be again is preceded by
-//            one that says how many were lost. errno is left as it was.
-// Log:       one line a record, docs/log-format.md. The log is never a symbolic link. Its
-//            descriptor is the lowest that was free in InitLogger, keeps its number for ever
-//            and is inherited by every program that the process starts; nobody else may close
-//            it.
+//            stay in order. InitLogger and GetLogger must be called at start-up, before other
+//            threads log. LogV is not a cancellation point.
+// Stack:     LogV uses at most 5 KiB of stack, a rotation included (measured on x86-64 with
+//            glibc 2.36), and more for a floating-point number, a pointer or a grouped number
+//            (%f, %p, %'d), which the C library converts. Its first call may need more for the
+//            dynamic linker.
+// Lifetime:  the library owns every ILog and never destroys one, nor anything that it uses to
+//            write: threads may log while the exit-time destructors run.
+// Errors:    after start-up no error is reported, and none ends or blocks the caller: not a full
+//            disk, not the limit for the size of a file (SIGXFSZ), not another process that
+//            rotates the log. The one exception is a log that was removed while another thread
+//            is creating it again: LogV waits for that thread, for at most a second. Records that
+//            cannot be written are counted. Once writing works again, a record with the number
+//            lost comes first. errno is preserved.
+// Log:       one line per record, see docs/log-format.md. The log is never a symbolic link.
+// Files:     the lowest one that is free in InitLogger is for the programs that the process
+//            starts, which inherit it and write to the log through it. Records are written
+//            through another one, 3 or above, which is close-on-exec and has its own open file
+//            description: what a program does to the flags or the offset of the inherited one
+//            does not affect records. Both keep their numbers and follow a rotation. The process
+//            may close the first one or use its number for another file, which then stays as it
+//            is. It must not do so with the second one.
 #pragma once
 
 #include <cstdarg>
@@ -31,7 +42,7 @@
 
 #define QV7LOG_API __attribute__((visibility("default")))
 
-// VERBOSE is 17 and no further power of two: programs and settings hold these numbers.
+// VERBOSE is 17, not the next power of two: other components were built with these numbers.
 enum LOGLEVEL : std::int32_t
 {
     LOGLEVEL_DEBUG = 1,
@@ -42,35 +53,45 @@ enum LOGLEVEL : std::int32_t
     LOGLEVEL_VERBOSE = 17,
 };
 
-// Where log records go.
+// The kinds of logs that GetLogger knows.
+enum LOGKIND : std::int32_t
+{
+    LOGKIND_FILE = 2,
+};
+
+// The destination of log records.
 class ILog
 {
 public:
-    // Two entries that no program calls. They keep LogV the third of the table, where programs and
-    // libraries of different age look for it.
+    // Never called. They make LogV the third entry of the virtual table, where programs that were
+    // built with other versions of the library expect it.
     virtual void Reserved1() = 0;
     virtual void Reserved2() = 0;
 
-    // Writes one record if `level` reaches the log's threshold: `format` filled in with `arguments`
-    // as by vsnprintf. A text of up to 64 KiB is kept whole, a longer one is cut, with a mark.
+    // Writes one record if `level` reaches the threshold of the log. Its text is what vsnprintf
+    // makes of `format` and `arguments`, with these differences: %m is the English description of
+    // errno, and a width or the precision of a number counts as 65,536 if it is greater. %n, %ls,
+    // %lc, and arguments selected by position (%1$d) are not supported: the text is then the format
+    // itself. A text longer than 64 KiB is cut and marked as such.
     virtual void LogV(LOGLEVEL level, const char* format, va_list arguments)
         __attribute__((format(printf, 3, 0))) = 0;
 
 protected:
-    // Not virtual: a virtual one would move LogV in the table.
+    // Not virtual: a virtual destructor would move LogV in the table.
     ~ILog() = default;
 };
 
 extern "C" {
 
-// Opens the log at `path`; creates it (0600) and its folders (0700) where they do not exist.
-// Returns 0, or the errno of what failed, and then nothing is left open. A later call begins
-// another log for the GetLogger calls after it.
+// Opens the log at `path`. Creates it (mode 0600) and its directories (mode 0700), whatever the
+// umask, if they do not exist; existing ones keep their modes. Returns 0, or an errno, and then
+// leaves nothing open. A further call opens another log, which subsequent calls of GetLogger use;
+// for a file that is open already, it opens nothing.
 QV7LOG_API std::int32_t InitLogger(const char* path);
 
-// Sets `*out`, which the caller has set to null, to the log of `kind` 2 for the program `name`. It
-// writes the records of `level` and above; VERBOSE lets everything pass and is, as the level of a
-// record, below all others. Leaves `*out` alone for any other kind and before InitLogger has
-// succeeded, and returns an errno then, otherwise 0.
+// Sets `*out` to a log for the program `name` and returns 0. `kind` must be LOGKIND_FILE. The log
+// writes records of `level` and above. As a threshold, VERBOSE lets every record pass; as the level
+// of a record, it is below all others. Returns an errno and leaves `*out` unchanged if `kind` is
+// unknown or InitLogger has not succeeded.
 QV7LOG_API std::int32_t GetLogger(std::int32_t kind, const char* name, LOGLEVEL level, ILog** out);
 }

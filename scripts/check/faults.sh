@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Sends the launcher SIGTERM at random moments of its start, with lists of 1, 10 and 100 items, and
-# counts the outcomes. Fails on one that docs/faults.md does not permit. Linux only.
+# counts the outcomes. Fails on an outcome that docs/faults.md does not permit. Linux only.
 #
-#     scripts/check/faults.sh [MOMENTS [SEED]]      500 for each number of items if not given
+#     scripts/check/faults.sh [MOMENTS [SEED]]      by default 500 moments for each list size
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 . scripts/lib/long_test.sh

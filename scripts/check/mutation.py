@@ -1,16 +1,16 @@
-"""Changes our sources in small ways and looks whether the tests notice.
+"""Makes small changes to our sources and checks that the tests notice them.
 
     mutation.py COUNT SEED [FILE...]
 
-Takes about COUNT changed sources ("mutants") that compile to other code than the original, spread
-over all sources, or the given ones, in proportion to their lines. Links each into the fast tests
-that use it, runs these, those of the source's own folder first, until one fails, and lists the
-mutants that none fails on. The same seed gives the same sample.
+Tries about COUNT changed sources ("mutants") whose machine code differs from the original. They are
+spread over all sources, or over the given ones, in proportion to their size. Each mutant is linked
+into the fast tests that use its source. The tests run until one fails, those of the same directory
+first; mutants on which none fails are listed. The same seed gives the same sample.
 
-mutation_explained.txt has the mutants that no test can tell from the original. They are counted
-apart.
+mutation_explained.txt lists the mutants that no test can distinguish from the original. They are
+counted separately.
 
-Every test runs in a PID namespace of its own: what kills a process may now kill another one.
+Every test runs in its own PID namespace, since a mutant may signal any process.
 """
 
 import collections
@@ -34,11 +34,11 @@ import time
 
 from universalmutator import mutator
 
-FOLDERS = ("util", "json", "config", "logging", "launcher", "qv7log", "tools")
+DIRECTORIES = ("util", "json", "config", "logging", "launcher", "qv7log", "tools")
 RULES = ["universal.rules", "c_like.rules", "cpp.rules"]
-LEAST_PER_FILE = 3
-MOST_SURVIVORS = 0.05
-SECONDS = 40  # For one test; what runs longer hangs.
+MIN_PER_FILE = 3
+MAX_SURVIVORS = 0.05
+SECONDS = 40  # A test that runs longer counts as failed.
 MEMORY = 4 << 30
 FILE_SIZE = 256 << 20
 
@@ -47,9 +47,9 @@ BUILD = ROOT / "build" / "mutation"
 EXPLAINED = pathlib.Path(__file__).with_name("mutation_explained.txt")
 
 Mutant = collections.namedtuple("Mutant", "path line old new")
-# A test, the program of ours that it runs, and how that one is linked.
+# A test, the program that it runs, and the command that links the program.
 Test = collections.namedtuple("Test", "name command program link")
-# One compilation of a source: the command, the object, and the archive that holds it.
+# One compilation of a source: the command, the object, and the archive that contains the object.
 Compilation = collections.namedtuple("Compilation", "command source object archive")
 
 
@@ -58,11 +58,11 @@ def output_of(*command, **options):
 
 
 def source_paths():
-    # Those of the other platform are not compiled here.
+    # Sources for macOS are not compiled here.
     return [
         path
         for path in output_of("git", "ls-files", "*.cpp").split()
-        if path.split("/")[0] in FOLDERS and "_mac." not in path
+        if path.split("/")[0] in DIRECTORIES and "_mac." not in path
     ]
 
 
@@ -75,9 +75,9 @@ def is_code(line):
 
 
 def mutants_of(path, seed):
-    """All mutants of a source, in an order of the seed's own."""
+    """All mutants of a source, in an order that depends on the seed."""
     lines = lines_of(path)
-    # It prints which rules it takes.
+    # The mutator prints the rules that it applies.
     with contextlib.redirect_stdout(io.StringIO()):
         changes = mutator.mutants_regexp(lines, RULES, ignorePatterns=[])
     found = [
@@ -90,14 +90,14 @@ def mutants_of(path, seed):
 
 
 def quotas(paths, count):
-    """How many mutants each source gives."""
+    """The number of mutants for each source."""
     sizes = {path: sum(map(is_code, lines_of(path))) for path in paths}
     total = sum(sizes.values())
-    return {path: max(LEAST_PER_FILE, -(-count * size // total)) for path, size in sizes.items()}
+    return {path: max(MIN_PER_FILE, -(-count * size // total)) for path, size in sizes.items()}
 
 
 def build():
-    """Builds everything as it is, with the optimisation by which most equal code comes out equal."""
+    """Builds the sources, optimized so that most equivalent mutants give the same code."""
     options = ["-DCMAKE_BUILD_TYPE=None", "-DCMAKE_CXX_FLAGS=-Os"]
     subprocess.run(
         ["cmake", "-S", ROOT, "-B", BUILD, "-G", "Ninja", *options],
@@ -108,20 +108,20 @@ def build():
 
 
 def compilations():
-    """How each source is compiled; a source may be part of several libraries."""
+    """The compilations of each source, which may be part of several libraries."""
     found = collections.defaultdict(list)
     for entry in json.loads((BUILD / "compile_commands.json").read_text(encoding="utf-8")):
         command = shlex.split(entry["command"])
         target = command[command.index("-o") + 1]
-        folder, library = re.fullmatch(r"(?:(.*)/)?CMakeFiles/([^/]+)\.dir/.*", target).groups()
-        archive = f"{folder}/lib{library}.a"
+        directory, library = re.fullmatch(r"(?:(.*)/)?CMakeFiles/([^/]+)\.dir/.*", target).groups()
+        archive = f"{directory}/lib{library}.a"
         path = os.path.relpath(entry["file"], ROOT)
         found[path].append(Compilation(command, entry["file"], target, archive))
     return found
 
 
 def fast_tests():
-    """The tests that run a program of the build folder; end-to-end tests have an installed one."""
+    """The tests that run a program of the build directory, so not the end-to-end tests."""
     shown = json.loads(output_of("ctest", "--test-dir", BUILD, "--show-only=json-v1"))
     tests = []
     for entry in shown["tests"]:
@@ -162,18 +162,18 @@ def passes(command):
 
 
 def tests_by_time():
-    """The fast tests, the fastest first; all of them pass."""
+    """The fast tests, the fastest first. All of them must pass without a change."""
     timed = []
     for test in fast_tests():
         begin = time.monotonic()
         if not passes(test.command):
-            sys.exit(f"Without any change {test.name} fails")
+            sys.exit(f"{test.name} fails without any change")
         timed.append((time.monotonic() - begin, test))
     return [test for _, test in sorted(timed)]
 
 
 def is_explained(mutant):
-    """Whether the table has it: blocks of a path, the new line, and the reason below them."""
+    """Whether mutation_explained.txt has the mutant: a path, the new line, and then the reason."""
     for block in EXPLAINED.read_text(encoding="utf-8").split("\n\n"):
         path, *lines = block.strip().splitlines()
         if path == mutant.path and lines[0].strip() == shown(mutant.new):
@@ -192,35 +192,35 @@ def limit_resources():
 
 
 class Judge:
-    """Says what becomes of the mutants of one source."""
+    """Decides on the mutants of one source."""
 
     def __init__(self, path, ways, tests):
         self.path = path
         self.ways = ways
-        *_, folder, name = path[: -len(".cpp")].split("/")
+        *_, directory, name = path[: -len(".cpp")].split("/")
         self.tests = sorted(
             (test for test in tests if any(uses(test.link, way) for way in ways)),
             key=lambda test: (
-                test.name != f"{folder}_{name}_test",
-                not test.name.startswith(folder + "_"),
+                test.name != f"{directory}_{name}_test",
+                not test.name.startswith(directory + "_"),
             ),
         )
-        self.folder = pathlib.Path(tempfile.mkdtemp(dir=BUILD, prefix="mutants-"))
+        self.directory = pathlib.Path(tempfile.mkdtemp(dir=BUILD, prefix="mutants-"))
         self.seen = {self.code([BUILD / way.object for way in ways])}
 
     def code(self, objects):
         return hashlib.sha256(b"".join(path.read_bytes() for path in objects)).digest()
 
     def compile(self, mutant):
-        """The objects, one for each way to compile the source; None if it does not compile."""
+        """One object for each compilation of the source; None if the mutant does not compile."""
         lines = lines_of(self.path)
         lines[mutant.line - 1] = mutant.new
-        # Under the name of the source, which the object may hold.
-        source = self.folder / os.path.basename(self.path)
+        # The object may contain the name of the source, so it stays the same.
+        source = self.directory / os.path.basename(self.path)
         source.write_text("".join(lines), encoding="utf-8")
         objects = []
         for number, way in enumerate(self.ways):
-            objects.append(self.folder / str(number) / os.path.basename(way.object))
+            objects.append(self.directory / str(number) / os.path.basename(way.object))
             objects[-1].parent.mkdir(exist_ok=True)
             exchange = {way.source: str(source), way.object: str(objects[-1])}
             command = [exchange.get(word, word) for word in way.command]
@@ -231,8 +231,8 @@ class Judge:
         return objects
 
     def link(self, test, objects):
-        """The program of a test with the mutant in place of the source."""
-        program = self.folder / "program"
+        """Links a test's program with the mutant in place of the source."""
+        program = self.directory / "program"
         command = list(test.link)
         command[command.index("-o") + 1] = str(program)
         for way, changed in zip(self.ways, objects):
@@ -244,7 +244,7 @@ class Judge:
         return str(program) if linked.returncode == 0 else None
 
     def archive(self, way, changed):
-        """A copy of the archive with the mutant: nothing of the source is left in it."""
+        """Copies the archive and replaces the source's object by the mutant's."""
         copy = changed.parent / os.path.basename(way.archive)
         shutil.copy(BUILD / way.archive, copy)
         subprocess.run(["ar", "rs", copy, changed], check=True)
@@ -267,7 +267,7 @@ class Judge:
         return "explained" if is_explained(mutant) else "survived"
 
     def run(self, mutants, quota):
-        """Judges mutants until enough of them count."""
+        """Judges mutants until `quota` of them were killed, survived or are explained."""
         results = []
         counted = 0
         for mutant in mutants:
@@ -275,7 +275,7 @@ class Judge:
                 break
             results.append((mutant, self.verdict(mutant)))
             counted += results[-1][1].startswith(("killed", "survived", "explained"))
-        shutil.rmtree(self.folder)
+        shutil.rmtree(self.directory)
         return results
 
 
@@ -294,7 +294,7 @@ def report(results):
         f"({100 * survived / counted:.1f} %), {verdicts['explained']} explained; "
         f"{verdicts['does not build']} do not build, {verdicts['same code']} are the same code"
     )
-    return 0 if survived < MOST_SURVIVORS * counted else 1
+    return 0 if survived < MAX_SURVIVORS * counted else 1
 
 
 def main():

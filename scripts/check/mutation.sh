@@ -1,8 +1,11 @@
 #!/usr/bin/env bash
-# Changes the sources in small ways, one at a time, and looks whether the fast tests notice.
-# Fails when 5 % or more of the changes go unnoticed. Linux only; takes about 20 minutes on two cores.
+# Makes small changes to the sources, one at a time, and checks that the fast tests notice them.
+# Fails if 5 % or more of the changes are not noticed. Linux only; about 20 minutes on two cores.
 #
-#     scripts/check/mutation.sh [COUNT [SEED [FILE...]]]    300 changes, seed 1, all sources if not given
+#     scripts/check/mutation.sh [COUNT [SEED [FILE...]]]    by default 300 changes to all sources
+#
+# The sample depends on the seed, which is printed; pass it to repeat a run. By default it is new, so
+# that the tests are judged by changes that they were not written against.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 . scripts/lib/base.sh
@@ -12,4 +15,6 @@ need_build_tools
 need_command bwrap bubblewrap -
 install_or_fail
 python_env mutation
-"$python" scripts/check/mutation.py "${1:-300}" "${2:-1}" "${@:3}"
+seed=${2:-$((RANDOM * 32768 + RANDOM))}
+echo "Seed $seed"
+"$python" scripts/check/mutation.py "${1:-300}" "$seed" "${@:3}"

@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# Opens the page of `launchlist report --html` in headless Chromium and checks it.
+# Opens the HTML page of `launchlist report` in headless Chromium and checks it.
 #
 #     scripts/check/report_page.sh [PRESET]
 #
-# Apart from the other tests, since a browser is a large thing to install.
+# Not part of the other tests, because a browser is a large installation.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 . scripts/lib/install.sh

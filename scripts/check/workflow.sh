@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Checks the workflows of .github/: GitHub's schema for them holds, and every step that runs something
-# runs a script of this folder.
+# Checks the workflows of .github/: they follow GitHub's schema, and every command is one script of
+# scripts/.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 . scripts/lib/base.sh
@@ -8,9 +8,9 @@ cd "$(dirname "$0")/../.."
 
 python_env workflow
 "$python" -m check_jsonschema --builtin-schema vendor.github-workflows .github/workflows/*.yml ||
-    fail "A workflow does not follow the schema; mend what stands above and start again."
+    fail "A workflow does not follow the schema; fix the errors above and start again."
 
 grep -hE '^[ -]*run:' .github/workflows/*.yml | sed 's/^[ -]*run: *//' | while read -r script arguments; do
     [[ $script == scripts/*.sh && -x $script && ! $arguments =~ [\;\&\|] ]] ||
-        fail "A workflow runs \"$script $arguments\", which is no script of this project; put what it does into one."
+        fail "A workflow runs \"$script $arguments\"; move the command into a script under scripts/."
 done

@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
-# Checks the manual pages: mandoc finds nothing to say, and every page that one refers to is there.
+# Checks the manual pages: mandoc reports nothing, and every page that is referred to exists.
 #
 #     scripts/docs/check_man_pages.sh
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 . scripts/lib/install.sh
 
-# Pages of the system that ours refer to.
+# The system's pages that ours refer to.
 of_the_system="waitpid.2"
 
 need_command mandoc mandoc mandoc
@@ -19,14 +19,14 @@ fail() {
 }
 
 for page in docs/man/*.[1-9]; do
-    # mandoc looks for the pages referred to among the system's, where ours are not yet.
+    # mandoc searches the system's pages for the references; ours are not installed there.
     if mandoc -T lint "$page" 2>/dev/null | grep -v ': referenced manual not found: '; then
-        fail "$page is not clean"
+        fail "$page has errors"
     fi
     while read -r name section; do
         reference=$name.$section
         if [ ! -e "docs/man/$reference" ] && [[ " $of_the_system " != *" $reference "* ]]; then
-            fail "$page refers to $reference, which is not there"
+            fail "$page refers to $reference, which does not exist"
         fi
     done < <(sed -n 's/^\.Xr \([^ ]*\) \([1-9]\).*/\1 \2/p' "$page")
 done

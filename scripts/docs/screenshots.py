@@ -1,17 +1,17 @@
-"""Takes the pictures of the documentation: what launchlist prints on a terminal, and its page.
+"""Creates the pictures of the documentation: terminal output of launchlist, and its HTML page.
 
-screenshots.py LAUNCHLIST FOLDER
+screenshots.py LAUNCHLIST DIRECTORY
 """
 
+import fcntl
 import os
 import pty
 import shutil
+import struct
 import subprocess
 import sys
 import tempfile
 import termios
-import struct
-import fcntl
 
 from rich.console import Console
 from rich.terminal_theme import MONOKAI
@@ -34,7 +34,7 @@ LIST = """{
 }
 """
 
-# The picture without rich's title bar, and without the font that its own form loads from elsewhere.
+# Unlike rich's own template, this one has no title bar and loads no font.
 SVG = """<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {width} {height}">
 <style>
 .{unique_id}-matrix {{
@@ -59,8 +59,8 @@ SVG = """<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {width} {height}">
 
 
 def sample_log():
-    """Eight minutes of four helpers: one that stays, one that is killed once, one that crashes in a
-    loop for a while, one that cannot be started."""
+    """A log of eight minutes with four helpers: one keeps running, one is killed once, one crashes
+    repeatedly for a while, one cannot be executed."""
     records = []
 
     def add(milliseconds, level, process, text):
@@ -96,17 +96,17 @@ def sample_log():
     return "".join(text for _, text in sorted(records))
 
 
-def run_on_terminal(arguments, folder):
-    """What the program prints on a terminal of COLUMNS."""
+def run_on_terminal(arguments, directory):
+    """The output of a program on a terminal that is COLUMNS wide."""
     controller, terminal = pty.openpty()
     fcntl.ioctl(terminal, termios.TIOCSWINSZ, struct.pack("HHHH", 40, COLUMNS, 0, 0))
-    process = subprocess.Popen(arguments, stdout=terminal, cwd=folder)
+    process = subprocess.Popen(arguments, stdout=terminal, cwd=directory)
     os.close(terminal)
     output = b""
     while True:
         try:
             chunk = os.read(controller, 4096)
-        except OSError:  # Linux: the terminal's other side is closed
+        except OSError:  # on Linux, when the program has closed the terminal
             break
         if not chunk:
             break
@@ -116,12 +116,12 @@ def run_on_terminal(arguments, folder):
     return output.decode().replace("\r\n", "\n")
 
 
-def save_terminal(name, arguments, folder, pictures):
-    with open(os.devnull, "w", encoding="utf-8") as nowhere:
-        console = Console(record=True, width=COLUMNS, file=nowhere, force_terminal=True)
+def save_terminal(name, arguments, directory, pictures):
+    with open(os.devnull, "w", encoding="utf-8") as null:
+        console = Console(record=True, width=COLUMNS, file=null, force_terminal=True)
         shown = "launchlist " + " ".join(arguments[1:])
         console.print(
-            Text.from_ansi(f"\x1b[1m$ {shown}\x1b[0m\n" + run_on_terminal(arguments, folder))
+            Text.from_ansi(f"\x1b[1m$ {shown}\x1b[0m\n" + run_on_terminal(arguments, directory))
         )
         path = os.path.join(pictures, name + ".svg")
         console.save_svg(path, theme=MONOKAI, code_format=SVG, title="", clear=False)
@@ -151,14 +151,14 @@ def save_page(page, pictures):
 def main():
     launchlist, pictures = map(os.path.abspath, sys.argv[1:])
     os.makedirs(pictures, exist_ok=True)
-    with tempfile.TemporaryDirectory() as folder:
+    with tempfile.TemporaryDirectory() as directory:
         for name, text in (("helpers.json", LIST), ("qv7log", sample_log())):
-            with open(os.path.join(folder, name), "w", encoding="utf-8") as file:
+            with open(os.path.join(directory, name), "w", encoding="utf-8") as file:
                 file.write(text)
         report = [launchlist, "report", "--html", "report.html", "qv7log"]
-        save_terminal("check", [launchlist, "check", "helpers.json"], folder, pictures)
-        save_terminal("report", report, folder, pictures)
-        save_page(os.path.join(folder, "report.html"), pictures)
+        save_terminal("check", [launchlist, "check", "helpers.json"], directory, pictures)
+        save_terminal("report", report, directory, pictures)
+        save_page(os.path.join(directory, "report.html"), pictures)
 
 
 if __name__ == "__main__":

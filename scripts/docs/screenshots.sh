@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Makes the pictures in docs/images anew.
+# Creates the pictures in docs/images.
 #
 #     scripts/docs/screenshots.sh
 set -euo pipefail

@@ -1,15 +1,15 @@
 # shellcheck shell=bash
-# What the scripts for macOS and libc++ share; to be sourced in the project's folder. Runs with the
-# bash of macOS, too (3.2).
+# Error messages and small tools for the other scripts; to be sourced at the top of the repository.
+# Also runs with the bash of macOS (3.2).
 . scripts/lib/install.sh
 
-# fail SENTENCE: ends the script with one sentence that says what is wrong and what to do.
+# fail SENTENCE: prints what is wrong and what to do about it, and ends the script.
 fail() {
     echo "$(basename "$0"): $1" >&2
     exit 1
 }
 
-# install_or_fail: installs what need_command has noted as missing.
+# install_or_fail: like install_missing, but prints one sentence only; the rest goes to a log.
 install_or_fail() {
     mkdir -p build
     install_missing >build/install.log 2>&1 ||

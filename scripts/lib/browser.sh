@@ -2,13 +2,13 @@
 # A headless browser that Python drives; to be sourced after install.sh.
 
 # python_with MODULE...: sets `python` to an interpreter that has the modules. A Python that is not
-# the system's own does not see the system's packages.
+# the system's own does not see the modules of the system's packages.
 python_with() {
     local candidate modules
     modules=$(printf ', %s' "$@")
     for candidate in python3 /usr/bin/python3; do
         if "$candidate" -c "import ${modules#, }" 2>/dev/null; then
-            # shellcheck disable=SC2034 # it is for the caller
+            # shellcheck disable=SC2034  # used by the caller
             python=$candidate
             return
         fi
@@ -16,7 +16,7 @@ python_with() {
     return 1
 }
 
-# need_browser MODULE...: notes what is missing of Chromium, its driver and Python's modules.
+# need_browser MODULE...: notes what is missing of Chromium, its driver and the Python modules.
 need_browser() {
     local module
     need_command chromium chromium chromium
@@ -24,7 +24,7 @@ need_browser() {
     for module in "$@"; do
         python_with "$module" || note_missing "python3-$module" "python-$module"
     done
-    # A page is hard to read without any font.
+    # Without any font a page shows no text.
     if [ "$(uname)" = Linux ] && [ ! -d /usr/share/fonts/truetype/dejavu ]; then
         note_missing fonts-dejavu-core -
     fi

@@ -1,39 +1,25 @@
 # shellcheck shell=bash
-# Installing what the scripts need of the system: without a question, and only where it is missing.
+# Installs the system packages that a script needs: without a prompt, and only those that are missing.
 #
 #     need_build_tools
 #     need_command shellcheck shellcheck shellcheck
 #     install_missing
 
 missing=()
-private_python=()
 
-# need_command COMMAND DEBIAN-PACKAGE HOMEBREW-FORMULA: notes the package if there is no command.
+# need_command COMMAND DEBIAN-PACKAGE HOMEBREW-FORMULA: notes the package if the command is missing.
 need_command() {
     command -v "$1" >/dev/null || note_missing "$2" "$3"
 }
 
-# need_header HEADER DEBIAN-PACKAGE HOMEBREW-FORMULA: notes the package if c++ finds no header.
+# need_header HEADER DEBIAN-PACKAGE HOMEBREW-FORMULA: notes the package if c++ does not find the header.
 need_header() {
-    local folders=(-I /usr/include/jsoncpp)
+    local options=(-I /usr/include/jsoncpp)
     if command -v brew >/dev/null; then
-        folders+=(-I "$(brew --prefix)/include")
+        options+=(-I "$(brew --prefix)/include")
     fi
     printf '#if !__has_include(<%s>)\n#error\n#endif\n' "$1" |
-        c++ -x c++ -E "${folders[@]}" - >/dev/null 2>&1 || note_missing "$2" "$3"
-}
-
-# need_schema_validator: the Python package jsonschema. Where the system has no package of it, it goes
-# to a private environment, build/python, once install_missing has run.
-need_schema_validator() {
-    if [ -x build/python/bin/python3 ] || /usr/bin/python3 -c 'import jsonschema' 2>/dev/null; then
-        return
-    fi
-    if command -v brew >/dev/null; then
-        private_python=(jsonschema)
-    else
-        missing+=(python3-jsonschema)
-    fi
+        c++ -x c++ -E "${options[@]}" - >/dev/null 2>&1 || note_missing "$2" "$3"
 }
 
 note_missing() {
@@ -55,45 +41,38 @@ need_build_tools() {
     need_header gtest/gtest.h libgtest-dev googletest
 }
 
+# install_missing: installs what was noted. If that is impossible, prints what to install by hand and
+# fails.
 install_missing() {
-    install_packages || return
-    if [ "${#private_python[@]}" -ne 0 ]; then
-        python3 -m venv build/python
-        build/python/bin/pip install --quiet "${private_python[@]}"
-    fi
-}
-
-install_packages() {
     if [ "${#missing[@]}" -eq 0 ]; then
         return
     fi
-    echo "Installing: ${missing[*]}"
     if command -v brew >/dev/null; then
+        echo "Installing: ${missing[*]}"
         brew install --quiet "${missing[@]}"
     elif command -v apt-get >/dev/null; then
-        find_root
-        # The package lists may be old, or not there at all.
+        find_root || return
+        echo "Installing: ${missing[*]}"
+        # The package lists may be outdated or absent.
         apt_get install "${missing[@]}" || { apt_get update && apt_get install "${missing[@]}"; }
     else
-        echo "Neither apt-get nor Homebrew is here. Please install: ${missing[*]}" >&2
+        echo "Packages are missing, and neither apt-get nor Homebrew can install them: ${missing[*]}" >&2
         return 1
     fi
 }
 
-# Only to install a package root is needed.
+# Sets `as_root` to the command that runs another one as root. Only installing packages needs root.
 find_root() {
-    as_root=()
     if [ "$(id -u)" -eq 0 ]; then
-        return
-    fi
-    if ! command -v sudo >/dev/null || ! sudo -n true 2>/dev/null; then
-        echo "Please run as root: apt-get install ${missing[*]}" >&2
+        as_root=(env)
+    elif command -v sudo >/dev/null && sudo -n true 2>/dev/null; then
+        as_root=(sudo -n env)
+    else
+        echo "Packages are missing. Run this as root, then start again: apt-get install ${missing[*]}" >&2
         return 1
     fi
-    as_root=(sudo -n)
 }
 
 apt_get() {
-    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
-        apt-get -y -q --no-install-recommends "$@"
+    "${as_root[@]}" DEBIAN_FRONTEND=noninteractive apt-get -y -q --no-install-recommends "$@"
 }

@@ -1,8 +1,8 @@
 # shellcheck shell=bash
-# Running an end-to-end test that takes its time, and showing what it prints.
+# Runs an end-to-end test that takes minutes or more, and shows its output as it comes.
 . scripts/lib/install.sh
 
-# run_long_test NAME: builds what is needed and runs tests/end_to_end/NAME.py.
+# run_long_test NAME: builds everything and runs tests/end_to_end/NAME.py.
 run_long_test() {
     need_build_tools
     need_command bwrap bubblewrap -

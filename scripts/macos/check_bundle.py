@@ -1,9 +1,9 @@
-"""Checks a bundle against what is promised about it; scripts/macos/check_bundle.sh runs this.
+"""Checks a bundle against its promises (docs/macos.md); scripts/macos/check_bundle.sh runs this.
 
-usage: check_bundle.py BUNDLE LIST
+    check_bundle.py BUNDLE LIST
 
-LIST is the file of the symbols that may be taken from libSystem. Prints every broken promise on a
-line of its own; the exit status is 1 if there is one.
+LIST is the file of the symbols that may be imported from libSystem. Prints each broken promise on a
+separate line; the exit status is 1 if there is any.
 """
 
 import hashlib
@@ -20,17 +20,20 @@ LOG_LIBRARY = "Contents/Frameworks/libqv7log.dylib"
 PROFILE = "Contents/Frameworks/qv7api.ini"
 PLIST = "Contents/Info.plist"
 
-ARCHITECTURES = {lief.MachO.Header.CPU_TYPE.ARM64: "arm64", lief.MachO.Header.CPU_TYPE.X86_64: "x86_64"}
+ARCHITECTURES = {
+    lief.MachO.Header.CPU_TYPE.ARM64: "arm64",
+    lief.MachO.Header.CPU_TYPE.X86_64: "x86_64",
+}
 OLDEST_SYSTEM = "11.0"
 RUN_PATH = "@executable_path/../Frameworks"
 INSTALL_NAME = "@rpath/libqv7log.dylib"
 LIB_SYSTEM = "/usr/lib/libSystem.B.dylib"
 SYSTEM_LIBRARIES = {LIB_SYSTEM, "/usr/lib/libc++.1.dylib"}
 LOG_FUNCTIONS = {"_InitLogger", "_GetLogger"}
-# Names that a linker makes up for the image itself; every image has its own.
+# Names that the linker adds to every image.
 LINKER_NAMES = {"___dso_handle", "__mh_dylib_header"}
 
-# The bits of a symbol's type that mark it as a debugger's note (N_STAB).
+# The bits of a symbol's type that mark a debugging entry (N_STAB).
 STAB = 0xE0
 
 PLIST_VALUES = {
@@ -43,12 +46,12 @@ PLIST_VALUES = {
 
 
 def check_bundle(bundle, allowed):
-    """Yields a sentence for every broken promise. `allowed` holds the symbols of libSystem."""
+    """Yields a sentence for each broken promise. `allowed` are libSystem's permitted symbols."""
     for path in (LAUNCHER, LOG_LIBRARY, PROFILE):
         if not (bundle / path).is_file():
             yield f"{path} is missing"
         elif path != PROFILE and not is_mach_o(bundle / path):
-            yield f"{path} is no Mach-O file"
+            yield f"{path} is not a Mach-O file"
     yield from check_plist(bundle / PLIST)
     for file in sorted(bundle.rglob("*")):
         if file.is_file() and is_mach_o(file):
@@ -56,7 +59,7 @@ def check_bundle(bundle, allowed):
 
 
 def is_mach_o(file):
-    """Whether the file holds machine code, for one architecture or several."""
+    """Whether the file contains machine code, for one architecture or several."""
     with file.open("rb") as stream:
         return stream.read(4) in (b"\xca\xfe\xba\xbe", b"\xcf\xfa\xed\xfe")
 
@@ -82,15 +85,15 @@ def check_file(file, name, allowed):
         return
     found = sorted(ARCHITECTURES.get(s.header.cpu_type, str(s.header.cpu_type)) for s in slices)
     if found != sorted(ARCHITECTURES.values()):
-        yield f"{name} holds {' and '.join(found)}, not arm64 and x86_64"
+        yield f"{name} contains {' and '.join(found)}, not arm64 and x86_64"
     content = file.read_bytes()
     for image in slices:
         architecture = ARCHITECTURES.get(image.header.cpu_type, str(image.header.cpu_type))
         problems = [
             *check_minimum(image),
             *check_names(image, name),
-            *check_taken(image, name, allowed),
-            *check_given(image, name),
+            *check_imports(image, name, allowed),
+            *check_exports(image, name),
             *check_signature(image, content[image.fat_offset :], architecture),
         ]
         yield from (f"{name} ({architecture}): {problem}" for problem in problems)
@@ -99,18 +102,18 @@ def check_file(file, name, allowed):
 def check_minimum(image):
     minimum = image.build_version or image.version_min
     if minimum is None:
-        yield "it names no oldest system"
+        yield "it does not state a minimum system"
         return
     version = ".".join(map(str, (minimum.minos if image.build_version else minimum.version)[:2]))
     if version != OLDEST_SYSTEM:
-        yield f"its oldest system is macOS {version}, not {OLDEST_SYSTEM}"
+        yield f"its minimum system is macOS {version}, not {OLDEST_SYSTEM}"
 
 
 def check_names(image, name):
     """Run paths, install name and needed libraries."""
     is_library = name == LOG_LIBRARY
     run_paths = [command.path for command in image.rpaths]
-    # A program that needs no library of the bundle needs no run path.
+    # A program that uses no library of the bundle needs no run path.
     permitted = {LAUNCHER: [[RUN_PATH]], LOG_LIBRARY: [[]]}.get(name, [[], [RUN_PATH]])
     if run_paths not in permitted:
         yield f"its run paths are {run_paths}"
@@ -122,37 +125,37 @@ def check_names(image, name):
         yield f"it needs {library}"
 
 
-def check_taken(image, name, allowed):
-    """What the image takes from others."""
+def check_imports(image, name, allowed):
+    """Checks what the image imports from others."""
     own = {s.name for s in image.symbols if s.numberof_sections and not s.raw_type & STAB}
-    taken = {}
+    imported = {}
     for binding in image.bindings:
         library = binding.library.name if binding.has_library else None
-        taken.setdefault(library, set()).add(binding.symbol.name)
-    for symbol in sorted(taken.get(LIB_SYSTEM, set()) - allowed):
-        yield f"it takes {symbol} from libSystem, which is not in the reviewed list"
-    # A weak definition of the image is looked up in every image; what it does not define itself
-    # would come from wherever it is found.
-    for symbol in sorted(taken.get(None, set()) - own):
-        yield f"it takes {symbol} from any library that has it"
-    from_log = taken.get(INSTALL_NAME, set())
+        imported.setdefault(library, set()).add(binding.symbol.name)
+    for symbol in sorted(imported.get(LIB_SYSTEM, set()) - allowed):
+        yield f"it imports {symbol} from libSystem, which is not in the reviewed list"
+    # A weak symbol is searched in every image. One that the image does not define itself could come
+    # from anywhere.
+    for symbol in sorted(imported.get(None, set()) - own):
+        yield f"it imports {symbol} from any library that defines it"
+    from_log = imported.get(INSTALL_NAME, set())
     if from_log - LOG_FUNCTIONS or (name == LAUNCHER and from_log != LOG_FUNCTIONS):
-        yield f"it takes {' '.join(sorted(from_log)) or 'nothing'} from libqv7log"
+        yield f"it imports {' '.join(sorted(from_log)) or 'nothing'} from libqv7log"
 
 
-def check_given(image, name):
-    """What the logging library gives out."""
+def check_exports(image, name):
+    """Checks what the logging library exports."""
     if name != LOG_LIBRARY:
         return
-    given = {symbol.name for symbol in image.exported_symbols} - LINKER_NAMES
-    for symbol in sorted(given - LOG_FUNCTIONS):
-        yield f"it gives out {symbol}"
-    for symbol in sorted(LOG_FUNCTIONS - given):
-        yield f"it does not give out {symbol}"
+    exported = {symbol.name for symbol in image.exported_symbols} - LINKER_NAMES
+    for symbol in sorted(exported - LOG_FUNCTIONS):
+        yield f"it exports {symbol}"
+    for symbol in sorted(LOG_FUNCTIONS - exported):
+        yield f"it does not export {symbol}"
 
 
 def check_signature(image, content, architecture):
-    """Apple silicon runs no code without a signature, and no code that differs from its own."""
+    """Checks the signature. Apple silicon runs only code that has one and matches it."""
     if not image.has_code_signature:
         if architecture == "arm64":
             yield "it has no signature"
@@ -165,11 +168,11 @@ def check_signature(image, content, architecture):
     except (struct.error, KeyError):
         good = False
     if not good:
-        yield "its signature does not fit its content"
+        yield "its signature does not match its content"
 
 
 def code_directories(blob):
-    """The code directories of a signature, all of which must hold."""
+    """The code directories of a signature, all of which must be valid."""
     magic, _, count = struct.unpack_from(">III", blob)
     if magic != 0xFADE0CC0:
         return
@@ -180,7 +183,7 @@ def code_directories(blob):
 
 
 def covers(directory, content):
-    """Whether the code directory has the hash of every page of `content`."""
+    """Whether the code directory contains the hash of every page of `content`."""
     magic, _, _, _, hashes, _, _, pages, limit = struct.unpack_from(">IIIIIIIII", directory)
     size, kind, _, page_bits = struct.unpack_from("BBBB", directory, 36)
     if magic != 0xFADE0C02 or limit != len(content):

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Checks a bundle against what is promised about it (docs/macos.md); on Linux and macOS the same.
+# Checks a bundle against the promises of docs/macos.md, on Linux or macOS.
 #
-#   scripts/macos/check_bundle.sh [BUNDLE]     build/macos/Kestrane.app if none is given
-#   scripts/macos/check_bundle.sh --self-test  breaks each promise on purpose and sees the check fail
+#     scripts/macos/check_bundle.sh [BUNDLE]     build/macos/Kestrane.app by default
+#     scripts/macos/check_bundle.sh --self-test  breaks each promise and expects the check to fail
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 . scripts/lib/base.sh
@@ -16,7 +16,7 @@ if [ "${1-}" = --self-test ]; then
 fi
 
 bundle=${1-build/macos/Kestrane.app}
-[ -d "$bundle" ] || fail "There is no bundle $bundle; build it with scripts/macos/build.sh and start again."
+[ -d "$bundle" ] || fail "The bundle $bundle does not exist; build it with scripts/macos/build.sh and start again."
 python_env lief
 "$python" scripts/macos/check_bundle.py "$bundle" scripts/macos/libsystem_symbols.txt ||
     fail "$bundle breaks the promises above."

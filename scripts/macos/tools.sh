@@ -1,9 +1,9 @@
 # shellcheck shell=bash
 # The tools that build for macOS; to be sourced after base.sh and python_env.sh.
-# shellcheck disable=SC2034,SC2154  # Variables set here for the scripts, or by python_env.
+# shellcheck disable=SC2034,SC2154  # variables set for the caller, or by python_env
 
-# prepare_macos_tools: sets `lipo`, and `zig` to the cross compiler; on a Mac, which has its own, to
-# nothing.
+# prepare_macos_tools: sets `lipo` and `zig`, the cross compiler. On a Mac, which uses its own
+# compiler, `zig` is empty.
 prepare_macos_tools() {
     need_command cmake cmake cmake
     need_command ninja ninja-build ninja

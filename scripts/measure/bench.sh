@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# Measures the launcher beside its peers and writes docs/benchmarks.md with its charts. Linux only.
+# Measures the launcher and its peers and writes docs/benchmarks.md with its charts. Linux only.
 #
 #     scripts/measure/bench.sh [--short]
 #
-# Installs the peers (supervisor, runit, s6, daemontools) and tools where they are missing, builds
-# in release mode and measures all of them in one run of about 20 minutes; let the machine
-# be quiet meanwhile. --short takes one peer and small numbers, judges nothing by time and writes to
+# Installs missing peers (supervisor, runit, s6, daemontools) and tools, builds in release mode and
+# measures everything in one run of about 20 minutes, during which the machine should be idle. --short
+# only shows that the benchmarks work: one peer, small numbers, no judgement by time; it writes to
 # build/bench/short.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
@@ -38,12 +38,12 @@ cmake --preset bench
 cmake --build --preset bench
 cmake --install "$build" --prefix "$build/stage"
 
-folder=docs
+directory=docs
 if [ "$short" = yes ]; then
-    folder=$build/short
-    mkdir -p "$folder"
+    directory=$build/short
+    mkdir -p "$directory"
 fi
 python3 -B bench/supervision/run.py --bench "$build/bench" --stage "$build/stage" \
     --output "$build/results.json" "$@"
-BENCH_LOAD=$load python3 -B bench/supervision/report.py "$build/results.json" "$folder"
-echo "Written: $folder/benchmarks.md"
+BENCH_LOAD=$load python3 -B bench/supervision/report.py "$build/results.json" "$directory"
+echo "Written: $directory/benchmarks.md"

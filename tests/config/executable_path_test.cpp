@@ -25,7 +25,7 @@ TEST(GetExecutablePath, GivesTheAbsolutePathOfThisProgram)
     EXPECT_EQ(path.substr(path.size() - name.size()), name);
 }
 
-TEST(GetExecutablePath, FillsABufferThatJustHoldsThePathAndItsNul)
+TEST(GetExecutablePath, FillsABufferOfExactlyTheNeededSize)
 {
     const std::string path = OwnPath();
     std::vector<char> buffer(path.size() + 1, 'x');
@@ -33,7 +33,7 @@ TEST(GetExecutablePath, FillsABufferThatJustHoldsThePathAndItsNul)
     EXPECT_EQ(path, buffer.data());
 }
 
-TEST(GetExecutablePath, FailsAndLeavesTheBufferWhereTheNulDoesNotFit)
+TEST(GetExecutablePath, FailsAndLeavesTheBufferUnchangedIfTheNulDoesNotFit)
 {
     const std::string path = OwnPath();
     std::vector<char> buffer(path.size(), 'x');

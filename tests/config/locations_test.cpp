@@ -7,7 +7,7 @@
 #include <filesystem>
 
 #include "tests/support/fake_machine.h"
-#include "tests/support/temp_folder.h"
+#include "tests/support/temp_directory.h"
 
 namespace {
 
@@ -22,7 +22,7 @@ protected:
         g_fake_machine.user = FakeMachine::User{"u", "/Users/u"};
     }
 
-    // An absolute path of `length` bytes below `start` whose last component is "x"s.
+    // An absolute path of `length` bytes below `start`, with a last component of "x"s.
     static std::string LongPath(std::string start, std::size_t length)
     {
         while (length - start.size() > 201) {
@@ -31,7 +31,7 @@ protected:
         return start + "/" + std::string(length - start.size() - 1, 'x');
     }
 
-    TempFolder m_folder;
+    TempDirectory m_directory;
 };
 
 using AppPath = Locations;
@@ -49,7 +49,7 @@ const std::string kExtensionMacOs = "/Contents/PlugIns/Y.appex/Contents/MacOS";
 
 TEST_F(AppPath, IsTheResolvedFrameworksFolderOfTheBundle)
 {
-    const std::string bundle = m_folder.path() + "/X.app";
+    const std::string bundle = m_directory.path() + "/X.app";
     fs::create_directories(bundle + "/Contents/MacOS");
     fs::create_directories(bundle + "/Contents/Frameworks");
     g_fake_machine.executable = bundle + "/Contents/MacOS/launcher";
@@ -58,14 +58,14 @@ TEST_F(AppPath, IsTheResolvedFrameworksFolderOfTheBundle)
 
 TEST_F(AppPath, OfTheExtensionIsTheMainBundlesFrameworksFolder)
 {
-    const std::string bundle = m_folder.path() + "/X.app";
+    const std::string bundle = m_directory.path() + "/X.app";
     fs::create_directories(bundle + kExtensionMacOs);
     fs::create_directories(bundle + "/Contents/Frameworks");
     g_fake_machine.executable = bundle + kExtensionMacOs + "/KestraneFinderSync";
     EXPECT_EQ(GetAppPath(), bundle + "/Contents/Frameworks");
 }
 
-TEST_F(AppPath, StaysUnresolvedWhereTheFolderDoesNotExist)
+TEST_F(AppPath, StaysUnresolvedIfTheFrameworksFolderDoesNotExist)
 {
     EXPECT_EQ(GetAppPath(), "/Apps/X.app/Contents/MacOS/../Frameworks");
     g_fake_machine.executable = "/Apps/X.app" + kExtensionMacOs + "/KestraneFinderSync";
@@ -74,25 +74,48 @@ TEST_F(AppPath, StaysUnresolvedWhereTheFolderDoesNotExist)
 
 TEST_F(AppPath, FollowsSymbolicLinksOfTheFrameworksFolder)
 {
-    fs::create_directories(m_folder.path() + "/bin");
-    fs::create_directories(m_folder.path() + "/real");
-    fs::create_directory_symlink("real", m_folder.path() + "/Frameworks");
-    g_fake_machine.executable = m_folder.path() + "/bin/launcher";
-    EXPECT_EQ(GetAppPath(), m_folder.path() + "/real");
+    fs::create_directories(m_directory.path() + "/bin");
+    fs::create_directories(m_directory.path() + "/real");
+    fs::create_directory_symlink("real", m_directory.path() + "/Frameworks");
+    g_fake_machine.executable = m_directory.path() + "/bin/launcher";
+    EXPECT_EQ(GetAppPath(), m_directory.path() + "/real");
 }
 
-TEST_F(AppPath, StaysUnresolvedWhereTheResolvedPathTakes1024Bytes)
+TEST_F(AppPath, IsResolvedUpTo1023Bytes)
 {
-    fs::create_directories(m_folder.path() + "/bin");
-    g_fake_machine.executable = m_folder.path() + "/bin/launcher";
-    for (const std::size_t length : {1023U, 1024U}) {
-        const std::string target = LongPath(m_folder.path(), length);
-        ASSERT_EQ(target.size(), length);
-        fs::create_directories(target);
-        fs::remove(m_folder.path() + "/Frameworks");
-        fs::create_directory_symlink(target, m_folder.path() + "/Frameworks");
-        const std::string unresolved = m_folder.path() + "/bin/../Frameworks";
-        EXPECT_EQ(GetAppPath(), length < 1024 ? target : unresolved) << length;
+    fs::create_directories(m_directory.path() + "/bin");
+    g_fake_machine.executable = m_directory.path() + "/bin/launcher";
+    const std::string target = LongPath(m_directory.path(), 1023);
+    fs::create_directories(target);
+    fs::create_directory_symlink(target, m_directory.path() + "/Frameworks");
+    EXPECT_EQ(GetAppPath(), target);
+}
+
+#ifndef __APPLE__
+// macOS cannot create so long a path.
+TEST_F(AppPath, StaysUnresolvedIfTheResolvedPathHas1024Bytes)
+{
+    fs::create_directories(m_directory.path() + "/bin");
+    g_fake_machine.executable = m_directory.path() + "/bin/launcher";
+    const std::string target = LongPath(m_directory.path(), 1024);
+    ASSERT_EQ(target.size(), 1024U);
+    fs::create_directories(target);
+    fs::create_directory_symlink(target, m_directory.path() + "/Frameworks");
+    EXPECT_EQ(GetAppPath(), m_directory.path() + "/bin/../Frameworks");
+}
+#endif
+
+TEST_F(AppPath, StaysUnresolvedIfThePathHasMoreThan1024Bytes)
+{
+    const std::string suffix = "/../Frameworks";
+    for (const std::size_t length : {1024U, 1025U}) {
+        const std::string directory = LongPath(m_directory.path(), length - suffix.size());
+        fs::create_directories(directory);
+        const std::string frameworks = directory.substr(0, directory.rfind('/')) + "/Frameworks";
+        fs::create_directories(frameworks);
+        g_fake_machine.executable = directory + "/l";
+        ASSERT_EQ((directory + suffix).size(), length);
+        EXPECT_EQ(GetAppPath(), length == 1024 ? frameworks : directory + suffix) << length;
     }
 }
 
@@ -108,7 +131,7 @@ TEST_F(AppPath, IsEmptyWithoutAnExecutablePath)
     EXPECT_EQ(GetAppPath(), "");
 }
 
-TEST_F(AppPath, TakesAnExecutablePathOf1023BytesAndNoMore)
+TEST_F(AppPath, AcceptsAnExecutablePathOfUpTo1023Bytes)
 {
     g_fake_machine.executable = LongPath("/a", 1023);
     const std::string folder =
@@ -118,7 +141,7 @@ TEST_F(AppPath, TakesAnExecutablePathOf1023BytesAndNoMore)
     EXPECT_EQ(GetAppPath(), "");
 }
 
-TEST_F(FinderSync, IsToldByTheEndOfTheExecutablePathWithItsCase)
+TEST_F(FinderSync, IsRecognisedByTheEndOfTheExecutablePathCaseSensitively)
 {
     const struct
     {
@@ -164,7 +187,7 @@ TEST_F(HomePath, FallsBackToTheEnvironmentAndThenToNothing)
     EXPECT_EQ(GetHomePath(), "");
 }
 
-TEST_F(AppDataPath, LiesInTheHomeFolder)
+TEST_F(AppDataPath, IsInTheHomeDirectory)
 {
     EXPECT_EQ(GetAppDataPath(), "/Users/u/Library/Application Support");
     g_fake_machine.user->home = "";
@@ -216,11 +239,11 @@ TEST_F(SdkName, IsReadFromTheFrameworksFolder)
         {"[SDK]\nNAME=" + std::string(1023, 'n') + "\n", std::string(1023, 'n')},
         {"[SDK]\nNAME=" + std::string(1024, 'n') + "\n", ""},
     };
-    fs::create_directories(m_folder.path() + "/Contents/MacOS");
-    g_fake_machine.executable = m_folder.path() + "/Contents/MacOS/launcher";
+    fs::create_directories(m_directory.path() + "/Contents/MacOS");
+    g_fake_machine.executable = m_directory.path() + "/Contents/MacOS/launcher";
     EXPECT_EQ(GetSDKName(), "") << "without the file";
     for (const auto& c : cases) {
-        m_folder.Write("Contents/Frameworks/qv7api.ini", c.ini);
+        m_directory.Write("Contents/Frameworks/qv7api.ini", c.ini);
         EXPECT_EQ(GetSDKName(), c.name) << c.ini;
     }
 }
@@ -233,7 +256,7 @@ TEST_F(MountPath, JoinsTheNameAndTheLoginName)
     EXPECT_EQ(GetOSXMountPath("Share"), "/Volumes/Share_");
 }
 
-TEST_F(CurrentPath, IsTheUnresolvedFolderOfTheExecutable)
+TEST_F(CurrentPath, IsTheUnresolvedDirectoryOfTheExecutable)
 {
     g_fake_machine.executable = "/X.app/Contents/../Contents/MacOS/launcher";
     EXPECT_EQ(GetCurrentPath(), "/X.app/Contents/../Contents/MacOS");
@@ -245,7 +268,7 @@ TEST_F(CurrentPath, IsTheUnresolvedFolderOfTheExecutable)
     EXPECT_EQ(GetCurrentPath(), "");
 }
 
-TEST_F(CurrentPath, TakesAnExecutablePathOfOneByteMoreThanTheOthers)
+TEST_F(CurrentPath, AcceptsAnExecutablePathOneByteLongerThanTheOthers)
 {
     g_fake_machine.executable = LongPath("/a", 1024);
     EXPECT_EQ(GetCurrentPath(),

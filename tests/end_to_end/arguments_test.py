@@ -1,17 +1,28 @@
-"""The argument vector that an item's program gets."""
+"""The argument vector and the environment of an item's program."""
 
 import os
 import re
 import signal
 
-import harness
-from harness import HELPERS, MANY, STAY, WORK
-from harness import end_text, item, nameless, numbered, start_text, without_nameless
+import namespace
+from launcher import (
+    ABORTED,
+    MANY,
+    SANITIZER_OPTIONS,
+    STAY,
+    WORK,
+    LauncherTest,
+    item,
+    nameless,
+    numbered,
+)
+from log import end_text, read_lines, start_text, without_nameless
+from namespace import HELPERS
 
 
-class ArgumentVector(harness.LauncherTest):
+class ArgumentVector(LauncherTest):
     def arguments_of(self, entry):
-        """What the program of an item sees behind its own name."""
+        """The arguments of an item's program, without argv[0]."""
         launcher = self.start(numbered({"name": "a", "program": STAY, **entry}))
         (start,) = self.wait_for_starts(1)
         self.assertEqual(1, launcher.stop())
@@ -46,7 +57,7 @@ class ArgumentVector(harness.LauncherTest):
             self.arguments_of(item("a", STAY, *values)),
         )
 
-    def test_the_count_says_how_many(self):
+    def test_argc_is_the_number_of_arguments(self):
         args = {"0": "x", "1": "y", "3": "w"}
         cases = [
             ({"args": args}, []),
@@ -64,28 +75,28 @@ class ArgumentVector(harness.LauncherTest):
             ({"argc": False, "args": args}, []),
             ({"argc": None, "args": args}, []),
             ({"argc": 2**32 + 1, "args": args}, [b"x"]),
-            # Nobody looks at "args" then.
+            # "args" is not read.
             ({"argc": 0, "args": []}, []),
         ]
         for entry, expected in cases:
             with self.subTest(entry):
                 self.assertEqual(expected, self.arguments_of(entry))
 
-    def test_fifty_thousand(self):
+    def test_fifty_thousand_arguments(self):
         half = {str(i): f"a{i}" for i in range(25_000)}
         self.assertEqual(
             [text.encode() for text in half.values()] + [b""] * 25_000,
             self.arguments_of({"argc": 50_000, "args": half}),
         )
 
-    def test_a_count_of_minus_one_gives_an_empty_vector(self):
-        # Of which Linux makes one argument, the empty text.
+    def test_argc_of_minus_one_gives_an_empty_vector(self):
+        # Linux replaces an empty vector by one empty argument.
         launcher = self.start(numbered({"name": "a", "program": STAY, "argc": -1}))
         (start,) = self.wait_for_starts(1)
         self.assertEqual([b""], start.arguments)
         self.assertEqual(1, launcher.stop())
 
-    def test_conversions_that_fail_end_the_child(self):
+    def test_failed_conversions_abort_the_child(self):
         entries = [
             {"argc": "1"},
             {"argc": {}},
@@ -102,19 +113,18 @@ class ArgumentVector(harness.LauncherTest):
         for entry in entries:
             with self.subTest(entry):
                 launcher = self.start(numbered({"name": "a", "program": STAY, **entry}))
-                log = self.wait_for(
-                    lambda: len(launcher.log()) >= 3 and launcher.log(), "a restart"
-                )
+                self.wait_for(lambda log=launcher.log: len(log()) >= 3, "a restart")
+                log = launcher.log()
                 launcher.kill()
                 pid = int(re.search(r"a (\d+) is killed", log[1][1])[1])
-                self.assertIn(log[1][1], [end_text("a", pid, status) for status in harness.ABORTED])
+                self.assertIn(log[1][1], [end_text("a", pid, status) for status in ABORTED])
                 self.assertEqual(["DEBUG", "ERROR", "DEBUG"], [level for level, _ in log[:3]])
                 self.assertEqual([start_text("a")] * 2, [log[0][1], log[2][1]])
                 self.assertEqual([], self.starts())
 
 
-class Program(harness.LauncherTest):
-    def test_its_path_is_passed_as_written(self):
+class Program(LauncherTest):
+    def test_the_path_is_passed_unchanged(self):
         roundabout = f"{HELPERS}/../helpers/./stay"
         os.symlink(STAY, WORK + "/42")
         os.symlink(STAY, WORK + "/true")
@@ -126,7 +136,7 @@ class Program(harness.LauncherTest):
                 self.assertEqual([path.encode()], start.arguments)
                 self.assertEqual(1, launcher.stop())
 
-    def test_an_object_or_array_ends_the_launcher_but_not_its_children(self):
+    def test_an_object_or_array_aborts_the_launcher_but_not_its_children(self):
         for program in ({}, [STAY]):
             with self.subTest(program):
                 launcher = self.start(
@@ -140,12 +150,12 @@ class Program(harness.LauncherTest):
                 self.assert_left_behind(["stay"])
 
 
-class Inheritance(harness.LauncherTest):
+class Inheritance(LauncherTest):
     def inherited(self, **options):
         launcher = self.start(numbered({"name": "a", "program": HELPERS + "/inherit"}), **options)
         self.wait_for_starts(1)
         self.assertEqual(1, launcher.stop())
-        lines = harness.read_lines(WORK + "/inherited")
+        lines = read_lines(WORK + "/inherited")
         return (
             launcher,
             [line for line in lines if not line.startswith("environment ")],
@@ -164,14 +174,14 @@ class Inheritance(harness.LauncherTest):
         )
 
     def test_without_a_log_nothing_is_open(self):
-        self.write(self.home + "/Library/Logs", "not a folder")
+        self.write(self.home + "/Library/Logs", "not a directory")
         launcher, state, _ = self.inherited(level_file=None, before=lambda: os.umask(0o022))
         self.assertEqual([f"group {launcher.pid}", "mask 022"], state)
         self.assertEqual(1, len(self.events()))
 
-    def test_the_group_is_the_one_that_the_launcher_was_started_in(self):
+    def test_the_process_group_is_the_launchers(self):
         leader = self.spawn(["/bin/sleep", "1000"])
-        self.wait_for(lambda: os.getpgid(leader) == leader, "a group of its own")
+        self.wait_for(lambda: os.getpgid(leader) == leader, "the new process group")
         _, state, _ = self.inherited(before=lambda: os.setpgid(0, leader))
         self.assertIn(f"group {leader}", state)
         self.assert_left_behind(["sleep"])
@@ -183,7 +193,7 @@ class Inheritance(harness.LauncherTest):
         _, state, _ = self.inherited(before=open_descriptor_7)
         self.assertIn(f"descriptor 7: inode {os.stat('/dev/null').st_ino}", state)
 
-    def test_descriptors_that_are_closed_already_do_no_harm(self):
+    def test_standard_descriptors_may_be_closed_already(self):
         launcher, state, _ = self.inherited(before=lambda: os.closerange(0, 3))
         self.assertIn(
             f"descriptor 0: inode {os.stat(launcher.log_path).st_ino} write-only append", state
@@ -193,7 +203,7 @@ class Inheritance(harness.LauncherTest):
         variables = {"HOME": "/nowhere", "PATH": "/bin", "EMPTY": "", "A": "b=c"}
         _, _, environment = self.inherited(environment=variables)
         variables["KESTRANE_TEST_STARTS"] = self.starts_path
-        variables.update(harness.SANITIZER_OPTIONS)
+        variables.update(SANITIZER_OPTIONS)
         self.assertEqual(
             sorted(f"environment {name}={value}" for name, value in variables.items()),
             sorted(environment),
@@ -201,4 +211,4 @@ class Inheritance(harness.LauncherTest):
 
 
 if __name__ == "__main__":
-    harness.main()
+    namespace.main()

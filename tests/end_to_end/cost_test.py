@@ -1,25 +1,25 @@
-"""What an idle launcher costs. Prints what it measures."""
+"""Measures and prints what an idle launcher costs."""
 
 import os
 import time
 
-import harness
-from harness import STAY
-from harness import item, numbered
+import namespace
+from launcher import STAY, LauncherTest, item, numbered
+from processes import processes
 
 COUNT = 100
 SECONDS = 3
 
 
-class Cost(harness.LauncherTest):
+class Cost(LauncherTest):
     def measure(self, launcher):
-        """Processor ticks, and what every thread has been woken for."""
+        """Processor ticks, and the context switches of each thread."""
         with open(f"/proc/{launcher.pid}/stat", encoding="utf-8") as file:
             fields = file.read().rsplit(")", 1)[1].split()
         return int(fields[11]) + int(fields[12]), launcher.switches()
 
     def memory(self, launcher):
-        """KiB of memory of its own."""
+        """Private memory in KiB."""
         with open(f"/proc/{launcher.pid}/smaps_rollup", encoding="utf-8") as file:
             sizes = dict(line.split(":", 1) for line in file if line.startswith("Private_"))
         return sum(int(size.split()[0]) for size in sizes.values())
@@ -52,7 +52,7 @@ class Cost(harness.LauncherTest):
 
         os.killpg(launcher.pid, 9)
         self.assertEqual(-9, launcher.wait())
-        self.wait_for(lambda: self.reap() or not harness.processes(), "the end of the group")
+        self.wait_for(lambda: self.reap() or not processes(), "the process group to end")
 
 
 def total(switches):
@@ -60,4 +60,4 @@ def total(switches):
 
 
 if __name__ == "__main__":
-    harness.main()
+    namespace.main()

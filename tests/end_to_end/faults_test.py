@@ -1,4 +1,4 @@
-"""What the launcher does when the system fails it, and when its helpers misbehave."""
+"""What the launcher does when system calls fail and when helpers misbehave."""
 
 import ctypes
 import errno
@@ -8,34 +8,53 @@ import resource
 import signal
 import unittest
 
-import harness
-from harness import APPLICATION, END, HELPERS, MANY, PARSE_ERROR, STAY
-from harness import end_text, item, nameless, numbered, start_text, without_nameless
+import namespace
+from launcher import (
+    ABORTED,
+    APPLICATION,
+    END,
+    MANY,
+    SANITIZE,
+    STAY,
+    UNIQUE_USER,
+    LauncherTest,
+    LimitedUserTest,
+    counts_threads,
+    item,
+    nameless,
+    numbered,
+)
+from log import PARSE_ERROR, end_text, parse_record, read_lines, start_text, without_nameless
+from namespace import HELPERS
+from processes import processes
 
 MISBEHAVE = HELPERS + "/misbehave"
 
-# More processes than any case of a limited user has.
+# More processes than any case of a limited user needs.
 ENOUGH = 9
 
-# Where a record begins; a text cannot contain one (docs/log-format.md).
+# The start of a record. No record's text can contain a timestamp (docs/log-format.md).
 TIME = re.compile(r"(?=\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z )")
 
 
 def log_of(path):
-    """The records of a log in which other things may stand between them. What is not a record has
-    no line end, so that the next record follows on its line."""
-    records = [harness.parse_record(TIME.split(line)[-1]) for line in harness.read_lines(path)]
+    """The records of a log that helpers write to as well. What they write contains no line end, so
+    the next record follows on the same line."""
+    records = [parse_record(TIME.split(line)[-1]) for line in read_lines(path)]
     return [(record.level, record.text) for record in records]
 
 
-@harness.one_thread_more
-class Fork(harness.LimitedUserTest):
-    def test_the_first_of_a_later_item(self):
-        # Room for the main thread, both supervisors, and one child.
+@counts_threads
+class Fork(LimitedUserTest):
+    def test_the_first_one_of_a_later_item_fails(self):
+        # Enough for the main thread, both supervisors and one child.
         launcher = self.start_limited(numbered(item("a"), *nameless(MANY), item("b")), 4)
         (first,) = self.wait_for_starts(1)
-        self.wait_for(lambda: ("ERROR", "[LAUNCHER  ] Failed to fork b") in launcher.log(), "b")
-        # The other item is kept running.
+        self.wait_for(
+            lambda: ("ERROR", "[LAUNCHER  ] Failed to fork b") in launcher.log(),
+            "the failed fork of b",
+        )
+        # The other item keeps being restarted.
         os.kill(first.pid, signal.SIGKILL)
         second = self.wait_for_starts(2)[1]
         self.assertEqual(1, launcher.stop())
@@ -64,7 +83,7 @@ class Fork(harness.LimitedUserTest):
         self.wait_for(lambda: self.reap() or pid in self.ended, "the new limit")
         self.assertEqual(0, self.ended[pid])
 
-    def test_a_later_one(self):
+    def test_a_later_one_fails(self):
         launcher = self.start_limited(numbered(item("a", STAY, "a"), item("b", STAY, "b")), ENOUGH)
         self.wait_for_starts(2)
         (a,), (b,) = self.starts("a"), self.starts("b")
@@ -82,17 +101,20 @@ class Fork(harness.LimitedUserTest):
 
         self.wait_for(lambda: expected == log_of_a(), "a failed fork")
 
-        # The item is given up, even when there is room again. The other one is not.
+        # The item is abandoned even if a fork would succeed again. The other one is not.
         self.set_limit(launcher, ENOUGH)
         os.kill(b.pid, signal.SIGKILL)
         self.wait_for_starts(2, "b")
-        self.holds_for(0.3, lambda: expected == log_of_a(), "no second try")
+        self.holds_for(0.3, lambda: expected == log_of_a(), "fork was tried again")
 
-        # The stop signals every process that the user may signal.
+        # SIGTERM makes the launcher kill every process that its user may signal.
         same_user = self.spawn(["/bin/sleep", "1000"], before=lambda: self.become_limited(ENOUGH))
         other_user = self.spawn(["/bin/sleep", "1000"])
         self.assertEqual(1, launcher.stop())
-        self.wait_for(lambda: self.reap() or same_user in self.ended, "the signal to every process")
+        self.wait_for(
+            lambda: self.reap() or same_user in self.ended,
+            "the process of the same user to be killed",
+        )
         self.assertEqual(-signal.SIGKILL, self.ended[same_user])
         self.assertNotIn(other_user, self.ended)
         self.assert_left_behind(["sleep"])
@@ -114,10 +136,10 @@ class Fork(harness.LimitedUserTest):
         self.assert_left_behind(["sleep"])
 
 
-@harness.one_thread_more
-class Thread(harness.LimitedUserTest):
-    def test_one_that_cannot_be_started_ends_the_children_before_it(self):
-        # Room for the main thread, one supervisor and its child.
+@counts_threads
+class Thread(LimitedUserTest):
+    def test_a_supervisor_that_cannot_be_started_kills_the_earlier_children(self):
+        # Enough for the main thread, one supervisor and its child.
         launcher = self.start_limited(numbered(item("a"), *nameless(MANY), item("b")), 3)
         self.assertEqual(0, launcher.wait())
         (start,) = self.starts()
@@ -131,13 +153,13 @@ class Thread(harness.LimitedUserTest):
         )
 
 
-@unittest.skipIf(harness.SANITIZE, "sanitizers need memory without limits")
-class Memory(harness.LauncherTest):
-    # Nearly the longest that a program can be given.
+@unittest.skipIf(SANITIZE, "sanitizers need unlimited memory")
+class Memory(LauncherTest):
+    # Nearly the longest argument that Linux accepts.
     ARGUMENT = "x" * 130_000
 
-    def test_a_child_without_ends_by_abort_until_there_is_some_again(self):
-        # No memory in reserve: what the child copies has to be asked of the system.
+    def test_a_child_aborts_until_memory_is_available_again(self):
+        # malloc keeps no reserve, so the copy in the child needs memory from the system.
         launcher = self.start(
             numbered(item("a", STAY, self.ARGUMENT)),
             environment={"MALLOC_MMAP_THRESHOLD_": "65536", "MALLOC_TOP_PAD_": "0"},
@@ -145,7 +167,7 @@ class Memory(harness.LauncherTest):
         (first,) = self.wait_for_starts(1)
         launcher.settle()
         _, most = resource.prlimit(launcher.pid, resource.RLIMIT_DATA)
-        # Not 0, which Linux takes as no limit.
+        # Linux treats 0 as no limit.
         resource.prlimit(launcher.pid, resource.RLIMIT_DATA, (4096, most))
         os.kill(first.pid, signal.SIGKILL)
         self.wait_for(lambda: len(launcher.log()) >= 8, "three ends without memory")
@@ -160,11 +182,11 @@ class Memory(harness.LauncherTest):
         self.assertEqual(("ERROR", end_text("a", second.pid, 9)), log[-1])
         for _, text in log[3:-1:2]:
             pid = int(re.search(r"a (\d+) is killed", text)[1])
-            self.assertIn(text, [end_text("a", pid, status) for status in harness.ABORTED])
+            self.assertIn(text, [end_text("a", pid, status) for status in ABORTED])
 
 
-class LogFolder(harness.LimitedUserTest):
-    def test_one_that_may_not_be_written(self):
+class LogDirectory(LimitedUserTest):
+    def test_an_unwritable_one_causes_a_system_event(self):
         logs = os.path.dirname(self.log_path())
         os.makedirs(logs, mode=0o555)
         launcher = self.start_limited(numbered(item("a")), ENOUGH)
@@ -173,13 +195,13 @@ class LogFolder(harness.LimitedUserTest):
             [f"Morvel Launcher for {APPLICATION} : Failed to initialize logger"],
             [event.text for event in self.events()],
         )
-        # Items are kept running all the same.
+        # Items are restarted nevertheless.
         os.kill(first.pid, signal.SIGKILL)
         self.wait_for_starts(2)
         self.assertEqual(1, launcher.stop())
         self.assertEqual([], os.listdir(logs))
 
-    def test_one_that_goes_away_and_may_not_be_written_for_a_while(self):
+    def test_records_are_counted_as_lost_while_it_is_unwritable(self):
         launcher = self.start_limited(numbered(item("a")), ENOUGH)
         (first,) = self.wait_for_starts(1)
         launcher.settle()
@@ -192,7 +214,7 @@ class LogFolder(harness.LimitedUserTest):
         launcher.settle()
         self.assertEqual([], os.listdir(logs))
 
-        os.chown(logs, harness.LONELY_USER, harness.LONELY_USER)
+        os.chown(logs, UNIQUE_USER, UNIQUE_USER)
         self.assertEqual(1, launcher.stop())
         self.assertEqual(
             [
@@ -203,8 +225,8 @@ class LogFolder(harness.LimitedUserTest):
         )
 
 
-class Log(harness.LauncherTest):
-    def test_one_that_is_removed_is_begun_anew(self):
+class Log(LauncherTest):
+    def test_a_removed_one_is_created_again(self):
         launcher = self.start(numbered(item("a")))
         (first,) = self.wait_for_starts(1)
         launcher.settle()
@@ -221,8 +243,8 @@ class Log(harness.LauncherTest):
             launcher.log(),
         )
 
-    def test_one_that_its_helpers_fill_keeps_every_record(self):
-        # The log is the helpers' standard input, and open for writing.
+    def test_no_record_is_lost_while_helpers_fill_the_file(self):
+        # Helpers inherit the log as their standard input, open for writing.
         size = 10 * 1024 * 1024
         launcher = self.start(numbered(item("a", MISBEHAVE, "fill", str(size))))
         (first,) = self.wait_for_starts(1)
@@ -243,7 +265,7 @@ class Log(harness.LauncherTest):
         self.assertEqual(0, os.path.getsize(launcher.log_path))
 
 
-class FullDisk(harness.LauncherTest):
+class FullDisk(LauncherTest):
     disk_size = 256 * 1024
 
     def fill_disk(self, path):
@@ -254,19 +276,19 @@ class FullDisk(harness.LauncherTest):
             except OSError as error:
                 self.assertEqual(errno.ENOSPC, error.errno)
 
-    def test_the_launcher_goes_on_and_tells_how_much_of_its_log_is_missing(self):
+    def test_lost_records_are_counted_and_items_still_run(self):
         launcher = self.start(numbered(item("a", END, "exit", "3")))
         self.wait_for_starts(2)
         ballast = self.home + "/ballast"
         self.fill_disk(ballast)
 
-        # The log still has the rest of its last page.
+        # The last page of the log still has space.
         def starts_without_a_record():
             size, count = os.path.getsize(launcher.log_path), len(self.starts())
             self.wait_for_starts(count + 3)
             return size == os.path.getsize(launcher.log_path)
 
-        self.wait_for(starts_without_a_record, "the log does not grow")
+        self.wait_for(starts_without_a_record, "the log to stop growing")
         os.remove(ballast)
         lost = re.compile(r"\[QV7LOG    \] (\d+) records were lost")
 
@@ -274,7 +296,7 @@ class FullDisk(harness.LauncherTest):
             found = [lost.fullmatch(text) for _, text in log_of(launcher.log_path)]
             return [index for index, match in enumerate(found) if match]
 
-        (notice,) = self.wait_for(notices, "the word about lost records")
+        (notice,) = self.wait_for(notices, "the notice about lost records")
         self.wait_for_starts(len(self.starts()) + 3)
         launcher.kill()
 
@@ -287,60 +309,60 @@ class FullDisk(harness.LauncherTest):
         self.assertEqual(every[:notice], log[:notice])
         again = log[notice + 1 :]
         self.assertGreaterEqual(len(again), 5)
-        # The last start may have had no time to be noted.
+        # The last child may have been killed before it noted its start.
         every.append(("DEBUG", start_text("a")))
         self.assertEqual(every[notice + count :][: len(again)], again)
 
 
-class SystemLog(harness.LauncherTest):
-    def test_without_one_a_wrong_command_line_ends_as_ever(self):
+class SystemLog(LauncherTest):
+    def test_too_few_arguments_exit_without_one(self):
         os.remove("/dev/log")
         self.assertEqual(0, self.start_with([]).wait())
 
-    def test_without_one_and_without_a_log_the_launcher_goes_on(self):
+    def test_items_run_without_one_and_without_a_log(self):
         os.remove("/dev/log")
-        self.write(self.home + "/Library/Logs", "not a folder")
+        self.write(self.home + "/Library/Logs", "not a directory")
         launcher = self.start(numbered(item("a")), level_file=None)
         self.wait_for_starts(1)
         self.assertEqual(1, launcher.stop())
 
 
-class Signals(harness.LauncherTest):
-    def test_sigkill_leaves_the_helpers_running_and_nobody_starts_them_again(self):
+class Signals(LauncherTest):
+    def test_sigkill_leaves_the_helpers_running_unsupervised(self):
         launcher = self.start(numbered(item("a", STAY, "a"), item("b", STAY, "b")))
         self.wait_for_starts(2)
         launcher.settle()
         launcher.send(signal.SIGKILL)
         self.assertEqual(-signal.SIGKILL, launcher.wait())
-        self.assertEqual([1, 1], [process.parent for process in harness.processes()])
+        self.assertEqual([1, 1], [process.parent for process in processes()])
         os.kill(self.starts("a")[0].pid, signal.SIGKILL)
         # Several times the pause.
-        self.holds_for(0.3, lambda: len(self.starts()) == 2, "no further start")
+        self.holds_for(0.3, lambda: len(self.starts()) == 2, "a helper was restarted")
         self.assertEqual([start_text("a"), start_text("b")], sorted(t for _, t in launcher.log()))
         self.assert_left_behind(["stay"])
 
-    @unittest.skipIf(harness.SANITIZE == "thread", "ThreadSanitizer has a thread of its own")
-    def test_sigterm_that_a_supervisor_takes_ends_by_abort(self):
-        # The system gives it to the main thread, if it can. Here it is given to a supervisor, which
-        # would have to wait for its own end.
+    @unittest.skipIf(SANITIZE == "thread", "ThreadSanitizer has a thread of its own")
+    def test_sigterm_on_a_supervisor_thread_aborts(self):
+        # The system prefers the main thread. Here a supervisor gets the signal and would have to
+        # join itself.
         launcher = self.start(numbered(item("a")))
         (child,) = self.wait_for_starts(1)
         launcher.settle()
         (supervisor,) = set(map(int, launcher.switches())) - {launcher.pid}
         self.assertEqual(0, ctypes.CDLL(None).tgkill(launcher.pid, supervisor, signal.SIGTERM))
         self.assertEqual(-signal.SIGABRT, launcher.wait())
-        # Its child was killed before; nobody was left to log that.
-        self.wait_for(lambda: self.reap() or child.pid in self.ended, "the end of the child")
+        # The handler killed the child before it aborted; no thread was left to log that.
+        self.wait_for(lambda: self.reap() or child.pid in self.ended, "the child to end")
         self.assertEqual(-signal.SIGKILL, self.ended[child.pid])
         self.assertEqual([("DEBUG", start_text("a"))], launcher.log())
 
 
-class Helpers(harness.LauncherTest):
+class Helpers(LauncherTest):
     def start_one(self, how):
         launcher = self.start(numbered(item("a", MISBEHAVE, how)))
         return launcher, self.wait_for_starts(1)[0]
 
-    def test_one_that_ignores_signals_is_ended(self):
+    def test_one_that_ignores_signals_is_killed(self):
         launcher, helper = self.start_one("ignore")
         os.kill(helper.pid, signal.SIGTERM)
         self.assertEqual(1, launcher.stop())
@@ -348,22 +370,22 @@ class Helpers(harness.LauncherTest):
             [("DEBUG", start_text("a")), ("ERROR", end_text("a", helper.pid, 9))], launcher.log()
         )
 
-    def test_one_that_is_stopped_is_not_taken_for_ended_and_is_ended(self):
+    def test_a_stopped_one_is_not_restarted_and_is_killed_in_the_end(self):
         launcher = self.start(numbered(item("a")))
         (helper,) = self.wait_for_starts(1)
         os.kill(helper.pid, signal.SIGSTOP)
 
         def is_stopped():
-            return [p.state for p in harness.processes() if p.pid == helper.pid] == ["T"]
+            return [p.state for p in processes() if p.pid == helper.pid] == ["T"]
 
-        self.wait_for(is_stopped, "the helper is stopped")
-        self.holds_for(0.3, lambda: len(launcher.log()) == 1, "no further record")
+        self.wait_for(is_stopped, "the helper to be stopped")
+        self.holds_for(0.3, lambda: len(launcher.log()) == 1, "an unexpected record")
         self.assertEqual(1, launcher.stop())
         self.assertEqual(
             [("DEBUG", start_text("a")), ("ERROR", end_text("a", helper.pid, 9))], launcher.log()
         )
 
-    def test_one_that_closes_every_descriptor_changes_nothing(self):
+    def test_one_that_closes_every_descriptor_is_restarted_as_usual(self):
         launcher, first = self.start_one("close")
         self.assertEqual([], os.listdir(f"/proc/{first.pid}/fd"))
         os.kill(first.pid, signal.SIGTERM)
@@ -379,9 +401,9 @@ class Helpers(harness.LauncherTest):
             launcher.log(),
         )
 
-    def test_what_one_has_started_is_left_alone(self):
+    def test_the_children_of_one_are_not_killed(self):
         launcher, detached = self.start_one("leave")
-        (direct,) = [p.pid for p in harness.processes() if p.parent == launcher.pid]
+        (direct,) = [p.pid for p in processes() if p.parent == launcher.pid]
         self.assertNotEqual(direct, detached.pid)
         self.assertEqual(1, launcher.stop())
         self.assertEqual(
@@ -389,7 +411,7 @@ class Helpers(harness.LauncherTest):
         )
         self.assert_left_behind(["misbehave"])
 
-    def test_one_that_detaches_counts_as_ended_and_is_started_again(self):
+    def test_one_that_detaches_is_restarted(self):
         launcher, _ = self.start_one("detach")
         self.wait_for_starts(4)
         launcher.kill()
@@ -399,11 +421,11 @@ class Helpers(harness.LauncherTest):
             pid = int(re.search(r"a (\d+) is killed", text)[1])
             self.assertEqual(end_text("a", pid, 0), text)
             self.assertNotIn(pid, [start.pid for start in self.starts()])
-        # All of them are running.
-        left = [process.pid for process in harness.processes()]
+        # Every detached process is still running.
+        left = [process.pid for process in processes()]
         self.assertEqual(sorted(start.pid for start in self.starts()), sorted(left))
         self.kill_all()
 
 
 if __name__ == "__main__":
-    harness.main()
+    namespace.main()

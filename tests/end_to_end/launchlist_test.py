@@ -1,19 +1,16 @@
-"""What launchlist says, against what the launcher does."""
+"""Compares the output of launchlist with what the launcher does."""
 
-import collections
 import json
 import os
 import shutil
-import signal
 import subprocess
 
-import harness
-from harness import BUNDLE, END, STAY, WORK
-from harness import item, numbered
+import namespace
+from launcher import BUNDLE, STAY, WORK, LauncherTest, item, numbered
 
 LAUNCHLIST = BUNDLE + "/Contents/MacOS/launchlist"
 
-# Functions with which a program starts or ends another.
+# Functions that start another program or signal it.
 DANGEROUS = (
     "fork vfork clone execl execle execlp execv execve execvp execvpe fexecve posix_spawn "
     "posix_spawnp system popen kill killpg raise tgkill sigqueue pthread_kill ptrace"
@@ -22,9 +19,7 @@ DANGEROUS = (
 
 def launchlist(*arguments, statuses=(0,)):
     """The standard output of launchlist, as text."""
-    run = subprocess.run(
-        [LAUNCHLIST, *arguments], stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False
-    )
+    run = subprocess.run([LAUNCHLIST, *arguments], capture_output=True, check=False)
     if run.returncode not in statuses:
         raise AssertionError(f"{arguments}: status {run.returncode}: {run.stderr!r}")
     return run.stdout.decode()
@@ -34,19 +29,19 @@ def explained(path):
     return json.loads(launchlist("explain", "--json", path))
 
 
-class Explain(harness.LauncherTest):
+class Explain(LauncherTest):
     def check_arguments(self, entry):
-        """The vector that is told for an item is the one that its program gets."""
+        """Asserts that the reported vector is the one that the program gets."""
         launcher = self.start(numbered({"name": "a", "program": STAY, **entry}))
         (start,) = self.wait_for_starts(1)
         self.assertEqual(1, launcher.stop())
         (step,) = explained(WORK + "/list.json")["items"]
-        told = [argument.encode() for argument in step["arguments"]]
-        # On Linux an empty vector becomes one empty text.
-        self.assertEqual(start.arguments, told or [b""])
-        if told:
+        reported = [argument.encode() for argument in step["arguments"]]
+        # Linux replaces an empty vector by one empty argument.
+        self.assertEqual(start.arguments, reported or [b""])
+        if reported:
             echoed = subprocess.run(
-                ["bash", "-c", f"printf '%s\\0' {step['command']}"],
+                ["sh", "-c", f"printf '%s\\0' {step['command']}"],
                 stdout=subprocess.PIPE,
                 check=True,
             ).stdout
@@ -68,14 +63,28 @@ class Explain(harness.LauncherTest):
         self.check_arguments({"argc": 2, "args": None})
         self.check_arguments({"argc": 0, "args": []})
 
-    def test_fifty_thousand(self):
+    def test_as_many_arguments_as_are_sure_to_fit(self):
+        count = 61_438
+        launcher = self.start(numbered({"name": "a", "program": STAY, "argc": count}))
+        (start,) = self.wait_for_starts(1)
+        self.assertEqual(1, launcher.stop())
+        self.assertEqual([STAY.encode()] + [b""] * count, start.arguments)
+        launchlist("check", WORK + "/list.json", statuses=(1,))
+        for more, fate in ((count + 1, "may-overrun-stack"), (65_535, "overruns-stack")):
+            path = self.write(
+                WORK + "/list.json",
+                json.dumps(numbered({"name": "a", "program": STAY, "argc": more})),
+            )
+            self.assertEqual(fate, explained(path)["items"][0]["fate"])
+
+    def test_fifty_thousand_arguments(self):
         launcher = self.start(numbered(item("a", STAY, *map(str, range(50_000)))))
         (start,) = self.wait_for_starts(1)
         self.assertEqual(1, launcher.stop())
         (step,) = explained(WORK + "/list.json")["items"]
         self.assertEqual(start.arguments, [argument.encode() for argument in step["arguments"]])
 
-    def test_conversions_that_fail_end_the_child(self):
+    def test_failed_conversions_abort_the_child(self):
         entries = [
             {"argc": "1"},
             {"argc": {}},
@@ -88,26 +97,26 @@ class Explain(harness.LauncherTest):
         for entry in entries:
             with self.subTest(entry):
                 launcher = self.start(numbered({"name": "a", "program": STAY, **entry}))
-                self.wait_for(lambda: len(launcher.log()) >= 3, "a restart")
+                self.wait_for(lambda log=launcher.log: len(log()) >= 3, "a restart")
                 launcher.kill()
                 self.assertEqual([], self.starts())
                 (step,) = explained(WORK + "/list.json")["items"]
                 self.assertNotIn("arguments", step)
-                self.assertIn("aborted", step["note"])
+                self.assertEqual("aborts-child", step["fate"])
                 launchlist("check", WORK + "/list.json", statuses=(2,))
 
-    def test_the_walk(self):
+    def test_which_items_start(self):
         entries = numbered(item("a", STAY, "a"), {"program": STAY}, item("b", STAY, "b"))
         entries["4"] = item("late", STAY, "late")
         launcher = self.start(entries)
         self.wait_for_starts(2)
         self.assertEqual(1, launcher.stop())
         started = {tuple(start.arguments) for start in self.starts()}
-        walk = explained(WORK + "/list.json")
-        self.assertFalse(walk["launcher_ends"])
-        self.assertEqual([0, 1, 2], [step["index"] for step in walk["items"]])
-        told = [step["arguments"] for step in walk["items"] if "arguments" in step]
-        self.assertEqual(started, {tuple(text.encode() for text in vector) for vector in told})
+        result = explained(WORK + "/list.json")
+        self.assertEqual("no", result["launcher_ends"])
+        self.assertEqual([0, 1, 2], [step["index"] for step in result["items"]])
+        reported = [step["arguments"] for step in result["items"] if "arguments" in step]
+        self.assertEqual(started, {tuple(text.encode() for text in vector) for vector in reported})
 
     def test_lists_that_end_the_launcher(self):
         for text in (
@@ -123,11 +132,9 @@ class Explain(harness.LauncherTest):
                 launcher = self.start(text)
                 self.assertEqual(0, launcher.wait())
                 path = WORK + "/list.json"
-                self.assertTrue(
-                    json.loads(launchlist("explain", "--json", path, statuses=(2,)))[
-                        "launcher_ends"
-                    ]
-                )
+                result = json.loads(launchlist("explain", "--json", path, statuses=(2,)))
+                self.assertEqual("yes", result["launcher_ends"])
+                self.assertEqual([0], [outcome["exit_status"] for outcome in result["outcomes"]])
                 launchlist("check", path, statuses=(2,))
 
     def test_lists_that_start_nothing(self):
@@ -135,186 +142,16 @@ class Explain(harness.LauncherTest):
             with self.subTest(text):
                 launcher = self.start(text)
                 self.assertEqual(1, launcher.stop())
-                walk = explained(WORK + "/list.json")
-                self.assertFalse(walk["launcher_ends"])
-                self.assertFalse(any("arguments" in step for step in walk["items"]))
+                result = explained(WORK + "/list.json")
+                self.assertEqual("no", result["launcher_ends"])
+                self.assertFalse(any("arguments" in step for step in result["items"]))
 
 
-class Report(harness.LauncherTest):
-    def report(self, *arguments):
-        """The report on the log of this user's launcher, with its items by name."""
-        report = json.loads(launchlist("report", "--json", *arguments))
-        report["items"] = {entry["name"]: entry for entry in report["items"]}
-        return report
-
-    def run_mixed_list(self, **options):
-        """A run whose truth is known: an item that stays, one that fails, one that crashes and one
-        that is killed from outside. Gives how the children of each ended."""
-        launcher = self.start(
-            numbered(
-                item("stays", STAY, "stays"),
-                item("fails", END, "exit", "3"),
-                item("crashes", END, "signal", "11"),
-                item("killed", STAY, "killed"),
-            ),
-            **options,
-        )
-        self.wait_for_starts(1, "stays")
-        for count in (1, 2):
-            child = self.wait_for_starts(count, "killed")[-1]
-            os.kill(child.pid, signal.SIGTERM)
-        self.wait_for_starts(3, "killed")
-        self.wait_for_starts(7, "exit")
-        self.wait_for_starts(7, "signal")
-        self.assertEqual(1, launcher.stop())
-        return launcher
-
-    def ends_in_log(self, launcher):
-        """The log's own ends: for each item how often which wait status."""
-        ends = collections.defaultdict(collections.Counter)
-        for record in launcher.records():
-            if " is killed. ret = " in record.text:
-                name = record.text.split("] ", 1)[1].split(" ", 1)[0]
-                ends[name][int(record.text.rsplit(" ", 1)[1])] += 1
-        return ends
-
-    def test_a_run_with_every_kind_of_end(self):
-        launcher = self.run_mixed_list()
-        report = self.report()
-        ends = self.ends_in_log(launcher)
-        words = {
-            9: "killed by SIGKILL",
-            11: "killed by SIGSEGV",
-            15: "killed by SIGTERM",
-            768: "exit status 3",
-        }
-        self.assertEqual(1, report["launchers"])
-        self.assertEqual(0, report["unread"])
-        self.assertEqual(["crashes", "fails", "killed", "stays"], sorted(report["items"]))
-        for name, arguments in {
-            "stays": ("stays",),
-            "fails": ("exit",),
-            "crashes": ("signal",),
-            "killed": ("killed",),
-        }.items():
-            with self.subTest(name):
-                told = report["items"][name]
-                self.assertEqual(
-                    {words[status]: count for status, count in ends[name].items()},
-                    {entry["how"]: entry["count"] for entry in told["ended"]},
-                )
-                # A child that the stop kills between its fork and its program notes no start.
-                starts = self.starts(*arguments)
-                self.assertIn(told["starts"] - len(starts), (0, 1))
-                self.assertEqual(sum(ends[name].values()), told["ends"])
-                self.assertEqual(told["starts"] - 1, told["restarts"])
-                self.assertEqual("ended", told["state"])
-                self.assertEqual(0, told["failed_starts"])
-        self.assertEqual(
-            {"killed by SIGKILL": 1},
-            {entry["how"]: entry["count"] for entry in report["items"]["stays"]["ended"]},
-        )
-        self.assertIsNone(report["items"]["stays"]["loop"])
-        self.assertGreaterEqual(report["items"]["fails"]["loop"]["runs"], 6)
-        self.assertTrue(report["items"]["crashes"]["loop"]["crash"])
-
-    def test_without_debug_records(self):
-        launcher = self.run_mixed_list(level_file=None)
-        report = self.report()
-        ends = self.ends_in_log(launcher)
-        for name, told in report["items"].items():
-            self.assertIsNone(told["starts"])
-            self.assertEqual(1, told["unknown_runs"])
-            self.assertEqual(sum(ends[name].values()), told["ends"])
-        self.assertIsNone(report["items"]["stays"]["longest_run_ms"])
-        self.assertIn("LEVEL=DEBUG", launchlist("report"))
-        self.assertIn(self.level_path(), launchlist("report"))
-
-    def test_the_lengths_of_runs(self):
-        launcher = self.start(numbered(item("a")))
-        first = self.wait_for_starts(1)[0]
-        self.holds_for(0.7, launcher.running, "the launcher runs")
-        os.kill(first.pid, signal.SIGINT)
-        second = self.wait_for_starts(2)[1]
-        launcher.settle()
-        os.kill(second.pid, signal.SIGINT)
-        third = self.wait_for_starts(3)[2]
-        self.assertEqual(1, launcher.stop())
-        told = self.report()["items"]["a"]
-        length = (second.nanoseconds - first.nanoseconds) / 1e6 - 50
-        self.assertEqual(3, told["ends"])
-        self.assertGreaterEqual(told["longest_run_ms"], 700)
-        self.assertLess(abs(told["longest_run_ms"] - length), 150)
-        self.assertLess(told["shortest_run_ms"], (third.nanoseconds - second.nanoseconds) / 1e6)
-
-    def test_programs_that_cannot_be_started(self):
-        missing = WORK + "/missing"
-        launcher = self.start(numbered(item("bad", missing), item("good", STAY, "good")))
-        self.wait_for_starts(1, "good")
-        self.wait_for(lambda: len(launcher.records()) >= 12, "a chain of processes")
-        self.kill_all()
-        chain = {record.pid for record in launcher.records() if record.text.endswith(" bad")}
-        report = self.report()
-        self.assertEqual(1, report["launchers"])
-        self.assertEqual(len(chain) - 1, report["items"]["bad"]["failed_starts"])
-        self.assertEqual(0, report["items"]["bad"]["ends"])
-        self.assertEqual(0, report["items"]["good"]["failed_starts"])
-        self.assertEqual("running", report["items"]["good"]["state"])
-
-    def test_items_that_share_a_log_with_another_launcher(self):
-        names = ["a", "b"]
-        entries = numbered(*(item(name, STAY, name) for name in names))
-        first = self.start(entries)
-        self.wait_for_starts(2)
-        first.send(signal.SIGKILL)
-        first.wait()
-        log = open(self.log_path(), "rb").read()
-        second = self.start(entries)
-        self.wait_for_starts(2)
-        self.assertEqual(1, second.stop())
-        # The harness begins each launcher with an empty log; one that goes on is put together.
-        with open(WORK + "/both", "wb") as file:
-            file.write(log + open(self.log_path(), "rb").read())
-        self.kill_all()
-        report = self.report(WORK + "/both")
-        self.assertEqual(2, report["launchers"])
-        for name in names:
-            self.assertEqual(2, report["items"][name]["starts"])
-            self.assertEqual(1, report["items"][name]["ends"])
-            self.assertEqual(0, report["items"][name]["failed_starts"])
-
-    def test_across_rotation(self):
-        launcher = self.run_mixed_list()
-        whole = self.report()
-        log = open(launcher.log_path, "rb").read()
-        lines = log.splitlines(keepends=True)
-        cuts = [0, len(lines) // 3, 2 * len(lines) // 3, len(lines)]
-        for number, (begin, end) in enumerate(zip(cuts, cuts[1:])):
-            suffix = ["." + str(2 - number), ""][number == 2]
-            self.write(launcher.log_path + suffix, b"".join(lines[begin:end]))
-        rotated = self.report()
-        self.assertEqual(3, len(rotated["files"]))
-        self.assertEqual(whole["items"], rotated["items"])
-
-    def test_names_that_would_drive_a_terminal(self):
-        name = "\x1b]0;owned\x07\u202e\n<script>"
-        launcher = self.start(numbered(item(name, END, "exit", "0")))
-        self.wait_for_starts(6)
-        self.assertEqual(1, launcher.stop())
-        self.assertEqual([name], list(self.report()["items"]))
-        page = WORK + "/report.html"
-        for text in (launchlist("report", "--html", page), open(page, encoding="utf-8").read()):
-            self.assertEqual([], [c for c in text if c in "\x1b\x07\u202e"])
-        self.assertNotIn("<script>", open(page, encoding="utf-8").read())
-
-
-class Program(harness.LauncherTest):
-    harmless = True
-
-    def test_it_cannot_start_or_signal_anything(self):
+class Program(LauncherTest):
+    def test_it_imports_no_function_that_starts_or_signals_a_program(self):
         nm = shutil.which("nm")
         if nm is None:
-            self.skipTest("no nm")
+            self.skipTest("nm is not installed")
         symbols = subprocess.run(
             [nm, "-D", "--undefined-only", LAUNCHLIST], stdout=subprocess.PIPE, check=True
         ).stdout.decode()
@@ -324,4 +161,4 @@ class Program(harness.LauncherTest):
 
 
 if __name__ == "__main__":
-    harness.main()
+    namespace.main()

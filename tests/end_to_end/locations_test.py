@@ -1,36 +1,37 @@
-"""Where the launcher and its siblings in the bundle look for their files."""
+"""Where the programs of the bundle expect their files."""
 
 import os
 import shutil
 
-import harness
-from harness import END, HELPERS, WORK
-from harness import item, numbered, start_text
+import namespace
+from launcher import END, WORK, LauncherTest, item, numbered
+from log import read_lines, start_text
+from namespace import HELPERS
 
 
-def padded(folder, length, name):
-    """A folder below `folder`, so deep that the path of `name` in it has this many bytes."""
-    missing = length - len(folder) - len("/" + name)
+def padded(directory, length, name):
+    """A directory below `directory`, so deep that the path of `name` in it has `length` bytes."""
+    missing = length - len(directory) - len("/" + name)
     parts = []
     while missing > 0:
-        # Nothing may be left over that a "/" and a name do not fill.
+        # A single remaining byte could not hold "/" and a name.
         part = min(missing, 200)
         if missing - part == 1:
             part -= 1
         parts.append("d" * (part - 1))
         missing -= part
-    path = "/".join([folder] + parts)
+    path = "/".join([directory] + parts)
     assert len(path + "/" + name) == length
     return path
 
 
-class LocationsTest(harness.LauncherTest):
+class LocationsTest(LauncherTest):
     def locations_of(self, program):
-        """What a program of the locations helper says when the launcher starts it."""
+        """What a copy of the locations helper prints when the launcher starts it."""
         launcher = self.start(numbered(item("a", program)))
         self.wait_for_starts(1)
         self.assertEqual(1, launcher.stop())
-        return dict(line.split("=", 1) for line in harness.read_lines(WORK + "/locations"))
+        return dict(line.split("=", 1) for line in read_lines(WORK + "/locations"))
 
     def install(self, path):
         os.makedirs(os.path.dirname(path), exist_ok=True)
@@ -55,30 +56,35 @@ class Locations(LocationsTest):
             self.locations_of(program),
         )
 
-    def test_without_a_frameworks_folder_the_path_stays_unresolved(self):
+    def test_a_missing_frameworks_folder_leaves_the_path_unresolved(self):
         program = self.install(WORK + "/alone/locations")
         found = self.locations_of(program)
         self.assertEqual(WORK + "/alone/../Frameworks", found["GetAppPath"])
         self.assertEqual("", found["GetSDKName"])
 
-    def test_the_length_of_the_executable_path(self):
+    def test_limits_of_the_executable_path(self):
         name = "Kestrane.app/Contents/MacOS/locations"
+        # An executable path of 1,020 bytes gives "…/MacOS/../Frameworks" with 1,024, the most that is
+        # resolved.
+        resolved, unresolved = "/Frameworks", "/MacOS/../Frameworks"
         for length, app_path, current_path in (
-            (1023, True, True),
-            (1024, False, True),
-            (1025, False, False),
+            (1020, resolved, True),
+            (1021, unresolved, True),
+            (1023, unresolved, True),
+            (1024, None, True),
+            (1025, None, False),
         ):
             with self.subTest(length):
-                folder = padded(f"{WORK}/{length}", length, name)
-                contents = self.copy_bundle(folder)
-                found = self.locations_of(self.install(f"{folder}/{name}"))
-                self.assertEqual(contents + "/Frameworks" if app_path else "", found["GetAppPath"])
+                directory = padded(f"{WORK}/{length}", length, name)
+                contents = self.copy_bundle(directory)
+                found = self.locations_of(self.install(f"{directory}/{name}"))
+                self.assertEqual(contents + app_path if app_path else "", found["GetAppPath"])
                 self.assertEqual("Kestrane" if app_path else "", found["GetSDKName"])
                 self.assertEqual(
                     contents + "/MacOS" if current_path else "", found["GetCurrentPath"]
                 )
 
-    def test_a_launcher_with_a_path_too_long_logs_without_a_product_name(self):
+    def test_a_launcher_whose_path_is_too_long_logs_without_a_product_name(self):
         name = "Kestrane.app/Contents/MacOS/launcher"
         for length, sdk_name in ((1023, "Kestrane"), (1024, "")):
             with self.subTest(length):
@@ -89,13 +95,13 @@ class Locations(LocationsTest):
                 launcher.log_path = self.log_path(sdk_name)
                 self.wait_for_starts(2)
                 launcher.kill()
-                # Only under its name the product has a level file, for DEBUG.
+                # The level file that asks for DEBUG belongs to the product name.
                 self.assertEqual(
                     sdk_name != "", ("DEBUG", start_text("a")) in launcher.log(), launcher.log()
                 )
                 self.assertNotEqual([], launcher.log())
 
-    def test_the_product_name_is_the_bundles(self):
+    def test_the_product_name_comes_from_the_bundle(self):
         contents = self.copy_bundle(WORK + "/bundle")
         self.write(contents + "/Frameworks/qv7api.ini", "[SDK]\nNAME=abc\n")
         self.write(self.level_path("abc"), "[LOG]\nLEVEL=DEBUG\n")
@@ -109,7 +115,7 @@ class Locations(LocationsTest):
 
 
 class FinderSync(LocationsTest):
-    """The extension runs in a sandbox whose home folder is its container."""
+    """The extension runs in a sandbox whose home directory is its container."""
 
     home = "/tmp/home/Library/Containers/com.kestrane.desktop.KestraneFinderSync/Data"
 
@@ -138,4 +144,4 @@ class FinderSync(LocationsTest):
 
 
 if __name__ == "__main__":
-    harness.main()
+    namespace.main()

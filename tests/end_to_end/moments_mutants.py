@@ -75,14 +75,16 @@ def changed(source, changes):
 
 def build(number, source, text):
     """A stage whose launcher is built from the changed text."""
-    folder = BUILD / "moments_mutants" / str(number)
-    shutil.rmtree(folder, ignore_errors=True)
-    shutil.copytree(BUILD / "stage", folder / "stage", symlinks=True)
-    changed_source = folder / pathlib.Path(source).name
+    directory = BUILD / "moments_mutants" / str(number)
+    shutil.rmtree(directory, ignore_errors=True)
+    shutil.copytree(BUILD / "stage", directory / "stage", symlinks=True)
+    changed_source = directory / pathlib.Path(source).name
     changed_source.write_text(text, encoding="utf-8")
     commands = subprocess.run(
         ["ninja", "-C", BUILD, "-t", "commands", "launcher/launcher"],
-        check=True, stdout=subprocess.PIPE, text=True,
+        check=True,
+        stdout=subprocess.PIPE,
+        text=True,
     ).stdout.splitlines()
     compile_command = next(line for line in commands if line.endswith(f" -c {ROOT / source}"))
     words = shlex.split(compile_command)
@@ -102,11 +104,11 @@ def build(number, source, text):
     else:
         # It lies in a library, which the linker then has no need for.
         words.insert(words.index("-o"), changed_object)
-    program = folder / "stage" / PROGRAM
+    program = directory / "stage" / PROGRAM
     words[words.index("-o") + 1] = str(program)
     program.unlink()
     subprocess.run(words, cwd=BUILD, check=True)
-    return folder / "stage"
+    return directory / "stage"
 
 
 def is_told(stage):
@@ -115,7 +117,9 @@ def is_told(stage):
     done = subprocess.run(
         [sys.executable, "-B", ROOT / "tests/end_to_end/moments.py"],
         env={**os.environ, **variables},
-        stdout=subprocess.PIPE, text=True, check=False,
+        stdout=subprocess.PIPE,
+        text=True,
+        check=False,
     )
     failures = [line for line in done.stdout.splitlines() if line.startswith("FAILED: ")]
     print("\n".join(failures[:3]) or done.stdout[-2000:])

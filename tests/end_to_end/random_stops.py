@@ -1,9 +1,10 @@
-"""SIGTERM at random moments between the launcher's exec and its steady state, for lists of 1, 10
-and 100 items, and two SIGTERMs in quick succession.
+"""Sends SIGTERM at random moments between the launcher's exec and its steady state, for lists of 1,
+10 and 100 items; also sends two SIGTERMs in quick succession.
 
-KESTRANE_MOMENTS says at how many moments for each number of items; a fifth of that comes on top for
-two SIGTERMs. KESTRANE_SEED makes the same choices again, as far as the system does. docs/faults.md
-has the outcomes that are permitted, and why. They are counted; any other fails.
+KESTRANE_MOMENTS is the number of moments for each list size; two SIGTERMs are sent at a fifth as
+many further moments. KESTRANE_SEED repeats the random choices, though not the system's scheduling.
+docs/faults.md lists the permitted outcomes and their reasons. They are counted; any other outcome
+is a failure.
 """
 
 import collections
@@ -16,23 +17,25 @@ import subprocess
 import sys
 import time
 
-import harness
-from harness import STAY
-from harness import end_text, item, numbered, start_text
+import namespace
+from launcher import STAY, LauncherTest, item, numbered
+from log import end_text, start_text
+from processes import processes, read_status
 
 ITEMS = (1, 10, 100)
 NAMESPACES_AT_ONCE = 4
 MOMENTS_PER_NAMESPACE = 10
 
-# A launcher in which no thread has run for so long waits for something that does not come by itself:
-# a supervisor sleeps 50 ms at most.
+# If no thread of the launcher has run for this many seconds, it is blocked until something outside
+# changes: a supervisor sleeps at most 50 ms.
 QUIET = 0.5
-# How long the handler may take to see the end of a child, on a busy machine.
+# How long the handler may take on a busy machine to notice that a child has ended.
 PATIENCE = 3
-# It is given up when it has not become quiet in this time. A hundred items take five seconds.
+# A launcher that is neither quiet nor ended after this time is a failure. A hundred items take five
+# seconds.
 TOO_LONG = 120
 
-# What had been reached when SIGTERM was sent.
+# The state of the launcher when SIGTERM was sent.
 NO_HANDLER = "no handler"
 STARTING = "starting"
 STEADY = "steady"
@@ -47,10 +50,10 @@ HUNG = "hung"
 LOST = "waited for a second SIGTERM, then status 1"
 UNKILLED = "waited for an unkilled child, then status 1"
 UNKILLED_AND_LOST = "waited for an unkilled child and a second SIGTERM, then status 1"
-LEFT = "status 1, but helpers go on"
+LEFT = "status 1, but helpers keep running"
 STOPPED = "status 1"
 
-# The permitted outcomes, by what had been reached, for one SIGTERM and for two.
+# The permitted outcomes by state and number of SIGTERMs.
 WALK = {GROUP_KILLED, ABORTED, CRASHED, HUNG, LOST, UNKILLED, UNKILLED_AND_LOST, LEFT, STOPPED}
 PERMITTED = {
     (NO_HANDLER, 1): WALK | {TERMINATED},
@@ -77,7 +80,7 @@ SIGTERM_BIT = 1 << (signal.SIGTERM - 1)
 
 
 def has_handler(pid):
-    status = harness.read_status(f"/proc/{pid}/status")
+    status = read_status(f"/proc/{pid}/status")
     return int(status["SigCgt"], 16) & SIGTERM_BIT != 0
 
 
@@ -85,23 +88,23 @@ ThreadState = collections.namedtuple("ThreadState", "asleep in_handler switches"
 
 
 def threads(pid):
-    """What each thread does; one in the handler has SIGTERM blocked."""
+    """The state of each thread. A thread in the handler has SIGTERM blocked."""
     found = {}
     try:
         for thread in os.listdir(f"/proc/{pid}/task"):
-            status = harness.read_status(f"/proc/{pid}/task/{thread}/status")
+            status = read_status(f"/proc/{pid}/task/{thread}/status")
             found[thread] = ThreadState(
                 status["State"].startswith("S"),
                 int(status["SigBlk"], 16) & SIGTERM_BIT != 0,
                 (status["voluntary_ctxt_switches"], status["nonvoluntary_ctxt_switches"]),
             )
     except (FileNotFoundError, ProcessLookupError, KeyError):
-        return {}  # something ends just now
+        return {}  # a thread or the launcher is just ending
     return found
 
 
-class Batch(harness.LauncherTest):
-    """Some moments, one after another. KESTRANE_BATCH: items, SIGTERMs, moments, seed."""
+class Batch(LauncherTest):
+    """Stops launchers one after another. KESTRANE_BATCH: items, SIGTERMs, moments, seed."""
 
     def test_moments(self):
         self.items, self.signals, moments, seed = map(int, os.environ["KESTRANE_BATCH"].split())
@@ -109,12 +112,12 @@ class Batch(harness.LauncherTest):
         self.list = numbered(*(item(str(i), STAY, str(i)) for i in range(self.items)))
         duration = self.measure()
         for _ in range(moments):
-            # A bit beyond what this start took: the next one may take longer.
+            # Up to 1.2 times what the first start took, since a later one may take longer.
             self.note(*self.stop_after(self.random.uniform(0, 1.2 * duration)))
             self.kill_all()
 
     def start_and_exec(self):
-        """A launcher, and the time just after its exec."""
+        """Starts a launcher; returns it and the time just after its exec."""
         reader, writer = os.pipe()  # closed by the exec
         launcher = self.start(self.list)
         os.close(writer)
@@ -123,7 +126,7 @@ class Batch(harness.LauncherTest):
         return launcher, time.monotonic()
 
     def measure(self):
-        """How long a launcher takes to start all items, in seconds."""
+        """Returns how many seconds a launcher takes to start all items."""
         launcher, began = self.start_and_exec()
         starts = self.wait_for_starts(self.items)
         launcher.kill()
@@ -131,8 +134,8 @@ class Batch(harness.LauncherTest):
         return max(start.nanoseconds for start in starts) / 1e9 - began
 
     def stop_after(self, seconds):
-        """Sends SIGTERM so long after the exec, or when a certain state has been reached. What had
-        been reached, and the outcome."""
+        """Sends SIGTERM this many seconds after the exec, or in a chosen state. Returns the state
+        that was reached, the outcome and the launcher."""
         launcher, began = self.start_and_exec()
         reached = self.random.choices([None, STEADY, RESTARTING], [8, 1, 1])[0]
         if reached is None:
@@ -145,16 +148,17 @@ class Batch(harness.LauncherTest):
             launcher.settle()
         if reached == RESTARTING:
             os.kill(self.random.choice(self.starts()).pid, signal.SIGKILL)
-            # The restart pause, and a little more or less.
+            # Near the end of the restart pause.
             time.sleep(0.050 + self.random.uniform(-0.001, 0.003))
         for _ in range(self.signals):
             launcher.send(signal.SIGTERM)
-            # Too close together, two are one.
+            # Two signals too close together are delivered as one.
             time.sleep(self.random.choice([0, 0.001, 0.050]) * self.random.random())
         return reached, self.outcome(launcher), launcher
 
     def outcome(self, launcher):
-        """Waits for the end of the launcher, and helps it on where it waits for others."""
+        """Waits for the launcher to end; kills its children or repeats SIGTERM if it waits for
+        either."""
         waited_for = set()
         while True:
             handlers = self.wait_for_quiet(launcher)
@@ -167,7 +171,7 @@ class Batch(harness.LauncherTest):
             elif LOST in waited_for:
                 return "ignored a second SIGTERM"
             else:
-                # All threads wait, none is in the handler: the steady state of what is left.
+                # Every thread waits and none is in the handler, so the first SIGTERM was lost.
                 waited_for.add(LOST)
                 launcher.send(signal.SIGTERM)
 
@@ -190,7 +194,7 @@ class Batch(harness.LauncherTest):
             for start in self.starts()
             if start.pid not in left
         }
-        # A child may have been killed before it reported its start.
+        # A child may have been killed before it noted its start.
         if not expected <= set(ends) or any(count > 1 for count in ends.values()):
             return "status 1, but not each end was logged once"
         if left:
@@ -198,7 +202,9 @@ class Batch(harness.LauncherTest):
         return UNKILLED_AND_LOST if len(waited_for) == 2 else "".join(waited_for) or STOPPED
 
     def wait_for_quiet(self, launcher):
-        """The threads in the handler, once no thread has run for a while; None when it ended."""
+        """Waits until no thread has run for a while; returns the threads in the handler.
+
+        None if the launcher has ended."""
         give_up = time.monotonic() + TOO_LONG
         before, since = None, time.monotonic()
         while launcher.running():
@@ -207,24 +213,26 @@ class Batch(harness.LauncherTest):
                 before, since = now, time.monotonic()
             elif time.monotonic() - since > QUIET and self.children_sleep(launcher):
                 return {thread: state for thread, state in now.items() if state.in_handler}
-            self.assertLess(time.monotonic(), give_up, "neither an end nor quiet")
+            self.assertLess(
+                time.monotonic(), give_up, "the launcher neither ended nor became quiet"
+            )
             time.sleep(0.01)
         return None
 
     def children(self, launcher):
-        return [p for p in harness.processes() if p.parent == launcher.pid]
+        return [p for p in processes() if p.parent == launcher.pid]
 
     def children_sleep(self, launcher):
-        """One that was killed does not: on a busy machine it may wait for the processor to end."""
+        """Whether every child sleeps; one that was killed but not yet scheduled does not."""
         return all(child.state == "S" for child in self.children(launcher))
 
     def end_children(self, launcher, handlers):
-        """Ends the launcher's children; whether the handler goes on then."""
+        """Kills the launcher's children; returns whether the handler then continues."""
         children = self.children(launcher)
         for child in children:
             os.kill(child.pid, signal.SIGKILL)
 
-        def went_on():
+        def continued():
             now = threads(launcher.pid)
             return not launcher.running() or any(
                 thread not in now or now[thread].switches != state.switches
@@ -234,25 +242,25 @@ class Batch(harness.LauncherTest):
 
         end = time.monotonic() + PATIENCE
         while children and time.monotonic() < end:
-            if went_on():
+            if continued():
                 return True
             time.sleep(0.01)
         return False
 
     def left_behind(self):
-        """The processes that are left, once all that were killed are gone."""
+        """The processes that are left after a moment for killed ones to disappear."""
         end = time.monotonic() + 5
         left = True
         while left and time.monotonic() < end:
             time.sleep(0.005)
             self.reap()
-            left = {process.pid for process in harness.processes()}
+            left = {process.pid for process in processes()}
         return left
 
     def note(self, reached, outcome, launcher):
         permitted = outcome in PERMITTED[reached, self.signals]
         if reached == STEADY and outcome == STOPPED:
-            # The full record: a start and an end by signal 9 for each item, and nothing else.
+            # The log must hold exactly one start and one end by signal 9 for each item.
             permitted = sorted(launcher.log()) == sorted(
                 [("DEBUG", start_text(str(i))) for i in range(self.items)]
                 + [
@@ -267,9 +275,9 @@ class Batch(harness.LauncherTest):
 
 
 def run_batch(items, signals, moments, seed):
-    """Runs some moments in a namespace of their own; a line for each."""
+    """Runs a batch in a new namespace; returns one result for each moment."""
     environment = {**os.environ, "KESTRANE_BATCH": f"{items} {signals} {moments} {seed}"}
-    done = harness.run_in_namespace(
+    done = namespace.run_in_namespace(
         [os.path.abspath(__file__), "Batch.test_moments"],
         env=environment,
         stdout=subprocess.PIPE,
@@ -283,7 +291,7 @@ def run_batch(items, signals, moments, seed):
 
 
 def batches(moments, seed):
-    """What run_batch takes, for everything."""
+    """The arguments of run_batch for all batches."""
     seeds = random.Random(seed)
     for items in reversed(ITEMS):
         for signals, left in ((1, moments), (2, moments // 5)):
@@ -324,5 +332,5 @@ def main():
 
 if __name__ == "__main__":
     if os.getpid() == 1:
-        sys.exit(harness.run_here(sys.argv[1]))
+        sys.exit(namespace.run_here(sys.argv[1]))
     main()

@@ -1,42 +1,43 @@
-"""What comes before the walk: the arguments, the reading of the list, the logging library."""
+"""Everything before the first item: arguments, reading the list, the logging library."""
 
 import os
 import shutil
 import signal
 
-import harness
-from harness import APPLICATION, END, OTHER_LOG, STAY, WORK
-from harness import end_text, item, numbered, start_text
+import namespace
+from launcher import APPLICATION, END, WORK, LauncherTest, item, numbered
+from log import Event, end_text, read_lines, start_text
+from namespace import OTHER_LOG
 
 # LOG_ERR of the user facility.
 ERROR_EVENT = 8 + 3
 
 
-class Arguments(harness.LauncherTest):
-    def test_too_few_give_an_event_and_nothing_else(self):
+class Arguments(LauncherTest):
+    def test_too_few_cause_only_a_system_event(self):
         for arguments in ([], [APPLICATION]):
             with self.subTest(arguments):
                 launcher = self.start_with(arguments)
                 self.assertEqual(0, launcher.wait())
                 self.assertEqual(
-                    [harness.Event(ERROR_EVENT, "Morvel Launcher : wrong parameters.")],
+                    [Event(ERROR_EVENT, "Morvel Launcher : wrong parameters.")],
                     self.events(),
                 )
                 self.assertFalse(os.path.exists(self.home + "/Library"))
 
-    def test_further_ones_are_ignored(self):
+    def test_extra_ones_are_ignored(self):
         path = self.write(WORK + "/list.json", "{}")
         launcher = self.start_with([APPLICATION, path, "third", "fourth"])
         self.assertEqual(1, launcher.stop())
         self.assertEqual([], launcher.log())
 
 
-class List(harness.LauncherTest):
-    def test_one_that_cannot_be_read_ends_the_launcher_without_a_word(self):
+class List(LauncherTest):
+    def test_an_unreadable_one_exits_silently(self):
         paths = {
             "missing": WORK + "/missing.json",
-            "in a missing folder": WORK + "/missing/list.json",
-            "no path": "",
+            "in a missing directory": WORK + "/missing/list.json",
+            "empty path": "",
             "empty": self.write(WORK + "/empty.json", ""),
         }
         for what, path in paths.items():
@@ -46,25 +47,26 @@ class List(harness.LauncherTest):
                 self.assertEqual([], self.events())
                 self.assertFalse(os.path.exists(self.home + "/Library"))
 
-    def test_a_folder_keeps_the_launcher_reading(self):
+    def test_reading_a_directory_never_ends(self):
         launcher = self.start_with([APPLICATION, WORK])
-        self.holds_for(1.0, launcher.running, "the launcher reads on")
-        # Not even the stop request ends the reading.
+        self.wait_for(lambda: launcher.catches(signal.SIGTERM), "the launcher's handler")
+        self.holds_for(1.0, launcher.running, "the launcher exited")
+        # SIGTERM does not end the read loop either.
         launcher.send(signal.SIGTERM)
-        self.holds_for(0.3, launcher.running, "the launcher reads on after SIGTERM")
+        self.holds_for(0.3, launcher.running, "the launcher exited after SIGTERM")
         self.assertFalse(os.path.exists(self.home + "/Library"))
         launcher.send(signal.SIGKILL)
         self.assertEqual(-signal.SIGKILL, launcher.wait())
 
 
-class LoggingLibrary(harness.LauncherTest):
-    def test_one_that_cannot_start_gives_an_event_and_the_launcher_goes_on(self):
-        self.write(self.home + "/Library/Logs", "not a folder")
+class LoggingLibrary(LauncherTest):
+    def test_a_failed_start_causes_a_system_event_and_items_still_run(self):
+        self.write(self.home + "/Library/Logs", "not a directory")
         launcher = self.start(numbered(item("a")), level_file=None)
         self.wait_for_starts(1)
         self.assertEqual(
             [
-                harness.Event(
+                Event(
                     ERROR_EVENT,
                     f"Morvel Launcher for {APPLICATION} : Failed to initialize logger",
                 )
@@ -83,15 +85,15 @@ class LoggingLibrary(harness.LauncherTest):
         self.wait_for_starts(1)
         self.assertEqual(1, launcher.stop())
         self.assertFalse(os.path.exists(launcher.log_path))
-        return harness.read_lines(WORK + "/log_calls")
+        return read_lines(WORK + "/log_calls")
 
-    def test_the_products_own_takes_the_place_of_ours(self):
+    def test_another_library_can_replace_ours(self):
         self.assertEqual(
             [f"InitLogger {self.log_path()}", "GetLogger 2 launcher 1 null"],
             self.start_with_other_library({}),
         )
 
-    def test_no_log_is_asked_of_one_that_cannot_start(self):
+    def test_get_logger_is_not_called_after_a_failed_start(self):
         self.assertEqual(
             [f"InitLogger {self.log_path()}"],
             self.start_with_other_library({"KESTRANE_TEST_LOG": "-1"}),
@@ -99,11 +101,11 @@ class LoggingLibrary(harness.LauncherTest):
         self.assertEqual(1, len(self.events()))
 
 
-class Levels(harness.LauncherTest):
+class Levels(LauncherTest):
     def seen_at(self, level_file):
-        """The levels of what the launcher logs with this level file."""
+        """The levels of the records that the launcher writes with this level file."""
         launcher = self.start(numbered(item("a", END, "exit", "3")), level_file=level_file)
-        # With the second start, the end of the first one is logged.
+        # The end of the first child is logged before the second one starts.
         first = self.wait_for_starts(2)[0]
         launcher.kill()
         records = [
@@ -140,7 +142,7 @@ class Levels(harness.LauncherTest):
             with self.subTest(text):
                 self.assertEqual({"DEBUG", "ERROR"}, self.seen_at(text))
 
-    def test_everything_else_is_the_level_error(self):
+    def test_any_other_content_means_level_error(self):
         files = [
             None,
             "",
@@ -161,4 +163,4 @@ class Levels(harness.LauncherTest):
 
 
 if __name__ == "__main__":
-    harness.main()
+    namespace.main()

@@ -1,19 +1,19 @@
-"""The stop on SIGTERM."""
+"""Stopping the launcher with SIGTERM."""
 
 import ctypes
 import os
 import signal
 import time
 
-import harness
-from harness import MANY, NO_NAME
-from harness import end_text, item, nameless, numbered, start_text, without_nameless
+import namespace
+from launcher import MANY, STAY, LauncherTest, item, nameless, numbered
+from log import NO_NAME, end_text, start_text, without_nameless
 
 
-class Stop(harness.LauncherTest):
-    def test_three_items_are_ended_one_after_another(self):
+class Stop(LauncherTest):
+    def test_three_items_are_killed_one_after_another(self):
         names = ["a", "b", "c"]
-        launcher = self.start(numbered(*(item(name, harness.STAY, name) for name in names)))
+        launcher = self.start(numbered(*(item(name, STAY, name) for name in names)))
         self.wait_for_starts(3)
         launcher.settle()
         began = time.monotonic()
@@ -30,7 +30,7 @@ class Stop(harness.LauncherTest):
         self.assertEqual({launcher.pid}, {record.pid for record in launcher.records()})
 
     def test_an_empty_list_stops_at_once(self):
-        # Less than the one pause that a single item takes; the machine may be busy now and then.
+        # Less than the restart pause that one item would take. The best of five, on a busy machine.
         self.assertLess(min(self.seconds_to_stop_nothing() for _ in range(5)), 0.050)
 
     def seconds_to_stop_nothing(self):
@@ -42,8 +42,8 @@ class Stop(harness.LauncherTest):
         self.assertEqual([], launcher.log())
         return time.monotonic() - began
 
-    def test_on_a_supervisor_thread_it_aborts(self):
-        # There the handler joins the very thread that it runs on.
+    def test_a_handler_on_a_supervisor_thread_aborts(self):
+        # The handler joins the thread that it runs on.
         launcher = self.start(numbered(item("a")))
         self.wait_for_starts(1)
         launcher.settle()
@@ -52,9 +52,9 @@ class Stop(harness.LauncherTest):
         self.assertEqual(-signal.SIGABRT, launcher.wait())
         self.assertEqual([("DEBUG", start_text("a"))], launcher.log())
 
-    def test_during_the_restart_pause_nothing_is_started_again(self):
+    def test_sigterm_in_the_restart_pause_prevents_the_restart(self):
         hit = next(filter(None, (self.stop_in_the_pause() for _ in range(10))), None)
-        self.assertIsNotNone(hit, "never hit the pause")
+        self.assertIsNotNone(hit, "SIGTERM never arrived in the pause")
         child, launcher = hit
         self.assertEqual(1, launcher.wait())
         self.assertEqual(
@@ -62,37 +62,40 @@ class Stop(harness.LauncherTest):
         )
 
     def stop_in_the_pause(self):
-        """A child that ended and its launcher, which got SIGTERM in the pause; None when the pause
-        was missed: the next child may then be left alone and keep the launcher waiting."""
+        """Sends SIGTERM in the pause after a child ended; returns the child and the launcher.
+
+        None if the pause was missed: the launcher may then wait for the next child forever."""
         launcher = self.start(numbered(item("a")))
         (child,) = self.wait_for_starts(1)
         launcher.settle()
         os.kill(child.pid, signal.SIGTERM)
-        self.wait_for(lambda: len(launcher.log()) >= 2, "the end of the child")
+        self.wait_for(lambda: len(launcher.log()) >= 2, "the child to end")
         launcher.send(signal.SIGTERM)
-        self.wait_for(lambda: not launcher.running() or len(launcher.log()) > 2, "the stop")
+        self.wait_for(
+            lambda: not launcher.running() or len(launcher.log()) > 2, "the launcher to stop"
+        )
         if len(launcher.log()) == 2:
             return child, launcher
         self.kill_all()
         return None
 
-    def test_a_request_during_the_walk_is_lost_and_the_next_one_counts(self):
+    def test_sigterm_while_the_list_is_read_is_lost(self):
         launcher = self.start(numbered(*nameless(MANY)))
-        self.wait_for(launcher.log, "the walk")
+        self.wait_for(launcher.log, "the first item")
         launcher.send(signal.SIGTERM)
-        self.assertLess(len(launcher.log()), MANY, "the walk was over before the signal")
-        self.wait_for(lambda: len(launcher.log()) == MANY, "the end of the walk")
+        self.assertLess(len(launcher.log()), MANY, "the list was finished before the signal")
+        self.wait_for(lambda: len(launcher.log()) == MANY, "the last item")
         launcher.settle()
         self.assertTrue(launcher.running())
         launcher.send(signal.SIGTERM)
         self.assertEqual(1, launcher.wait())
         self.assertEqual([("ERROR", NO_NAME)] * MANY, launcher.log())
 
-    def test_a_request_during_the_walk_ends_only_what_is_there(self):
-        # The handler may not meet the walk just anywhere, since it allocates like the walk. So the
-        # signal is sent while the walk waits 50 ms for the end of a replaced item.
-        launcher = next(filter(None, (self.stop_in_the_walk() for _ in range(10))), None)
-        self.assertIsNotNone(launcher, "never hit the replacement")
+    def test_sigterm_while_the_list_is_read_kills_only_the_items_so_far(self):
+        # The handler allocates memory, so it would deadlock if it interrupted an allocation of the
+        # main thread. The signal is therefore sent while main waits 50 ms for a replaced item.
+        launcher = next(filter(None, (self.stop_during_the_replacement() for _ in range(10))), None)
+        self.assertIsNotNone(launcher, "SIGTERM never arrived during the replacement")
         (third,) = self.wait_for_starts(1, "3")
         launcher.settle()
         self.assertTrue(launcher.running())
@@ -112,28 +115,28 @@ class Stop(harness.LauncherTest):
             [entry for entry in log if entry != ("DEBUG", start_text("a"))],
         )
 
-    def stop_in_the_walk(self):
-        """A launcher that got SIGTERM while it replaced "a"; None when the time was missed."""
+    def stop_during_the_replacement(self):
+        """Sends SIGTERM while the launcher replaces "a"; None if that was too late."""
         launcher = self.start(
             numbered(
-                item("a", harness.STAY, "1"),
+                item("a", STAY, "1"),
                 *nameless(MANY),
-                item("a", harness.STAY, "2"),
+                item("a", STAY, "2"),
                 *nameless(MANY),
-                item("b", harness.STAY, "3"),
+                item("b", STAY, "3"),
             )
         )
         self.wait_for_starts(1, "2")
         (first,) = self.starts("1")
-        self.wait_for(lambda: not os.path.exists(f"/proc/{first.pid}"), "the end of the first")
-        self.wait_for(launcher.switches, "every thread sleeps")
+        self.wait_for(lambda: not os.path.exists(f"/proc/{first.pid}"), "the first child to end")
+        self.wait_for(launcher.switches, "every thread to sleep")
         launcher.send(signal.SIGTERM)
         if launcher.log().count(("ERROR", NO_NAME)) == MANY:
             return launcher
         self.kill_all()
         return None
 
-    def test_other_signals_end_the_launcher_alone(self):
+    def test_other_signals_end_only_the_launcher(self):
         for number in (signal.SIGHUP, signal.SIGINT, signal.SIGUSR1):
             with self.subTest(number):
                 launcher = self.start(numbered(item("a")))
@@ -145,4 +148,4 @@ class Stop(harness.LauncherTest):
 
 
 if __name__ == "__main__":
-    harness.main()
+    namespace.main()

@@ -1,17 +1,31 @@
-"""How one item is kept running, and what happens when it cannot be."""
+"""How one item is kept running, and what happens if it cannot be."""
 
 import os
 import signal
 import unittest
 
-import harness
-from harness import END, HELPERS, MANY, NO_NAME, PARSE_ERROR, STAY, WORK
-from harness import end_text, item, nameless, numbered, start_text
+import namespace
+from launcher import (
+    END,
+    MANY,
+    SANITIZE,
+    WITHOUT_LEAKS,
+    WORK,
+    LauncherTest,
+    LimitedUserTest,
+    counts_threads,
+    item,
+    nameless,
+    numbered,
+)
+from log import NO_NAME, PARSE_ERROR, end_text, start_text
+from namespace import HELPERS
+from processes import processes
 
 PAUSE = 50_000_000  # nanoseconds
 
 
-class Restart(harness.LauncherTest):
+class Restart(LauncherTest):
     def test_each_end_is_logged_with_its_raw_wait_status(self):
         wait_statuses = {
             ("exit", "0"): 0,
@@ -20,7 +34,7 @@ class Restart(harness.LauncherTest):
             ("exit", "255"): 65280,
             ("signal", "1"): 1,
             ("signal", "9"): 9,
-            ("signal", "10"): 10,
+            ("signal", "14"): 14,
             ("signal", "13"): 13,
             ("signal", "15"): 15,
         }
@@ -42,7 +56,7 @@ class Restart(harness.LauncherTest):
                     log[:3],
                 )
 
-    def test_the_pause_is_50_ms_and_never_under(self):
+    def test_the_pause_is_at_least_50_ms(self):
         launcher = self.start(numbered(item("a", END, "exit", "0")))
         starts = self.wait_for_starts(10)
         launcher.kill()
@@ -50,10 +64,10 @@ class Restart(harness.LauncherTest):
             after.nanoseconds - before.nanoseconds for before, after in zip(starts, starts[1:])
         ]
         self.assertGreaterEqual(min(pauses), PAUSE)
-        self.assertLess(min(pauses), 2 * PAUSE, "the shortest, since machines are busy at times")
+        self.assertLess(min(pauses), 2 * PAUSE, "even the shortest pause was too long")
         self.assertEqual(len(starts), len({start.pid for start in starts}))
 
-    def test_a_child_killed_from_outside_comes_back(self):
+    def test_a_child_killed_from_outside_is_restarted(self):
         launcher = self.start(numbered(item("a")))
         expected = [("DEBUG", start_text("a"))]
         for count, number in enumerate((signal.SIGKILL, signal.SIGTERM, signal.SIGINT), 1):
@@ -75,24 +89,26 @@ class Restart(harness.LauncherTest):
         launcher.kill()
 
 
-class UnrunnableProgram(harness.LauncherTest):
-    """Each failed child becomes a further supervisor: one more process every 50 ms, each waiting
-    for the next. Bounded by the end of the namespace."""
+class UnrunnableProgram(LauncherTest):
+    """A child whose execv fails becomes a supervisor itself, so every 50 ms one more process waits
+    for the next. The end of the namespace ends them all."""
 
     def check(self, program, **options):
         launcher = self.start(numbered(item("a", program)), **options)
-        # Each link of the chain logs its own start; the first is the launcher.
+        # Each process of the chain logs the next start; the first one is the launcher.
         links = self.wait_for(
             lambda: len(launcher.records()) >= 5 and launcher.records(), "a chain of processes"
         )
-        self.assertEqual([("DEBUG", start_text("a"))] * len(links), [(link.level, link.text) for link in links])
+        self.assertEqual(
+            [("DEBUG", start_text("a"))] * len(links), [(link.level, link.text) for link in links]
+        )
         pids = [link.pid for link in links]
         self.assertEqual(launcher.pid, pids[0])
         self.assertEqual(len(pids), len(set(pids)))
-        parents = {process.pid: process.parent for process in harness.processes()}
+        parents = {process.pid: process.parent for process in processes()}
         self.assertEqual(pids[:-1], [parents[pid] for pid in pids[1:]])
 
-        # The stop kills the first child only; the rest goes on.
+        # SIGTERM kills the first child only; the others continue.
         self.assertEqual(1, launcher.stop())
         ends = [record for record in launcher.records() if record.level == "ERROR"]
         self.assertEqual(
@@ -100,24 +116,24 @@ class UnrunnableProgram(harness.LauncherTest):
             [(record.pid, record.text) for record in ends],
         )
         grown = len(launcher.records())
-        self.wait_for(lambda: len(launcher.records()) > grown, "further links")
+        self.wait_for(lambda: len(launcher.records()) > grown, "further processes")
         self.reap()
-        left = harness.processes()
+        left = processes()
         self.assertEqual({"launcher"}, {process.name for process in left})
         self.assertNotIn(pids[1], [process.pid for process in left])
         self.assertGreaterEqual(len(left), len(pids) - 1)
         self.kill_all()
 
-    def test_missing(self):
+    def test_missing_file(self):
         self.check(WORK + "/missing")
 
-    def test_a_folder(self):
+    def test_directory(self):
         self.check(WORK)
 
-    def test_not_executable(self):
+    def test_not_executable_file(self):
         self.check(self.write(WORK + "/text", "#!/bin/sh\n"))
 
-    def test_no_search_of_the_path(self):
+    def test_path_is_not_searched(self):
         self.check("stay", environment={"PATH": HELPERS})
 
     def test_the_chain_grows_no_faster_than_the_pause(self):
@@ -132,17 +148,15 @@ class UnrunnableProgram(harness.LauncherTest):
         self.kill_all()
 
 
-@unittest.skipIf(
-    harness.SANITIZE == "thread", "ThreadSanitizer crashes when a forked child's thread ends"
-)
-class EmptyProgram(harness.LauncherTest):
-    """The child leaves through the exit-time destructors, which signal its process group."""
+@unittest.skipIf(SANITIZE == "thread", "ThreadSanitizer crashes when a forked child's thread ends")
+class EmptyProgram(LauncherTest):
+    """The child exits through the exit-time destructors, which signal its process group."""
 
-    # What only main's stack refers to looks lost in the child, which has no such thread.
-    sanitizer_options = harness.WITHOUT_LEAKS
+    # In the child, which has no main thread, memory that only main's stack refers to looks leaked.
+    sanitizer_options = WITHOUT_LEAKS
 
     def test_alone(self):
-        # Again and again, so that the child is born while main is in its wait, too.
+        # Repeated, so that some children are forked while main is already waiting.
         for _ in range(20):
             launcher = self.start(numbered({"name": "a"}))
             self.assertEqual(-signal.SIGKILL, launcher.wait())
@@ -154,7 +168,7 @@ class EmptyProgram(harness.LauncherTest):
                 launcher.log()[:2],
             )
 
-    def test_the_whole_process_group_ends(self):
+    def test_the_whole_process_group_is_killed(self):
         outsider = self.spawn(["/bin/sleep", "1000"])
         for what, entry in {
             "absent": {},
@@ -166,8 +180,8 @@ class EmptyProgram(harness.LauncherTest):
                 self.assertEqual(-signal.SIGKILL, launcher.wait())
                 bystander = self.starts()[-1]
                 self.wait_for(
-                    lambda: self.reap() or bystander.pid not in map(pid_of, harness.processes()),
-                    "the end of the other item",
+                    lambda pid=bystander.pid: self.reap() or pid not in map(pid_of, processes()),
+                    "the other item to end",
                 )
                 log = [record for record in launcher.records() if record.text != NO_NAME]
                 self.assertEqual(
@@ -178,7 +192,7 @@ class EmptyProgram(harness.LauncherTest):
                     ],
                     [(record.level, record.text) for record in log[:3]],
                 )
-                # The last is the child's own word.
+                # The child wrote the last record.
                 self.assertEqual(launcher.pid, log[1].pid)
                 self.assertNotEqual(launcher.pid, log[2].pid)
         self.reap()
@@ -186,8 +200,8 @@ class EmptyProgram(harness.LauncherTest):
         self.assert_left_behind(["sleep"])
 
 
-@harness.one_thread_more
-class ProcessLimit(harness.LimitedUserTest):
+@counts_threads
+class ProcessLimit(LimitedUserTest):
     def test_a_failed_fork_ends_the_supervision(self):
         # Room for the main thread and the supervisor, none for a child.
         launcher = self.start_limited(numbered(item("a")), 2)
@@ -196,19 +210,22 @@ class ProcessLimit(harness.LimitedUserTest):
             ("ERROR", "[LAUNCHER  ] Failed to fork a"),
         ]
         self.wait_for(lambda: len(launcher.log()) >= 2, "a failed fork")
-        self.holds_for(0.3, lambda: expected == launcher.log(), "no second try")
+        self.holds_for(0.3, lambda: expected == launcher.log(), "fork was tried again")
 
-        # The stop signals every process that the user may signal, and nothing else.
+        # SIGTERM makes the launcher kill every process that its user may signal, and no other.
         same_user = self.spawn(["/bin/sleep", "1000"], before=lambda: self.become_limited(9))
         other_user = self.spawn(["/bin/sleep", "1000"])
         self.assertEqual(1, launcher.stop())
-        self.wait_for(lambda: self.reap() or same_user in self.ended, "the signal to every process")
+        self.wait_for(
+            lambda: self.reap() or same_user in self.ended,
+            "the process of the same user to be killed",
+        )
         self.assertEqual(-signal.SIGKILL, self.ended[same_user])
         self.assertNotIn(other_user, self.ended)
         self.assertEqual(expected, launcher.log())
         self.assert_left_behind(["sleep"])
 
-    def test_a_supervisor_that_cannot_be_started_fails_the_walk(self):
+    def test_a_supervisor_that_cannot_be_started_ends_the_launcher(self):
         launcher = self.start_limited(numbered(item("a")), 1)
         self.assertEqual(0, launcher.wait())
         self.assertEqual([("ERROR", PARSE_ERROR)], launcher.log())
@@ -219,4 +236,4 @@ def pid_of(process):
 
 
 if __name__ == "__main__":
-    harness.main()
+    namespace.main()

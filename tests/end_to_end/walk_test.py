@@ -1,13 +1,13 @@
-"""How the launch list is read and walked."""
+"""Which items of a launch list are started."""
 
 import json
 
-import harness
-from harness import MANY, NO_NAME, PARSE_ERROR, STAY
-from harness import end_text, item, nameless, numbered, start_text, without_nameless
+import namespace
+from launcher import MANY, STAY, LauncherTest, item, nameless, numbered
+from log import NO_NAME, PARSE_ERROR, end_text, start_text, without_nameless
 
 
-class Walk(harness.LauncherTest):
+class Items(LauncherTest):
     def test_starts_named_items_up_to_the_first_gap(self):
         launcher = self.start(
             {
@@ -40,7 +40,7 @@ class Walk(harness.LauncherTest):
         self.assertEqual(1, launcher.stop())
         self.assertEqual([], launcher.log())
 
-    def test_lists_that_start_nothing_wait_for_the_stop(self):
+    def test_lists_that_start_nothing_wait_for_sigterm(self):
         for text in (b"null", b"{}", b"{}xyz", b"/* nothing */ {}", b'{"a": 1}'):
             with self.subTest(text):
                 launcher = self.start(text)
@@ -49,7 +49,7 @@ class Walk(harness.LauncherTest):
 
     def test_parse_errors(self):
         texts = {
-            "no JSON": b"{",
+            "incomplete JSON": b"{",
             "white space": b" \n",
             "root array": b"[]",
             "root array with an item": json.dumps([item("a")]).encode(),
@@ -88,7 +88,7 @@ class Walk(harness.LauncherTest):
             launcher.log(),
         )
 
-    def test_a_scalar_name_is_its_text(self):
+    def test_a_scalar_name_is_converted_to_text(self):
         names = {
             "": "",
             "a%sb": "a%sb",
@@ -112,7 +112,7 @@ class Walk(harness.LauncherTest):
 
     def test_the_list_ends_at_its_first_zero_byte(self):
         text = json.dumps(numbered(item("first"))).encode()
-        launcher = self.start(text + b'\0, "1": {"name": "second"} this is no JSON')
+        launcher = self.start(text + b'\0, "1": {"name": "second"} this is not JSON')
         (start,) = self.wait_for_starts(1)
         self.assertEqual(1, launcher.stop())
         self.assertEqual(
@@ -120,8 +120,8 @@ class Walk(harness.LauncherTest):
             launcher.log(),
         )
 
-    def test_a_list_of_any_size_is_read_whole(self):
-        # Around the size of the pieces in which it is read, and far beyond.
+    def test_lists_around_the_read_buffer_size_are_complete(self):
+        # The launcher reads 128 bytes at a time.
         text = json.dumps(numbered(item("only"))).encode()
         for size in (128 * 3 - 1, 128 * 3, 128 * 3 + 1, 1_000_000):
             with self.subTest(size):
@@ -129,7 +129,7 @@ class Walk(harness.LauncherTest):
                 (start,) = self.wait_for_starts(1)
                 self.assertEqual(1, launcher.stop())
 
-    def test_a_second_item_of_one_name_replaces_the_first(self):
+    def test_a_second_item_of_the_same_name_replaces_the_first(self):
         launcher = self.start(
             numbered(
                 item("a", STAY, "1"), *nameless(MANY), item("a", STAY, "2"), item("b", STAY, "3")
@@ -142,12 +142,12 @@ class Walk(harness.LauncherTest):
         self.assertEqual(MANY, launcher.log().count(("ERROR", NO_NAME)))
         log = without_nameless(launcher.log())
         self.assertEqual(("DEBUG", start_text("a")), log[0])
-        # The second one's thread is started before the first one ends.
+        # The second supervisor starts before the first child is killed.
         self.assertEqual(
             sorted([("DEBUG", start_text("a")), ("ERROR", end_text("a", first.pid, 9))]),
             sorted(log[1:3]),
         )
-        # The first is ended before the walk goes on.
+        # The first child has ended before the next item starts.
         self.assertEqual(("DEBUG", start_text("b")), log[3])
         self.assertEqual(
             sorted(
@@ -159,7 +159,7 @@ class Walk(harness.LauncherTest):
             sorted(log[4:]),
         )
 
-    def test_a_failed_walk_ends_the_children(self):
+    def test_an_invalid_item_kills_the_children(self):
         launcher = self.start(numbered(item("a"), *nameless(MANY), []))
         self.assertEqual(0, launcher.wait())
         (start,) = self.starts()
@@ -175,4 +175,4 @@ class Walk(harness.LauncherTest):
 
 
 if __name__ == "__main__":
-    harness.main()
+    namespace.main()

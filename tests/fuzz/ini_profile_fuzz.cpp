@@ -7,7 +7,7 @@
 
 #include "config/ini_profile.h"
 #include "tests/fuzz/fuzz.h"
-#include "tests/support/temp_folder.h"
+#include "tests/support/temp_directory.h"
 
 namespace {
 
@@ -149,7 +149,7 @@ Expected ExpectedString(const std::optional<std::string>& value, const std::stri
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    static const TempFolder folder;
+    static const TempDirectory folder;
     FuzzInput input(data, size);
     const std::string section = input.TakeLine();
     const std::string key = input.TakeLine();

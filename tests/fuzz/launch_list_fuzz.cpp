@@ -1,10 +1,10 @@
-// Whole launch lists through the launcher, with every call that starts, waits for or signals a
-// process replaced, against a walk over the list that starts nothing.
-// Input: the file.
+// Runs the launcher on whole launch lists, with every call that starts, waits for or signals a
+// process replaced, and compares what it does with an independent reading of the list. The input is
+// the file.
 //
-// Each supervisor takes the child's way once, so that the argument vector is built, and is the
-// launcher's side from then on; its children end at once. The stop request comes when main waits,
-// on main's thread.
+// The first fork of each supervisor returns 0, so that it builds the argument vector as the child
+// does; later ones return a process id, and waitpid reports at once that the child has ended. When
+// main waits, the stop request runs on main's thread.
 #include <dlfcn.h>
 #include <errno.h>
 #include <json/reader.h>
@@ -29,7 +29,7 @@
 #include "tests/fuzz/fuzz.h"
 #include "tests/support/fake_log_library.h"
 #include "tests/support/fake_machine.h"
-#include "tests/support/temp_folder.h"
+#include "tests/support/temp_directory.h"
 #include "tests/support/wait_until.h"
 
 // See json/json_object.cpp.
@@ -41,21 +41,21 @@ namespace {
 
 using Arguments = std::vector<std::string>;
 
-// More threads, or longer vectors, would only make the search slow.
-constexpr std::size_t kMostItems = 8;
-constexpr long long kMostArguments = 50;
+// More threads or longer vectors would only slow the search down.
+constexpr std::size_t kMaxItems = 8;
+constexpr long long kMaxArguments = 50;
 
-// What a list leads to.
-struct Walk
+// What the launcher must do with a list.
+struct Expectation
 {
-    std::multiset<Arguments> execs;     // Of the items that are left at the end.
-    std::multiset<Arguments> replaced;  // Of those that a later one of the same name has ended.
+    std::multiset<Arguments> execs;     // Of the items that remain at the end.
+    std::multiset<Arguments> replaced;  // Of the items that a later one of the same name has ended.
     std::size_t nameless = 0;
     bool failed = false;
 };
 
 // What the launcher did.
-class Seen final : public ILog
+class Observation final : public ILog
 {
 public:
     void Reserved1() override {}
@@ -100,19 +100,19 @@ private:
     std::mutex m_mutex;
 };
 
-Seen g_seen;
-Walk g_expected;
+Observation g_observed;
+Expectation g_expected;
 
 std::string TextOf(const Json::Value& value)
 {
     return UpToNul(value.asString());
 }
 
-// What an item without a program counts as.
+// Stands for an item without a program.
 const Arguments kNoProgram = {""};
 
-// Nothing for an item that nothing guards against (launcher/child_proc.cpp), or that takes too
-// long. Throws what the JSON library throws for one that would end its process.
+// The arguments of an item. Nothing if its count is undefined or too large for the fuzzer; throws
+// the JSON library's exception if the item would end its process.
 std::optional<Arguments> ArgumentsOf(const Json::Value& item)
 {
     Arguments arguments = {TextOf(item["program"])};
@@ -120,7 +120,7 @@ std::optional<Arguments> ArgumentsOf(const Json::Value& item)
         return arguments;
     }
     const long long count = static_cast<int>(item["argc"].asInt64());
-    if (count < -1 || count > kMostArguments) {
+    if (count < -1 || count > kMaxArguments) {
         return std::nullopt;
     }
     for (long long i = 0; i < count; ++i) {
@@ -132,16 +132,16 @@ std::optional<Arguments> ArgumentsOf(const Json::Value& item)
     return arguments;
 }
 
-// Nothing for a list with an item for which ArgumentsOf gives nothing, or with too many. Throws
-// what that throws.
-std::optional<Walk> Expected(const std::string& text)
+// What the launcher must do with the list `text`. Nothing if it has too many items, or one for
+// which ArgumentsOf returns nothing; throws what ArgumentsOf throws.
+std::optional<Expectation> Expected(const std::string& text)
 {
-    Walk walk;
+    Expectation expectation;
     std::map<std::string, Arguments> items;
     Json::Value list;
-    walk.failed = !Json::Reader().parse(text, list, false);
+    expectation.failed = !Json::Reader().parse(text, list, false);
     std::size_t started = 0;
-    for (int i = 0; !walk.failed; ++i) {
+    for (int i = 0; !expectation.failed; ++i) {
         const std::string index = std::to_string(i);
         std::string name;
         try {
@@ -149,15 +149,15 @@ std::optional<Walk> Expected(const std::string& text)
                 break;
             }
             if (!list[index].isMember("name")) {
-                ++walk.nameless;
+                ++expectation.nameless;
                 continue;
             }
             name = TextOf(list[index]["name"]);
         } catch (const Json::Exception&) {
-            walk.failed = true;
+            expectation.failed = true;
             break;
         }
-        if (++started > kMostItems) {
+        if (++started > kMaxItems) {
             return std::nullopt;
         }
         const std::optional<Arguments> arguments = ArgumentsOf(list[index]);
@@ -165,20 +165,20 @@ std::optional<Walk> Expected(const std::string& text)
             return std::nullopt;
         }
         if (items.count(name) != 0) {
-            walk.replaced.insert(items[name]);
+            expectation.replaced.insert(items[name]);
         }
         items[name] = *arguments;
     }
     for (const auto& entry : items) {
-        walk.execs.insert(entry.second);
+        expectation.execs.insert(entry.second);
     }
-    return walk;
+    return expectation;
 }
 
-// Every item that is left has taken the child's way once.
+// Waits until every remaining item has been executed once.
 void WaitForExecs()
 {
-    Require(WaitUntil([] { return g_seen.Includes(g_expected.execs); }),
+    Require(WaitUntil([] { return g_observed.Includes(g_expected.execs); }),
             "every item of the list is executed with its arguments");
 }
 
@@ -200,8 +200,8 @@ extern "C" int execv(const char* path, char* const arguments[])
     for (int i = 0; arguments[i] != nullptr; ++i) {
         copies.emplace_back(arguments[i]);
     }
-    Require(copies.empty() || copies[0] == path, "the program is its own first argument");
-    g_seen.Exec(std::move(copies));
+    Require(copies.empty() || copies[0] == path, "the program is argument 0");
+    g_observed.Exec(std::move(copies));
     errno = ENOENT;
     return -1;
 }
@@ -217,7 +217,7 @@ extern "C" int kill(pid_t, int)
     return 0;
 }
 
-// The launcher's handler would take the fuzzer's own place.
+// The launcher's handler would replace the fuzzer's own.
 extern "C" sighandler_t signal(int, sighandler_t)
 {
     return SIG_DFL;
@@ -252,14 +252,14 @@ extern "C" int pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mut
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    static const TempFolder folder;
+    static const TempDirectory directory;
     const std::string content = FuzzInput(data, size).Rest();
     const std::string list = UpToNul(content);
-    std::optional<Walk> expected;
+    std::optional<Expectation> expected;
     try {
         expected = Expected(list);
     } catch (const Json::Exception&) {
-        return -1;  // Some supervisor would end the process.
+        return -1;  // A supervisor would end the process.
     }
     if (!expected) {
         return -1;
@@ -267,12 +267,12 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
     expected->execs.erase(kNoProgram);
     expected->replaced.erase(kNoProgram);
     g_expected = *expected;
-    g_seen.Clear();
-    g_fake_log_library.log = &g_seen;
-    g_fake_machine.user = FakeMachine::User{"u", folder.path()};
+    g_observed.Clear();
+    g_fake_log_library.log = &g_observed;
+    g_fake_machine.user = FakeMachine::User{"u", directory.path()};
     logger = nullptr;
 
-    std::string path = folder.Write("list.json", content);
+    std::string path = directory.Write("list.json", content);
     std::string program = "launcher";
     std::string name = "app";
     char* arguments[] = {program.data(), name.data(), path.data(), nullptr};
@@ -283,15 +283,15 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
     g_child_map.clear();
 
     Require(status == (content.empty() || expected->failed ? 0 : 1),
-            "the status tells the failure");
-    Require(g_seen.failures == (expected->failed && !content.empty() ? 1 : 0),
+            "the exit status is 0 exactly after a failure");
+    Require(g_observed.failures == (expected->failed && !content.empty() ? 1 : 0),
             "a failure is logged once");
-    Require(g_seen.nameless == expected->nameless, "each item without a name is logged once");
+    Require(g_observed.nameless == expected->nameless, "each item without a name is logged once");
     std::multiset<Arguments> rest;
-    std::set_difference(g_seen.execs.begin(), g_seen.execs.end(), expected->execs.begin(),
+    std::set_difference(g_observed.execs.begin(), g_observed.execs.end(), expected->execs.begin(),
                         expected->execs.end(), std::inserter(rest, rest.begin()));
     Require(std::includes(expected->replaced.begin(), expected->replaced.end(), rest.begin(),
                           rest.end()),
-            "nothing else is executed, but for items that were replaced");
+            "nothing else is executed, except items that were replaced");
     return 0;
 }

@@ -1,12 +1,13 @@
-// Records of the log: escaped, read back, and found again between anything else.
-// Input: a line with the program's name, a line with the bytes to cut off, then the text. The text
-// is also taken as a log.
+// Records of the log: everything written must be read back, and found among other text.
+// Input: a line with the program's name, a line with the number of bytes to cut off, then the text.
+// The text is also read as a log.
 #include <algorithm>
 #include <string_view>
 #include <vector>
 
 #include "qv7log/record.h"
 #include "qv7log/record_reader.h"
+#include "qv7log/timestamp.h"
 #include "tests/fuzz/fuzz.h"
 #include "tests/support/utf8_reference.h"
 
@@ -23,28 +24,28 @@ bool IsPrintable(char32_t c)
     return c >= 0x20 && !(c >= 0x7F && c <= 0x9F) && c != 0x2028 && c != 0x2029;
 }
 
-bool ContainsTimeStamp(const std::string& text)
+bool ContainsTimestamp(const std::string& text)
 {
-    for (std::size_t i = 0; i + qv7log::kTimeStampSize <= text.size(); ++i) {
-        if (qv7log::IsTimeStamp(text.data() + i)) {
+    for (std::size_t i = 0; i + qv7log::kTimestampSize <= text.size(); ++i) {
+        if (qv7log::IsTimestamp(text.data() + i)) {
             return true;
         }
     }
     return false;
 }
 
-// What record.h promises for everything that is written.
+// Checks what record.h promises for everything that is written.
 void CheckEscaped(const std::string& escaped, const std::string& text)
 {
     const std::optional<std::u32string> characters = DecodeByTable(escaped);
     Require(characters && std::all_of(characters->begin(), characters->end(), IsPrintable),
             "what is written is printable UTF-8");
-    Require(!ContainsTimeStamp(escaped), "no time stamp is written");
+    Require(!ContainsTimestamp(escaped), "no timestamp is written");
     std::string read;
     Require(qv7log::Unescape(escaped, read) && read == text, "what is written can be read back");
 }
 
-// A record as the log writes it, with the last `cut` bytes of the text left out.
+// Returns a record as the log writes it, without the last `cut` bytes of the text.
 std::string RecordOf(const std::string& name, const std::string& text, std::size_t cut)
 {
     const std::string shorter = text.substr(0, text.size() - cut);
@@ -64,15 +65,15 @@ std::string RecordOf(const std::string& name, const std::string& text, std::size
 void CheckRecord(const std::string& name, const std::string& text, std::size_t cut)
 {
     const std::string record = RecordOf(name, text, cut);
-    // As the only one, and behind the beginning of one that was torn off.
+    // As the only record, and after the beginning of a torn one.
     for (const std::string& before : {std::string(), record.substr(0, record.size() / 2)}) {
         const std::string log = before + record;
         std::string_view rest = log;
         qv7log::Entry entry;
         Require(before.empty() || (qv7log::NextEntry(rest, entry) && !entry.is_record),
-                "a torn record is none");
+                "a torn record is not a record");
         Require(qv7log::NextEntry(rest, entry) && entry.is_record, "a record is found");
-        Require(entry.raw == record.substr(0, record.size() - 1), "a record is found whole");
+        Require(entry.raw == record.substr(0, record.size() - 1), "a record is found completely");
         Require(entry.record.name == name && entry.record.process == 4711 &&
                     entry.record.level == "ERROR",
                 "a record says who wrote it");
@@ -82,7 +83,7 @@ void CheckRecord(const std::string& name, const std::string& text, std::size_t c
     }
 }
 
-// Any bytes are a log: the entries are its parts, one after the other.
+// Any bytes can be read as a log, and the entries together are these bytes.
 void CheckLog(const std::string& log)
 {
     std::string_view rest = log;
@@ -94,9 +95,9 @@ void CheckLog(const std::string& log)
             rest.size() == log.size() - read.size() - 1) {
             read += '\n';
         }
-        Require(log.size() - read.size() == rest.size(), "each entry is taken off the log");
+        Require(log.size() - read.size() == rest.size(), "each entry is removed from the log");
     }
-    Require(read == log, "the entries are the log");
+    Require(read == log, "the entries together are the log");
 }
 
 }  // namespace
@@ -111,7 +112,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
     CheckEscaped(Escaped(qv7log::PutText, text), text);
     const std::string escaped_name = Escaped(qv7log::PutName, name);
     CheckEscaped(escaped_name, name);
-    Require(escaped_name.find_first_of(" []") == std::string::npos, "a name ends where it ends");
+    Require(escaped_name.find_first_of(" []") == std::string::npos,
+            "a name contains none of the characters that end it");
 
     const std::size_t whole = qv7log::SizeOfWholeCharacters(std::string_view(text).substr(
         0, text.size() - std::min<std::size_t>(wanted_cut, text.size())));

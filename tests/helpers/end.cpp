@@ -1,4 +1,4 @@
-// Reports its start and ends at once: "end exit CODE" or "end signal NUMBER".
+// Reports its start and ends immediately: "end exit CODE" or "end signal NUMBER".
 #include <signal.h>
 
 #include <cstdlib>

@@ -1,6 +1,6 @@
-// Writes what it was given at its start into the file "inherited" of its working folder, reports
-// its start and stays: the open descriptors, the process group, the signals that are ignored or
-// blocked, the file mask and the environment. Texts of the environment are not escaped.
+// Writes what it inherited into the file "inherited" of its working directory: open descriptors,
+// process group, ignored or blocked signals, file mask and environment, the latter without escapes.
+// Then reports its start and stays until a signal ends it.
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/stat.h>

@@ -1,5 +1,5 @@
-// Writes where this program believes the product to lie into the file "locations" of its working
-// folder, reports its start and stays.
+// Writes the locations of the product, as this program sees them, into the file "locations" of its
+// working directory. Then reports its start and stays until a signal ends it.
 #include "config/locations.h"
 
 #include <unistd.h>

@@ -1,12 +1,12 @@
-// A helper that does what a launcher's child should better not do: "misbehave HOW".
+// A badly behaved helper: "misbehave HOW".
 //
 //     ignore       leaves the session and ignores every signal that can be ignored, then stays
 //     close        closes every descriptor, then stays
-//     detach       forks a process that leaves the session and stays, and ends
-//     leave        the same, but stays itself, too
-//     fill BYTES   writes so many bytes to its standard input, then stays
+//     detach       forks a process that leaves the session and stays; ends itself
+//     leave        forks a process that leaves the session and stays; stays itself
+//     fill BYTES   writes this many bytes to its standard input, then stays
 //
-// Each reports a start when that is done; of the two processes, the one that left the session does.
+// Reports a start once this is done; of two processes, the one that left the session reports it.
 #include <signal.h>
 #include <unistd.h>
 
@@ -33,7 +33,7 @@ void CloseDescriptors()
     }
 }
 
-// Returns in the process that has left the session.
+// Forks; returns only in the child, which has left the session.
 void Detach(bool stay)
 {
     const pid_t child = fork();

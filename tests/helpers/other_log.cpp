@@ -1,6 +1,6 @@
-// A logging library that takes the place of our own in a bundle. It writes how it was called into
-// the file "log_calls" of the working folder. It gives no log; a number in KESTRANE_TEST_LOG is
-// what InitLogger returns.
+// A logging library that replaces our own in a bundle. It writes every call into the file
+// "log_calls" of the working directory and provides no log. InitLogger returns the number in
+// KESTRANE_TEST_LOG, or 0.
 #include <cstdio>
 #include <cstdlib>
 #include <string>

@@ -1,7 +1,7 @@
-// Lives for 50 to 500 ms and ends in one of many ways: "short_life NAME". As soon as there is a
-// file "enough" in its working folder, it stays instead until signal 9 ends it.
+// Runs for 50 to 500 ms and ends with a random exit status or signal: "short_life NAME". Once the
+// file "enough" exists in its working directory, stays instead until signal 9 ends it.
 //
-// Reports a start with the arguments NAME and the wait status that its end will have.
+// Reports its start with two arguments: NAME, and the wait status that its end will have.
 #include <signal.h>
 #include <unistd.h>
 

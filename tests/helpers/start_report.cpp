@@ -33,7 +33,7 @@ void ReportStart(int argc, char** argv)
     }
     line += "\n";
 
-    // One write, so that the lines of several helpers never mix.
+    // One write, so that the lines of several helpers are never mixed.
     const char* path = std::getenv("KESTRANE_TEST_STARTS");
     const int file = path != nullptr ? open(path, O_WRONLY | O_CREAT | O_APPEND, 0666) : -1;
     if (file < 0 || write(file, line.data(), line.size()) != static_cast<ssize_t>(line.size())) {

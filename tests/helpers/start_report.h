@@ -1,4 +1,4 @@
-// How a helper program tells a test that it has started.
+// Lets a helper program report its start to a test.
 #pragma once
 
 // Appends one line to the file that KESTRANE_TEST_STARTS names: the process id, the monotonic time

@@ -150,7 +150,7 @@ TEST(JsonSource, RejectsWhatJsonObjectRejects)
         ASSERT_TRUE(source.Fault()) << row.text;
         EXPECT_EQ(source.Fault()->offset, row.offset) << row.text;
         EXPECT_FALSE(source.Fault()->message.empty());
-        EXPECT_FALSE(source.Fault()->too_deep);
+        EXPECT_EQ(source.Fault()->depth_limit, 0U);
     }
 }
 
@@ -162,7 +162,7 @@ TEST(JsonSource, FindsTheBracketThatIsTooDeepForTheReader)
     EXPECT_FALSE(IsAcceptedByJsonObject(too_deep));
     const JsonSource source(too_deep);
     ASSERT_TRUE(source.Fault());
-    EXPECT_TRUE(source.Fault()->too_deep);
+    EXPECT_EQ(source.Fault()->depth_limit, depth);
     EXPECT_EQ(source.Fault()->offset, 7U + depth - 2);
 
     // An empty bracket holds nothing that could be too deep.
@@ -171,7 +171,7 @@ TEST(JsonSource, FindsTheBracketThatIsTooDeepForTheReader)
     EXPECT_EQ(after_empty.Fault()->offset, depth - 1 + 4);
 }
 
-TEST(JsonSource, IgnoresWhatFollowsTheFirstValue)
+TEST(JsonSource, IgnoresTextAfterTheFirstValue)
 {
     const JsonSource source(" {} x");
     EXPECT_FALSE(source.Fault());

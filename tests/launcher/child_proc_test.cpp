@@ -42,9 +42,9 @@ FakeProcesses& Processes()
     return FakeProcesses::Instance();
 }
 
-// Ends every child before the supervisor is joined, so that no test waits for one that its
-// destructor did not meet.
-struct EndsItsChildren
+// Ends every child before the supervisor is joined, so that no test waits for a child that the
+// destructor did not kill.
+struct EndChildrenAndDelete
 {
     void operator()(ChildProc* child) const
     {
@@ -53,9 +53,9 @@ struct EndsItsChildren
     }
 };
 
-using OwnedChild = std::unique_ptr<ChildProc, EndsItsChildren>;
+using OwnedChild = std::unique_ptr<ChildProc, EndChildrenAndDelete>;
 
-// Destroys as the launcher does: nothing but the destructor's own signal ends the child.
+// Destroys the object as the launcher does: only the destructor's signal ends the child.
 void Destroy(OwnedChild& child)
 {
     delete child.release();
@@ -75,7 +75,8 @@ protected:
         return OwnedChild(new ChildProc("app", JsonObject(item)));
     }
 
-    // What the child hands to execv for `item`, a JSON object without "name" and "program".
+    // The arguments that the child passes to execv for an item with `members` besides "name" and
+    // "program".
     Arguments ArgumentsOf(const std::string& members)
     {
         Processes().Reset();
@@ -104,7 +105,7 @@ using Construction = ChildProcTest;
 
 }  // namespace
 
-TEST_F(Supervisor, ForksWaitsLogsAndStartsAgain)
+TEST_F(Supervisor, ForksWaitsLogsAndRestarts)
 {
     const auto child = Start(R"({"name":"sync","program":"/p"})");
     ASSERT_TRUE(WaitUntil([] { return Processes().forks().size() == 1; }));
@@ -132,7 +133,7 @@ TEST_F(Supervisor, LogsTheRawWaitStatus)
     }
 }
 
-TEST_F(Supervisor, LogsWhatWaitpidReturnedAndGoesOn)
+TEST_F(Supervisor, LogsTheResultOfWaitpidAndContinues)
 {
     Processes().FailWait(1001);
     const auto child = Start(R"({"name":"n","program":"/p"})");
@@ -141,7 +142,7 @@ TEST_F(Supervisor, LogsWhatWaitpidReturnedAndGoesOn)
     EXPECT_TRUE(WaitUntil([] { return Processes().forks().size() == 2; }));
 }
 
-TEST_F(Supervisor, PausesAtLeast50MillisecondsBetweenEndAndStart)
+TEST_F(Supervisor, PausesAtLeast50MillisecondsBeforeARestart)
 {
     for (pid_t pid = 1001; pid < 1006; ++pid) {
         Processes().End(pid, 0);
@@ -154,7 +155,7 @@ TEST_F(Supervisor, PausesAtLeast50MillisecondsBetweenEndAndStart)
     }
 }
 
-TEST_F(Supervisor, EndsForGoodWhenForkFails)
+TEST_F(Supervisor, StopsPermanentlyWhenForkFails)
 {
     Processes().ScriptForks({-1});
     const auto child = Start(R"({"name":"n","program":"/p"})");
@@ -189,7 +190,7 @@ TEST_F(Child, ExecutesTheProgramWithItsPathAsFirstArgument)
     EXPECT_EQ(Processes().execs()[0].arguments, Arguments{"relative/p"});
 }
 
-TEST_F(Child, TakesANumberOrBooleanAsProgramText)
+TEST_F(Child, ConvertsANumberOrBooleanToTheProgramText)
 {
     const std::pair<const char*, const char*> cases[] = {
         {R"({"name":"n","program":42})", "42"},
@@ -204,7 +205,7 @@ TEST_F(Child, TakesANumberOrBooleanAsProgramText)
     }
 }
 
-TEST_F(Child, TakesAsManyArgumentsAsArgcSays)
+TEST_F(Child, GetsTheNumberOfArgumentsInArgc)
 {
     const struct
     {
@@ -228,7 +229,7 @@ TEST_F(Child, TakesAsManyArgumentsAsArgcSays)
     }
 }
 
-TEST_F(Child, ConvertsArgcThrough64BitsCutTo32)
+TEST_F(Child, ConvertsArgcTo64BitsAndCutsItTo32)
 {
     const struct
     {
@@ -257,7 +258,7 @@ TEST_F(Child, GetsAnEmptyVectorForArgcMinusOne)
     EXPECT_EQ(ArgumentsOf(R"("argc":-1,"args":{"0":"a"})"), Arguments{});
 }
 
-TEST_F(Child, GoesOnAsAFurtherSupervisorWhenItCannotExecute)
+TEST_F(Child, BecomesAnotherSupervisorWhenItCannotExecute)
 {
     Processes().ScriptForks({0, 2001, 0});
     const auto child = Start(R"({"name":"n","program":"/p"})");
@@ -277,16 +278,16 @@ TEST_F(Child, GoesOnAsAFurtherSupervisorWhenItCannotExecute)
     EXPECT_GE(forks[1] - forks[0], std::chrono::milliseconds(50));
 }
 
-TEST_F(Child, GivesTheArgumentVectorsStackBackBeforeItGoesOn)
+TEST_F(Child, FreesTheArgumentVectorsStackBeforeItContinues)
 {
-    // 25 vectors of 400 KB are more than the 8 MiB that a thread's stack has at most by default.
+    // 25 vectors of 400 KB exceed the 8 MiB that a thread's stack has by default.
     Processes().ScriptForks(std::deque<pid_t>(25, 0));
     const auto child = Start(R"({"name":"n","program":"/p","argc":50000})");
     ASSERT_TRUE(WaitUntil([] { return Processes().forks().size() == 26; }));
     EXPECT_EQ(Processes().execs().back().arguments.size(), 50001U);
 }
 
-TEST_F(Child, EndsItsThreadWithoutAProgram)
+TEST_F(Child, StopsItsSupervisorWithoutAProgram)
 {
     for (const char* item :
          {R"({"name":"n"})", R"({"name":"n","program":""})", R"({"name":"n","program":null})",
@@ -323,7 +324,7 @@ TEST_F(Destruction, SignalsEveryProcessAfterAFailedFork)
     EXPECT_EQ(Processes().kills(), (Kills{{-1, SIGKILL}}));
 }
 
-TEST_F(Destruction, SignalsTheProcessGroupInTheChildThatWasForked)
+TEST_F(Destruction, SignalsTheProcessGroupInAForkedChild)
 {
     Processes().ScriptForks({0});
     auto child = Start(R"({"name":"n"})");
@@ -334,7 +335,7 @@ TEST_F(Destruction, SignalsTheProcessGroupInTheChildThatWasForked)
 
 TEST_F(Destruction, BeforeTheForkSignalsTheProcessGroupAndWaitsForTheUnkilledChild)
 {
-    // The supervisor is held after its look at the run flag until the destructor has signalled.
+    // The supervisor waits after it has checked the run flag until the destructor has signalled.
     std::atomic<bool> signalled = false;
     Processes().SetKillHook([&](pid_t) { signalled = true; });
     m_log.SetHook([&](const std::string& text) {
@@ -352,7 +353,7 @@ TEST_F(Destruction, BeforeTheForkSignalsTheProcessGroupAndWaitsForTheUnkilledChi
     });
     EXPECT_TRUE(WaitUntil([] { return Processes().awaited() == 1; }));
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    EXPECT_FALSE(destroyed) << "the join lasts as long as the child";
+    EXPECT_FALSE(destroyed) << "the join waits for the child";
     EXPECT_EQ(Processes().kills(), (Kills{{0, SIGKILL}}));
 
     Processes().End(1001, 0);
@@ -360,7 +361,7 @@ TEST_F(Destruction, BeforeTheForkSignalsTheProcessGroupAndWaitsForTheUnkilledChi
     EXPECT_EQ(Processes().forks().size(), 1U);
 }
 
-TEST_F(Destruction, KillsAPidWhoseChildWasReapedAlready)
+TEST_F(Destruction, SignalsAPidWhoseChildWasReaped)
 {
     auto child = Start(R"({"name":"n","program":"/p"})");
     Processes().End(1001, 0);
@@ -383,7 +384,7 @@ TEST_F(Destruction, AfterStopSignalsAgain)
     EXPECT_EQ(Processes().forks().size(), 1U);
 }
 
-TEST_F(Construction, NamesTheThreadConstructorWhenThereIsNoThread)
+TEST_F(Construction, ReportsTheThreadConstructorIfNoThreadCanBeCreated)
 {
     g_no_threads = true;
     try {
@@ -399,7 +400,7 @@ TEST_F(Construction, NamesTheThreadConstructorWhenThereIsNoThread)
     EXPECT_TRUE(Processes().kills().empty());
 }
 
-TEST_F(Construction, LetsTheConversionErrorOfANameOut)
+TEST_F(Construction, PropagatesNameConversionErrors)
 {
     for (const char* item : {R"({"name":{}})", R"({"name":[1]})"}) {
         EXPECT_THROW(Start(item), std::exception) << item;

@@ -16,7 +16,7 @@
 #include "tests/support/fake_syslog.h"
 #include "tests/support/log_recorder.h"
 #include "tests/support/next_descriptor.h"
-#include "tests/support/temp_folder.h"
+#include "tests/support/temp_directory.h"
 #include "tests/support/wait_until.h"
 
 int launcher_main(int argc, char** argv);
@@ -27,7 +27,7 @@ std::vector<int> g_closed;
 
 }  // namespace
 
-// Keeps descriptors 0 to 2 of the test program open, and tells which of them were closed.
+// Records the closing of descriptors 0 to 2 instead of closing them.
 extern "C" int close(int descriptor)
 {
     static const auto real = reinterpret_cast<int (*)(int)>(dlsym(RTLD_NEXT, "close"));
@@ -48,7 +48,8 @@ FakeProcesses& Processes()
     return FakeProcesses::Instance();
 }
 
-// A thread that waits on the launcher's condition, as main does, from construction on.
+// A thread that waits on the launcher's condition, as main does. The constructor returns once it
+// waits.
 class ConditionWaiter
 {
 public:
@@ -57,7 +58,7 @@ public:
         while (!m_locked) {
             std::this_thread::yield();
         }
-        // To be had only once the thread waits.
+        // Available only once the thread waits.
         const std::lock_guard<std::mutex> lock(g_process_mutex);
     }
     ~ConditionWaiter() { m_thread.join(); }
@@ -86,9 +87,10 @@ protected:
         Processes().Reset();
         g_closed.clear();
         g_system_events.clear();
+        g_openlog_calls = 0;
         g_fake_log_library = {};
         g_fake_log_library.log = &m_log;
-        g_fake_machine.user = FakeMachine::User{"u", m_folder.path()};
+        g_fake_machine.user = FakeMachine::User{"u", m_directory.path()};
         logger = nullptr;
     }
 
@@ -110,16 +112,16 @@ protected:
         return launcher_main(static_cast<int>(arguments.size()), argv.data());
     }
 
-    // Runs the launcher on a list that holds `list`, which is expected to end it.
+    // Runs the launcher on the list `list`, which must make it end by itself.
     int RunList(const std::string& list)
     {
         logger = nullptr;
-        return Run({"app", m_folder.Write("list.json", list)});
+        return Run({"app", m_directory.Write("list.json", list)});
     }
 
-    // Runs the launcher on a list that holds `list` and stops it once so many children run.
-    // A list with children ends with an item without a name: its record tells that the walk is over
-    // and the map is no longer changed.
+    // Runs the launcher on the list `list` and stops it once `children` children run.
+    // A list with children must end with an item without a name: its record shows that the walk no
+    // longer changes the map.
     int RunUntilStopped(const std::string& list, int children)
     {
         std::atomic<bool> ended = false;
@@ -132,7 +134,7 @@ protected:
             return Processes().awaited() >= children &&
                    (children == 0 || m_log.Has(LOGLEVEL_ERROR, kNoName));
         }));
-        // The handler's notice is lost while main does not wait yet, so it is repeated.
+        // Repeated, because a notification is lost if main does not wait yet.
         EXPECT_TRUE(WaitUntil([&] {
             sigterm_handler(SIGTERM);
             return ended.load();
@@ -144,7 +146,7 @@ protected:
     const std::string kNoName = "[LAUNCHER  ] There is an item has no name.";
     const std::string kParseError = "[LAUNCHER  ] Error while parsing saved json string.";
 
-    TempFolder m_folder;
+    TempDirectory m_directory;
     LogRecorder m_log;
 };
 
@@ -165,12 +167,12 @@ TEST_F(InitDaemonTest, ClosesTheStandardDescriptorsAndInstallsTheHandler)
     EXPECT_EQ(action.sa_handler, sigterm_handler);
 }
 
-TEST_F(ReadDataTest, ReadsAFileOfAnySizeWhole)
+TEST_F(ReadDataTest, ReadsAFileOfAnySizeCompletely)
 {
     for (const std::size_t size : {1U, 127U, 128U, 129U, 256U, 100'000U}) {
         const std::string content(size, 'x');
         std::string data = "before";
-        EXPECT_TRUE(ReadData(m_folder.Write("f", content), data)) << size;
+        EXPECT_TRUE(ReadData(m_directory.Write("f", content), data)) << size;
         EXPECT_EQ(data, content) << size;
     }
 }
@@ -179,25 +181,25 @@ TEST_F(ReadDataTest, ClosesTheFileThatTheChildrenWouldInherit)
 {
     const int before = NextDescriptor();
     std::string data;
-    EXPECT_TRUE(ReadData(m_folder.Write("f", "text"), data));
-    EXPECT_FALSE(ReadData(m_folder.Write("empty", ""), data));
+    EXPECT_TRUE(ReadData(m_directory.Write("f", "text"), data));
+    EXPECT_FALSE(ReadData(m_directory.Write("empty", ""), data));
     EXPECT_EQ(NextDescriptor(), before);
 }
 
-TEST_F(ReadDataTest, CutsTheTextAtItsFirstNul)
+TEST_F(ReadDataTest, TruncatesTheTextAtItsFirstNul)
 {
     std::string data = "before";
-    EXPECT_TRUE(ReadData(m_folder.Write("f", std::string("ab\0cd", 5)), data));
+    EXPECT_TRUE(ReadData(m_directory.Write("f", std::string("ab\0cd", 5)), data));
     EXPECT_EQ(data, "ab");
-    EXPECT_TRUE(ReadData(m_folder.Write("f", std::string("\0cd", 3)), data));
+    EXPECT_TRUE(ReadData(m_directory.Write("f", std::string("\0cd", 3)), data));
     EXPECT_EQ(data, "") << "something was read";
 }
 
-TEST_F(ReadDataTest, LeavesTheDataWhereNothingCanBeRead)
+TEST_F(ReadDataTest, LeavesTheDataUnchangedIfNothingCanBeRead)
 {
     logger = &m_log;
-    const std::string missing = m_folder.path() + "/none";
-    const std::string empty = m_folder.Write("empty", "");
+    const std::string missing = m_directory.path() + "/none";
+    const std::string empty = m_directory.Write("empty", "");
     std::string data = "before";
     EXPECT_FALSE(ReadData(missing, data));
     EXPECT_FALSE(ReadData(empty, data));
@@ -218,13 +220,13 @@ TEST_F(CommandLine, NeedsTwoArguments)
     }
     EXPECT_EQ(launcher_main(0, nullptr), 0);
     EXPECT_TRUE(g_fake_log_library.init_paths.empty());
-    EXPECT_EQ(g_closed.size(), 9U)
-        << "the descriptors are closed before the arguments are looked at";
+    EXPECT_EQ(g_closed.size(), 9U) << "the descriptors are closed before the arguments are checked";
+    EXPECT_EQ(g_openlog_calls, 0);
 }
 
 TEST_F(CommandLine, IgnoresFurtherArguments)
 {
-    const std::string path = m_folder.Write("list.json", "[]");
+    const std::string path = m_directory.Write("list.json", "[]");
     EXPECT_EQ(Run({"app", path, "more", "still more"}), 0);
     EXPECT_EQ(m_log.records(), (std::vector<Record>{{LOGLEVEL_ERROR, kParseError}}));
 }
@@ -232,14 +234,15 @@ TEST_F(CommandLine, IgnoresFurtherArguments)
 TEST_F(CommandLine, PassesTheApplicationNameToTheLogSetUp)
 {
     g_fake_log_library.init_result = 1;
-    EXPECT_EQ(Run({"component", m_folder.Write("list.json", "[]")}), 0);
+    EXPECT_EQ(Run({"component", m_directory.Write("list.json", "[]")}), 0);
     EXPECT_EQ(g_system_events,
               (Events{{3, "Morvel Launcher for component : Failed to initialize logger"}}));
+    EXPECT_EQ(g_openlog_calls, 0);
 }
 
-TEST_F(CommandLine, EndsWithoutAWordOnAnUnreadableOrEmptyList)
+TEST_F(CommandLine, EndsSilentlyOnAnUnreadableOrEmptyList)
 {
-    for (const std::string& path : {m_folder.path() + "/none", m_folder.Write("empty", "")}) {
+    for (const std::string& path : {m_directory.path() + "/none", m_directory.Write("empty", "")}) {
         EXPECT_EQ(Run({"app", path}), 0) << path;
     }
     EXPECT_TRUE(m_log.records().empty());
@@ -247,12 +250,12 @@ TEST_F(CommandLine, EndsWithoutAWordOnAnUnreadableOrEmptyList)
     EXPECT_TRUE(g_fake_log_library.init_paths.empty());
 }
 
-TEST_F(CommandLine, LogsTheReadingWhereThereIsALog)
+TEST_F(CommandLine, LogsTheReadingOfTheListIfThereIsALog)
 {
-    // Never in the program itself, whose log is set up after the reading.
+    // Not so in the program itself, which sets up its log after reading the list.
     logger = &m_log;
-    const std::string missing = m_folder.path() + "/none";
-    const std::string empty = m_folder.Write("empty", "");
+    const std::string missing = m_directory.path() + "/none";
+    const std::string empty = m_directory.Write("empty", "");
     Run({"app", missing});
     Run({"app", empty});
     EXPECT_EQ(m_log.records(),
@@ -283,13 +286,13 @@ TEST_F(Walk, StartsEveryNamedItemUpToTheFirstGap)
     EXPECT_EQ(m_log.records().size(), 5U) << "with the two ends";
 }
 
-TEST_F(Walk, TakesNoOtherSpellingOfTheNumbers)
+TEST_F(Walk, AcceptsNoOtherSpellingOfTheNumbers)
 {
     EXPECT_EQ(RunUntilStopped(R"({"00":{"name":"a"},"+0":{"name":"b"},"1":{"name":"c"}})", 0), 1);
     EXPECT_TRUE(m_log.records().empty());
 }
 
-// The argument vector lives on the supervisor's stack, whose size the program sets on Linux.
+// The argument vector is on the supervisor's stack, whose size the program sets on Linux.
 TEST_F(Walk, StartsAProgramWithFiftyThousandArguments)
 {
     Processes().ScriptForks({0});
@@ -301,7 +304,7 @@ TEST_F(Walk, StartsAProgramWithFiftyThousandArguments)
 
 TEST_F(Walk, OfAnEmptyListWaitsForTheStop)
 {
-    for (const char* list : {"null", "{}", R"({"a":1})", "{} text behind the document"}) {
+    for (const char* list : {"null", "{}", R"({"a":1})", "{} trailing text"}) {
         EXPECT_EQ(RunUntilStopped(list, 0), 1) << list;
     }
     EXPECT_TRUE(m_log.records().empty());
@@ -315,13 +318,13 @@ TEST_F(Walk, SkipsItemsWithoutName)
     EXPECT_TRUE(m_log.Has(LOGLEVEL_DEBUG, "[LAUNCHER  ] Start to fork n"));
 }
 
-TEST_F(Walk, TakesANullNameForTheEmptyName)
+TEST_F(Walk, TreatsANullNameAsTheEmptyName)
 {
     EXPECT_EQ(RunUntilStopped(R"({"0":{"name":null,"program":"/p"},"1":{}})", 1), 1);
     EXPECT_TRUE(m_log.Has(LOGLEVEL_DEBUG, "[LAUNCHER  ] Start to fork "));
 }
 
-TEST_F(Walk, EndsTheLauncherOnWhatItCannotTake)
+TEST_F(Walk, EndsTheLauncherOnAListThatItCannotWalk)
 {
     for (const char* list :
          {"not json", "[]", "\"text\"", "5", "true", "{", R"({"0":[]})", R"({"0":"text"})",
@@ -346,7 +349,7 @@ TEST_F(Walk, EndsOnAListThatIsNestedTooDeeply)
     EXPECT_EQ(m_log.records(), (std::vector<Record>{{LOGLEVEL_ERROR, kParseError}}));
 }
 
-TEST_F(Walk, KeepsTheChildrenThatItStartedBeforeItFailed)
+TEST_F(Walk, KeepsTheChildrenStartedBeforeItFailed)
 {
     EXPECT_EQ(RunList(R"({"0":{"name":"n","program":"/p"},"1":[]})"), 0);
     EXPECT_EQ(g_child_map.size(), 1U);
@@ -354,9 +357,9 @@ TEST_F(Walk, KeepsTheChildrenThatItStartedBeforeItFailed)
     EXPECT_TRUE(Processes().kills().empty());
 }
 
-TEST_F(Walk, EndsTheEarlierOfTwoItemsOfOneNameBeforeItGoesOn)
+TEST_F(Walk, KillsTheEarlierOfTwoItemsWithTheSameNameBeforeItContinues)
 {
-    // The item without a name holds the walk until item "0" has forked.
+    // The item without a name delays the walk until item "0" has forked.
     m_log.SetHook([&](const std::string& text) {
         if (text == kNoName) {
             EXPECT_TRUE(WaitUntil([] { return Processes().awaited() == 1; }));
@@ -368,18 +371,18 @@ TEST_F(Walk, EndsTheEarlierOfTwoItemsOfOneNameBeforeItGoesOn)
     EXPECT_EQ(g_child_map.size(), 1U);
     EXPECT_EQ(Processes().kills(), (Kills{{1001, SIGKILL}}));
     EXPECT_TRUE(m_log.Has(LOGLEVEL_ERROR, "[LAUNCHER  ] a 1001 is killed. ret = 1001, status = 9"));
-    EXPECT_EQ(m_log.records().back().second, kParseError) << "joined before the walk went on";
+    EXPECT_EQ(m_log.records().back().second, kParseError) << "joined before the walk continued";
 }
 
 TEST_F(Walk, SignalsTheProcessGroupForAnEarlierItemThatHasNotForked)
 {
-    // Both supervisors are held before their forks until the earlier one is destroyed.
+    // Both supervisors wait before their forks until the earlier item is being destroyed.
     m_log.SetHook([](const std::string& text) {
         if (text == "[LAUNCHER  ] Start to fork a") {
             EXPECT_TRUE(WaitUntil([] { return !Processes().kills().empty(); }));
         }
     });
-    // Nobody else would end the child of the earlier one, which its destructor waits for.
+    // Otherwise nothing ends the earlier item's child, for which its destructor waits.
     Processes().EndAll();
     EXPECT_EQ(RunList(R"({"0":{"name":"a","program":"/first"},
                           "1":{"name":"a","program":"/second"},"2":[]})"),
@@ -388,7 +391,7 @@ TEST_F(Walk, SignalsTheProcessGroupForAnEarlierItemThatHasNotForked)
     EXPECT_EQ(g_child_map.size(), 1U);
 }
 
-TEST_F(SigtermHandler, EndsEveryChildAndWakesMain)
+TEST_F(SigtermHandler, KillsEveryChildAndWakesMain)
 {
     EXPECT_EQ(RunUntilStopped(R"({"0":{"name":"a","program":"/a"},"1":{"name":"b","program":"/b"},
                                   "2":{"name":"c","program":"/c"},"3":{}})",
@@ -414,13 +417,13 @@ TEST_F(SigtermHandler, DoesNothingForAnyOtherSignal)
     EXPECT_EQ(g_child_map.size(), 1U);
     EXPECT_TRUE(Processes().kills().empty());
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    EXPECT_FALSE(waiter.woken()) << "nobody was notified";
+    EXPECT_FALSE(waiter.woken()) << "nothing was notified";
     Processes().EndAll();
     sigterm_handler(SIGTERM);
     EXPECT_TRUE(WaitUntil([&] { return waiter.woken(); }));
 }
 
-TEST_F(SigtermHandler, DoesNotTakeTheMutex)
+TEST_F(SigtermHandler, DoesNotLockTheMutex)
 {
     const std::lock_guard<std::mutex> lock(g_process_mutex);
     std::atomic<bool> returned = false;
@@ -432,7 +435,7 @@ TEST_F(SigtermHandler, DoesNotTakeTheMutex)
     thread.join();
 }
 
-TEST_F(SigtermHandler, IsNotNeededForMainToTakeAnyWakeUpForTheStop)
+TEST_F(SigtermHandler, IsNotTheOnlyWakeUpThatMainTreatsAsAStop)
 {
     std::atomic<bool> ended = false;
     int status = -1;

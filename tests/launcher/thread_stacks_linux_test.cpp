@@ -1,22 +1,154 @@
+// The stacks of threads, and what a forked child finds of them. The cases run in this process, and
+// again in processes that lack something, in which the functions below fail.
+#include <fcntl.h>
+#include <gnu/libc-version.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cerrno>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <mutex>
+#include <set>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <vector>
 
 namespace {
+
+constexpr std::size_t kStackSize = 512 * 1024;
+constexpr int kGuardInstall = 102;  // MADV_GUARD_INSTALL
+// More threads than the range has room for.
+constexpr int kTooMany = 2048 + 20;
+
+// The environment variable that names what this process lacks. Read at any time, also before main.
+constexpr const char* kLacks = "KESTRANE_TEST_LACKS";
+
+bool Lacks(const char* what)
+{
+    const char* const lacks = std::getenv(kLacks);
+    return lacks != nullptr && std::strstr(lacks, what) != nullptr;
+}
+
+int FailWith(int error)
+{
+    errno = error;
+    return -1;
+}
+
+const char* RealGlibcVersion()
+{
+    static char name[64];  // "glibc 2.36"
+    const std::size_t size = confstr(_CS_GNU_LIBC_VERSION, name, sizeof name);
+    return size > 0 && size <= sizeof name ? name + std::strlen("glibc ") : "unknown";
+}
+
+// Whether fork leaves the descriptors of other threads alone.
+bool GlibcSuits()
+{
+    return std::strncmp(RealGlibcVersion(), "2.", 2) == 0 &&
+           std::atoi(RealGlibcVersion() + 2) <= 38;
+}
+
+bool IsBlocked(int signal)
+{
+    sigset_t signals;
+    pthread_sigmask(SIG_BLOCK, nullptr, &signals);
+    return sigismember(&signals, signal) == 1;
+}
+
+bool g_blocked_in_fork = false;
+
+// Registered before the source under test does so, and therefore called after its handler.
+__attribute__((constructor(101))) void NoteSignalsInFork()
+{
+    pthread_atfork([] { g_blocked_in_fork = IsBlocked(SIGTERM); }, nullptr, nullptr);
+}
+
+}  // namespace
+
+// What the source under test calls.
+extern "C" {
+
+int madvise(void* address, std::size_t size, int advice) noexcept
+{
+    if ((advice == kGuardInstall && Lacks("guard marks")) ||
+        (advice == MADV_WIPEONFORK && Lacks("wiping"))) {
+        return FailWith(EINVAL);
+    }
+    if (advice == MADV_KEEPONFORK && size < 2 * kStackSize && Lacks("further mappings")) {
+        return FailWith(ENOMEM);
+    }
+    return static_cast<int>(syscall(SYS_madvise, address, size, advice));
+}
+
+int mprotect(void* address, std::size_t size, int protection) noexcept
+{
+    if (Lacks("protection")) {
+        return FailWith(ENOMEM);
+    }
+    return static_cast<int>(syscall(SYS_mprotect, address, size, protection));
+}
+
+void* mmap(void* address, std::size_t size, int protection, int flags, int file,
+           off_t offset) noexcept
+{
+    if ((flags & MAP_NORESERVE) != 0 && Lacks("address space")) {
+        errno = ENOMEM;
+        return MAP_FAILED;
+    }
+    const auto result = syscall(SYS_mmap, address, size, protection, flags, file, offset);
+    return reinterpret_cast<void*>(result);  // NOLINT(performance-no-int-to-ptr)
+}
+
+int open(const char* path, int flags, ...)
+{
+    const char* const other = std::getenv("KESTRANE_TEST_OVERCOMMIT");
+    if (other != nullptr && std::strcmp(path, "/proc/sys/vm/overcommit_memory") == 0) {
+        path = other;
+    }
+    return static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags, 0600));
+}
+
+// Whatever limits this process really has: the range fits into them.
+int getrlimit(__rlimit_resource_t resource, rlimit* limit) noexcept
+{
+    const bool limited = (resource == RLIMIT_AS && Lacks("free address space")) ||
+                         (resource == RLIMIT_DATA && Lacks("free data segment"));
+    limit->rlim_cur = limited ? rlim_t{16} << 30 : RLIM_INFINITY;
+    limit->rlim_max = RLIM_INFINITY;
+    return 0;
+}
+
+const char* gnu_get_libc_version() noexcept
+{
+    const char* const version = std::getenv("KESTRANE_TEST_GLIBC");
+    return version != nullptr ? version : RealGlibcVersion();
+}
+
+}  // extern "C"
+
+namespace {
+
+// Whether threads have stacks that a fork does not copy.
+bool HasWipedStacks()
+{
+    return GlibcSuits() && std::getenv("KESTRANE_TEST_COPIED") == nullptr;
+}
 
 struct Stack
 {
@@ -38,17 +170,39 @@ Stack StackOfThisThread()
     return stack;
 }
 
-// How a forked child ends that writes to `address` and then leaves with status 7.
-int WaitStatusOfWriteInChild(char* address)
+// The end of the usable part: below it lies the guard page, which is part of some stacks.
+char* EndOfStack()
+{
+    const Stack stack = StackOfThisThread();
+    return stack.lowest + stack.size - kStackSize;
+}
+
+// How a forked child ends that does `work` and then leaves with status 7.
+template <typename Work>
+int WaitStatusOfChild(Work work)
 {
     const pid_t child = fork();
     if (child == 0) {
-        *static_cast<volatile char*>(address) = 1;
+        alarm(20);
+        work();
         _exit(7);
     }
     int wait_status = -1;
     waitpid(child, &wait_status, 0);
     return wait_status;
+}
+
+constexpr int kLeft = 7 << 8;
+
+int WaitStatusOfWriteInChild(char* address)
+{
+    return WaitStatusOfChild([&] { *static_cast<volatile char*>(address) = 1; });
+}
+
+// What a forked child finds at `address`.
+int ValueInChild(const volatile int* address)
+{
+    return WEXITSTATUS(WaitStatusOfChild([&] { _exit(*address); }));
 }
 
 template <typename Work>
@@ -57,43 +211,102 @@ void RunInThread(Work work)
     std::thread(work).join();
 }
 
-// The mappings of the process while `count` threads live that have all forked.
+// Threads that live until this is destroyed. Each runs `first` before.
+class Threads
+{
+public:
+    template <typename First>
+    Threads(int count, First first)
+    {
+        for (int i = 0; i < count; ++i) {
+            m_threads.emplace_back([this, first, i] {
+                first(i);
+                std::unique_lock<std::mutex> lock(m_mutex);
+                ++m_ready;
+                m_changed.notify_all();
+                m_changed.wait(lock, [this] { return m_done; });
+            });
+        }
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_changed.wait(lock, [&] { return m_ready == count; });
+    }
+
+    ~Threads()
+    {
+        {
+            std::unique_lock<std::mutex> lock(m_mutex);
+            m_done = true;
+            m_changed.notify_all();
+        }
+        for (std::thread& thread : m_threads) {
+            thread.join();
+        }
+    }
+
+    Threads(const Threads&) = delete;
+    Threads& operator=(const Threads&) = delete;
+
+    pthread_t operator[](std::size_t index) { return m_threads[index].native_handle(); }
+
+private:
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    int m_ready = 0;
+    bool m_done = false;
+    std::vector<std::thread> m_threads;
+};
+
+void ForkOnce(int)
+{
+    EXPECT_EQ(WaitStatusOfChild([] {}), kLeft);
+}
+
+std::ptrdiff_t CountMappings()
+{
+    std::ifstream maps("/proc/self/maps");
+    return std::count(std::istreambuf_iterator<char>(maps), {}, '\n');
+}
+
 std::ptrdiff_t MappingsWithThreads(int count)
 {
-    std::mutex mutex;
-    std::condition_variable changed;
-    int forked = 0;
-    bool done = false;
-    std::vector<std::thread> threads;
-    for (int i = 0; i < count; ++i) {
-        threads.emplace_back([&] {
-            const pid_t child = fork();
-            if (child == 0) {
-                _exit(0);
-            }
-            waitpid(child, nullptr, 0);
-            std::unique_lock<std::mutex> lock(mutex);
-            ++forked;
-            changed.notify_all();
-            changed.wait(lock, [&] { return done; });
-        });
-    }
-    std::unique_lock<std::mutex> lock(mutex);
-    changed.wait(lock, [&] { return forked == count; });
-    std::ifstream maps("/proc/self/maps");
-    const auto lines = std::count(std::istreambuf_iterator<char>(maps), {}, '\n');
-    done = true;
-    changed.notify_all();
-    lock.unlock();
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    return lines;
+    const Threads threads(count, ForkOnce);
+    return CountMappings();
 }
 
 bool KernelMarksGuards()
 {
-    return madvise(nullptr, 0, 102) == 0;  // MADV_GUARD_INSTALL
+    return madvise(nullptr, 0, kGuardInstall) == 0;
+}
+
+// All that do not take long.
+constexpr const char* kMostCases = "ThreadStack.*-*IsUsedAgain*:*BeyondTheEnd*:*LosesNoChild*";
+constexpr const char* kLongCases = "*IsUsedAgain*:*BeyondTheEnd*:*LosesNoChild*";
+// Enough to tell which stacks are in use.
+constexpr const char* kOneCase = "ThreadStack.IsNotCopiedForOtherThreads";
+
+// Runs these cases in a new process with these environment variables; its wait status.
+int RunAgain(const std::string& cases, const std::vector<std::string>& variables)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        for (const std::string& variable : variables) {
+            putenv(strdup(variable.c_str()));
+        }
+        const std::string filter = "--gtest_filter=" + cases;
+        execl("/proc/self/exe", "again", filter.c_str(), "--gtest_brief=1",
+              "--gtest_also_run_disabled_tests", nullptr);
+        _exit(127);
+    }
+    int wait_status = -1;
+    waitpid(child, &wait_status, 0);
+    return wait_status;
+}
+
+const std::string kCopied = "KESTRANE_TEST_COPIED=1";
+
+std::string Lacking(const std::string& what)
+{
+    return std::string(kLacks) + "=" + what;
 }
 
 }  // namespace
@@ -103,18 +316,19 @@ TEST(ThreadStack, HasRoomFor512KiB)
     RunInThread([] {
         const Stack stack = StackOfThisThread();
         const std::size_t page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-        // With no guard of the C library's own, the lowest page becomes it.
-        EXPECT_EQ(stack.size, 512 * 1024 + (stack.guard == 0 ? page : 0));
+        // glibc's stacks include the guard page that the thread marks.
+        const bool marks = !HasWipedStacks() && KernelMarksGuards();
+        EXPECT_EQ(stack.size, kStackSize + (marks ? page : 0));
+        // The whole of it.
+        std::memset(EndOfStack(), 1, kStackSize - 64 * 1024);
     });
 }
 
 TEST(ThreadStack, EndsAChildThatRunsOverIt)
 {
     const auto expect_guard = [] {
-        const Stack stack = StackOfThisThread();
-        const std::ptrdiff_t page = sysconf(_SC_PAGESIZE);
-        char* const end = stack.guard == 0 ? stack.lowest + page : stack.lowest;
-        EXPECT_EQ(WaitStatusOfWriteInChild(end), 7 << 8) << "the last byte of the stack";
+        char* const end = EndOfStack();
+        EXPECT_EQ(WaitStatusOfWriteInChild(end), kLeft) << "the last byte of the stack";
         EXPECT_EQ(WaitStatusOfWriteInChild(end - 1) & 0x7f, SIGSEGV) << "the byte below";
     };
     RunInThread([&] {
@@ -123,11 +337,356 @@ TEST(ThreadStack, EndsAChildThatRunsOverIt)
     });
 }
 
+TEST(ThreadStack, IsKeptInTheChildOfItsThread)
+{
+    const Threads others(3, ForkOnce);
+    RunInThread([] {
+        volatile int local = 5;
+        EXPECT_EQ(ValueInChild(&local), 5);
+        // Twice: the parent's side of a fork has wiped it again.
+        EXPECT_EQ(ValueInChild(&local), 5);
+    });
+}
+
+TEST(ThreadStack, IsKeptInTheChildOfAChild)
+{
+    RunInThread([] {
+        volatile int local = 5;
+        EXPECT_EQ(WaitStatusOfChild([&] {
+                      _exit(ValueInChild(&local) == 5 && ValueInChild(&local) == 5 ? 7 : 1);
+                  }),
+                  kLeft);
+    });
+}
+
+TEST(ThreadStack, IsNotCopiedForOtherThreads)
+{
+    volatile int* of_other = nullptr;
+    const Threads other(1, [&](int) {
+        static thread_local volatile int local = 5;
+        of_other = &local;
+        ForkOnce(0);
+    });
+    const int expected = HasWipedStacks() ? 0 : 5;
+    EXPECT_EQ(ValueInChild(of_other), expected);
+    RunInThread([&] { EXPECT_EQ(ValueInChild(of_other), expected); });
+}
+
+TEST(ThreadStack, ServesManyThreadsThatForkAtOnce)
+{
+    const Threads threads(40, [](int) {
+        for (int i = 0; i < 20; ++i) {
+            ForkOnce(i);
+        }
+    });
+}
+
+TEST(ThreadStack, IsUsedAgainOnceItsThreadIsJoined)
+{
+    std::set<char*> stacks;
+    for (int i = 0; i < kTooMany; ++i) {
+        RunInThread([&] { stacks.insert(StackOfThisThread().lowest); });
+    }
+    EXPECT_EQ(stacks.size(), 1U);
+}
+
+TEST(ThreadStack, IsEmptyWhenItIsUsedAgain)
+{
+    for (int i = 0; i < 2; ++i) {
+        RunInThread([&] {
+            char* const middle = EndOfStack() + kStackSize / 2;
+            EXPECT_EQ(*middle, 0);
+            *middle = 1;
+        });
+    }
+}
+
+TEST(ThreadStack, IsNotUsedAgainBeforeItsThreadIsJoined)
+{
+    std::atomic<char*> ended{nullptr};
+    std::thread thread([&] { ended = StackOfThisThread().lowest; });
+    while (ended == nullptr) {
+        std::this_thread::yield();
+    }
+    RunInThread([&] { EXPECT_NE(StackOfThisThread().lowest, ended.load()); });
+    thread.join();
+}
+
+TEST(ThreadStack, IsOfGlibcBeyondTheEndOfTheRange)
+{
+    std::vector<char*> stacks(kTooMany);
+    Threads threads(kTooMany, [&](int i) {
+        stacks[static_cast<std::size_t>(i)] = EndOfStack();
+        if (i >= kTooMany - 20) {
+            ForkOnce(i);
+        }
+    });
+    EXPECT_EQ(std::set<char*>(stacks.begin(), stacks.end()).size(), stacks.size());
+    for (char* const stack : {stacks.front(), stacks.back()}) {
+        EXPECT_EQ(WaitStatusOfWriteInChild(stack), kLeft);
+    }
+    RunInThread([] { ForkOnce(0); });
+}
+
+TEST(ThreadStack, IsTheCallersIfAttributesAreGiven)
+{
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, 2 * kStackSize);
+    pthread_t thread;
+    std::size_t size = 0;
+    const auto run = [](void* size_of_stack) -> void* {
+        *static_cast<std::size_t*>(size_of_stack) = StackOfThisThread().size;
+        return size_of_stack;
+    };
+    ASSERT_EQ(pthread_create(&thread, &attributes, run, &size), 0);
+    pthread_attr_destroy(&attributes);
+    void* result = nullptr;
+    EXPECT_EQ(pthread_join(thread, &result), 0);
+    EXPECT_EQ(result, &size);
+    EXPECT_EQ(size, 2 * kStackSize);
+}
+
 TEST(ThreadStack, AddsNoMappingOfItsOwn)
 {
     if (!KernelMarksGuards()) {
         GTEST_SKIP() << "needs Linux 6.13";
     }
+    if (Lacks("further mappings")) {
+        GTEST_SKIP() << "each thread wipes its own stack only";
+    }
     const std::ptrdiff_t few = MappingsWithThreads(2);
     EXPECT_LE(MappingsWithThreads(40), few + 2);
+}
+
+TEST(ThreadStack, BelongsToThreadsThatReturnTheirResult)
+{
+    pthread_t thread;
+    int value = 0;
+    ASSERT_EQ(pthread_create(
+                  &thread, nullptr, [](void* argument) { return argument; }, &value),
+              0);
+    void* result = nullptr;
+    EXPECT_EQ(pthread_join(thread, &result), 0);
+    EXPECT_EQ(result, &value);
+}
+
+TEST(ThreadStack, LetsAChildJoinTheThreadsOfItsParent)
+{
+    Threads threads(3, ForkOnce);
+    const auto join_all = [&] {
+        for (std::size_t i = 0; i < 3; ++i) {
+            void* result = &threads;
+            if (pthread_join(threads[i], &result) != 0 || result == &threads) {
+                _exit(1);
+            }
+        }
+    };
+    EXPECT_EQ(WaitStatusOfChild(join_all), kLeft) << "of main";
+    RunInThread([&] {
+        EXPECT_EQ(WaitStatusOfChild(join_all), kLeft) << "of a thread";
+        EXPECT_EQ(WaitStatusOfChild([&] { _exit(WEXITSTATUS(WaitStatusOfChild(join_all))); }),
+                  kLeft)
+            << "of a child";
+    });
+}
+
+TEST(ThreadStack, LetsNoThreadJoinItself)
+{
+    RunInThread([] {
+        EXPECT_EQ(pthread_join(pthread_self(), nullptr), EDEADLK);
+        // The stack is as usable as before.
+        ForkOnce(0);
+        EXPECT_EQ(WaitStatusOfChild(
+                      [] { _exit(pthread_join(pthread_self(), nullptr) == EDEADLK ? 7 : 1); }),
+                  kLeft);
+    });
+}
+
+TEST(ThreadStack, LetsAChildStartThreads)
+{
+    RunInThread([] {
+        EXPECT_EQ(WaitStatusOfChild([] {
+                      int value = 0;
+                      RunInThread([&] { value = 7; });
+                      RunInThread([&] { ForkOnce(0); });
+                      _exit(value);
+                  }),
+                  kLeft);
+    });
+}
+
+TEST(ThreadStack, TakesNoSignalInTheMiddleOfAFork)
+{
+    RunInThread([] {
+        sigset_t usr1;
+        sigemptyset(&usr1);
+        sigaddset(&usr1, SIGUSR1);
+        pthread_sigmask(SIG_BLOCK, &usr1, nullptr);
+        g_blocked_in_fork = false;
+        EXPECT_EQ(
+            WaitStatusOfChild([] { _exit(IsBlocked(SIGUSR1) && !IsBlocked(SIGTERM) ? 7 : 1); }),
+            kLeft);
+        EXPECT_TRUE(g_blocked_in_fork);
+        EXPECT_TRUE(IsBlocked(SIGUSR1));
+        EXPECT_FALSE(IsBlocked(SIGTERM));
+    });
+}
+
+// A child whose fork coincides with the end of a join reads the descriptor of the joined thread.
+TEST(ThreadStack, IsCopiedWhileItsThreadIsJoined)
+{
+    std::atomic<const volatile int*> of_joined{nullptr};
+    std::atomic<bool> forks{false};
+    std::atomic<bool> ends{false};
+    std::thread joined([&] {
+        volatile int local = 5;
+        of_joined = &local;
+        while (!ends) {
+            if (forks.exchange(false)) {
+                ForkOnce(0);
+                of_joined = &local;
+            }
+            std::this_thread::yield();
+        }
+    });
+    while (of_joined == nullptr) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(ValueInChild(of_joined), HasWipedStacks() ? 0 : 5);
+
+    std::thread joining([&] { joined.join(); });
+    for (int i = 0; i < 5000 && ValueInChild(of_joined) != 5; ++i) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(ValueInChild(of_joined), 5);
+    // A fork of its own does not change that.
+    const volatile int* const local = of_joined.exchange(nullptr);
+    forks = true;
+    while (of_joined == nullptr) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(ValueInChild(local), 5);
+    ends = true;
+    joining.join();
+    // The next one on the same stack is left out again.
+    if (HasWipedStacks()) {
+        const volatile int* of_other = nullptr;
+        const Threads other(1, [&](int) {
+            static thread_local volatile int value = 5;
+            of_other = &value;
+        });
+        EXPECT_EQ(ValueInChild(of_other), 0);
+    }
+}
+
+TEST(ThreadStack, LosesNoChildToThreadsThatAreJoined)
+{
+    // The child of a fork completes what a join has begun.
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([] {
+            for (int k = 0; k < 200; ++k) {
+                RunInThread([] {});
+            }
+        });
+    }
+    RunInThread([] {
+        for (int k = 0; k < 200; ++k) {
+            ForkOnce(k);
+        }
+    });
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+// Lowers a limit of this process and becomes a user that it applies to: for a process of its own.
+TEST(ThreadStackOfALimitedUser, DISABLED_IsFreeAgainIfItsThreadCannotBeStarted)
+{
+    rlimit before;
+    prlimit(0, RLIMIT_NPROC, nullptr, &before);
+    const rlimit lowered = {0, before.rlim_max};
+    prlimit(0, RLIMIT_NPROC, &lowered, nullptr);
+    ASSERT_EQ(setuid(static_cast<uid_t>(1'000'000 + getpid())), 0);
+    for (int i = 0; i < kTooMany; ++i) {
+        ASSERT_THROW(RunInThread([] {}), std::system_error);
+    }
+    prlimit(0, RLIMIT_NPROC, &before, nullptr);
+    volatile int* of_other = nullptr;
+    const Threads other(1, [&](int) {
+        static thread_local volatile int local = 5;
+        of_other = &local;
+    });
+    EXPECT_EQ(ValueInChild(of_other), 0);
+}
+
+TEST(ThreadStack, IsFreeAgainIfItsThreadCannotBeStarted)
+{
+    if (!HasWipedStacks() || getuid() != 0) {
+        GTEST_SKIP() << "needs the range; and root, to become a user with a limit";
+    }
+    EXPECT_EQ(RunAgain("ThreadStackOfALimitedUser.*", {}), 0);
+}
+
+TEST(ThreadStackFallback, KernelWithoutGuardMarks)
+{
+    EXPECT_EQ(RunAgain(kMostCases, {Lacking("guard marks")}), 0);
+    EXPECT_EQ(RunAgain(kLongCases, {Lacking("guard marks")}), 0);
+}
+
+TEST(ThreadStackFallback, KernelWithoutWiping)
+{
+    EXPECT_EQ(RunAgain(kMostCases, {Lacking("wiping"), kCopied}), 0);
+    EXPECT_EQ(RunAgain(kMostCases, {Lacking("wiping, guard marks"), kCopied}), 0);
+}
+
+TEST(ThreadStackFallback, NoGuardPages)
+{
+    // glibc protects its own.
+    EXPECT_EQ(RunAgain(kMostCases, {Lacking("guard marks, protection"), kCopied}), 0);
+}
+
+TEST(ThreadStackFallback, NoAddressSpace)
+{
+    EXPECT_EQ(RunAgain(kMostCases, {Lacking("address space"), kCopied}), 0);
+}
+
+TEST(ThreadStackFallback, LimitedMemory)
+{
+    EXPECT_EQ(RunAgain(kMostCases, {Lacking("free address space"), kCopied}), 0);
+    EXPECT_EQ(RunAgain(kOneCase, {Lacking("free data segment"), kCopied}), 0);
+}
+
+TEST(ThreadStackFallback, StrictOvercommit)
+{
+    const std::string path = testing::TempDir() + "strict" + std::to_string(getpid());
+    const std::string mode = "KESTRANE_TEST_OVERCOMMIT=" + path;
+    std::ofstream(path) << "2\n";
+    EXPECT_EQ(RunAgain(kMostCases, {mode, kCopied}), 0);
+    std::ofstream(path) << "1\n";
+    EXPECT_EQ(RunAgain(kOneCase, {mode}), 0);
+    std::ofstream(path) << "";
+    EXPECT_EQ(RunAgain(kOneCase, {mode, kCopied}), 0) << "no answer";
+    unlink(path.c_str());
+    EXPECT_EQ(RunAgain(kOneCase, {mode, kCopied}), 0) << "no file";
+}
+
+TEST(ThreadStackFallback, NoFurtherMappings)
+{
+    // A thread that cannot have its own stack kept keeps all of them.
+    const std::string cases = std::string(kMostCases) + ":*IsNotCopied*";
+    EXPECT_EQ(RunAgain(cases, {Lacking("further mappings")}), 0);
+}
+
+TEST(ThreadStackFallback, GlibcThatVisitsAllThreads)
+{
+    const std::string version = "KESTRANE_TEST_GLIBC=";
+    EXPECT_EQ(RunAgain(kMostCases, {version + "2.41", kCopied}), 0);
+    EXPECT_EQ(RunAgain(kOneCase, {version + "2.39", kCopied}), 0);
+    if (GlibcSuits()) {
+        EXPECT_EQ(RunAgain(kOneCase, {version + "2.38"}), 0);
+    }
+    EXPECT_EQ(RunAgain(kOneCase, {version + "3.0", kCopied}), 0);
+    EXPECT_EQ(RunAgain(kOneCase, {version + "unknown", kCopied}), 0);
 }

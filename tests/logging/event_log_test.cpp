@@ -24,7 +24,7 @@ TEST(WriteEvent, JoinsSourceAndMessage)
     EXPECT_EQ(Written("", 3, ""), (Events{{LOG_ERR, " : "}}));
 }
 
-TEST(WriteEvent, HandsThePriorityOnCutToAnInt)
+TEST(WriteEvent, PassesThePriorityOnCutToAnInt)
 {
     EXPECT_EQ(Written("s", LOG_DAEMON | LOG_INFO, "m"), (Events{{LOG_DAEMON | LOG_INFO, "s : m"}}));
     EXPECT_EQ(Written("s", (1ULL << 32) + 6, "m"), (Events{{6, "s : m"}}));
@@ -33,4 +33,11 @@ TEST(WriteEvent, HandsThePriorityOnCutToAnInt)
 TEST(WriteEvent, PassesTheTextAsTheFormatItself)
 {
     EXPECT_EQ(Written("a%%b", 3, "100%%"), (Events{{3, "a%b : 100%"}}));
+}
+
+TEST(WriteEvent, KeepsTheSystemsDefaultIdentity)
+{
+    g_openlog_calls = 0;
+    Written("Morvel Launcher", 3, "x");
+    EXPECT_EQ(g_openlog_calls, 0);
 }

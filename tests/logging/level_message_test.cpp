@@ -1,5 +1,5 @@
-// What GetLogLevel says when the profile reader gives nothing at all, which ours never does with a
-// default. So another reader stands in for it here.
+// The message of GetLogLevel for a profile reader that returns nothing. With a default our reader
+// always returns something, so this test replaces it.
 #include <gtest/gtest.h>
 
 #include "config/ini_profile.h"
@@ -20,7 +20,7 @@ std::uint32_t GetPrivateProfileInt(std::string, std::string, std::uint32_t, std:
     return 0;
 }
 
-TEST(LevelMessage, IsLoggedWhenTheReaderGivesNothing)
+TEST(LevelMessage, IsLoggedIfTheReaderReturnsNothing)
 {
     LogRecorder recorder;
     logger = &recorder;
@@ -29,7 +29,7 @@ TEST(LevelMessage, IsLoggedWhenTheReaderGivesNothing)
               (std::vector<Record>{{LOGLEVEL_ERROR, "[SERVICE   ] Failed to get log level"}}));
 }
 
-TEST(LevelMessage, IsDroppedAtTheStartSinceTheLevelIsReadBeforeTheLogIsSetUp)
+TEST(LevelMessage, IsDroppedAtStartUpBecauseTheLevelIsReadBeforeTheLogIsSetUp)
 {
     LogRecorder recorder;
     logger = nullptr;

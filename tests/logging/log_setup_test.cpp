@@ -6,7 +6,7 @@
 #include "tests/support/fake_machine.h"
 #include "tests/support/fake_syslog.h"
 #include "tests/support/log_recorder.h"
-#include "tests/support/temp_folder.h"
+#include "tests/support/temp_directory.h"
 
 ILog* logger = nullptr;
 
@@ -20,19 +20,19 @@ protected:
         logger = nullptr;
         g_fake_log_library = {};
         g_system_events.clear();
-        m_folder.Write("Contents/Frameworks/qv7api.ini", "[SDK]\nNAME=abc\n");
-        m_folder.Write("Contents/MacOS/launcher", "");
-        g_fake_machine.executable = m_folder.path() + "/Contents/MacOS/launcher";
-        g_fake_machine.user = FakeMachine::User{"u", m_folder.path() + "/home"};
+        m_directory.Write("Contents/Frameworks/qv7api.ini", "[SDK]\nNAME=abc\n");
+        m_directory.Write("Contents/MacOS/launcher", "");
+        g_fake_machine.executable = m_directory.path() + "/Contents/MacOS/launcher";
+        g_fake_machine.user = FakeMachine::User{"u", m_directory.path() + "/home"};
     }
 
     LOGLEVEL LevelOf(const std::string& ini)
     {
-        m_folder.Write("home/Library/Application Support/abc/log.ini", ini);
+        m_directory.Write("home/Library/Application Support/abc/log.ini", ini);
         return GetLogLevel();
     }
 
-    TempFolder m_folder;
+    TempDirectory m_directory;
 };
 
 using LogLevel = LogSetup;
@@ -41,7 +41,7 @@ using InitializeLog = LogSetup;
 
 }  // namespace
 
-TEST(StringToLogLevel, ComparesTheWholeTextWithItsCase)
+TEST(StringToLogLevel, ComparesTheWholeTextCaseSensitively)
 {
     const struct
     {
@@ -82,13 +82,13 @@ TEST_F(LogLevel, LogsNothing)
     EXPECT_TRUE(recorder.records().empty());
 }
 
-TEST_F(LogPath, LiesInTheHomeFolderUnderTheSdkName)
+TEST_F(LogPath, IsInTheHomeDirectoryUnderTheSdkName)
 {
     g_fake_machine.user->home = "/Users/u";
     EXPECT_EQ(GetLogPath(), "/Users/u/Library/Logs/abc/qv7log");
 }
 
-TEST_F(LogPath, LeavesThePlaceOfAnUnknownNameOrHomeEmpty)
+TEST_F(LogPath, LeavesAnUnknownSdkNameOrHomeEmpty)
 {
     g_fake_machine.user->home = "";
     EXPECT_EQ(GetLogPath(), "/Library/Logs/abc/qv7log");
@@ -101,14 +101,14 @@ TEST_F(InitializeLog, StoresTheLibrarysLog)
 {
     LogRecorder recorder;
     g_fake_log_library.log = &recorder;
-    g_fake_log_library.get_result = 5;  // Nobody looks at it.
-    m_folder.Write("home/Library/Application Support/abc/log.ini", "[LOG]\nLEVEL=WARNING\n");
+    g_fake_log_library.get_result = 5;  // Ignored.
+    m_directory.Write("home/Library/Application Support/abc/log.ini", "[LOG]\nLEVEL=WARNING\n");
 
     InitLog("app");
 
     EXPECT_EQ(logger, &recorder);
     EXPECT_EQ(g_fake_log_library.init_paths,
-              std::vector<std::string>{m_folder.path() + "/home/Library/Logs/abc/qv7log"});
+              std::vector<std::string>{m_directory.path() + "/home/Library/Logs/abc/qv7log"});
     ASSERT_EQ(g_fake_log_library.get_calls.size(), 1U);
     const FakeLogLibrary::GetLoggerCall& call = g_fake_log_library.get_calls[0];
     EXPECT_EQ(call.kind, 2);
@@ -130,7 +130,7 @@ TEST_F(InitializeLog, ReplacesTheLogWhenCalledAgain)
     EXPECT_EQ(g_fake_log_library.init_paths.size(), 2U);
 }
 
-TEST_F(InitializeLog, WritesASystemEventWhereTheLibraryFails)
+TEST_F(InitializeLog, WritesASystemEventIfTheLibraryFails)
 {
     for (const std::int32_t result : {1, -1}) {
         g_system_events.clear();
@@ -147,7 +147,7 @@ TEST_F(InitializeLog, WritesASystemEventWhereTheLibraryFails)
     }
 }
 
-TEST_F(InitializeLog, LeavesLoggerNullWhereTheLibraryGivesNoLog)
+TEST_F(InitializeLog, LeavesLoggerNullIfTheLibraryReturnsNoLog)
 {
     InitLog("app");
     EXPECT_EQ(g_fake_log_library.get_calls.size(), 1U);

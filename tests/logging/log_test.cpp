@@ -20,7 +20,7 @@ struct Call
 
 Call g_last_call;
 
-// What a library of any age puts into the third place of its table.
+// The third entry of the table of a library, which every version of it has.
 void ThirdEntry(void* self, LOGLEVEL level, const char* format, va_list arguments)
 {
     char text[256];
@@ -40,7 +40,7 @@ void Uncalled()
 
 TEST(Log, DropsRecordsWhileThereIsNoLog)
 {
-    // A format that would read an argument that is not there.
+    // A format that would read missing arguments.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat"
     __LOG__A(nullptr, LOGLEVEL_ERROR, "%s%n");
@@ -48,7 +48,7 @@ TEST(Log, DropsRecordsWhileThereIsNoLog)
 #pragma GCC diagnostic pop
 }
 
-TEST(Log, HandsLevelFormatAndArgumentsOn)
+TEST(Log, PassesLevelFormatAndArgumentsOn)
 {
     LogRecorder recorder;
     __LOG__A(&recorder, LOGLEVEL_WARNING, "[LAUNCHER  ] %s %d", "x", 7);
@@ -71,7 +71,7 @@ TEST(Log, CallsTheThirdEntryOfTheTable)
     EXPECT_EQ(g_last_call.text, "1-two");
 }
 
-TEST(Log, LevelsHaveTheNumbersThatLibrariesAndSettingsHold)
+TEST(Log, LevelsHaveTheNumbersOfLibrariesAndSettings)
 {
     EXPECT_EQ(LOGLEVEL_DEBUG, 1);
     EXPECT_EQ(LOGLEVEL_MESSAGE, 2);

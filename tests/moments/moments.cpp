@@ -14,6 +14,9 @@
 // and fork holds it, as with glibc.malloc.tcache_count=0; otherwise the C library takes it only for
 // what its cache for each thread cannot serve.
 //
+// A thread that blocks SIGTERM when the plan sends it receives it when it unblocks it. In
+// the system, such a thread can also take a SIGTERM that another thread has not taken yet.
+//
 // The plan is the variable KESTRANE_PLAN, one word pair after another:
 //     signal THREAD CALL    sends SIGTERM to that thread at that moment; up to two
 //     hold THREAD CALL      holds the thread there until no other thread can run
@@ -991,6 +994,10 @@ extern "C" int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept
     return result;
 }
 
+KESTRANE_COUNTED(int, pthread_sigmask, (int how, const sigset_t* set, sigset_t* old) noexcept,
+                 (how, set, old))
+KESTRANE_COUNTED(int, madvise, (void* memory, std::size_t size, int advice) noexcept,
+                 (memory, size, advice))
 KESTRANE_COUNTED(int, pthread_mutex_unlock, (pthread_mutex_t * mutex) noexcept, (mutex))
 
 extern "C" int pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex)

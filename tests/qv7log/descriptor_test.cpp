@@ -1,5 +1,5 @@
-// Which descriptors the log takes, and what programs inherit. Every test runs in a forked child
-// with descriptors 0, 1 and 2 closed, as in the launcher; its exit status says what went wrong.
+// Which descriptors the log uses, and what programs inherit. Every test runs in a forked child
+// with descriptors 0, 1 and 2 closed, as in the launcher. Its exit status names the failed check.
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -18,7 +18,7 @@
 
 namespace {
 
-constexpr int kMostDescriptors = 256;
+constexpr int kMaxDescriptors = 256;
 
 bool IsOpen(int descriptor)
 {
@@ -38,13 +38,23 @@ bool IsLogFile(int descriptor, const std::string& path)
            open_file.st_ino == at_path.st_ino && open_file.st_dev == at_path.st_dev;
 }
 
-// Runs `body` in a child without any descriptor; its result is the child's exit status.
+int CountOpenDescriptors()
+{
+    int open = 0;
+    for (int descriptor = 0; descriptor < kMaxDescriptors; ++descriptor) {
+        open += IsOpen(descriptor) ? 1 : 0;
+    }
+    return open;
+}
+
+// Runs `body` in a forked child that has no open descriptor. Returns the exit status of the child,
+// which is the result of `body`.
 template <typename Body>
 int InDaemon(Body body)
 {
     const pid_t child = fork();
     if (child == 0) {
-        for (int descriptor = 0; descriptor < kMostDescriptors; ++descriptor) {
+        for (int descriptor = 0; descriptor < kMaxDescriptors; ++descriptor) {
             close(descriptor);
         }
         _exit(body());
@@ -54,7 +64,7 @@ int InDaemon(Body body)
     return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + status;
 }
 
-TEST(LogDescriptor, IsTheLowestAndOneAndTwoStayClosed)
+TEST(LogDescriptor, IsTheLowestWhileOneAndTwoStayClosed)
 {
     TempFolder folder;
     const std::string path = folder / "log";
@@ -68,7 +78,7 @@ TEST(LogDescriptor, IsTheLowestAndOneAndTwoStayClosed)
                   if (IsOpen(1) || IsOpen(2)) {
                       return 3;
                   }
-                  for (int descriptor = 3; descriptor < kMostDescriptors; ++descriptor) {
+                  for (int descriptor = 3; descriptor < kMaxDescriptors; ++descriptor) {
                       if (IsOpen(descriptor) && !IsCloseOnExec(descriptor)) {
                           return 4;
                       }
@@ -78,7 +88,7 @@ TEST(LogDescriptor, IsTheLowestAndOneAndTwoStayClosed)
               0);
 }
 
-TEST(LogDescriptor, StaysTheSameOverRotations)
+TEST(LogDescriptor, KeepsItsNumberInRotations)
 {
     TempFolder folder;
     const std::string path = folder / "log";
@@ -93,58 +103,132 @@ TEST(LogDescriptor, StaysTheSameOverRotations)
                   if (!IsLogFile(0, path) || IsCloseOnExec(0)) {
                       return 2;
                   }
-                  int open = 0;
-                  for (int descriptor = 0; descriptor < kMostDescriptors; ++descriptor) {
-                      open += IsOpen(descriptor) ? 1 : 0;
-                  }
-                  return open == 2 && !IsOpen(1) && !IsOpen(2) ? 0 : 3;
+                  return CountOpenDescriptors() == 2 && !IsOpen(1) && !IsOpen(2) ? 0 : 3;
               }),
               0);
 }
 
-TEST(LogDescriptor, IsGivenBackWhenTheLogCannotStart)
+TEST(LogDescriptor, IsClosedWhenInitLoggerFails)
 {
     TempFolder folder;
-    mkdir((folder / "log.lock").c_str(), 0700);  // no lock can be opened there
-    const std::string path = folder / "log";
+    const std::string path = folder.path();
     EXPECT_EQ(InDaemon([&] { return InitLogger(path.c_str()); }), EISDIR);
     EXPECT_EQ(InDaemon([&] {
                   InitLogger(path.c_str());
-                  for (int descriptor = 0; descriptor < kMostDescriptors; ++descriptor) {
-                      if (IsOpen(descriptor)) {
-                          return 1;
-                      }
-                  }
-                  return 0;
+                  return CountOpenDescriptors();
               }),
               0);
 }
 
-TEST(LogDescriptor, IsOpenedAgainWhenSomeoneClosedIt)
+TEST(LogDescriptor, IsIndependentOfTheLockFile)
 {
-    for (const int number : {0, 3}) {
+    for (const unsigned type : {S_IFDIR + 0U, S_IFLNK + 0U, S_IFIFO + 0U, S_IFREG + 0U}) {
         TempFolder folder;
         const std::string path = folder / "log";
-        EXPECT_EQ(InDaemon([&] {
-                      for (int lower = 0; lower < number; ++lower) {
-                          open("/dev/null", O_RDONLY);
-                      }
-                      ILog* const log = StartLog(path);
-                      close(number);
-                      Log(log, LOGLEVEL_ERROR, "here");
-                      return IsLogFile(number, path) && !IsCloseOnExec(number) ? 0 : 1;
-                  }),
+        const std::string lock = folder / "log.lock";
+        ASSERT_EQ(type == S_IFDIR   ? mkdir(lock.c_str(), 0700)
+                  : type == S_IFLNK ? symlink("missing", lock.c_str())
+                                    : mknod(lock.c_str(), type, 0),
                   0);
-        EXPECT_EQ(Texts(path), std::vector<std::string>{"here"}) << number;
+        ILog* const log = StartLog(path);
+        ASSERT_NE(log, nullptr) << type;
+        Log(log, LOGLEVEL_ERROR, "%05000d", 0);
+        EXPECT_EQ(Texts(path).size(), 1U);
     }
 }
 
-// Executes this test program itself, which then only lists what it inherited: see main.
-int ExecuteLister(const char* program)
+// Finds the close-on-exec descriptor of the log at `path`; -1 without one.
+int OwnDescriptor(const std::string& path)
+{
+    for (int descriptor = 0; descriptor < kMaxDescriptors; ++descriptor) {
+        if (IsLogFile(descriptor, path) && IsCloseOnExec(descriptor)) {
+            return descriptor;
+        }
+    }
+    return -1;
+}
+
+TEST(LogDescriptor, ForRecordsKeepsItsNumberAndIsReopenedAfterTheProgramHasClosedIt)
+{
+    TempFolder folder;
+    const std::string path = folder / "log";
+    EXPECT_EQ(InDaemon([&] {
+                  ILog* const log = StartLog(path);
+                  const int own = OwnDescriptor(path);
+                  for (int i = 0; i < 20; ++i) {
+                      Log(log, LOGLEVEL_ERROR, "%0500d", i);
+                  }
+                  if (own < 3 || OwnDescriptor(path) != own) {
+                      return 1;
+                  }
+                  close(own);
+                  Log(log, LOGLEVEL_ERROR, "here");
+                  return OwnDescriptor(path) == own ? 0 : 2;
+              }),
+              0);
+    EXPECT_EQ(Texts(path).back(), "here");
+}
+
+TEST(LogDescriptor, ForProgramsStaysAsTheProgramLeavesIt)
+{
+    TempFolder folder;
+    const std::string path = folder / "log";
+    WriteFile(folder / "other", "");
+    EXPECT_EQ(InDaemon([&] {
+                  ILog* const log = StartLog(path);
+                  close(0);
+                  const int other = open((folder / "other").c_str(), O_RDONLY);
+                  for (int i = 0; i < 20; ++i) {
+                      Log(log, LOGLEVEL_ERROR, "%0500d", i);
+                  }
+                  return other == 0 && IsLogFile(0, folder / "other") ? 0 : 1;
+              }),
+              0);
+    EXPECT_TRUE(Exists(path + ".1"));
+}
+
+// A program that inherits the log may do this to its standard input.
+void DisturbInheritedDescriptor()
+{
+    fcntl(0, F_SETFL, O_NONBLOCK);  // without O_APPEND
+    lseek(0, 0, SEEK_SET);
+}
+
+TEST(LogDescriptor, ForProgramsDoesNotAffectRecords)
+{
+    TempFolder folder;
+    const std::string path = folder / "log";
+    EXPECT_EQ(InDaemon([&] {
+                  ILog* const log = StartLog(path);
+                  Log(log, LOGLEVEL_ERROR, "first");
+                  DisturbInheritedDescriptor();
+                  const pid_t other = fork();
+                  if (other == 0) {
+                      ILog* const others = StartLog(path);
+                      for (int i = 0; i < 10; ++i) {
+                          Log(others, LOGLEVEL_ERROR, "other's");
+                      }
+                      _exit(0);
+                  }
+                  int status = 0;
+                  waitpid(other, &status, 0);
+                  for (int i = 0; i < 10; ++i) {
+                      Log(log, LOGLEVEL_ERROR, "own");
+                      lseek(0, 0, SEEK_SET);
+                  }
+                  return status;
+              }),
+              0);
+    EXPECT_EQ(Texts(path).size(), 21U);
+    EXPECT_EQ(Texts(path).front(), "first");
+}
+
+// Executes this test program with an argument that makes it check what it has inherited.
+int ExecuteDescriptorCheck(const char* program)
 {
     const pid_t child = fork();
     if (child == 0) {
-        execl(program, program, "list-descriptors", static_cast<char*>(nullptr));
+        execl(program, program, "check-descriptors", static_cast<char*>(nullptr));
         _exit(100);
     }
     int status = 0;
@@ -154,7 +238,7 @@ int ExecuteLister(const char* program)
 
 std::string g_program;
 
-TEST(LogDescriptor, IsAllThatAProgramInheritsDuringRotations)
+TEST(LogDescriptor, IsTheOnlyOneThatProgramsInheritDuringRotations)
 {
     TempFolder folder;
     const std::string path = folder / "log";
@@ -172,7 +256,7 @@ TEST(LogDescriptor, IsAllThatAProgramInheritsDuringRotations)
                   }
                   int wrong = 0;
                   for (int i = 0; i < 100 && wrong == 0; ++i) {
-                      wrong = ExecuteLister(g_program.c_str());
+                      wrong = ExecuteDescriptorCheck(g_program.c_str());
                   }
                   stop = true;
                   for (std::thread& thread : threads) {
@@ -184,14 +268,14 @@ TEST(LogDescriptor, IsAllThatAProgramInheritsDuringRotations)
     EXPECT_TRUE(Exists(path + ".5"));
 }
 
-// The executed program: 0 if it inherited a regular file at 0 and nothing else.
-int ListDescriptors()
+// Returns 0 if this program has inherited a regular file as descriptor 0 and nothing else.
+int CheckInheritedDescriptors()
 {
     struct stat status;
     if (fstat(0, &status) != 0 || !S_ISREG(status.st_mode)) {
         return 50;
     }
-    for (int descriptor = 1; descriptor < kMostDescriptors; ++descriptor) {
+    for (int descriptor = 1; descriptor < kMaxDescriptors; ++descriptor) {
         if (IsOpen(descriptor)) {
             return descriptor < 40 ? descriptor : 40;
         }
@@ -203,8 +287,8 @@ int ListDescriptors()
 
 int main(int argc, char** argv)
 {
-    if (argc == 2 && std::string(argv[1]) == "list-descriptors") {
-        return ListDescriptors();
+    if (argc == 2 && std::string(argv[1]) == "check-descriptors") {
+        return CheckInheritedDescriptors();
     }
     g_program = argv[0];
     testing::InitGoogleTest(&argc, argv);

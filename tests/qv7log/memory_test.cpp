@@ -1,5 +1,5 @@
-// The heap on the log path: which records take it, and what becomes of them when there is none.
-// With operators new and delete of the test's own.
+// Which records use the heap, and what happens to them if it is exhausted. This test replaces the
+// operators new and delete.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
@@ -8,6 +8,7 @@
 #include <string>
 
 #include "qv7log/limits.h"
+#include "qv7log/record.h"
 #include "tests/qv7log/read_log.h"
 
 namespace {
@@ -30,7 +31,7 @@ void* AllocateOrThrow(std::size_t size)
     return memory;
 }
 
-// Not inline: GCC would see that free gets what operator new has returned, and warn.
+// Not inline, or GCC warns that memory from operator new is passed to free.
 [[gnu::noinline]] void Free(void* memory)
 {
     free(memory);
@@ -80,7 +81,7 @@ void operator delete[](void* memory, std::size_t) noexcept
 
 namespace {
 
-// Logs `text` and returns how often memory was asked for.
+// Logs `text` and returns the number of allocations.
 int CallsToLog(ILog* log, const std::string& text)
 {
     g_calls = 0;
@@ -88,52 +89,58 @@ int CallsToLog(ILog* log, const std::string& text)
     return g_calls;
 }
 
-TEST(LogV, TakesTheHeapOnceAndOnlyForATextThatTheStackDoesNotHold)
+TEST(LogV, UsesTheHeapOnceAndOnlyForLongTexts)
 {
+    constexpr std::size_t kMaxPlain = qv7log::kStackLine - qv7log::kMaxFraming;
+    constexpr std::size_t kMaxEscaped = kMaxPlain / qv7log::kEscapedSize;
     const struct
     {
         std::size_t size;
+        char filler;
         int calls;
     } kTable[] = {
-        {0, 0},
-        {qv7log::kStackText - 1, 0},  // and the NUL
-        {qv7log::kStackText, 1},
-        {qv7log::kMaxText + 1, 1},
+        {0, 'a', 0},
+        {kMaxPlain, 'a', 0},
+        {kMaxEscaped, '\x1b', 0},
+        {kMaxEscaped + 1, '\x1b', 1},
+        {qv7log::kStackLine, 'a', 1},
+        {qv7log::kMaxText + 1, 'a', 1},
+        {qv7log::kMaxText + 1, '\x1b', 1},
     };
     for (const auto& row : kTable) {
-        for (const char filler : {'a', '\x1b'}) {
-            TempFolder folder;
-            ILog* const log = StartLog(folder / "log");
-            const std::string text(row.size, filler);
-            EXPECT_EQ(CallsToLog(log, text), row.calls) << row.size;
-        }
+        TempFolder folder;
+        ILog* const log = StartLog(folder / "log");
+        EXPECT_EQ(CallsToLog(log, std::string(row.size, row.filler)), row.calls) << row.size;
     }
 }
 
-TEST(LogV, TakesNoHeapForARotation)
+TEST(LogV, DoesNotUseTheHeapForARotation)
 {
     TempFolder folder;
     ILog* const log = StartLog(folder / "log");
-    const std::string text(qv7log::kStackText - 1, '.');
-    for (int i = 0; i < 5; ++i) {
+    const std::string text(qv7log::kStackLine / 2, '.');
+    for (int i = 0; i < 6; ++i) {
         EXPECT_EQ(CallsToLog(log, text), 0);
     }
     EXPECT_TRUE(Exists(folder / "log.1"));
 }
 
-TEST(LogV, WritesTheBeginningOfALongTextWithoutMemory)
+TEST(LogV, WritesTheBeginningOfALongTextIfTheHeapIsExhausted)
 {
     const std::string e_acute = "\xc3\xa9";
+    constexpr std::size_t kKept =
+        (qv7log::kStackLine - qv7log::kMaxFraming - 1) / qv7log::kEscapedSize;
     const struct
     {
         const char* what;
         std::string text;
         std::size_t kept;
     } kTable[] = {
-        {"the shortest", std::string(qv7log::kStackText, 'a'), 255},
-        {"one that is cut with memory, too", std::string(qv7log::kMaxText + 1, 'a'), 255},
-        {"one that is escaped", std::string(qv7log::kStackText, '\x1b'), 255},
-        {"a character at the cut", std::string(254, 'a') + e_acute + std::string(3000, 'b'), 254},
+        {"the shortest", std::string(qv7log::kStackLine, 'a'), kKept},
+        {"one that is cut with memory, too", std::string(qv7log::kMaxText + 1, 'a'), kKept},
+        {"one that is escaped", std::string(qv7log::kStackLine, '\x1b'), kKept},
+        {"a character at the cut", std::string(kKept - 1, 'a') + e_acute + std::string(3000, 'b'),
+         kKept - 1},
     };
     for (const auto& row : kTable) {
         TempFolder folder;

@@ -1,8 +1,8 @@
+#include "qv7log/process_count.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdint>
-
-#include "qv7log/log_file.h"
 
 using qv7log::ProcessCount;
 
@@ -13,7 +13,7 @@ constexpr pid_t kChild = 4712;
 
 }  // namespace
 
-TEST(ProcessCount, IsTheSumOfWhatWasAddedUntilItIsTaken)
+TEST(ProcessCount, AddsUpUntilItIsTaken)
 {
     ProcessCount count;
     EXPECT_EQ(count.Take(kParent), 0U);
@@ -23,7 +23,7 @@ TEST(ProcessCount, IsTheSumOfWhatWasAddedUntilItIsTaken)
     EXPECT_EQ(count.Take(kParent), 0U);
 }
 
-TEST(ProcessCount, GoesUpToTheLargestNumberAndStaysThere)
+TEST(ProcessCount, StopsAtTheLargestNumber)
 {
     const struct
     {

@@ -20,7 +20,7 @@ void Log(ILog* log, LOGLEVEL level, const char* format, ...)
     va_end(arguments);
 }
 
-ILog* Kept(ILog* log)
+ILog* KeepReachable(ILog* log)
 {
     static auto* const logs = new std::vector<ILog*>;
     logs->push_back(log);
@@ -31,9 +31,9 @@ ILog* StartLog(const std::string& path, LOGLEVEL threshold)
 {
     ILog* log = nullptr;
     if (InitLogger(path.c_str()) == 0) {
-        GetLogger(2, "test", threshold, &log);
+        GetLogger(LOGKIND_FILE, "test", threshold, &log);
     }
-    return Kept(log);
+    return KeepReachable(log);
 }
 
 std::string ReadFile(const std::string& path)

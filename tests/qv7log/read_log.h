@@ -1,4 +1,4 @@
-// What the tests of the log share: a call with "...", and the log read back.
+// What the tests of the log share: a variadic log call, and functions that read a log.
 #pragma once
 
 #include <string>
@@ -10,10 +10,10 @@
 
 __attribute__((format(printf, 3, 4))) void Log(ILog* log, LOGLEVEL level, const char* format, ...);
 
-// Keeps `log`, which the library never destroys, from being taken for a leak. Returns it.
-ILog* Kept(ILog* log);
+// Returns `log`. The library never destroys it; keeping it reachable tells leak checkers so.
+ILog* KeepReachable(ILog* log);
 
-// Starts a log at `path` and gives its ILog; null where one of the two calls fails.
+// Calls InitLogger and GetLogger for a log at `path`. Returns null if one of them fails.
 ILog* StartLog(const std::string& path, LOGLEVEL threshold = LOGLEVEL_VERBOSE);
 
 std::string ReadFile(const std::string& path);
@@ -23,18 +23,18 @@ bool Exists(const std::string& path);
 struct Content
 {
     std::vector<qv7log::Record> records;
-    std::vector<std::string> others;  // entries that are no records
+    std::vector<std::string> others;  // entries that are not records
 };
 
 // Adds the entries of the file at `path` to `content`.
 void ReadInto(Content& content, const std::string& path);
 
-// The old files of the log at `path`, the oldest first. There may be gaps in their numbers.
+// The paths of the old files of the log at `path`, the oldest first.
 std::vector<std::string> OldFiles(const std::string& path);
 
-// The whole log at `path`, old files first.
+// Reads the log at `path` with its old files, the oldest first.
 Content ReadLog(const std::string& path);
 
-// The texts of the whole log at `path`, old files first; of what is no record, "!" and its raw
-// form.
+// The texts of the log at `path` with its old files, the oldest first. An entry that is not a
+// record becomes "!" and its raw bytes, after the records.
 std::vector<std::string> Texts(const std::string& path);

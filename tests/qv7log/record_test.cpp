@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "qv7log/entry_end.h"
 #include "qv7log/record_reader.h"
 
 using qv7log::Entry;
@@ -14,7 +15,7 @@ namespace {
 
 std::string Escape(const std::string& text, char* (*put)(char*, std::string_view) = qv7log::PutText)
 {
-    std::string out(text.size() * qv7log::kEscapedSize + qv7log::kTimeStampSize, '\0');
+    std::string out(text.size() * qv7log::kEscapedSize + qv7log::kTimestampSize, '\0');
     out.resize(static_cast<std::size_t>(put(out.data(), text) - out.data()));
     return out;
 }
@@ -47,13 +48,13 @@ const Text kTexts[] = {
     {std::string("\0", 1), "\\x00"},
     {"\x01\x1b[2J\x1f", "\\x01\\x1b[2J\\x1f"},
     {"\x7f", "\\x7f"},
-    // UTF-8 that stays
+    // printable UTF-8
     {"\xc2\xa0", "\xc2\xa0"},
     {"\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80", "\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80"},
     {"\xe2\x80\xa7\xe2\x80\xaa", "\xe2\x80\xa7\xe2\x80\xaa"},
     {"\xed\x9f\xbf\xee\x80\x80", "\xed\x9f\xbf\xee\x80\x80"},
     {"\xf4\x8f\xbf\xbf", "\xf4\x8f\xbf\xbf"},
-    // C1 controls and line ends of Unicode
+    // C1 control characters and line separators of Unicode
     {"\xc2\x80\xc2\x9b\xc2\x9f", "\\u0080\\u009b\\u009f"},
     {"\xe2\x80\xa8\xe2\x80\xa9", "\\u2028\\u2029"},
     // not UTF-8
@@ -72,7 +73,7 @@ const Text kTexts[] = {
     {"\xed\xbf\xbf", "\\xed\\xbf\\xbf"},
     {"\xf4\x90\x80\x80", "\\xf4\\x90\\x80\\x80"},
     {"\xf8\x88\x80\x80\x80", "\\xf8\\x88\\x80\\x80\\x80"},
-    // what looks like the beginning of a record
+    // timestamps, and text that resembles a mark
     {"Z", "Z"},
     {"at 2026-11-21T02:26:11.123Z", "at 2026-11-21T02:26:11.123\\Z"},
     {"2026-11-21T02:26:11.123z", "2026-11-21T02:26:11.123z"},
@@ -81,14 +82,14 @@ const Text kTexts[] = {
     {"\\<3 bytes cut>", "\\\\<3 bytes cut>"},
 };
 
-TEST(PutText, EscapesWhatIsListed)
+TEST(PutText, EscapesControlCharactersIllFormedBytesAndTimestamps)
 {
     for (const Text& row : kTexts) {
         EXPECT_EQ(Escape(row.text), row.escaped);
     }
 }
 
-TEST(PutName, EscapesWhatEndsAName)
+TEST(PutName, AlsoEscapesBlanksAndBrackets)
 {
     EXPECT_EQ(Escape("launcher-1/x", qv7log::PutName), "launcher-1/x");
     EXPECT_EQ(Escape("a b[1]", qv7log::PutName), "a\\x20b\\x5b1\\x5d");
@@ -118,7 +119,7 @@ TEST(PutHeading, PadsTheLevel)
     }
 }
 
-TEST(SizeOfWholeCharacters, LeavesOutACharacterThatLacksBytes)
+TEST(SizeOfWholeCharacters, ExcludesAnIncompleteCharacter)
 {
     struct Row
     {
@@ -142,7 +143,7 @@ TEST(SizeOfWholeCharacters, LeavesOutACharacterThatLacksBytes)
     }
 }
 
-TEST(Unescape, GivesTheTextBack)
+TEST(Unescape, RestoresTheText)
 {
     for (const Text& row : kTexts) {
         std::string text;
@@ -151,7 +152,7 @@ TEST(Unescape, GivesTheTextBack)
     }
 }
 
-TEST(Unescape, RefusesWhatNothingWrites)
+TEST(Unescape, RefusesUnknownEscapes)
 {
     const char* const rows[] = {"\\",    "a\\",   "\\a",    "\\x",     "\\x1",
                                 "\\xg1", "\\x+1", "\\u202", "\\u202g", "\\u0041"};
@@ -173,7 +174,7 @@ TEST(ParseRecord, ReadsEveryField)
     EXPECT_EQ(record.cut, 12U);
 }
 
-TEST(ParseRecord, TakesATextWithTheMarksLetters)
+TEST(ParseRecord, DoesNotTakeEscapedTextForAMark)
 {
     Record record;
     ASSERT_TRUE(qv7log::ParseRecord(Line("\\<12 bytes cut>"), record));
@@ -181,7 +182,7 @@ TEST(ParseRecord, TakesATextWithTheMarksLetters)
     EXPECT_EQ(record.cut, 0U);
 }
 
-TEST(ParseRecord, RefusesOtherLines)
+TEST(ParseRecord, RefusesLinesThatAreNotRecords)
 {
     const char* const rows[] = {
         "",
@@ -202,7 +203,7 @@ TEST(ParseRecord, RefusesOtherLines)
     }
 }
 
-TEST(NextEntry, FindsARecordBehindHalfAnother)
+TEST(NextEntry, FindsARecordAfterATornOne)
 {
     const std::string first = Line("first");
     const std::string second = Line("second");
@@ -222,7 +223,7 @@ TEST(NextEntry, FindsARecordBehindHalfAnother)
     }
 }
 
-TEST(NextEntry, TakesNoRecordWithoutItsLineEnd)
+TEST(NextEntry, RefusesARecordWithoutLineEnd)
 {
     const std::string log = "\nforeign\n" + Line("whole, but for the line end");
     std::string_view rest = log;
@@ -233,6 +234,52 @@ TEST(NextEntry, TakesNoRecordWithoutItsLineEnd)
         EXPECT_EQ(entry.raw, raw);
     }
     EXPECT_FALSE(qv7log::NextEntry(rest, entry));
+}
+
+// An iterator that counts how often a byte is examined.
+class CountingIterator
+{
+public:
+    CountingIterator(const char* at, std::size_t& count) : m_at(at), m_count(&count) {}
+    char operator*() const
+    {
+        ++*m_count;
+        return *m_at;
+    }
+    CountingIterator& operator++()
+    {
+        ++m_at;
+        return *this;
+    }
+    CountingIterator operator+(std::ptrdiff_t size) const { return {m_at + size, *m_count}; }
+    CountingIterator operator-(std::ptrdiff_t size) const { return {m_at - size, *m_count}; }
+    std::ptrdiff_t operator-(const CountingIterator& other) const { return m_at - other.m_at; }
+    bool operator!=(const CountingIterator& other) const { return m_at != other.m_at; }
+    const char* Get() const { return m_at; }
+
+private:
+    const char* m_at;
+    std::size_t* m_count;
+};
+
+TEST(FindEntryEnd, ExaminesEachByteAFewTimesWhateverTheLogContains)
+{
+    const std::string timestamp = "2026-11-21T02:26:11.123Z";
+    const std::string pieces[] = {timestamp,       "\n", "Z", "x", "026-11-21T02:26:11.123Z",
+                                  timestamp + "\n"};
+    for (const std::string& piece : pieces) {
+        std::string log;
+        while (log.size() < 100000) {
+            log += piece;
+        }
+        std::size_t examined = 0;
+        const CountingIterator end(log.data() + log.size(), examined);
+        for (CountingIterator at(log.data(), examined); at != end;) {
+            const CountingIterator entry_end = qv7log::FindEntryEnd(at, end);
+            at = entry_end != end && *entry_end == '\n' ? entry_end + 1 : entry_end;
+        }
+        EXPECT_LE(examined, log.size() * 6) << piece;
+    }
 }
 
 }  // namespace

@@ -1,8 +1,8 @@
-"""The JSON Schema for launch lists against lists that are good and lists that are not.
+"""Validates good and bad launch lists against the JSON Schema.
 
-    schema_test.py SCHEMA LISTS-FOLDER LIST...
+    schema_test.py SCHEMA LISTS-DIRECTORY LIST...
 
-Every list in LISTS-FOLDER/good and every LIST must be valid, every one in LISTS-FOLDER/bad must not.
+Lists in LISTS-DIRECTORY/good and every LIST must be valid, those in LISTS-DIRECTORY/bad must not.
 """
 
 import json
@@ -20,14 +20,14 @@ class Schema(unittest.TestCase):
         jsonschema.Draft202012Validator.check_schema(schema)
         cls.validator = jsonschema.Draft202012Validator(schema)
 
-    def test_takes_every_good_list(self):
+    def test_accepts_every_good_list(self):
         lists = sorted((LISTS / "good").glob("*.json")) + EXAMPLES
         self.assertGreater(len(lists), len(EXAMPLES))
         for path in lists:
             with self.subTest(path.name):
                 self.validator.validate(json.loads(path.read_text()))
 
-    def test_refuses_every_bad_list(self):
+    def test_rejects_every_bad_list(self):
         lists = sorted((LISTS / "bad").glob("*.json"))
         self.assertTrue(lists)
         for path in lists:

@@ -1,4 +1,4 @@
-// Every text of at most `length` of the `letters`, the empty one included, the shorter ones first.
+// All texts of up to `length` of the `letters`, including the empty one, in order of length.
 #pragma once
 
 #include <cstddef>

@@ -19,7 +19,7 @@ struct FakeLogLibrary
 
     std::int32_t init_result = 0;
     std::int32_t get_result = 0;
-    ILog* log = nullptr;  // What GetLogger hands out; it leaves `out` alone when this is null.
+    ILog* log = nullptr;  // What GetLogger stores in `out`; nothing if null.
 
     std::vector<std::string> init_paths;
     std::vector<GetLoggerCall> get_calls;

@@ -25,7 +25,7 @@ constexpr uid_t kRealUser = 4711;
 
 }  // namespace
 
-// The real user, which is not the effective one of the test program.
+// The real user, different from the effective user of the test program.
 extern "C" uid_t getuid()
 {
     return kRealUser;

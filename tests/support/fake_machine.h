@@ -1,5 +1,5 @@
-// The machine as the code under test sees it: where its executable lies and who the user is.
-// The source defines GetExecutablePath and getpwuid for the test program.
+// The machine as the code under test sees it: the path of its executable, and the user. The source
+// defines GetExecutablePath, getuid and getpwuid for the test program.
 #pragma once
 
 #include <optional>
@@ -13,9 +13,9 @@ struct FakeMachine
         std::string home;
     };
 
-    std::string executable;    // Empty: the path is not to be had.
+    std::string executable;    // Empty: the path is unavailable.
     std::optional<User> user;  // None: the password database has no entry.
 };
 
-// What the replaced functions answer from.
+// Determines the results of the replaced functions.
 extern FakeMachine g_fake_machine;

@@ -1,6 +1,6 @@
-// Processes as the code under test sees them: nothing is started, nothing is signalled.
-// The source defines fork, execv, waitpid and kill for the test program. The real kill is out of
-// reach: code under test signals process groups and every process by design.
+// Processes as the code under test sees them. Nothing is started or signalled: the source defines
+// fork, execv, waitpid and kill for the test program, because the code under test signals process
+// groups and all processes by design.
 #pragma once
 
 #include <sys/types.h>
@@ -30,32 +30,33 @@ public:
     // Forgets everything; the next child gets process id 1001.
     void Reset();
 
-    // What the next calls of fork return: 0 makes the supervisor take the child's way, -1 fails.
-    // Without any left, fork gives new process ids.
+    // The results of the next calls of fork: 0 makes the supervisor behave as the child, -1 is a
+    // failure. After these, fork returns new process ids.
     void ScriptForks(std::deque<pid_t> results);
 
-    // Ends child `pid`: waitpid for it returns with `wait_status`. Signal 9 does the same with 9.
+    // Ends child `pid`: waitpid for it returns with `wait_status`. Signal 9 ends a child with 9.
     void End(pid_t pid, int wait_status);
 
-    // Ends every child there is and, at once, every child to come, so that nobody waits for ever.
+    // Ends all children, and every later child at once, so that no supervisor waits forever.
     void EndAll();
 
-    // waitpid for `pid` fails, as it does for a process that is no child. It always fails with
-    // options: with one of them it would not wait for an end.
+    // Makes waitpid for `pid` fail, as it does for a process that is not a child. With options, it
+    // always fails, since some of them make it return before the child's end.
     void FailWait(pid_t pid);
 
-    // Called with the target of every kill, before it takes effect. Set before anything runs.
+    // `hook` is called with the target of every kill, before it takes effect. Must be set before
+    // any supervisor runs.
     void SetKillHook(std::function<void(pid_t)> hook);
 
     std::vector<std::pair<pid_t, int>> kills();
     std::vector<Exec> execs();
     std::vector<std::chrono::steady_clock::time_point> forks();
 
-    // How many supervisors are in waitpid. A fork that has been counted above does not show that
-    // its supervisor knows the process id already; this does.
+    // The number of supervisors in waitpid. Unlike a counted fork, this shows that a supervisor has
+    // stored the process id.
     int awaited();
 
-    // The replaced functions' work.
+    // The replacements for the system functions.
     pid_t Fork();
     int Execv(const char* path, char* const arguments[]);
     pid_t Waitpid(pid_t pid, int* wait_status, int options);

@@ -6,6 +6,7 @@
 #include <cstdio>
 
 std::vector<std::pair<int, std::string>> g_system_events;
+int g_openlog_calls = 0;
 
 namespace {
 
@@ -29,8 +30,13 @@ extern "C" void syslog(int priority, const char* format, ...)
     va_end(arguments);
 }
 
+extern "C" void openlog(const char*, int, int)
+{
+    ++g_openlog_calls;
+}
+
 #ifdef __GLIBC__
-// What syslog becomes in an optimised build with _FORTIFY_SOURCE.
+// The function that an optimised build with _FORTIFY_SOURCE calls for syslog.
 extern "C" void __syslog_chk(int priority, int, const char* format, ...)
 {
     va_list arguments;

@@ -1,4 +1,5 @@
-// The system log as the code under test sees it. The source defines syslog for the test program.
+// The system log as the code under test sees it. The source defines syslog and openlog for the test
+// program.
 #pragma once
 
 #include <string>
@@ -7,3 +8,6 @@
 
 // Priority and text of every entry, in order.
 extern std::vector<std::pair<int, std::string>> g_system_events;
+
+// How often openlog was called.
+extern int g_openlog_calls;

@@ -1,4 +1,4 @@
-// A log that keeps its records for the test to look at.
+// A log that keeps its records for the test.
 #pragma once
 
 #include <algorithm>
@@ -33,8 +33,8 @@ public:
         }
     }
 
-    // Called with the text of every record after it was kept, on the logging thread. Set before
-    // anything logs.
+    // `hook` is called on the logging thread with the text of every record, after the record has
+    // been stored. Must be set before anything logs.
     void SetHook(std::function<void(const std::string&)> hook) { m_hook = std::move(hook); }
 
     std::vector<Record> records() const

@@ -1,11 +1,11 @@
-// Tells whether code leaves files open.
+// For checks that code closes every descriptor that it opens.
 #pragma once
 
 #include <fcntl.h>
 #include <unistd.h>
 
-// The number that the next descriptor would get; the same before and after what closes all it
-// opens.
+// The number of the next descriptor to be opened. It is the same before and after code that closes
+// every descriptor that it opens.
 inline int NextDescriptor()
 {
     const int descriptor = open("/dev/null", O_RDONLY);

@@ -1,4 +1,4 @@
-// A UTF-8 decoder that looks everything up, to compare ours with.
+// A table-driven UTF-8 decoder, to compare ours with.
 #pragma once
 
 #include <cstddef>
@@ -17,7 +17,7 @@ struct Utf8Row
     std::vector<Range> bytes;
 };
 
-// The well-formed byte sequences of one character, as the Unicode standard tables them.
+// The well-formed byte sequences of one character: the table of the Unicode standard.
 inline const std::vector<Utf8Row> kWellFormedUtf8 = {
     {0x0, {{0x00, 0x7F}}},
     {0x80, {{0xC2, 0xDF}, {0x80, 0xBF}}},
@@ -30,7 +30,7 @@ inline const std::vector<Utf8Row> kWellFormedUtf8 = {
     {0x100000, {{0xF4, 0xF4}, {0x80, 0x8F}, {0x80, 0xBF}, {0x80, 0xBF}}},
 };
 
-// The character of `row` that `bytes` holds at `start`, if it holds one there.
+// The character of `row` at `start` in `bytes`, if there is one.
 inline std::optional<char32_t> CharacterOfRow(const Utf8Row& row, const std::string& bytes,
                                               std::size_t start)
 {
@@ -49,7 +49,7 @@ inline std::optional<char32_t> CharacterOfRow(const Utf8Row& row, const std::str
     return row.first + number;
 }
 
-// The characters of `bytes`; nothing if these are not well-formed from end to end.
+// The characters of `bytes`; nothing unless all of it is well-formed.
 inline std::optional<std::u32string> DecodeByTable(const std::string& bytes)
 {
     std::u32string text;

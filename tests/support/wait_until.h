@@ -1,12 +1,12 @@
-// Waiting for a condition, with a deadline.
+// Waits for a condition, with a deadline.
 #pragma once
 
 #include <chrono>
 #include <functional>
 #include <thread>
 
-// Asks every millisecond until `condition` holds; false when it does not within a minute:
-// sanitizers and a busy machine make the work of a second long.
+// Checks `condition` every millisecond until it holds; false if it does not within a minute, which
+// is long enough for sanitizers on a busy machine.
 inline bool WaitUntil(const std::function<bool()>& condition)
 {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(1);

@@ -1,4 +1,4 @@
-// ASCII text as wide text, so that both forms of a function run over one table.
+// Converts ASCII text to wide text, so that one table of cases tests both forms of a function.
 #pragma once
 
 #include <string>

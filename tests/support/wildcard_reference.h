@@ -1,4 +1,4 @@
-// A wildcard matcher without a search, to compare ours with.
+// A wildcard matcher that fills in a table instead of searching, to compare ours with.
 #pragma once
 
 #include <algorithm>
@@ -6,8 +6,9 @@
 #include <cstddef>
 #include <string>
 
-// One row per rest of the expression, from its end to its start, says from which positions of the
-// name that rest matches. The position after the end stands for all that `?` and `>` reach there.
+// The table has one row for each end part of the expression, from the shortest to the longest. A
+// row says from which positions of the name to its end that part matches. One position after the
+// end of the name stands for all positions there, which `?` and `>` can reach.
 class WildcardReference
 {
 public:

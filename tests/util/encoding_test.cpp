@@ -1,9 +1,12 @@
+#include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <uuid/uuid.h>
 
 #include <cctype>
 #include <climits>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <cwchar>
 #include <initializer_list>
 #include <locale>
@@ -18,7 +21,7 @@
 #include "tests/support/utf8_reference.h"
 #include "util/util.h"
 
-// Memory that the sanitizers' allocators do not have is reported like any other, by null.
+// Makes the sanitizers' allocators return null, like any other, when memory is exhausted.
 extern "C" const char* __asan_default_options();
 extern "C" const char* __asan_default_options()
 {
@@ -32,12 +35,30 @@ extern "C" const char* __tsan_default_options()
 
 namespace {
 
+const char* g_unparsed_uuid = nullptr;
+
+}  // namespace
+
+// Writes g_unparsed_uuid if it is set, else what the system's function writes.
+extern "C" void uuid_unparse(const uuid_t id, char* text)
+{
+    static const auto real =
+        reinterpret_cast<decltype(&uuid_unparse)>(dlsym(RTLD_NEXT, "uuid_unparse"));
+    if (g_unparsed_uuid != nullptr) {
+        std::strcpy(text, g_unparsed_uuid);
+    } else {
+        real(id, text);
+    }
+}
+
+namespace {
+
 constexpr char kFromBytesError[] = "wstring_convert: from_bytes error";
 constexpr char kToBytesError[] = "wstring_convert: to_bytes error";
 
-// What the range error says that `convert` raises; "" if it raises none.
+// The message of the range error that `convert` throws; "" if it throws none.
 template <typename Text, typename Result>
-std::string Refusal(Result (*convert)(const Text&), const Text& text)
+std::string RangeError(Result (*convert)(const Text&), const Text& text)
 {
     try {
         convert(text);
@@ -78,7 +99,7 @@ std::u32string AllScalarValues()
     return all;
 }
 
-// The standard library's own UTF-8, which is beyond dispute for scalar values.
+// `text` in UTF-8 as encoded by the standard library, which is reliable for scalar values.
 std::string StandardUtf8(const std::u32string& text)
 {
     using Facet = std::codecvt<char32_t, char, std::mbstate_t>;
@@ -93,10 +114,10 @@ std::string StandardUtf8(const std::u32string& text)
     return bytes;
 }
 
-void ExpectRefusedUnlessWellFormed(const std::string& bytes)
+void ExpectRejectedUnlessWellFormed(const std::string& bytes)
 {
     const bool well_formed = DecodeByTable(bytes).has_value();
-    EXPECT_EQ(Refusal(s2ws, bytes), well_formed ? "" : kFromBytesError) << Hex(bytes);
+    EXPECT_EQ(RangeError(s2ws, bytes), well_formed ? "" : kFromBytesError) << Hex(bytes);
 }
 
 int ReferenceOctal(int value)
@@ -108,7 +129,8 @@ int ReferenceOctal(int value)
     return value < 0 ? -result : result;
 }
 
-// Base64 as text: the bits in a row, cut in sixes. One byte left over is filled up with 0011.
+// Base64 by way of a text of bits, split into groups of six. A single byte left over is padded with
+// 0011.
 std::string ReferenceBase64(const std::vector<unsigned char>& data)
 {
     std::string bits;
@@ -147,7 +169,7 @@ TEST(Utf8, ConvertsCharactersOfEveryLength)
     EXPECT_EQ(ws2s(L"a\u00E9\u20AC\U0001F600z"), "a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80z");
 }
 
-TEST(Utf8, GoesOnBehindANul)
+TEST(Utf8, ContinuesAfterANul)
 {
     EXPECT_EQ(s2ws(std::string("a\0\xC3\xA9\0", 5)), std::wstring(L"a\0\u00E9\0", 4));
     EXPECT_EQ(ws2s(std::wstring(L"a\0\u00E9\0", 4)), std::string("a\0\xC3\xA9\0", 5));
@@ -173,15 +195,15 @@ TEST(Utf8, ConvertsEveryScalarValueBothWays)
     }
 }
 
-TEST(Utf8, RefusesACutOffCharacterAtTheEnd)
+TEST(Utf8, RejectsATruncatedCharacterAtTheEnd)
 {
     for (const char* bytes : {"\xC3", "a\xC3", "\xE2\x82", "\xE2", "\xF0\x9F\x98", "\xF0\x9F",
                               "\xF0", "\xC3\xA9\xC3"}) {
-        EXPECT_EQ(Refusal(s2ws, std::string(bytes)), kFromBytesError) << Hex(bytes);
+        EXPECT_EQ(RangeError(s2ws, std::string(bytes)), kFromBytesError) << Hex(bytes);
     }
 }
 
-TEST(Utf8, RefusesACutOffCharacterInTheMiddle)
+TEST(Utf8, RejectsATruncatedCharacterInTheMiddle)
 {
     for (const char* bytes : {"\xC3"
                               "a",
@@ -190,64 +212,64 @@ TEST(Utf8, RefusesACutOffCharacterInTheMiddle)
                               "\xF0\x9F\x98"
                               "a",
                               "\xE2\xC3\xA9"}) {
-        EXPECT_EQ(Refusal(s2ws, std::string(bytes)), kFromBytesError) << Hex(bytes);
+        EXPECT_EQ(RangeError(s2ws, std::string(bytes)), kFromBytesError) << Hex(bytes);
     }
 }
 
-TEST(Utf8, RefusesSurrogatesBothWays)
+TEST(Utf8, RejectsSurrogatesBothWays)
 {
     for (int c = 0xD800; c <= 0xDFFF; ++c) {
         const std::string bytes = Bytes({0xED, 0x80 | (c >> 6 & 0x3F), 0x80 | (c & 0x3F)});
-        EXPECT_EQ(Refusal(s2ws, bytes), kFromBytesError) << Hex(bytes);
-        EXPECT_EQ(Refusal(ws2s, std::wstring(1, static_cast<wchar_t>(c))), kToBytesError) << c;
+        EXPECT_EQ(RangeError(s2ws, bytes), kFromBytesError) << Hex(bytes);
+        EXPECT_EQ(RangeError(ws2s, std::wstring(1, static_cast<wchar_t>(c))), kToBytesError) << c;
     }
-    EXPECT_EQ(Refusal(s2ws, Bytes({0xED, 0xA0, 0xBD, 0xED, 0xB8, 0x80})), kFromBytesError);
+    EXPECT_EQ(RangeError(s2ws, Bytes({0xED, 0xA0, 0xBD, 0xED, 0xB8, 0x80})), kFromBytesError);
 }
 
-TEST(Utf8, RefusesOverlongForms)
+TEST(Utf8, RejectsOverlongForms)
 {
     for (const std::string& bytes :
          {Bytes({0xC0, 0x80}), Bytes({0xC1, 0xBF}), Bytes({0xE0, 0x80, 0x80}),
           Bytes({0xE0, 0x9F, 0xBF}), Bytes({0xF0, 0x80, 0x80, 0x80}),
           Bytes({0xF0, 0x8F, 0xBF, 0xBF}), Bytes({0xF8, 0x88, 0x80, 0x80, 0x80}),
           Bytes({0xFC, 0x84, 0x80, 0x80, 0x80, 0x80})}) {
-        EXPECT_EQ(Refusal(s2ws, bytes), kFromBytesError) << Hex(bytes);
+        EXPECT_EQ(RangeError(s2ws, bytes), kFromBytesError) << Hex(bytes);
     }
 }
 
-TEST(Utf8, RefusesWhatIsAbove10FFFF)
+TEST(Utf8, RejectsValuesAbove10FFFF)
 {
-    EXPECT_EQ(Refusal(s2ws, Bytes({0xF4, 0x90, 0x80, 0x80})), kFromBytesError);
-    EXPECT_EQ(Refusal(s2ws, Bytes({0xF5, 0x80, 0x80, 0x80})), kFromBytesError);
+    EXPECT_EQ(RangeError(s2ws, Bytes({0xF4, 0x90, 0x80, 0x80})), kFromBytesError);
+    EXPECT_EQ(RangeError(s2ws, Bytes({0xF5, 0x80, 0x80, 0x80})), kFromBytesError);
     for (const std::uint32_t unit : {0x110000u, 0x1FFFFFu, 0x7FFFFFFFu, 0x80000041u, 0xFFFFFFFFu}) {
-        EXPECT_EQ(Refusal(ws2s, std::wstring(1, static_cast<wchar_t>(unit))), kToBytesError)
+        EXPECT_EQ(RangeError(ws2s, std::wstring(1, static_cast<wchar_t>(unit))), kToBytesError)
             << unit;
     }
 }
 
-TEST(Utf8, RefusesExactlyWhatTheUnicodeTableLeavesOut)
+TEST(Utf8, RejectsExactlyTheBytesOutsideTheUnicodeTable)
 {
     for (int a = 0; a <= 0xFF; ++a) {
-        ExpectRefusedUnlessWellFormed(Bytes({a}));
+        ExpectRejectedUnlessWellFormed(Bytes({a}));
         for (int b = 0; b <= 0xFF; ++b) {
-            ExpectRefusedUnlessWellFormed(Bytes({a, b}));
+            ExpectRejectedUnlessWellFormed(Bytes({a, b}));
         }
     }
-    // Longer ones with the bytes at every border of the table.
+    // Longer sequences, of the bytes at the limits of the table's ranges.
     const int borders[] = {0x00, 0x7F, 0x80, 0x8F, 0x90, 0x9F, 0xA0, 0xBF, 0xC0, 0xFF};
     for (int a = 0x80; a <= 0xFF; ++a) {
         for (const int b : borders) {
             for (const int c : borders) {
-                ExpectRefusedUnlessWellFormed(Bytes({a, b, c}));
+                ExpectRejectedUnlessWellFormed(Bytes({a, b, c}));
                 for (const int d : borders) {
-                    ExpectRefusedUnlessWellFormed(Bytes({a, b, c, d}));
+                    ExpectRejectedUnlessWellFormed(Bytes({a, b, c, d}));
                 }
             }
         }
     }
 }
 
-TEST(NewUUID, IsARandomOneInItsTextForm)
+TEST(NewUUID, IsTheTextOfARandomUUID)
 {
     const std::string uuid = NewUUID();
     ASSERT_EQ(uuid.size(), 36u);
@@ -262,7 +284,14 @@ TEST(NewUUID, IsARandomOneInItsTextForm)
     EXPECT_NE(std::string("89abAB").find(uuid[19]), std::string::npos) << uuid;
 }
 
-TEST(NewUUID, GivesAnotherOneEveryTime)
+TEST(NewUUID, KeepsTheLetterCaseOfTheSystem)
+{
+    g_unparsed_uuid = "01234567-89aB-4CdE-8f01-23456789AbCd";
+    EXPECT_EQ(NewUUID(), g_unparsed_uuid);
+    g_unparsed_uuid = nullptr;
+}
+
+TEST(NewUUID, IsDifferentEveryTime)
 {
     EXPECT_NE(NewUUID(), NewUUID());
 }
@@ -281,7 +310,7 @@ TEST(OctalToDecimal, ReadsDecimalDigitsAsOctal)
     }
 }
 
-TEST(OctalToDecimal, CountsTheDigits8And9AsTheyAre)
+TEST(OctalToDecimal, KeepsTheValueOfTheDigits8And9)
 {
     EXPECT_EQ(octalToDecimal(8), 8);
     EXPECT_EQ(octalToDecimal(9), 9);
@@ -301,7 +330,7 @@ TEST(OctalToDecimal, IsExactForEveryNumberOfDigits)
     }
 }
 
-TEST(Base64, AgreesWithTheBitsForEveryLength)
+TEST(Base64, AgreesWithTheReferenceForEveryLength)
 {
     std::vector<unsigned char> data;
     for (int length = 1; length <= 300; ++length) {
@@ -310,7 +339,7 @@ TEST(Base64, AgreesWithTheBitsForEveryLength)
     }
 }
 
-TEST(Base64, AgreesWithTheBitsForEveryByteLeftOver)
+TEST(Base64, AgreesWithTheReferenceForEveryLoneByte)
 {
     for (int byte = 0; byte <= 0xFF; ++byte) {
         const std::vector<unsigned char> data = {static_cast<unsigned char>(byte)};
@@ -318,7 +347,7 @@ TEST(Base64, AgreesWithTheBitsForEveryByteLeftOver)
     }
 }
 
-TEST(Base64, KeepsEqualsSignsInTheSpareBitsOfALoneByte)
+TEST(Base64, HasBitsOfAnEqualsSignAfterALoneByte)
 {
     EXPECT_EQ(Base64Of("a"), "YT==");
     EXPECT_EQ(Base64Of("hell"), "aGVsbD==");
@@ -349,10 +378,19 @@ TEST(Base64, IsNullWithoutData)
 
 TEST(Base64, IsNullWhenMemoryIsExhausted)
 {
-    // More than any machine has. The memory is asked for before the data is looked at.
+    // More than any machine has. The memory is allocated before the data is read.
     const unsigned char byte = 0;
     EXPECT_EQ(base64(&byte, 3ul << 58), nullptr);
     EXPECT_EQ(Base64Of("abc"), "YWJj");
+}
+
+TEST(Base64, IsNullWhenTheTextWouldNotFitTheAddressSpace)
+{
+    const unsigned char byte = 0;
+    for (const unsigned long length : {ULONG_MAX, ULONG_MAX - 1, ULONG_MAX - 2, 3ul << 62,
+                                       (3ul << 62) - 2, (3ul << 62) - 3, 1ul << 63}) {
+        EXPECT_EQ(base64(&byte, length), nullptr) << length;
+    }
 }
 
 TEST(Base64, KeepsItsTextUntilTheNextCall)
@@ -372,7 +410,7 @@ TEST(Base64, FreesItsTextAtTheNextCallEvenIfThatGivesNull)
     const std::size_t before = mallinfo2().uordblks;
     base64(reinterpret_cast<const unsigned char*>(data.data()), data.size());
     if (mallinfo2().uordblks == before) {
-        GTEST_SKIP() << "glibc's allocator is not in use; a sanitizer finds the leak itself";
+        GTEST_SKIP() << "glibc's allocator is not in use; a sanitizer reports the leak itself";
     }
     base64(nullptr, 0);
     EXPECT_EQ(mallinfo2().uordblks, before);

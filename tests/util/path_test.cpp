@@ -21,7 +21,7 @@ void ExpectResults(std::string (*function)(std::string), const std::vector<Case>
 
 }  // namespace
 
-TEST(EnsureEndsWithDivider, AddsASlashUnlessThereIsOne)
+TEST(EnsureEndsWithDivider, AddsASlashIfThereIsNone)
 {
     const std::vector<Case> cases = {
         {"", "/"}, {"/", "/"}, {"a/b", "a/b/"}, {"a/b/", "a/b/"}, {"a//", "a//"},
@@ -29,7 +29,7 @@ TEST(EnsureEndsWithDivider, AddsASlashUnlessThereIsOne)
     ExpectResults(ensure_ends_with_divider, cases);
 }
 
-TEST(EnsureEndsWithDivider, DoesNotTakeABackslashForADivider)
+TEST(EnsureEndsWithDivider, DoesNotTreatABackslashAsADivider)
 {
     ExpectResults(ensure_ends_with_divider, {{"a\\", "a\\/"}, {"\\", "\\/"}});
 }
@@ -60,7 +60,7 @@ TEST(RemoveTailSlashes, KeepsAPathOfSlashesOnly)
     ExpectResults(remove_tail_slashes, {{"///", "///"}, {"/", "/"}, {"\\", "\\"}, {"/\\", "/\\"}});
 }
 
-TEST(RemoveDuplicatedSlashes, MakesEveryRunASingleSlash)
+TEST(RemoveDuplicatedSlashes, ReplacesEveryRunByASingleSlash)
 {
     const std::vector<Case> cases = {
         {"", ""},           {"/", "/"},          {"//", "/"}, {"a/b", "a/b"}, {"a//b///c", "a/b/c"},
@@ -75,7 +75,7 @@ TEST(RemoveDuplicatedSlashes, KeepsBackslashes)
                   {{"a\\\\b", "a\\\\b"}, {"/\\/", "/\\/"}, {"//\\//", "/\\/"}});
 }
 
-TEST(SplitContainerName, CutsAtTheFirstSlashBehindTheHead)
+TEST(SplitContainerName, SplitsAtTheFirstSlashAfterTheLeadingOnes)
 {
     const struct
     {
@@ -111,16 +111,16 @@ TEST(SplitContainerName, GivesAnEmptyContainerForSlashesOnly)
     EXPECT_EQ(rest, "//");
 }
 
-TEST(SplitContainerName, LeavesBothAloneForTheEmptyPath)
+TEST(SplitContainerName, ChangesNeitherForTheEmptyPath)
 {
     std::string container = "before";
-    std::string rest = "behind";
+    std::string rest = "unchanged";
     split_container_name("", container, rest);
     EXPECT_EQ(container, "before");
-    EXPECT_EQ(rest, "behind");
+    EXPECT_EQ(rest, "unchanged");
 }
 
-TEST(GetFileName, GivesWhatIsBehindTheLastSlash)
+TEST(GetFileName, ReturnsTheTextAfterTheLastSlash)
 {
     const std::vector<Case> cases = {
         {"", ""}, {"a/b/c.txt", "c.txt"}, {"c.txt", "c.txt"}, {"/c", "c"}, {"a/b/", ""}, {"/", ""},
@@ -128,7 +128,7 @@ TEST(GetFileName, GivesWhatIsBehindTheLastSlash)
     ExpectResults(get_file_name, cases);
 }
 
-TEST(GetFileName, TakesABackslashForAnOrdinaryCharacter)
+TEST(GetFileName, TreatsABackslashAsAnOrdinaryCharacter)
 {
     ExpectResults(get_file_name, {{"a\\b", "a\\b"}, {"a/b\\c", "b\\c"}, {"a\\", "a\\"}});
 }

@@ -1,3 +1,4 @@
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
@@ -5,15 +6,32 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
+#include <new>
 #include <stdexcept>
 #include <string>
 
+#include "tests/support/allocation_limit.h"
+#include "tests/support/never_returns.h"
 #include "tests/support/next_descriptor.h"
 #include "util/util.h"
 
 namespace {
 
-// For a while, this process gets no new descriptor.
+bool g_popen_gives_unreadable_stream = false;
+
+}  // namespace
+
+// On request, gives a stream that every read fails on, and that never reports end of file.
+extern "C" std::FILE* popen(const char* command, const char* mode)
+{
+    static const auto real = reinterpret_cast<decltype(&popen)>(dlsym(RTLD_NEXT, "popen"));
+    return g_popen_gives_unreadable_stream ? std::fopen("/", "r") : real(command, mode);
+}
+
+namespace {
+
+// While an object exists, this process cannot open further descriptors.
 class NoNewDescriptors
 {
 public:
@@ -32,7 +50,7 @@ private:
     rlimit m_before{};
 };
 
-// For a while, `text` is what descriptor 0 gives.
+// While an object exists, `text` is the standard input.
 class StandardInput
 {
 public:
@@ -57,8 +75,45 @@ private:
     const int m_before;
 };
 
-// The exit status of a child that ends with what `ask` gives there. The child has a process group
-// of its own, so that a question about group 0 cannot reach anybody else.
+// While an object exists, standard error goes to a pipe.
+class StandardError
+{
+public:
+    StandardError() : m_before(dup(STDERR_FILENO))
+    {
+        int ends[2];
+        EXPECT_EQ(pipe(ends), 0);
+        m_read_end = ends[0];
+        dup2(ends[1], STDERR_FILENO);
+        close(ends[1]);
+    }
+    ~StandardError()
+    {
+        Restore();
+        close(m_before);
+        close(m_read_end);
+    }
+    StandardError(const StandardError&) = delete;
+    StandardError& operator=(const StandardError&) = delete;
+
+    // What was written so far, up to 100 bytes. Ends the redirection, so that the pipe has an end.
+    std::string Text()
+    {
+        Restore();
+        char text[100];
+        const ssize_t count = read(m_read_end, text, sizeof text);
+        return std::string(text, count > 0 ? static_cast<std::size_t>(count) : 0);
+    }
+
+private:
+    void Restore() const { dup2(m_before, STDERR_FILENO); }
+
+    const int m_before;
+    int m_read_end = -1;
+};
+
+// Runs `ask` in a child process and returns its result, passed on as the exit status. The child is
+// in its own process group, so that a question about group 0 concerns only the child.
 template <typename Ask>
 int StatusOfChild(Ask ask)
 {
@@ -96,7 +151,7 @@ TEST(Pexec, ReturnsALineLongerThanOnePieceWhole)
     }
 }
 
-TEST(Pexec, LosesTheRestOfAPieceBehindANul)
+TEST(Pexec, DropsTheRestOfAPieceAfterANul)
 {
     EXPECT_EQ(pexec("printf 'ab\\000cd\\nef\\n'"), "abef\n");
     EXPECT_EQ(pexec("printf 'a\\000%0298d' 0"), "a" + std::string(173, '0'));  // 127 of 300 bytes.
@@ -104,7 +159,9 @@ TEST(Pexec, LosesTheRestOfAPieceBehindANul)
 
 TEST(Pexec, LeavesStandardErrorToTheCaller)
 {
-    EXPECT_EQ(pexec("echo kept; echo 'on standard error, as it should be' >&2"), "kept\n");
+    StandardError standard_error;
+    EXPECT_EQ(pexec("{ echo kept; echo 'not kept' >&2; }"), "kept\n");
+    EXPECT_EQ(standard_error.Text(), "not kept\n");
     EXPECT_EQ(pexec("echo both >&2 2>&1"), "");
 }
 
@@ -134,6 +191,26 @@ TEST(Pexec, LeavesNoChildAndNoDescriptor)
     EXPECT_EQ(errno, ECHILD);
 }
 
+TEST(Pexec, LeavesNoChildAndNoDescriptorWhenItThrows)
+{
+    const int descriptor = NextDescriptor();
+    {
+        const AllocationLimit limit(1000);
+        EXPECT_THROW(pexec("printf %0100000d 0"), std::bad_alloc);
+    }
+    EXPECT_EQ(NextDescriptor(), descriptor);
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
+    EXPECT_EQ(errno, ECHILD);
+}
+
+// Callers rely on complete output: a check for read errors would return what was read before.
+TEST(Pexec, DoesNotReturnOnAReadError)
+{
+    g_popen_gives_unreadable_stream = true;
+    EXPECT_TRUE(NeverReturns([] { pexec("echo hi"); }));
+    g_popen_gives_unreadable_stream = false;
+}
+
 TEST(Pexec, ThrowsWhenTheShellCannotBeStarted)
 {
     try {
@@ -153,18 +230,18 @@ TEST(IsRunningPID, IsTrueForThisProcessItsParentAndItsGroup)
     EXPECT_EQ(StatusOfChild([] { return IsRunningPID(getppid()) ? 1 : 0; }), 1);
 }
 
-TEST(IsRunningPID, IsTrueUntilAChildIsWaitedFor)
+TEST(IsRunningPID, IsTrueUntilAChildIsReaped)
 {
     const pid_t child = fork();
     if (child == 0) {
         _exit(0);
     }
-    EXPECT_TRUE(IsRunningPID(child));  // Running or ended: its id is taken until the wait.
+    EXPECT_TRUE(IsRunningPID(child));  // Running or a zombie: its id is in use.
     ASSERT_EQ(waitpid(child, nullptr, 0), child);
     EXPECT_FALSE(IsRunningPID(child));
 }
 
-TEST(IsRunningPID, LooksAtTheLow32BitsOnly)
+TEST(IsRunningPID, CutsTheIdTo32Bits)
 {
     constexpr long long kHighBit = 1LL << 32;
     EXPECT_TRUE(IsRunningPID(kHighBit + getpid()));

@@ -1,11 +1,15 @@
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cwchar>
 #include <locale>
+#include <new>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "tests/support/allocation_limit.h"
+#include "tests/support/never_returns.h"
 #include "tests/support/wide.h"
 #include "util/string_util.h"
 
@@ -28,7 +32,7 @@ void ExpectReplaceAll(const std::vector<Edit>& edits)
     }
 }
 
-// For a while, white space of the global C++ locale is the letter "x" alone.
+// While an object exists, only the letter "x" is white space in the global C++ locale.
 class OtherWhiteSpace
 {
 public:
@@ -82,14 +86,14 @@ TEST(Trim, RemovesNothingButTheSixCharactersOfTheClassicLocale)
     }
 }
 
-TEST(Trim, DoesNotAskTheLocale)
+TEST(Trim, DoesNotDependOnTheLocale)
 {
     const OtherWhiteSpace guard;
     std::string text = " xax ";
     EXPECT_EQ(trim(text), "xax");
 }
 
-TEST(Trim, KeepsANulAndWhatIsBehindIt)
+TEST(Trim, KeepsANulAndTheTextAfterIt)
 {
     std::string text(" a\0 b ", 6);
     EXPECT_EQ(trim(text), std::string("a\0 b", 4));
@@ -101,7 +105,7 @@ TEST(Trim, ReturnsTheSameString)
     EXPECT_EQ(&trim(text), &text);
 }
 
-TEST(EndsWith, ComparesTheLastBytesWithRegardToCase)
+TEST(EndsWith, ComparesTheLastBytesCaseSensitively)
 {
     const struct
     {
@@ -134,7 +138,7 @@ TEST(ReplaceAll, ReplacesEveryOccurrenceByOneOfTheSameLength)
     });
 }
 
-TEST(ReplaceAll, PassesOverWhatFollowsAShorterReplacement)
+TEST(ReplaceAll, SkipsOccurrencesRightAfterAShorterReplacement)
 {
     ExpectReplaceAll({
         {"aaaa", "aa", "b", "baa"},
@@ -154,14 +158,39 @@ TEST(ReplaceAll, ReplacesAgainInsideALongerReplacement)
     });
 }
 
-TEST(ReplaceAll, TakesACodePointAboveFFFFAsOneUnit)
+TEST(ReplaceAll, TreatsACodePointAboveFFFFAsOneUnit)
 {
     std::wstring text = L"A\U00010041A";
     replace_all(text, L"A", L"\U0001F600");
     EXPECT_EQ(text, L"\U0001F600\U00010041\U0001F600");
 }
 
-TEST(StringFormat, FillsInItsArguments)
+// Callers must not pass these. A guard would give another result where none is defined.
+TEST(ReplaceAll, NeverEndsForAReplacementThatKeepsContainingThePattern)
+{
+    const AllocationLimit limit(20'000);
+    std::string text = "a";
+    EXPECT_THROW(replace_all(text, "a", "aa"), std::bad_alloc);
+    std::wstring wide = L"a";
+    EXPECT_THROW(replace_all(wide, L"a", L"aa"), std::bad_alloc);
+}
+
+TEST(ReplaceAll, NeverEndsForAnEmptyPattern)
+{
+    {
+        const AllocationLimit limit(20'000);
+        std::string text = "a";
+        EXPECT_THROW(replace_all(text, "", "x"), std::bad_alloc);
+        std::wstring wide = L"a";
+        EXPECT_THROW(replace_all(wide, L"", L"x"), std::bad_alloc);
+    }
+    EXPECT_TRUE(NeverReturns([] {
+        std::string text = "a";
+        replace_all(text, "", "");
+    }));
+}
+
+TEST(StringFormat, FormatsItsArguments)
 {
     EXPECT_EQ(string_format("%d-%s", 7, "x"), "7-x");
     EXPECT_EQ(string_format("plain 100%%"), "plain 100%");
@@ -178,6 +207,13 @@ TEST(StringFormat, GivesAResultOfAnyLengthWhole)
     }
 }
 
+TEST(StringFormat, ThrowsWithoutAllocatingWhenTheSizeExceedsIntMax)
+{
+    const AllocationLimit limit(std::size_t{1} << 30);
+    EXPECT_THROW(string_format("%*s%*s", 1 << 30, "", INT_MAX - (1 << 30), ""), std::bad_alloc);
+    EXPECT_EQ(limit.refused(), 0);
+}
+
 TEST(StringFormat, EndsAtANul)
 {
     EXPECT_EQ(string_format("%c", 0).size(), 0u);
@@ -185,8 +221,8 @@ TEST(StringFormat, EndsAtANul)
     EXPECT_EQ(string_format(std::string("a\0b", 3)), "a");
 }
 
-TEST(StringFormat, IsEmptyWhenTheFormatCannotBeFilledIn)
+TEST(StringFormat, IsEmptyForAFormatThatVsnprintfRejects)
 {
-    // No locale is set, so this character has no bytes.
+    // The "C" locale cannot encode this character.
     EXPECT_EQ(string_format("a%lcb", static_cast<std::wint_t>(0x20AC)), "");
 }

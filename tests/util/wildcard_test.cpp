@@ -22,7 +22,7 @@ struct Case
     bool matches;
 };
 
-// Runs both forms, with and without regard to case; the tables hold nothing that case decides.
+// Checks both forms, with and without case folding. Case must not matter in the tables.
 void ExpectMatches(const std::vector<Case>& cases)
 {
     for (const Case& c : cases) {
@@ -48,8 +48,8 @@ std::string RandomText(std::mt19937& random, const std::string& letters, std::si
     return text;
 }
 
-// One page of memory with an unreadable one behind it. Texts that end with the page show every read
-// behind their NUL.
+// A page of memory followed by an unreadable one. With a text at the end of the page, any read past
+// its NUL crashes.
 class EdgeOfMemory
 {
 public:
@@ -90,7 +90,7 @@ TEST(IsNameInExpression, ComparesTheWholeName)
     });
 }
 
-TEST(IsNameInExpression, TakesAnyRunForAStar)
+TEST(IsNameInExpression, MatchesAnyRunWithAStar)
 {
     ExpectMatches({
         {"*", "", true},
@@ -109,7 +109,7 @@ TEST(IsNameInExpression, TakesAnyRunForAStar)
     });
 }
 
-TEST(IsNameInExpression, TakesExactlyOneCharacterForAQuestionMark)
+TEST(IsNameInExpression, MatchesExactlyOneCharacterWithAQuestionMark)
 {
     ExpectMatches({
         {"?", "a", true},
@@ -121,7 +121,7 @@ TEST(IsNameInExpression, TakesExactlyOneCharacterForAQuestionMark)
     });
 }
 
-TEST(IsNameInExpression, ReachesOnlyAFinalStarFromBehindTheName)
+TEST(IsNameInExpression, MatchesOnlyAFinalStarPastTheName)
 {
     ExpectMatches({
         {"a?*", "a", true},
@@ -140,7 +140,7 @@ TEST(IsNameInExpression, ReachesOnlyAFinalStarFromBehindTheName)
     });
 }
 
-TEST(IsNameInExpression, ReachesTheLastDotWithALess)
+TEST(IsNameInExpression, MatchesUpToTheLastDotWithALess)
 {
     ExpectMatches({
         {"<.b", "a.b", true},
@@ -155,7 +155,7 @@ TEST(IsNameInExpression, ReachesTheLastDotWithALess)
     });
 }
 
-TEST(IsNameInExpression, TakesNothingForALessAtTheStartOfANameWithoutADot)
+TEST(IsNameInExpression, MatchesNothingWithALessAtTheStartOfANameWithoutADot)
 {
     ExpectMatches({
         {"<", "", true},
@@ -166,7 +166,7 @@ TEST(IsNameInExpression, TakesNothingForALessAtTheStartOfANameWithoutADot)
     });
 }
 
-TEST(IsNameInExpression, TakesAnyRunForALessFurtherOnInANameWithoutADot)
+TEST(IsNameInExpression, MatchesAnyRunWithALessLaterInANameWithoutADot)
 {
     ExpectMatches({
         {"a<", "abc", true},
@@ -190,7 +190,7 @@ TEST(IsNameInExpression, StopsAtTheLastDotWithAGreater)
     });
 }
 
-TEST(IsNameInExpression, TakesADotOrNothingForAQuote)
+TEST(IsNameInExpression, MatchesADotOrNothingWithAQuote)
 {
     ExpectMatches({
         {"a\"b", "ab", true},
@@ -203,7 +203,7 @@ TEST(IsNameInExpression, TakesADotOrNothingForAQuote)
     });
 }
 
-TEST(IsNameInExpression, HasNoEscapeAndNoSpecialCharactersInTheName)
+TEST(IsNameInExpression, HasNoEscapeCharacterAndNoSpecialCharactersInTheName)
 {
     ExpectMatches({
         {"\\*", "\\abc", true},
@@ -252,7 +252,7 @@ TEST(IsNameInExpression, ComparesWholeUnits)
     EXPECT_TRUE(IsNameInExpression(L"?\U00010041*", L"\U0001F600\U00010041", false));
 }
 
-TEST(IsNameInExpression, AgreesWithTheTableOnAllShortPairs)
+TEST(IsNameInExpression, AgreesWithTheReferenceOnAllShortPairs)
 {
     const std::vector<std::string> expressions = AllTexts(kExpressionLetters, 4);
     const std::vector<std::wstring> wide_expressions = Wide(expressions);
@@ -274,7 +274,7 @@ TEST(IsNameInExpression, AgreesWithTheTableOnAllShortPairs)
     }
 }
 
-TEST(IsNameInExpression, AgreesWithTheTableOnLongerPairs)
+TEST(IsNameInExpression, AgreesWithTheReferenceOnLongerPairs)
 {
     std::mt19937 random(1);
     int matches = 0;
@@ -289,7 +289,7 @@ TEST(IsNameInExpression, AgreesWithTheTableOnLongerPairs)
     EXPECT_GT(matches, 10000);
 }
 
-TEST(IsNameInExpression, ReadsNothingBehindTheTexts)
+TEST(IsNameInExpression, ReadsNothingPastTheEndOfTheTexts)
 {
     EdgeOfMemory name_edge;
     EdgeOfMemory expression_edge;

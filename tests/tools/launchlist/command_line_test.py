@@ -2,11 +2,15 @@
 
     command_line_test.py LAUNCHLIST [--renew]
 
-Every run of the table RUNS prints what its file in printed/ holds. --renew writes these files anew
-from what LAUNCHLIST prints now: look at the difference before you keep it.
+Every run of the table RUNS prints the contents of its file in printed/. --renew rewrites these
+files with what LAUNCHLIST prints now: read the difference before you commit it.
 """
 
+import base64
 import fcntl
+import gzip
+import hashlib
+import json
 import os
 import pathlib
 import re
@@ -19,6 +23,11 @@ import time
 import tty
 import unittest
 
+try:
+    import jsonschema
+except ImportError:  # It belongs to the Python of the system, which may not be this one.
+    jsonschema = None
+
 HERE = pathlib.Path(__file__).resolve().parent
 PRINTED = HERE / "printed"
 
@@ -30,11 +39,17 @@ RUNS = [
     ("check_color.txt", "check lists/every_step.json", 80, 2),
     ("check.json", "check --json lists/every_step.json", None, 2),
     ("check_good.json", "check --json lists/good.json", 80, 0),
+    ("check_several.txt", "check lists/good.json lists/args_missing.json", None, 1),
+    ("check_several.json", "check lists/good.json lists/args_missing.json --json", None, 1),
     ("explain.txt", "explain lists/every_step.json", None, 2),
     ("explain_color.txt", "explain lists/every_step.json", 80, 2),
     ("explain.json", "explain --json lists/every_step.json", None, 2),
     ("explain_good.txt", "explain lists/good.json", None, 0),
     ("explain_good.json", "explain --json lists/good.json", 80, 0),
+    ("explain_abort.json", "explain --json lists/program_array.json", None, 2),
+    ("explain_list_type.txt", "explain lists/root_array.json", None, 2),
+    ("explain_list_type.json", "explain --json lists/root_array.json", None, 2),
+    ("explain_missing.txt", "explain lists/program_not_there.json", None, 2),
     ("report.txt", "report logs/mixed", None, 0),
     ("report_color.txt", "report logs/mixed", 60, 0),
     ("report_widest.txt", "report logs/mixed", 500, 0),
@@ -60,7 +75,7 @@ PAGES = [
     ("page_empty.html", "logs/empty"),
 ]
 
-# The arguments, the exit status, and all of what is told about it.
+# The arguments, the exit status, and the whole message.
 FAILURES = [
     ("check none", 3, "none: No such file or directory"),
     ("check \x1b]0;owned\x07", 3, r"\x1b]0;owned\x07: No such file or directory"),
@@ -70,60 +85,72 @@ FAILURES = [
     ("report logs/empty --html none/page", 3, "none/page: No such file or directory"),
 ]
 
-# Arguments that are no use, and a part of what is told about it; the words around it are CLI11's.
+# Wrong arguments, and a part of the message; the words around it are CLI11's.
 MISTAKES = [
     ("", "subcommand is required"),
     ("check", "LIST is required"),
+    ("checks lists/good.json", 'unknown command "checks"; did you mean "check"?'),
+    ("start \x1b]0;owned\x07", 'unknown command "start"'),
     ("explain", "LIST is required"),
-    ("check lists/good.json \x1b]0;owned\x07", r"\x1b]0;owned\x07"),
+    ("explain lists/good.json lists/good.json", "LIST"),
+    ("check lists/good.json --\x1b]0;owned\x07", r"\x1b]0;owned\x07"),
     ("check --colour lists/good.json", "--colour"),
-    ("report logs/mixed --since yesterday", "no time: yesterday"),
-    ("report logs/mixed --until \x1b[1m", r"no time: \x1b[1m"),
+    ("report logs/mixed --since yesterday", 'invalid time "yesterday"; use 2026-11-21T02:26, 90s'),
+    ("report logs/mixed --until \x1b[1m", r'invalid time "\x1b[1m"'),
+    (
+        "report logs/mixed --since 2026-11-22 --until 2026-11-21",
+        "--until 2026-11-21 is earlier than --since 2026-11-22",
+    ),
 ]
 
 # What each help says, line by line and with its blanks joined; CLI11 lays it out.
 HELPS = {
     "": """
-        Tells what a launch list does before it runs, and what happened after.
-        check Name every mistake of a launch list.
-        explain Show what the launcher makes of each item.
-        report Tell from the log how the items fared.
+        Shows what the launcher will do with a launch list, and reports what it did.
+        --version
+        check Find the mistakes in launch lists.
+        explain Show what the launcher does with each item of a list.
+        report Report from the log how launchers and items fared.
         Example: launchlist check helpers.json && launchlist explain helpers.json
     """,
     "check": """
-        Name every mistake of a launch list.
-        launchlist check [OPTIONS] LIST
-        The launch list
-        --json Print JSON, for programs
-        Exit status: 0 no mistake, 1 warnings only, 2 errors, 3 the list cannot be read. Example:
+        Find the mistakes in launch lists.
+        launchlist check [OPTIONS] LIST...
+        Launch lists; - is standard input
+        --json Print JSON
+        Exit status: 0 no mistakes, 1 warnings only, 2 errors, 3 a list cannot be read. Example:
         Example: launchlist check helpers.json
     """,
     "explain": """
-        Show what the launcher makes of each item.
+        Show what the launcher does with each item of a list.
         launchlist explain [OPTIONS] LIST
-        The launch list
-        --json Print JSON, for programs
-        Exit status: 0 the launcher would wait for its end, 2 it would end by itself,
+        The launch list; - is standard input
+        --json Print JSON
+        Exit status: 0 the launcher keeps running until SIGTERM, 2 it ends or may end before,
         3 the list cannot be read. Example: launchlist explain helpers.json
     """,
     "report": """
-        Tell from the log how the items fared.
+        Report from the log how launchers and items fared.
         launchlist report [OPTIONS] [LOG...]
-        Logs, each with its old files LOG.1, LOG.2, ...; without one, the log of this user's
-        this user's launcher
-        --since TEXT:TIME Leave out what is older
-        --until TEXT:TIME Leave out what is newer
-        --html FILE Write the report as a page to this file, too
+        Logs, each with its old files LOG.1, LOG.2, ...; - is standard input; default: the log of
+        default: the log of this user's launcher
+        --since TEXT:TIME Report on the time from TIME on
+        --until TEXT:TIME Report on the time up to TIME
+        --html FILE Also write the report to FILE, as a web page
+        --force Let --html replace any regular file
         --json Print JSON, for programs
-        TIME is in UTC, 2026-11-21 or "2026-11-21 02:26", or an age: 90s, 15m, 2h, 3d. Exit status:
-        Exit status: 0 the report is there, 3 no log can be read. Example:
-        Example: launchlist report --since 2h --html report.html
+        TIME is in UTC, 2026-11-21 or "2026-11-21 02:26", or an age: 90s, 15m, 2h, 3d.
+        A log may be compressed by gzip.
+        Exit status: 0 reported, 3 no log can be read or the output cannot be written,
+        64 invalid arguments. Example: launchlist report --since 2h --html report.html
     """,
 }
 
 
 # All but what could ask for other colours than a test does.
-ENVIRONMENT = {name: value for name, value in os.environ.items() if name != "NO_COLOR"}
+ENVIRONMENT = {
+    name: value for name, value in os.environ.items() if name not in ("NO_COLOR", "TERM")
+}
 
 
 def run(*arguments, **options):
@@ -132,10 +159,16 @@ def run(*arguments, **options):
         cwd=HERE,
         env=ENVIRONMENT,
         check=False,
-        stdin=subprocess.DEVNULL,
+        stdin=options.pop("stdin", subprocess.DEVNULL),
         stdout=options.pop("stdout", subprocess.PIPE),
         stderr=subprocess.PIPE,
         **options,
+    )
+
+
+def run_with_input(data, *arguments):
+    return subprocess.run(
+        [LAUNCHLIST, *arguments], cwd=HERE, env=ENVIRONMENT, check=False, input=data, capture_output=True
     )
 
 
@@ -153,7 +186,7 @@ def run_in_terminal(arguments, columns, **variables):
             while chunk := os.read(controller, 4096):
                 output += chunk
         except OSError:
-            pass  # Linux tells the end so.
+            pass  # EIO on Linux: the terminal has been closed.
     os.close(controller)
     return process.returncode, output
 
@@ -224,7 +257,7 @@ class CommandLine(unittest.TestCase):
                 self.assertEqual(b"", result.stdout)
                 told = result.stderr.decode()
                 self.assertNotIn("\x1b", told)
-                self.assertRegex(told, "^launchlist: .*\nlaunchlist --help tells more.\n$")
+                self.assertRegex(told, '^launchlist: .*\nTry "launchlist --help".\n$')
                 self.assertIn(words, told)
 
     def test_helps(self):
@@ -241,7 +274,87 @@ class CommandLine(unittest.TestCase):
             self.skipTest("no /dev/full")
         for arguments in ("check lists/good.json", "explain lists/good.json", "report logs/mixed"):
             with self.subTest(arguments), open("/dev/full", "wb") as full:
-                self.assertEqual(3, run(*arguments.split(), stdout=full).returncode)
+                result = run(*arguments.split(), stdout=full)
+                self.assertEqual(3, result.returncode)
+                self.assertEqual(
+                    b"launchlist: standard output: No space left on device\n", result.stderr
+                )
+
+    def test_version(self):
+        result = run("--version")
+        self.assertEqual(0, result.returncode)
+        self.assertRegex(result.stdout.decode(), r"^launchlist \d+\.\d+\.\d+\n$")
+
+    def test_standard_input_is_a_list(self):
+        for command in ("check", "explain"):
+            with self.subTest(command), open(HERE / "lists/good.json", "rb") as file:
+                result = run(command, "-", stdin=file)
+                self.assertEqual(0, result.returncode)
+                expected = run(command, "lists/good.json").stdout
+                self.assertEqual(expected.replace(b"lists/good.json", b"-"), result.stdout)
+
+    def test_an_unreadable_list_does_not_keep_the_others_from_being_checked(self):
+        result = run("check", "none", "lists/empty.json")
+        self.assertEqual(3, result.returncode)
+        self.assertEqual(b"launchlist: none: No such file or directory\n", result.stderr)
+        self.assertIn(b"lists/empty.json: 1 error, 0 warnings\n", result.stdout)
+        (unreadable, empty) = json.loads(run("check", "--json", "none", "lists/empty.json").stdout)[
+            "lists"
+        ]
+        self.assertEqual({"list": "none", "error": "No such file or directory"}, unreadable)
+        self.assertEqual(1, empty["errors"])
+
+    def test_the_page_permits_its_own_style_and_script_only(self):
+        with tempfile.TemporaryDirectory() as directory:
+            page = pathlib.Path(directory) / "page.html"
+            self.assertEqual(0, run("report", "logs/mixed", "--html", str(page)).returncode)
+            text = page.read_text(encoding="utf-8")
+            for element in ("style", "script"):
+                content = re.search(f"<{element}>(.*?)</{element}>", text, re.DOTALL)[1]
+                digest = hashlib.sha256(content.encode()).digest()
+                self.assertIn(f"{element}-src 'sha256-{base64.b64encode(digest).decode()}'", text)
+
+    def test_a_page_replaces_no_log_and_no_other_file(self):
+        with tempfile.TemporaryDirectory() as directory:
+            log = pathlib.Path(directory) / "log"
+            log.write_bytes((HERE / "logs/mixed").read_bytes())
+            other = pathlib.Path(directory) / "notes"
+            other.write_text("precious", encoding="utf-8")
+            for target, *options in ((log,), (log, "--force"), (other,)):
+                before = target.read_bytes()
+                result = run("report", str(log), "--html", str(target), *options)
+                self.assertEqual(3, result.returncode)
+                self.assertEqual(before, target.read_bytes())
+            result = run("report", str(log), "--html", str(other), "--force")
+            self.assertEqual(0, result.returncode)
+            self.assertEqual(0o600, other.stat().st_mode & 0o7777)
+
+    def test_a_log_on_standard_input_and_compressed(self):
+        log = (HERE / "logs/mixed").read_bytes()
+        plain = json.loads(run_with_input(log, "report", "--json", "-").stdout)
+        self.assertEqual("-", plain["files"][0]["path"])
+        self.assertGreater(plain["records"], 0)
+        compressed = run_with_input(gzip.compress(log[:500]) + gzip.compress(log[500:]), "report", "--json", "-")
+        self.assertEqual(0, compressed.returncode, compressed.stderr)
+        if b"this build cannot read" not in compressed.stdout:
+            self.assertEqual(plain["items"], json.loads(compressed.stdout)["items"])
+            damaged = run_with_input(gzip.compress(log)[:-20], "report", "-")
+            self.assertEqual(3, damaged.returncode)
+            self.assertIn(b"gzip cannot decompress it", damaged.stderr)
+
+    def test_reports_match_their_schema(self):
+        if jsonschema is None:
+            self.skipTest("no jsonschema")
+        path = HERE.parents[2] / "docs/schema/report.schema.json"
+        schema = json.loads(path.read_text(encoding="utf-8"))
+        jsonschema.Draft202012Validator.check_schema(schema)
+        validator = jsonschema.Draft202012Validator(schema)
+        for logs in ("logs/mixed", "logs/none logs/no_starts", "logs/empty"):
+            report = json.loads(run("report", "--json", *logs.split()).stdout)
+            validator.validate(report)
+            broken = {**report, "format": 1}
+            self.assertFalse(validator.is_valid(broken))
+            self.assertFalse(validator.is_valid({**report, "unknown": 1}))
 
     def test_ages_count_from_now(self):
         record = "{} ERROR    launcher[100] [LAUNCHER  ] a {} is killed. ret = {}, status = 0\n"
@@ -255,7 +368,7 @@ class CommandLine(unittest.TestCase):
             for age, records in (("--since 2h", 1), ("--until 2h", 2), ("--since 4h", 2)):
                 with self.subTest(age):
                     output = run("report", "--json", log.name, *age.split()).stdout.decode()
-                    self.assertIn(f'"records" : {records},', output)
+                    self.assertIn(f'"records": {records},', output)
 
     def test_without_a_log_it_takes_that_of_the_user(self):
         result = run("report")

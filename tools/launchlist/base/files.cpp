@@ -37,7 +37,7 @@ bool ReadFile(const std::string& path, std::string& bytes, std::string& error)
 bool ReadDescriptor(int descriptor, std::string& bytes, std::string& error)
 {
     bytes.clear();
-    // One read more than the size says tells the end; the size is only a hint, since a log grows.
+    // The size is only a hint, since a log grows; the end is where read returns 0.
     struct stat status = {};
     if (fstat(descriptor, &status) == 0 && status.st_size > 0) {
         bytes.reserve(static_cast<std::size_t>(status.st_size) + 1);

@@ -1,17 +1,18 @@
-// Reading whole files.
+// Reading and writing whole files.
 #pragma once
 
 #include <string>
 
 namespace launchlist {
 
-// Reads all of `path` into `bytes`. On false, `error` says what failed, in the system's words.
+// Reads the file at `path` into `bytes`. On failure, `error` receives the system's message.
 bool ReadFile(const std::string& path, std::string& bytes, std::string& error);
 
-// Reads what is left of an open file into `bytes`, as ReadFile does.
+// Reads the rest of an open file into `bytes`, as ReadFile does.
 bool ReadDescriptor(int descriptor, std::string& bytes, std::string& error);
 
-// Replaces `path` by a file of `bytes`. On false, `error` says what failed.
+// Replaces the file at `path` with one that contains `bytes`. On failure, `error` receives the
+// system's message.
 bool WriteFile(const std::string& path, const std::string& bytes, std::string& error);
 
 }  // namespace launchlist

@@ -3,8 +3,10 @@
 #include <wchar.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstdint>
 #include <cstdio>
+#include <numeric>
 
 #include "util/string_util.h"
 
@@ -24,7 +26,7 @@ struct Character
 // The smallest code point that may be written with a given number of bytes.
 constexpr char32_t kSmallest[] = {0, 0, 0x80, 0x800, 0x10000};
 
-// The character at `text[at]`; an ill-formed byte counts as one character of its own.
+// The character at `text[at]`; every ill-formed byte counts as one character.
 Character CharacterAt(const std::string& text, std::size_t at)
 {
     const auto lead = static_cast<unsigned char>(text[at]);
@@ -49,8 +51,8 @@ Character CharacterAt(const std::string& text, std::size_t at)
     return {code, size};
 }
 
-// Control characters; white space and joiners without a width; what turns the direction of the
-// text; separators of lines that only some programs know; invisible tags.
+// Control characters; white space and joiners without a width; characters that change the direction
+// of the text; line separators that only some programs know; invisible tags.
 constexpr char32_t kHidden[][2] = {
     {0x00, 0x1F},     {0x7F, 0x9F},     {0xAD, 0xAD},     {0x61C, 0x61C},
     {0x180E, 0x180E}, {0x200B, 0x200F}, {0x2028, 0x202E}, {0x2060, 0x206F},
@@ -64,7 +66,8 @@ bool IsHidden(char32_t code)
                        [code](const auto& range) { return code >= range[0] && code <= range[1]; });
 }
 
-// Calls `plain(bytes)` for every character that may be shown, `hidden(code, bytes)` for the others.
+// Calls `plain(bytes)` for every character that may be shown, and `hidden(code, bytes)` for every
+// other.
 template <typename Plain, typename Hidden>
 void ForEachCharacter(const std::string& text, Plain plain, Hidden hidden)
 {
@@ -109,9 +112,26 @@ std::string JsonEscapeOf(char32_t code)
                          0xDC00U + ((value - 0x10000U) & 0x3FFU));
 }
 
+// The edit distance: how many characters must be added, removed or replaced.
+std::size_t Distance(const std::string& from, const std::string& to)
+{
+    std::vector<std::size_t> row(to.size() + 1);
+    std::iota(row.begin(), row.end(), std::size_t{0});
+    for (std::size_t i = 1; i <= from.size(); ++i) {
+        std::size_t diagonal = row[0];
+        row[0] = i;
+        for (std::size_t j = 1; j <= to.size(); ++j) {
+            const std::size_t replaced = diagonal + (from[i - 1] == to[j - 1] ? 0 : 1);
+            diagonal = row[j];
+            row[j] = std::min({row[j] + 1, row[j - 1] + 1, replaced});
+        }
+    }
+    return row.back();
+}
+
 bool IsPlainWord(const std::string& text)
 {
-    // A "=" makes an assignment of a first word, but not behind a "-" or "/".
+    // A "=" turns the first word into an assignment, but not after a "-" or "/".
     const bool may_assign = text.empty() || (text[0] != '-' && text[0] != '/');
     const std::string signs = may_assign ? "%+,-./:@_" : "%+,-./:@_=";
     const auto is_plain = [&](char c) {
@@ -152,23 +172,35 @@ std::string shell_word(const std::string& text)
     if (IsPlainWord(text)) {
         return text;
     }
-    bool all_plain = true;
+    const std::size_t last = text.find_last_not_of('\n');
+    const std::size_t end = last == std::string::npos ? 0 : last + 1;
+    bool all_plain = end == text.size();
     std::string single = "'";
-    std::string escaped = "$'";
+    std::string format;
     ForEachCharacter(
-        text,
+        text.substr(0, end),
         [&](const std::string& bytes) {
             single += bytes == "'" ? "'\\''" : bytes;
-            escaped += bytes == "'" || bytes == "\\" ? "\\" + bytes : bytes;
+            format += bytes == "'"    ? "\\047"
+                      : bytes == "\\" ? "\\134"
+                      : bytes == "%"  ? "%%"
+                                      : bytes;
         },
         [&](char32_t, const std::string& bytes) {
             all_plain = false;
             for (const char c : bytes) {
-                escaped +=
+                format +=
                     string_format("\\%03o", static_cast<unsigned>(static_cast<unsigned char>(c)));
             }
         });
-    return (all_plain ? single : escaped) + "'";
+    if (all_plain) {
+        return single + "'";
+    }
+    std::string word = format.empty() ? "" : "\"$(printf '" + format + "')\"";
+    if (end < text.size()) {
+        word += "'" + text.substr(end) + "'";
+    }
+    return word;
 }
 
 std::string safe_json(const std::string& json)
@@ -177,7 +209,7 @@ std::string safe_json(const std::string& json)
     ForEachCharacter(
         json, [&](const std::string& bytes) { result += bytes; },
         [&](char32_t code, const std::string& bytes) {
-            // Between the values stand line feeds, and nothing else that is hidden.
+            // Between the values there are line feeds, and nothing else that is hidden.
             result += bytes == "\n" || bytes == "\t" ? bytes : JsonEscapeOf(code);
         });
     return result;
@@ -252,6 +284,28 @@ bool is_utf8(const std::string& text, std::size_t* first_bad)
         at += character.size;
     }
     return true;
+}
+
+std::string closest_word(const std::string& text, const std::vector<std::string>& words)
+{
+    constexpr std::size_t kMaxDistance = 2;
+    constexpr std::size_t kMaxLength = 16;
+    if (text.size() > kMaxLength) {
+        return "";
+    }
+    std::string lower = text;
+    std::transform(lower.begin(), lower.end(), lower.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    std::string closest;
+    std::size_t least = kMaxDistance + 1;
+    for (const std::string& word : words) {
+        const std::size_t distance = Distance(lower, word);
+        if (distance < least) {
+            closest = word;
+            least = distance;
+        }
+    }
+    return closest;
 }
 
 }  // namespace launchlist

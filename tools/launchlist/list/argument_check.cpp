@@ -2,193 +2,185 @@
 
 #include <algorithm>
 #include <exception>
-#include <set>
 
 #include "launcher/launch_item.h"
 #include "tools/launchlist/base/text.h"
 #include "tools/launchlist/list/argument_vector.h"
 #include "tools/launchlist/list/effects.h"
-#include "tools/launchlist/list/member_check.h"
 
 namespace launchlist {
 
 namespace {
 
-// How many of several things a message names one by one.
-constexpr std::size_t kNamed = 3;
+// How many missing arguments a message names one by one.
+constexpr std::size_t kMaxNamed = 3;
 
 class ArgumentCheck
 {
 public:
-    ArgumentCheck(ItemToCheck& item, Findings& findings)
-        : m_item(item), m_path(MemberPath(item.path, "args")), m_findings(findings)
+    explicit ArgumentCheck(ItemToCheck& item)
+        : m_item(item),
+          m_path(MemberPath(item.path, "args")),
+          m_argc(item.Find("argc")),
+          m_args(item.Find("args"))
     {
-        for (const JsonMember& member : item.source.Members(item.member.value)) {
-            if (!member.replaced && member.name == "argc") {
-                m_argc = member;
-            } else if (!member.replaced && member.name == "args") {
-                m_args = member;
-            }
-        }
     }
 
     void Run()
     {
-        if (m_argc && !CheckCount()) {
+        if (m_argc != nullptr && !CheckCount()) {
             return;
         }
-        const JsonType type = m_args ? m_args->value.type : JsonType::kNull;
+        const JsonType type = m_args != nullptr ? m_args->value.type : JsonType::kNull;
         if (type == JsonType::kObject) {
             CheckMembers();
         } else if (type != JsonType::kNull) {
-            CheckNoObject();
+            CheckNotAnObject();
         } else if (m_count > 0) {
-            Add(Severity::kWarning, "args-missing", Anchor(), m_args ? m_path : m_item.path,
-                m_args ? "\"args\" is null" : "there are no \"args\"",
-                "every argument that \"argc\" counts is the empty text",
-                "add \"args\", or remove \"argc\"");
+            Add(Kind::kArgsMissing, Anchor(), m_args != nullptr ? m_path : m_item.path,
+                m_args != nullptr ? "\"args\" is null" : "there are no \"args\"",
+                "every argument that \"argc\" counts is empty", "add \"args\", or remove \"argc\"");
         }
+        CheckLength();
     }
 
 private:
-    void Add(Severity severity, const char* kind, std::size_t offset, const std::string& path,
-             const std::string& message, const std::string& effect, const std::string& remedy)
+    void Add(Kind kind, std::size_t place, const std::string& pointer, const std::string& message,
+             const std::string& effect, const std::string& fix)
     {
-        m_findings.push_back({severity, kind, offset, path, message, effect, remedy});
+        m_item.Add(kind, Stage::kArguments, place, pointer, message, effect, fix);
     }
 
-    void AddCount(Severity severity, const char* kind, const std::string& message,
-                  const std::string& effect)
+    void AddCount(Kind kind, const std::string& message, const std::string& effect)
     {
-        Add(severity, kind, m_argc->value.begin, MemberPath(m_item.path, "argc"), message, effect,
-            "write the number of arguments, 0 or more");
+        m_item.Add(kind, Stage::kCount, m_argc->value.begin, MemberPath(m_item.path, "argc"),
+                   message, effect,
+                   "write the number of arguments, from 0 to " + std::to_string(kMaxArgumentCount));
     }
 
-    std::size_t Anchor() const { return m_args ? m_args->value.begin : m_argc->value.begin; }
+    std::size_t Anchor() const
+    {
+        return m_args != nullptr ? m_args->value.begin : m_argc->value.begin;
+    }
 
-    // Whether there is a count with which the arguments can be looked at.
+    // Whether there is a count with which the arguments can be examined.
     bool CheckCount()
     {
-        const std::string written = quoted(m_item.source.Written(m_argc->value));
+        const std::string written = m_item.context.source.Written(m_argc->value);
         try {
             m_count = ItemArgumentCount(m_item.item);
         } catch (const std::exception&) {
-            AddCount(Severity::kError, "argc-type",
-                     m_argc->value.type == JsonType::kNumber ? "the count does not fit 64 bits"
-                                                             : "the count is no number",
-                     kAbortsChild);
+            AddCount(Kind::kArgcType,
+                     m_argc->value.type == JsonType::kNumber
+                         ? "\"argc\" must fit 64 bits; got " + quoted(written)
+                         : "\"argc\" must be a number",
+                     effects::kAbortsChild);
             return false;
         }
+        const std::string is_count = "\"argc\" is " + std::to_string(m_count);
         if (m_count < -1) {
-            AddCount(Severity::kError, "argc-negative", "the count is " + std::to_string(m_count),
-                     kOverrunsVector);
+            AddCount(Kind::kArgcUndefined, is_count, effects::kUndefined);
             return false;
         }
-        if (!FitsStack(m_count)) {
-            AddCount(Severity::kError, "argc-too-big", "the count is " + std::to_string(m_count),
-                     kOverrunsStack);
+        const StackFit fit = FitOnStack(m_count);
+        if (fit != StackFit::kFits) {
+            AddCount(
+                Kind::kArgcTooBig, is_count,
+                fit == StackFit::kOverruns ? effects::kOverrunsStack : effects::kMayOverrunStack);
             return false;
         }
         if (m_count == -1) {
-            AddCount(Severity::kWarning, "argc-negative", "the count is -1", kEmptyVector);
+            AddCount(Kind::kArgcMinusOne, is_count, effects::kEmptyVector);
         }
-        if (m_item.source.Written(m_argc->value) != std::to_string(m_count)) {
-            AddCount(Severity::kWarning, "argc-value", "the count is written as " + written,
+        if (written != std::to_string(m_count)) {
+            AddCount(Kind::kArgcValue, "\"argc\" is written as " + quoted(written),
                      "it counts as " + std::to_string(m_count));
         }
         return true;
     }
 
-    void CheckNoObject()
+    void CheckNotAnObject()
     {
+        constexpr char kWriteObject[] = "write {\"0\": \"first\", \"1\": \"second\", ...}";
         if (m_count > 0) {
-            Add(Severity::kError, "args-type", Anchor(), m_path, "the arguments are no object",
-                kAbortsChild, "write {\"0\": \"first\", \"1\": \"second\", ...}");
+            Add(Kind::kArgsType, Anchor(), m_path, "\"args\" must be an object",
+                effects::kAbortsChild, kWriteObject);
         } else {
-            Add(Severity::kWarning, "args-type", Anchor(), m_path, "the arguments are no object",
-                "they are ignored, since \"argc\" counts none",
-                "write {\"0\": \"first\", \"1\": \"second\", ...}, and \"argc\"");
+            Add(Kind::kArgsIgnored, Anchor(), m_path, "\"args\" must be an object",
+                "it is ignored, because \"argc\" counts no arguments",
+                std::string(kWriteObject) + ", and \"argc\"");
         }
     }
 
     void CheckMembers()
     {
-        const std::vector<JsonMember> members = m_item.source.Members(m_args->value);
-        CheckReplaced(members, m_path, m_findings);
-        std::set<std::string> expected;
-        for (int i = 0; i < m_count; ++i) {
-            expected.insert(ItemKey(i));
-        }
+        const std::vector<JsonMember> members = m_item.context.source.Members(m_args->value);
+        CheckReplaced(members, m_path, m_item.context);
+        std::vector<bool> given(static_cast<std::size_t>(std::max(m_count, 0)));
         std::vector<const JsonMember*> beyond;
-        std::set<std::string> missing = expected;
         for (const JsonMember& member : members) {
-            missing.erase(member.name);
             if (member.replaced) {
                 continue;
             }
-            if (expected.count(member.name) != 0) {
-                CheckArgument(member);
-            } else if (IsArgumentNumber(member.name)) {
+            if (!IsPlainNumber(member.name)) {
+                m_item.Add(Kind::kUnknownMember, Stage::kReading, member.name_begin,
+                           MemberPath(m_path, member.name), "unknown member " + quoted(member.name),
+                           effects::kIgnored, "arguments are the members \"0\", \"1\" and so on");
+            } else if (member.name.size() > 9 || std::stoi(member.name) >= m_count) {
                 beyond.push_back(&member);
             } else {
-                Add(Severity::kWarning, "unknown-member", member.name_begin,
-                    MemberPath(m_path, member.name), "unknown member " + quoted(member.name),
-                    "it is ignored", "arguments are the members \"0\", \"1\" and so on");
+                given[static_cast<std::size_t>(std::stoi(member.name))] = true;
+                CheckArgument(member);
             }
         }
-        ReportMissing(missing);
+        ReportMissing(given);
         ReportBeyond(beyond);
-    }
-
-    static bool IsArgumentNumber(const std::string& name)
-    {
-        return !name.empty() && name.find_first_not_of("0123456789") == std::string::npos &&
-               (name == "0" || name[0] != '0');
     }
 
     void CheckArgument(const JsonMember& member)
     {
-        const std::string path = MemberPath(m_path, member.name);
-        const std::size_t offset = member.value.begin;
+        const JsonSource& source = m_item.context.source;
+        const std::string pointer = MemberPath(m_path, member.name);
+        const std::size_t place = member.value.begin;
         if (member.value.type == JsonType::kArray || member.value.type == JsonType::kObject) {
-            Add(Severity::kError, "argument-type", offset, path, "the argument is no text",
-                kAbortsChild, "write a string");
+            Add(Kind::kArgumentType, place, pointer, "an argument must be a string",
+                effects::kAbortsChild, "write a string");
             return;
         }
         const std::string passed = ItemArgument(m_item.item, std::stoi(member.name));
         if (member.value.type == JsonType::kString) {
-            if (m_item.source.String(member.value) != passed) {
-                Add(Severity::kWarning, "text-cut", offset, path,
-                    "a zero character inside the text", "the text ends before it",
-                    "remove the \\u0000");
+            if (source.String(member.value) != passed) {
+                Add(Kind::kTruncatedString, place, pointer, "the string contains a NUL character",
+                    "the string is cut off there", "remove the \\u0000");
             }
-        } else if (m_item.source.Written(member.value) != passed) {
-            Add(Severity::kWarning, "argument-text", offset, path,
-                "the argument is written as " + quoted(m_item.source.Written(member.value)),
+        } else if (source.Written(member.value) != passed) {
+            Add(Kind::kArgumentText, place, pointer,
+                "the argument is written as " + quoted(source.Written(member.value)),
                 "it is passed as " + quoted(passed), "write it as a string");
         }
     }
 
-    void ReportMissing(const std::set<std::string>& missing)
+    void ReportMissing(const std::vector<bool>& given)
     {
-        if (missing.empty()) {
+        const auto missing =
+            static_cast<std::size_t>(std::count(given.begin(), given.end(), false));
+        if (missing == 0) {
             return;
         }
-        // By number, not by text: "10" comes behind "9".
-        std::vector<int> numbers;
-        std::transform(missing.begin(), missing.end(), std::back_inserter(numbers),
-                       [](const std::string& name) { return std::stoi(name); });
-        std::sort(numbers.begin(), numbers.end());
         std::string names;
-        for (std::size_t i = 0; i < std::min(numbers.size(), kNamed); ++i) {
-            names += (i == 0 ? "" : ", ") + ("\"" + ItemKey(numbers[i]) + "\"");
+        std::size_t named = 0;
+        for (std::size_t i = 0; named < std::min(missing, kMaxNamed); ++i) {
+            if (!given[i]) {
+                names += (named++ == 0 ? "\"" : ", \"") + ItemKey(static_cast<int>(i)) + "\"";
+            }
         }
-        if (numbers.size() > kNamed) {
-            names += " and " + std::to_string(numbers.size() - kNamed) + " more";
+        if (missing > named) {
+            names += " and " + std::to_string(missing - named) + " more";
         }
-        Add(Severity::kWarning, "args-missing", Anchor(), m_path,
+        Add(Kind::kArgsMissing, Anchor(), m_path,
             "\"argc\" is " + std::to_string(m_count) + ", but there is no argument " + names,
-            "each is passed as the empty text", "correct \"argc\", or add the arguments");
+            "each missing argument is passed as an empty one",
+            "correct \"argc\", or add the arguments");
     }
 
     void ReportBeyond(const std::vector<const JsonMember*>& beyond)
@@ -198,27 +190,49 @@ private:
         }
         const std::string more =
             beyond.size() > 1 ? " and " + std::to_string(beyond.size() - 1) + " more" : "";
-        Add(Severity::kWarning, "args-beyond-argc", beyond.front()->name_begin,
+        Add(Kind::kArgsBeyondArgc, beyond.front()->name_begin,
             MemberPath(m_path, beyond.front()->name),
-            m_argc ? "\"argc\" is " + std::to_string(m_count) + ", but there is an argument " +
-                         quoted(beyond.front()->name) + more
-                   : "there are \"args\", but no \"argc\"",
-            "what \"argc\" does not count is not passed", "correct \"argc\"");
+            m_argc != nullptr
+                ? "\"argc\" is " + std::to_string(m_count) + ", but there is an argument " +
+                      quoted(beyond.front()->name) + more
+                : "there are \"args\", but no \"argc\"",
+            m_argc != nullptr ? "arguments beyond \"argc\" are not passed"
+                              : "without \"argc\" no arguments are passed",
+            m_argc != nullptr ? "correct \"argc\"" : "add \"argc\"");
+    }
+
+    // A vector that the system refuses, of a program that could be executed otherwise.
+    void CheckLength()
+    {
+        const std::optional<TooLong>& too_long = m_item.explained.too_long;
+        if (!too_long) {
+            return;
+        }
+        const JsonMember* place = m_args != nullptr ? m_args : m_argc;
+        std::string pointer = m_path;
+        if (too_long->index > 0) {
+            pointer = MemberPath(m_path, ItemKey(static_cast<int>(too_long->index) - 1));
+        } else if (place == nullptr) {
+            place = m_item.Find("program");
+            pointer = MemberPath(m_item.path, "program");
+        }
+        m_item.Add(too_long->kind, Stage::kExecution, place->value.begin, pointer,
+                   too_long->message, effects::kCannotExecute,
+                   "pass less, or pass the path of a file that contains it");
     }
 
     ItemToCheck& m_item;
     const std::string m_path;  // Of "args".
-    Findings& m_findings;
-    std::optional<JsonMember> m_argc;
-    std::optional<JsonMember> m_args;
+    const JsonMember* const m_argc;
+    const JsonMember* const m_args;
     int m_count = 0;
 };
 
 }  // namespace
 
-void CheckArguments(ItemToCheck& item, Findings& findings)
+void CheckArguments(ItemToCheck& item)
 {
-    ArgumentCheck(item, findings).Run();
+    ArgumentCheck(item).Run();
 }
 
 }  // namespace launchlist

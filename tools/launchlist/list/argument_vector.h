@@ -1,16 +1,36 @@
-// How many arguments there is room for.
+// How many arguments an item can have.
+//
+// The child builds the argument vector on the stack of a supervisor thread, one pointer for each
+// argument, one for the program and one for the null at the end. That limits "argc".
 #pragma once
+
+#include <cstddef>
+
+#include "launcher/supervision.h"
 
 namespace launchlist {
 
-// Whether the vector of an item with `count` arguments fits the stack that a supervisor has at
-// least, 512 KiB (macOS), less what else lies there. More may go well on systems with larger ones.
-constexpr bool FitsStack(int count)
+// What the child's own calls may need of that stack while the vector lies on it: thread-local data,
+// the frames of the supervisor and those of the JSON library.
+inline constexpr std::size_t kStackForCalls = std::size_t{32} * 1024;
+
+// The largest "argc" that is sure to fit: 61,438. launch-list(5) states this number, too.
+inline constexpr int kMaxArgumentCount =
+    static_cast<int>((kSupervisorStackSize - kStackForCalls) / sizeof(char*)) - 2;
+
+enum class StackFit
 {
-    constexpr int kPointerSize = 8;
-    constexpr int kStack = 512 * 1024;
-    constexpr int kElsewhere = 64 * 1024;
-    return count <= (kStack - kElsewhere) / kPointerSize;
+    kFits,
+    kMayOverrun,
+    kOverruns  // The vector alone is larger than the whole stack.
+};
+
+constexpr StackFit FitOnStack(int count)
+{
+    constexpr int kWholeStack = static_cast<int>(kSupervisorStackSize / sizeof(char*)) - 2;
+    return count <= kMaxArgumentCount ? StackFit::kFits
+           : count <= kWholeStack     ? StackFit::kMayOverrun
+                                      : StackFit::kOverruns;
 }
 
 }  // namespace launchlist

@@ -1,98 +1,59 @@
 #include "tools/launchlist/list/check.h"
 
 #include <algorithm>
+#include <map>
 
 #include "launcher/launch_item.h"
 #include "tools/launchlist/base/text.h"
 #include "tools/launchlist/list/effects.h"
 #include "tools/launchlist/list/explain.h"
 #include "tools/launchlist/list/item_check.h"
-#include "tools/launchlist/list/member_check.h"
+#include "tools/launchlist/list/syntax_check.h"
 
 namespace launchlist {
 
 namespace {
 
-constexpr char kByteOrderMark[] = "\xEF\xBB\xBF";
+constexpr char kWriteList[] = "write an object with the items \"0\", \"1\", ...";
+
+// Whether the bytes are UTF-16. Its text starts with a mark, or with an ASCII character, since a
+// list does, so that one of the first two bytes is zero.
+bool IsUtf16(const std::string& bytes)
+{
+    return bytes.size() >= 2 &&
+           (bytes.compare(0, 2, "\xFF\xFE") == 0 || bytes.compare(0, 2, "\xFE\xFF") == 0 ||
+            (bytes[0] == '\0') != (bytes[1] == '\0'));
+}
 
 void CheckBytes(const std::string& bytes, const std::string& text, Findings& findings)
 {
     if (text.size() < bytes.size()) {
-        findings.push_back({Severity::kWarning, "zero-byte", text.size(), "", "a zero byte",
-                            "the list ends here; what follows is not read", "remove the byte"});
+        findings.Add({Kind::kZeroByte, text.size(), "", "the file contains a zero byte",
+                      "the list ends here; the rest of the file is ignored", "remove the byte"});
     }
     std::size_t bad = 0;
     if (!is_utf8(text, &bad)) {
-        findings.push_back({Severity::kWarning, "not-utf8", bad, "", "not UTF-8",
-                            "the bytes are passed on as they are", "save the file as UTF-8"});
+        findings.Add({Kind::kNotUtf8, bad, "", "the file is not UTF-8",
+                      "the bytes are passed on unchanged", "save the file as UTF-8"});
     }
 }
 
-std::string RemedyFor(const JsonFault& fault, const std::string& text)
-{
-    if (text.compare(0, 3, kByteOrderMark) == 0) {
-        return "save the file without a byte order mark";
-    }
-    if (fault.too_deep) {
-        return "nest no deeper than 1000 levels; an item needs two";
-    }
-    const auto tells_of = [&](const char* words) {
-        return fault.message.find(words) != std::string::npos;
-    };
-    if (tells_of("Missing ':'")) {
-        return "write a colon behind the name";
-    }
-    if (tells_of("Missing ',' or")) {
-        return "write a comma before the next one, or the closing bracket";
-    }
-    if (tells_of("object member name")) {
-        return "write names in double quotes, no comma behind the last member, and a \"}\"";
-    }
-    if (tells_of("escape")) {
-        return "write a backslash as two";
-    }
-    return "write a complete JSON value here";
-}
-
-void CheckFault(const JsonFault& fault, const std::string& text, Findings& findings)
-{
-    findings.push_back({Severity::kError, fault.too_deep ? "too-deep" : "syntax", fault.offset, "",
-                        fault.too_deep ? fault.message : "not JSON: " + fault.message,
-                        kRefusedAtStart, RemedyFor(fault, text)});
-}
-
-// How the launcher writes a number: digits, without a zero in front.
-bool IsNumber(const std::string& name)
-{
-    return !name.empty() && name.find_first_not_of("0123456789") == std::string::npos &&
-           (name == "0" || name[0] != '0');
-}
-
-// What a writer may have meant as a number: "01", "+1", "1 ", "1.0".
+// A name that resembles a number: "01", "+1", "1 ", "1.0".
 bool ResemblesNumber(const std::string& name)
 {
     return name.find_first_of("0123456789") != std::string::npos &&
            name.find_first_not_of("0123456789+-. \t") == std::string::npos;
 }
 
-// Whether `name` is the number of an item before `count`; if so, `index` is that number.
-bool IsBefore(const std::string& name, int count, int& index)
-{
-    if (name.size() > 9) {
-        return false;
-    }
-    index = std::stoi(name);
-    return index < count;
-}
-
+// Checks a list whose root is an object.
 class ListCheck
 {
 public:
-    ListCheck(const JsonSource& source, const std::string& text, Findings& findings)
-        : m_source(source),
+    ListCheck(CheckContext& context, const std::string& text)
+        : m_context(context),
           m_list(text.c_str(), static_cast<unsigned int>(text.size())),
-          m_walk(ExplainList(text)),
-          m_findings(findings)
+          m_explanation(ExplainList(text)),
+          m_members(context.source.Members(context.source.Root()))
     {
         while (HasItem(m_list, m_count)) {
             ++m_count;
@@ -101,123 +62,174 @@ public:
 
     void Run()
     {
-        const std::vector<JsonMember> members = m_source.Members(m_source.Root());
-        for (const JsonMember& member : members) {
-            const std::string path = MemberPath("", member.name);
-            if (!IsNumber(member.name)) {
-                CheckStrange(member, path);
-            } else if (member.replaced) {
-                Add(Severity::kError, "item-twice", member.name_begin, path,
-                    "item " + quoted(member.name) + " is written again further down",
-                    "the later one replaces it: this one never runs",
-                    "give every item a number of its own");
-            } else {
-                CheckNumbered(member, path);
+        CheckReplacedItems();
+        for (const JsonMember& member : m_members) {
+            const std::string pointer = MemberPath("", member.name);
+            if (!IsPlainNumber(member.name)) {
+                CheckKey(member, pointer);
+            } else if (!member.replaced) {
+                CheckNumbered(member, pointer);
             }
         }
-        if (members.empty()) {
-            Add(Severity::kWarning, "no-items", m_source.Root().begin, "", "the list has no items",
-                kStartsNothing, "write the first item as member \"0\"");
+        if (m_count == 0) {
+            m_context.findings.Add({Kind::kNoItems, m_context.source.Root().begin, "",
+                                    "there is no item \"0\", so nothing will be started",
+                                    effects::kStartsNothing,
+                                    "write the first item as member \"0\""});
         }
     }
 
 private:
-    void Add(Severity severity, const char* kind, std::size_t offset, const std::string& path,
-             const std::string& message, const std::string& effect, const std::string& remedy)
+    void Add(Kind kind, const JsonMember& member, const std::string& message,
+             const std::string& effect, const std::string& fix)
     {
-        m_findings.push_back({severity, kind, offset, path, message, effect, remedy});
+        m_context.findings.Add(
+            {kind, member.name_begin, MemberPath("", member.name), message, effect, fix});
     }
 
-    void CheckStrange(const JsonMember& member, const std::string& path)
+    void CheckReplacedItems()
     {
-        const std::string name = quoted(member.name);
+        std::map<std::string, std::size_t> winners;
+        for (const JsonMember& member : m_members) {
+            if (!member.replaced) {
+                winners[member.name] = member.name_begin;
+            }
+        }
+        for (const JsonMember& member : m_members) {
+            if (member.replaced && IsPlainNumber(member.name)) {
+                const std::size_t line = m_context.positions.At(winners[member.name]).line;
+                Add(Kind::kDuplicateItem, member,
+                    "duplicate item " + quoted(member.name) + "; the last one wins (line " +
+                        std::to_string(line) + ")",
+                    "this one never runs", "give every item its own number");
+            }
+        }
+    }
+
+    void CheckKey(const JsonMember& member, const std::string& pointer)
+    {
         if (ResemblesNumber(member.name)) {
-            Add(Severity::kError, "item-number", member.name_begin, path,
-                name + " is not how an item is numbered", "the item is never seen",
-                "write the number in digits alone, without zeros in front");
+            Add(Kind::kItemKey, member, quoted(member.name) + " is not written like an item number",
+                "the item is never started",
+                "write the number in digits alone, without leading zeros");
         } else {
-            Add(Severity::kWarning, "unknown-member", member.name_begin, path,
-                "unknown member " + name, "it is ignored",
-                "remove it; items are the members \"0\", \"1\" and so on");
+            m_context.findings.Add({Kind::kUnknownMember, member.name_begin, pointer,
+                                    "unknown member " + quoted(member.name), effects::kIgnored,
+                                    "remove it; items are the members \"0\", \"1\" and so on"});
         }
     }
 
-    void CheckNumbered(const JsonMember& member, const std::string& path)
+    void CheckNumbered(const JsonMember& member, const std::string& pointer)
     {
-        int index = 0;
-        const bool is_seen = IsBefore(member.name, m_count, index);
+        const std::vector<ExplainedItem>& items = m_explanation.items;
+        const bool is_seen = member.name.size() <= 9 && std::stoi(member.name) < m_count;
         if (!is_seen) {
-            Add(Severity::kError, "item-unreached", member.name_begin, path,
-                "item " + quoted(member.name) + " is never seen: there is no item \"" +
+            Add(Kind::kItemUnreached, member,
+                "item " + quoted(member.name) + " is never reached: there is no item \"" +
                     ItemKey(m_count) + "\"",
-                m_count == 0 ? kStartsNothing : kEndsWalk,
-                "number the items from \"0\" on, without a gap");
+                m_count == 0 ? effects::kStartsNothing : effects::kAfterGap,
+                "number the items from \"0\" without a gap");
         }
-        const std::size_t first = m_findings.size();
-        ItemToCheck item{m_source, member, m_list[member.name.c_str()], path};
-        CheckItem(item, m_findings);
-        if (!is_seen) {
-            ReplaceEffects(m_findings, first, kNotSeen);
-        } else if (static_cast<std::size_t>(index) >= m_walk.steps.size()) {
-            ReplaceEffects(m_findings, first, kNotReached);
+        ItemToCheck item{m_context,
+                         m_list[member.name.c_str()],
+                         pointer,
+                         member.value.begin,
+                         m_context.source.Members(member.value),
+                         {},
+                         "",
+                         ""};
+        const std::size_t index =
+            is_seen ? static_cast<std::size_t>(std::stoi(member.name)) : items.size();
+        if (index >= items.size()) {
+            item.not_reached = effects::kNotReached;
         } else {
-            CheckNameOfItsOwn(member, m_walk.steps[static_cast<std::size_t>(index)]);
+            item.explained = items[index];
+        }
+        const Fate fate = item.explained.fate;
+        const bool is_without_start =
+            index >= items.size() || fate == Fate::kSkipped || fate == Fate::kRejected;
+        if (is_without_start && member.value.type == JsonType::kObject) {
+            // What would become of it, for the words about its program and arguments.
+            const std::string effect = item.explained.effect;
+            item.explained = ExplainProgram(item.item, m_context.files);
+            item.explained.effect = index < items.size() ? effect : item.explained.effect;
+            item.not_started =
+                fate == Fate::kSkipped ? effects::kNotNamed : effects::NotBefore("name");
+        }
+        CheckItem(item, member.value.type);
+        if (index < items.size() && items[index].replaces) {
+            ReportDuplicateName(item, items[index]);
         }
     }
 
     // Of two items of one name, the second one's start is the first one's end.
-    void CheckNameOfItsOwn(const JsonMember& member, const Step& step)
+    void ReportDuplicateName(const ItemToCheck& item, const ExplainedItem& explained)
     {
-        if (!step.replaced) {
-            return;
-        }
-        std::size_t offset = member.value.begin;
-        for (const JsonMember& part : m_source.Members(member.value)) {
-            offset = part.name == "name" ? part.value.begin : offset;
-        }
-        const std::string earlier = "item \"" + ItemKey(*step.replaced) + "\"";
-        Add(Severity::kError, "name-twice", offset, MemberPath("", member.name) + "/name",
-            "the name " + quoted(*step.name) + " is that of " + earlier + ", too",
-            earlier + " is ended when the walk comes here: " + kKilledEarly,
-            "give every item a name of its own");
+        const int first = *explained.first_user;
+        const std::size_t line = m_context.positions.At(NameOffset(first)).line;
+        m_context.findings.Add(
+            {Kind::kDuplicateName, item.Find("name")->value.begin, item.path + "/name",
+             "duplicate name " + quoted(*explained.name) + " (first used by item " +
+                 std::to_string(first) + ", line " + std::to_string(line) + ")",
+             effects::Replaces(*explained.replaces, explained.index),
+             "give every item its own name"});
     }
 
-    const JsonSource& m_source;
+    // Where the name of item `index` is.
+    std::size_t NameOffset(int index)
+    {
+        if (m_places.empty()) {
+            for (const JsonMember& member : m_members) {
+                if (!member.replaced && IsPlainNumber(member.name)) {
+                    m_places[member.name] = member.value;
+                }
+            }
+        }
+        const JsonPlace& place = m_places[ItemKey(index)];
+        std::size_t offset = place.begin;
+        for (const JsonMember& member : m_context.source.Members(place)) {
+            offset = member.name == "name" ? member.value.begin : offset;
+        }
+        return offset;
+    }
+
+    CheckContext& m_context;
     JsonObject m_list;
-    const Walk m_walk;
-    Findings& m_findings;
-    int m_count = 0;  // The items before the first gap.
+    const Explanation m_explanation;
+    const std::vector<JsonMember> m_members;
+    std::map<std::string, JsonPlace> m_places;  // Of the items, once one is asked for.
+    int m_count = 0;                            // The items before the first gap.
 };
 
-void CheckDocument(const JsonSource& source, const std::string& text, Findings& findings)
+void CheckDocument(CheckContext& context, const std::string& text)
 {
-    const JsonPlace& root = source.Root();
-    const std::size_t rest = source.SkipBlanks(root.end);
+    const JsonPlace& root = context.source.Root();
+    const std::size_t rest = context.source.SkipBlanks(root.end);
     if (rest < text.size()) {
-        findings.push_back({Severity::kWarning, "text-after-list", rest, "", "text behind the list",
-                            "it is ignored", "remove it"});
+        context.findings.Add({Kind::kTrailingText, rest, "", "unexpected text after the list",
+                              effects::kIgnored, "remove it"});
     }
     if (root.type == JsonType::kNull) {
-        findings.push_back({Severity::kWarning, "no-items", root.begin, "", "the list is null",
-                            kStartsNothing, "write an object with the items \"0\", \"1\", ..."});
+        context.findings.Add({Kind::kNoItems, root.begin, "",
+                              "the list is null, so nothing will be started",
+                              effects::kStartsNothing, kWriteList});
         return;
     }
     if (root.type != JsonType::kObject) {
-        findings.push_back({Severity::kError, "list-type", root.begin, "", "the list is no object",
-                            kRefusedAtStart, "write an object with the items \"0\", \"1\", ..."});
+        context.findings.Add({Kind::kListType, root.begin, "", "the top level must be an object",
+                              effects::RejectedAtStart(), kWriteList});
         return;
     }
-    ListCheck(source, text, findings).Run();
+    ListCheck(context, text).Run();
 }
 
-void SortAndPlace(const JsonSource& source, Findings& findings)
+void SortAndPlace(Findings& findings, Positions& positions)
 {
     std::stable_sort(
-        findings.begin(), findings.end(),
+        findings.shown.begin(), findings.shown.end(),
         [](const Finding& left, const Finding& right) { return left.offset < right.offset; });
-    JsonPosition position;
-    for (Finding& finding : findings) {
-        position = source.Position(finding.offset, position);
+    for (Finding& finding : findings.shown) {
+        const JsonPosition position = positions.At(finding.offset);
         finding.line = position.line;
         finding.column = position.column;
     }
@@ -229,19 +241,25 @@ Findings CheckList(const std::string& bytes)
 {
     Findings findings;
     if (bytes.empty()) {
-        findings.push_back({Severity::kError, "empty", 0, "", "the file is empty", kEndsInSilence,
-                            "write an object with the items \"0\", \"1\", ..."});
+        findings.Add(
+            {Kind::kEmpty, 0, "", "the file is empty", effects::kEndsInSilence, kWriteList});
         return findings;
     }
     const std::string text = bytes.substr(0, bytes.find('\0'));
-    CheckBytes(bytes, text, findings);
     const JsonSource source(text);
-    if (source.Fault()) {
-        CheckFault(*source.Fault(), text, findings);
-    } else {
-        CheckDocument(source, text, findings);
+    if (source.Fault() && IsUtf16(bytes)) {
+        findings.Add({Kind::kUtf16, 0, "", "the file is encoded in UTF-16",
+                      effects::RejectedAtStart(), "save it as UTF-8 without a byte order mark"});
+        return findings;
     }
-    SortAndPlace(source, findings);
+    CheckContext context = {source, findings, Positions(source), {}};
+    CheckBytes(bytes, text, findings);
+    if (source.Fault()) {
+        findings.Add(ExplainFault(text, *source.Fault()));
+    } else {
+        CheckDocument(context, text);
+    }
+    SortAndPlace(findings, context.positions);
     return findings;
 }
 

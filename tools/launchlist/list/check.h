@@ -1,7 +1,7 @@
 // Finding the mistakes of a launch list.
 //
-// Nothing is run, signalled or written. The only files examined, besides the list, are the programs
-// that it names.
+// Nothing is run, signalled or written. The only files examined are the programs that the list
+// names.
 #pragma once
 
 #include <string>
@@ -10,7 +10,7 @@
 
 namespace launchlist {
 
-// Every mistake of the list whose file holds `bytes`, in the order of the text.
+// The mistakes of the list whose file holds `bytes`, in the order of the text.
 Findings CheckList(const std::string& bytes);
 
 }  // namespace launchlist

@@ -1,43 +1,75 @@
 // What the launcher does about a mistake, in the words of both `check` and `explain`.
 #pragma once
 
-namespace launchlist {
+#include <string>
 
-inline constexpr char kEndsInSilence[] =
-    "the launcher ends with status 0, without a word in any log";
-inline constexpr char kRefusedAtStart[] =
-    "the launcher logs \"Error while parsing saved json string.\" and ends with status 0";
-inline constexpr char kRefusedOnTheWay[] =
-    "the launcher logs \"Error while parsing saved json string.\", ends the items before this one "
-    "and ends itself with status 0";
-inline constexpr char kStartsNothing[] = "the launcher starts nothing and waits for its end";
-inline constexpr char kEndsWalk[] = "the walk ends at the gap: the item never runs";
-inline constexpr char kNotSeen[] = "nothing, as long as the item is never seen";
-inline constexpr char kNotReached[] = "nothing, as long as the launcher ends before it comes here";
-inline constexpr char kNotNamed[] = "nothing, as long as the item has no name";
-inline constexpr char kSkipped[] =
-    "the launcher logs \"There is an item has no name.\" and goes on: the item never runs";
-inline constexpr char kTerminates[] =
-    "the launcher itself is aborted as soon as the item is to start; helpers already running stay";
+#include "launcher/supervision.h"
+
+namespace launchlist::effects {
+
+static_assert(kRestartPause == std::chrono::milliseconds(50), "texts below name the pause");
+
+inline constexpr char kEndsInSilence[] = "the launcher ends with status 0 and logs nothing";
+inline constexpr char kStartsNothing[] = "the launcher starts nothing and waits for SIGTERM";
+inline constexpr char kIgnored[] = "it is ignored";
+
+// In items that are never started.
+inline constexpr char kAfterGap[] = "the item never runs: items after a gap are never reached";
+inline constexpr char kNotReached[] = "none as long as the item is not reached";
+inline constexpr char kNotNamed[] = "none as long as the item has no name";
+
+// A program that is an object or an array.
+inline constexpr char kAbortsLauncher[] =
+    "the launcher aborts as soon as the item is to be started; helpers that run already keep "
+    "running";
+
+// No program. On Linux, and on macOS if there is no other item, the end is certain.
 inline constexpr char kSignalsGroup[] =
-    "the item never runs: its child ends with a signal 9 to the whole process group, launcher and "
-    "all helpers included";
-inline constexpr char kKilledEarly[] =
-    "signal 9 to its child or, if that has not been forked yet, to the whole process group";
+    "the item never runs: its child sends signal 9 to the whole process group, which ends the "
+    "launcher and all helpers";
+inline constexpr char kSignalsGroupOrSibling[] =
+    "the item never runs: its child sends signal 9 to the whole process group, which ends the "
+    "launcher and all helpers; on macOS the child may abort first, after it has killed one other "
+    "helper, and is then started again 50 ms later";
+
+// A program that cannot be executed.
 inline constexpr char kCannotExecute[] =
-    "the item never runs: each child that cannot execute the program forks the next one, so there "
-    "is one more process every 50 ms, and a stop of the launcher ends only the first";
+    "the item never runs: every child that fails to execute the program becomes another supervisor "
+    "of the item, so there is one more process every 50 ms; stopping the launcher kills only the "
+    "first, and when no more processes can be created, every process that the launcher may signal "
+    "is killed";
+
+// "argc" and "args".
 inline constexpr char kAbortsChild[] =
-    "the item never runs: every child is aborted before it executes the program, and the next one "
+    "the item never runs: every child aborts before it executes the program, and the next one is "
     "started 50 ms later";
-inline constexpr char kOverrunsVector[] =
-    "every child writes outside its argument vector: anything may happen, as a rule it crashes and "
-    "is started again 50 ms later";
+inline constexpr char kUndefined[] =
+    "undefined: each child writes outside its argument vector; it may crash, run the program with "
+    "arbitrary arguments, or fail to execute it and become another supervisor of the item";
 inline constexpr char kOverrunsStack[] =
-    "the argument vector does not fit the stack: every child crashes before it executes the "
+    "the item never runs: the argument vector does not fit on the stack, so every child crashes "
+    "before it executes the program, and the next one is started 50 ms later";
+inline constexpr char kMayOverrunStack[] =
+    "the argument vector may not fit on the stack; every child then crashes before it executes the "
     "program, and the next one is started 50 ms later";
 inline constexpr char kEmptyVector[] =
-    "the program gets an empty argument vector: on Linux one argument, the empty text; elsewhere "
-    "there may be none, not even a name of its own";
+    "the program gets an empty argument vector, without even its own name; Linux (since 5.18) adds "
+    "one empty argument";
 
-}  // namespace launchlist
+// The text is rejected before anything is started.
+std::string RejectedAtStart();
+
+// The launcher rejects an item. `is_first`: no item before it was started. `may_have_ended`: an
+// item before it ends the launcher in another way, which may come first.
+std::string RejectedAtItem(bool is_first, bool may_have_ended);
+
+// An item without a name.
+std::string Skipped();
+
+// Item `earlier` is ended because item `later` has the same name.
+std::string Replaces(int earlier, int later);
+
+// A mistake comes to nothing as long as one in `member`, which takes effect before it, is there.
+std::string NotBefore(const std::string& member);
+
+}  // namespace launchlist::effects

@@ -1,5 +1,6 @@
 #include "tools/launchlist/list/explain.h"
 
+#include <algorithm>
 #include <map>
 
 #include "launcher/launch_item.h"
@@ -10,97 +11,258 @@ namespace launchlist {
 
 namespace {
 
-std::vector<std::string> Arguments(JsonObject& item, const std::string& program, int count)
+// What can still become of an item at the point where its arguments are known.
+void ExplainExecution(ExplainedItem& item, ProgramFiles& files)
 {
-    std::vector<std::string> arguments = {program};
-    for (int i = 0; i < count; ++i) {
-        arguments.push_back(ItemArgument(item, i));
-    }
-    return arguments;
-}
-
-// What the child makes of "argc" and "args".
-void ExplainArguments(JsonObject& item, Step& step)
-{
-    try {
-        const int count = ItemArgumentCount(item);
-        if (count < -1) {
-            step.note = kOverrunsVector;
-        } else if (!FitsStack(count)) {
-            step.note = kOverrunsStack;
-        } else if (count == -1) {
-            step.arguments.emplace();
-            step.note = kEmptyVector;
-        } else {
-            step.arguments = Arguments(item, *step.program, count);
-        }
-    } catch (const std::exception&) {
-        step.note = kAbortsChild;
-    }
-}
-
-// What the supervisor makes of "program".
-void ExplainProgram(JsonObject& item, Step& step)
-{
-    try {
-        step.program = ItemProgram(item);
-    } catch (const std::exception&) {
-        step.note = kTerminates;
-        return;
-    }
-    if (step.program->empty()) {
-        step.note = kSignalsGroup;
+    const ProgramFile& file = files.Examine(*item.program);
+    if (file.CannotRun()) {
+        item.problem = file.message;
+    } else if ((item.too_long = FindTooLong(*item.arguments))) {
+        item.problem = item.too_long->message;
     } else {
-        ExplainArguments(item, step);
+        if (file.problem) {
+            item.note = file.message;
+            item.is_foreign = *file.problem == Kind::kProgramForeign;
+        }
+        return;
+    }
+    item.fate = Fate::kCannotExecute;
+    item.effect = effects::kCannotExecute;
+}
+
+// The arguments of an item whose program is not empty. Throws where the child aborts.
+void ExplainArguments(JsonObject& json, ExplainedItem& item, ProgramFiles& files)
+{
+    const int count = ItemArgumentCount(json);
+    item.is_problem_in_args = true;
+    if (count < -1) {
+        item.fate = Fate::kUndefined;
+        item.problem = "\"argc\" is " + std::to_string(count);
+        item.effect = effects::kUndefined;
+        return;
+    }
+    const StackFit fit = FitOnStack(count);
+    if (fit != StackFit::kFits) {
+        const bool may_fit = fit == StackFit::kMayOverrun;
+        item.fate = may_fit ? Fate::kMayOverrunStack : Fate::kOverrunsStack;
+        item.problem = "\"argc\" is " + std::to_string(count);
+        item.effect = may_fit ? effects::kMayOverrunStack : effects::kOverrunsStack;
+        return;
+    }
+    item.arguments.emplace();
+    if (count >= 0) {
+        item.arguments->push_back(*item.program);
+    }
+    for (int i = 0; i < count; ++i) {
+        item.arguments->push_back(ItemArgument(json, i));
+    }
+    ExplainExecution(item, files);
+    if (count == -1 && item.fate == Fate::kRuns) {
+        item.note += (item.note.empty() ? "" : "; ") + std::string(effects::kEmptyVector);
     }
 }
 
-// Appends the step at `index`. Throws where the launcher gives up; the step then is there already.
-void TakeStep(JsonObject& list, int index, std::map<std::string, int>& running, Walk& walk)
+class Explainer
 {
-    walk.steps.push_back({});
-    Step& step = walk.steps.back();
-    step.index = index;
-    step.note = kRefusedOnTheWay;
-    JsonObject item = GetItem(list, index);
-    if (!HasName(item)) {
-        step.note = kSkipped;
-        return;
+public:
+    explicit Explainer(Explanation& explanation) : m_explanation(explanation) {}
+
+    // The items of `list`, up to the first gap. Throws where the launcher rejects an item, which
+    // then is the last of the explanation.
+    void ReadItems(JsonObject& list)
+    {
+        for (int index = 0; HasItem(list, index); ++index) {
+            m_explanation.items.push_back({});
+            m_explanation.items.back().index = index;
+            m_explanation.items.back().fate = Fate::kRejected;
+            m_explanation.items.back().problem =
+                "the item is not an object, or its \"name\" is an object or an array";
+            ReadItem(list, index);
+        }
     }
-    step.name = ItemName(item);
-    step.note.clear();
-    const auto [earlier, is_new] = running.emplace(*step.name, index);
-    if (!is_new) {
-        step.replaced = earlier->second;
-        earlier->second = index;
+
+    void FinishItems()
+    {
+        for (ExplainedItem& item : m_explanation.items) {
+            if (item.fate == Fate::kSignalsGroup) {
+                item.effect =
+                    m_started == 1 ? effects::kSignalsGroup : effects::kSignalsGroupOrSibling;
+            }
+        }
+        if (m_explanation.is_rejected && !m_explanation.items.empty()) {
+            m_explanation.items.back().effect = effects::RejectedAtItem(
+                m_started == 0, Has(Fate::kAbortsLauncher) || Has(Fate::kSignalsGroup));
+        }
+        m_explanation.outcomes = Outcomes();
+        for (ExplainedItem& item : m_explanation.items) {
+            item.runs = RunsOf(item);
+            if (item.runs == Runs::kNever) {
+                item.arguments.reset();
+            }
+        }
     }
-    ExplainProgram(item, step);
-}
+
+private:
+    void ReadItem(JsonObject& list, int index)
+    {
+        JsonObject json = GetItem(list, index);
+        if (!HasName(json)) {
+            m_explanation.items.back().fate = Fate::kSkipped;
+            m_explanation.items.back().problem = "the item has no \"name\"";
+            m_explanation.items.back().effect = effects::Skipped();
+            return;
+        }
+        const std::string name = ItemName(json);
+        ExplainedItem item = ExplainProgram(json, m_files);
+        item.index = index;
+        item.name = name;
+        const auto [earlier, is_new] = m_last.emplace(name, index);
+        if (!is_new) {
+            item.replaces = earlier->second;
+            item.first_user = FirstUserOf(earlier->second);
+            m_explanation.items[static_cast<std::size_t>(earlier->second)].replaced_by = index;
+            earlier->second = index;
+        }
+        m_explanation.items.back() = std::move(item);
+        ++m_started;
+    }
+
+    // The first item of the name of item `earlier`, itself included.
+    int FirstUserOf(int earlier) const
+    {
+        return m_explanation.items[static_cast<std::size_t>(earlier)].first_user.value_or(earlier);
+    }
+
+    bool Has(Fate fate) const
+    {
+        return std::any_of(m_explanation.items.begin(), m_explanation.items.end(),
+                           [fate](const ExplainedItem& item) { return item.fate == fate; });
+    }
+
+    // Whether an item of this fate is there that no later item ends.
+    bool HasLasting(Fate fate) const
+    {
+        return std::any_of(
+            m_explanation.items.begin(), m_explanation.items.end(),
+            [fate](const ExplainedItem& item) { return item.fate == fate && !item.replaced_by; });
+    }
+
+    LauncherOutcomes Outcomes() const
+    {
+        const bool is_rejected = m_explanation.is_rejected;
+        const bool ends_an_item = (is_rejected && m_started > 0) || m_last.size() < m_started;
+        // An item whose program cannot be converted ends the launcher in any case: if it is ended
+        // before its thread gets there, it has not forked, and the whole group is killed.
+        if (Has(Fate::kAbortsLauncher)) {
+            return ends_an_item || Has(Fate::kSignalsGroup)
+                       ? LauncherOutcomes{{Outcome::kAborts, Condition::kTiming},
+                                          {Outcome::kGroupKilled, Condition::kTiming}}
+                       : LauncherOutcomes{{Outcome::kAborts, Condition::kAlways}};
+        }
+        if (is_rejected) {
+            return m_started == 0 ? LauncherOutcomes{{Outcome::kExits, Condition::kAlways}}
+                                  : LauncherOutcomes{{Outcome::kExits, Condition::kTiming},
+                                                     {Outcome::kGroupKilled, Condition::kTiming}};
+        }
+        LauncherOutcomes outcomes;
+        if (HasLasting(Fate::kSignalsGroup)) {
+            outcomes.push_back({Outcome::kGroupKilled, Condition::kAlways});
+            if (m_started == 1) {
+                return outcomes;
+            }
+            outcomes.push_back({Outcome::kKeepsRunning, Condition::kMacOs});
+        } else if (ends_an_item) {
+            outcomes.push_back({Outcome::kKeepsRunning, Condition::kTiming});
+            outcomes.push_back({Outcome::kGroupKilled, Condition::kTiming});
+        } else {
+            outcomes.push_back({Outcome::kKeepsRunning, Condition::kAlways});
+        }
+        if (Has(Fate::kCannotExecute) || Has(Fate::kUndefined)) {
+            outcomes.push_back({Outcome::kUserKilled, Condition::kProcessLimit});
+        }
+        return outcomes;
+    }
+
+    Runs RunsOf(const ExplainedItem& item) const
+    {
+        switch (item.fate) {
+            case Fate::kRuns:
+                break;
+            case Fate::kUndefined:
+            case Fate::kMayOverrunStack:
+                return Runs::kPossibly;
+            default:
+                return Runs::kNever;
+        }
+        // A process limit is reached long after every item has been started.
+        const auto ends_early = [](const LauncherOutcome& outcome) {
+            return outcome.outcome != Outcome::kKeepsRunning &&
+                   outcome.condition != Condition::kProcessLimit;
+        };
+        const LauncherOutcomes& outcomes = m_explanation.outcomes;
+        const bool may_end_early = std::any_of(outcomes.begin(), outcomes.end(), ends_early);
+        return may_end_early || item.is_foreign ? Runs::kPossibly : Runs::kCertainly;
+    }
+
+    Explanation& m_explanation;
+    ProgramFiles m_files;
+    std::map<std::string, int> m_last;  // The last item of every name.
+    std::size_t m_started = 0;          // Items with a name, for which a supervisor is started.
+};
 
 }  // namespace
 
-Walk ExplainList(const std::string& bytes)
+ExplainedItem ExplainProgram(JsonObject& json, ProgramFiles& files)
 {
-    Walk walk;
+    ExplainedItem item;
+    try {
+        item.program = ItemProgram(json);
+    } catch (const std::exception&) {
+        item.fate = Fate::kAbortsLauncher;
+        item.problem = "\"program\" is an object or an array";
+        item.effect = effects::kAbortsLauncher;
+        return item;
+    }
+    if (item.program->empty()) {
+        item.fate = Fate::kSignalsGroup;
+        item.problem = "there is no program";
+        item.effect = effects::kSignalsGroupOrSibling;
+        return item;
+    }
+    try {
+        ExplainArguments(json, item, files);
+    } catch (const std::exception&) {
+        item.arguments.reset();
+        item.fate = Fate::kAbortsChild;
+        item.problem = item.is_problem_in_args ? "\"args\", or an argument, has the wrong type"
+                                               : "\"argc\" is not a number, or beyond 64 bits";
+        item.effect = effects::kAbortsChild;
+    }
+    return item;
+}
+
+Explanation ExplainList(const std::string& bytes)
+{
+    Explanation explanation;
     if (bytes.empty()) {
-        walk.end = kEndsInSilence;
-        walk.ends_launcher = true;
-        return walk;
+        explanation.list_effect = effects::kEndsInSilence;
+        explanation.is_rejected = true;
+        explanation.outcomes = {{Outcome::kExits, Condition::kAlways}};
+        return explanation;
     }
     const std::string text = bytes.substr(0, bytes.find('\0'));
+    Explainer explainer(explanation);
     try {
         JsonObject list(text.c_str(), static_cast<unsigned int>(text.size()));
-        std::map<std::string, int> running;
-        int index = 0;
-        for (; HasItem(list, index); ++index) {
-            TakeStep(list, index, running, walk);
-        }
-        walk.end = "there is no item \"" + ItemKey(index) + "\": the walk ends";
+        explainer.ReadItems(list);
     } catch (...) {
-        walk.end = walk.steps.empty() ? kRefusedAtStart : "the launcher ends here";
-        walk.ends_launcher = true;
+        explanation.is_rejected = true;
+        if (explanation.items.empty()) {
+            explanation.list_effect = effects::RejectedAtStart();
+        }
     }
-    return walk;
+    explainer.FinishItems();
+    return explanation;
 }
 
 }  // namespace launchlist

@@ -1,33 +1,78 @@
-// The walk along a launch list, told beforehand.
+// What the launcher will do with a launch list.
+//
+// Nothing is run, signalled or written. The only files examined are the programs that the list
+// names. It is assumed that the launcher is started in the current directory by the current user,
+// and that the system has memory, threads and processes enough for the list.
 #pragma once
 
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "json/json_object.h"
+#include "tools/launchlist/list/argument_length.h"
+#include "tools/launchlist/list/launcher_outcome.h"
+#include "tools/launchlist/list/program_file.h"
+
 namespace launchlist {
 
-struct Step
+// What becomes of an item, in the order in which the launcher finds out.
+enum class Fate
+{
+    kRejected,        // The launcher reads no further items and ends.
+    kSkipped,         // No name.
+    kAbortsLauncher,  // "program" is not convertible to text.
+    kSignalsGroup,    // No program.
+    kAbortsChild,     // "argc" or "args" is not convertible.
+    kUndefined,       // "argc" is below -1.
+    kOverrunsStack,
+    kMayOverrunStack,
+    kCannotExecute,
+    kRuns
+};
+
+enum class Runs
+{
+    kNever,
+    kPossibly,
+    kCertainly
+};
+
+struct ExplainedItem
 {
     int index = 0;
     std::optional<std::string> name;
     std::optional<std::string> program;
 
-    // What execv is given, the program's path first. Nothing when the item comes to no execv.
+    // What execv is given, the program's path first. Only for an item that may run.
     std::optional<std::vector<std::string>> arguments;
 
-    std::string note;             // Why there is none, or what is special about it.
-    std::optional<int> replaced;  // The item of the same name that ends when this one starts.
+    Fate fate = Fate::kRuns;
+    Runs runs = Runs::kNever;
+    std::string problem;             // What is wrong with the program or its arguments.
+    std::string effect;              // What that leads to; "" for an item that simply runs.
+    std::string note;                // What else is worth knowing about an item that runs.
+    std::optional<int> replaces;     // The item of the same name that ends when this one starts.
+    std::optional<int> first_user;   // The first item of the same name, if there is an earlier one.
+    std::optional<int> replaced_by;  // The item of the same name that ends this one.
+    bool is_problem_in_args = false;  // Of an item whose child aborts: not in "argc".
+    bool is_foreign = false;          // The program is built for another processor.
+    std::optional<TooLong> too_long;  // Why the arguments cannot be passed.
 };
 
-struct Walk
+struct Explanation
 {
-    std::vector<Step> steps;
-    std::string end;             // How the walk ends.
-    bool ends_launcher = false;  // Whether the launcher ends with it instead of waiting.
+    std::vector<ExplainedItem> items;  // Up to the first gap, or to the item that is rejected.
+    std::string list_effect;           // Of a list that is rejected before its first item.
+    bool is_rejected = false;          // The list, or the last of `items`.
+    LauncherOutcomes outcomes;         // All that are possible; without a condition, the usual one.
 };
 
-// The walk that the launcher makes along the list whose file holds `bytes`.
-Walk ExplainList(const std::string& bytes);
+// Explains the list whose file holds `bytes`.
+Explanation ExplainList(const std::string& bytes);
+
+// What is wrong with `item`, an object or null, apart from its name, if it is started: program,
+// arguments, fate and, except for an item that is rejected or skipped, the effect.
+ExplainedItem ExplainProgram(JsonObject& item, ProgramFiles& files);
 
 }  // namespace launchlist

@@ -1,61 +1,155 @@
 #include "tools/launchlist/list/item_check.h"
 
-#include <errno.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <array>
-#include <cctype>
-#include <cstring>
-#include <exception>
-#include <numeric>
 
 #include "launcher/launch_item.h"
 #include "tools/launchlist/base/text.h"
 #include "tools/launchlist/list/argument_check.h"
 #include "tools/launchlist/list/effects.h"
-#include "tools/launchlist/list/member_check.h"
 
 namespace launchlist {
 
 namespace {
 
-constexpr std::array<const char*, 4> kMembers = {"name", "program", "args", "argc"};
-
-// How many characters must be added, removed or exchanged to make one text the other.
-std::size_t Distance(const std::string& from, const std::string& to)
+const std::vector<std::string>& KnownMembers()
 {
-    std::vector<std::size_t> row(to.size() + 1);
-    std::iota(row.begin(), row.end(), std::size_t{0});
-    for (std::size_t i = 1; i <= from.size(); ++i) {
-        std::size_t diagonal = row[0];
-        row[0] = i;
-        for (std::size_t j = 1; j <= to.size(); ++j) {
-            const std::size_t exchanged = diagonal + (from[i - 1] == to[j - 1] ? 0 : 1);
-            diagonal = row[j];
-            row[j] = std::min({row[j] + 1, row[j - 1] + 1, exchanged});
+    static const std::vector<std::string> kMembers = {"name", "program", "args", "argc"};
+    return kMembers;
+}
+
+bool IsContainer(JsonType type)
+{
+    return type == JsonType::kArray || type == JsonType::kObject;
+}
+
+void CheckUnknown(ItemToCheck& item)
+{
+    for (const JsonMember& member : item.members) {
+        const std::vector<std::string>& known = KnownMembers();
+        if (std::find(known.begin(), known.end(), member.name) != known.end()) {
+            continue;
         }
+        const std::string meant = closest_word(member.name, known);
+        item.Add(Kind::kUnknownMember, Stage::kReading, member.name_begin,
+                 MemberPath(item.path, member.name), "unknown member " + quoted(member.name),
+                 effects::kIgnored,
+                 meant.empty() ? "remove it" : "if you mean \"" + meant + "\", write that");
     }
-    return row.back();
 }
 
-// The known member that `name` may be meant to be; "" without one.
-std::string Suggestion(std::string name)
+// Adds a warning if the text of member `name`, a string, contains a NUL.
+void CheckTruncated(ItemToCheck& item, const JsonMember& member, Stage stage)
 {
-    if (name.size() > 16) {
-        return "";
+    if (member.value.type == JsonType::kString &&
+        item.context.source.String(member.value).find('\0') != std::string::npos) {
+        item.Add(Kind::kTruncatedString, stage, member.value.begin,
+                 MemberPath(item.path, member.name), "the string contains a NUL character",
+                 "the string is cut off there", "remove the \\u0000");
     }
-    std::transform(name.begin(), name.end(), name.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    const auto closest = std::min_element(kMembers.begin(), kMembers.end(),
-                                          [&](const char* left, const char* right) {
-                                              return Distance(name, left) < Distance(name, right);
-                                          });
-    return Distance(name, *closest) <= 2 ? *closest : "";
 }
 
-const JsonMember* Find(const std::vector<JsonMember>& members, const std::string& name)
+void CheckName(ItemToCheck& item)
+{
+    const JsonMember* name = item.Find("name");
+    if (name == nullptr) {
+        item.Add(Kind::kNoName, Stage::kStart, item.offset, item.path, "the item has no \"name\"",
+                 effects::Skipped(), "add a \"name\"");
+        return;
+    }
+    const std::size_t place = name->value.begin;
+    const std::string pointer = MemberPath(item.path, "name");
+    const JsonType type = name->value.type;
+    if (IsContainer(type)) {
+        item.Add(Kind::kNameType, Stage::kStart, place, pointer, "\"name\" must be a string",
+                 item.explained.effect, "write a string");
+    } else if (type == JsonType::kNull || ItemName(item.item).empty()) {
+        item.Add(Kind::kNameEmpty, Stage::kStart, place, pointer,
+                 type == JsonType::kNull ? "\"name\" is null" : "\"name\" is empty",
+                 "the log shows the item without a name", "write a name");
+    } else if (type != JsonType::kString) {
+        item.Add(Kind::kNameNotString, Stage::kStart, place, pointer, "\"name\" must be a string",
+                 "the item is called " + quoted(ItemName(item.item)), "write a string");
+    }
+    CheckTruncated(item, *name, Stage::kStart);
+}
+
+std::string EffectOf(const ProgramFile& file)
+{
+    switch (*file.problem) {
+        case Kind::kProgramRelative:
+            return "it is looked up in the directory in which the launcher is started; seen from "
+                   "this directory it can be executed";
+        case Kind::kProgramRelativeUnusable:
+            return std::string("if the launcher is started in this directory, ") +
+                   effects::kCannotExecute;
+        case Kind::kProgramForeign:
+            return "the item runs only if the system can emulate that processor; otherwise " +
+                   std::string(effects::kCannotExecute);
+        default:
+            return effects::kCannotExecute;
+    }
+}
+
+void CheckProgram(ItemToCheck& item)
+{
+    const JsonMember* program = item.Find("program");
+    const auto add = [&](Kind kind, const std::string& message, const std::string& effect,
+                         const std::string& fix) {
+        item.Add(kind, Stage::kProgram, program != nullptr ? program->value.begin : item.offset,
+                 program != nullptr ? MemberPath(item.path, "program") : item.path, message, effect,
+                 fix);
+    };
+    if (program == nullptr) {
+        add(Kind::kNoProgram, "the item has no \"program\"", item.explained.effect,
+            "add a \"program\" with an absolute path");
+        return;
+    }
+    if (IsContainer(program->value.type)) {
+        add(Kind::kProgramType, "\"program\" must be a string", effects::kAbortsLauncher,
+            "write an absolute path");
+        return;
+    }
+    const std::string path = ItemProgram(item.item);
+    if (path.empty()) {
+        add(Kind::kNoProgram,
+            program->value.type == JsonType::kNull ? "\"program\" is null" : "\"program\" is empty",
+            item.explained.effect, "write an absolute path");
+        return;
+    }
+    if (program->value.type != JsonType::kString) {
+        add(Kind::kProgramNotString, "\"program\" must be a string", "the path is " + quoted(path),
+            "write an absolute path");
+    }
+    CheckTruncated(item, *program, Stage::kProgram);
+    const ProgramFile& file = item.context.files.Examine(path);
+    if (file.problem) {
+        item.Add(*file.problem, Stage::kExecution, program->value.begin,
+                 MemberPath(item.path, "program"), file.message, EffectOf(file), file.fix);
+    }
+}
+
+// The member with the mistake that the launcher runs into before `stage`; "" if there is none.
+std::string EarlierMistake(const ExplainedItem& item, Stage stage)
+{
+    switch (item.fate) {
+        case Fate::kAbortsLauncher:
+        case Fate::kSignalsGroup:
+            return stage > Stage::kProgram ? "program" : "";
+        case Fate::kOverrunsStack:
+            return stage > Stage::kCount ? "argc" : "";
+        case Fate::kAbortsChild:
+            if (item.is_problem_in_args) {
+                return stage > Stage::kArguments ? "args" : "";
+            }
+            return stage > Stage::kCount ? "argc" : "";
+        default:
+            return "";
+    }
+}
+
+}  // namespace
+
+const JsonMember* ItemToCheck::Find(const std::string& name) const
 {
     const auto is_it = [&](const JsonMember& member) {
         return member.name == name && !member.replaced;
@@ -64,172 +158,44 @@ const JsonMember* Find(const std::vector<JsonMember>& members, const std::string
     return found != members.end() ? &*found : nullptr;
 }
 
-bool IsContainer(JsonType type)
+void ItemToCheck::Add(Kind kind, Stage stage, std::size_t place, const std::string& pointer,
+                      const std::string& message, const std::string& effect, const std::string& fix)
 {
-    return type == JsonType::kArray || type == JsonType::kObject;
+    std::string replacement;
+    if (stage >= Stage::kStart) {
+        replacement = not_reached;
+    }
+    if (stage > Stage::kStart && replacement.empty()) {
+        replacement = not_started;
+    }
+    const bool is_started = replacement.empty();
+    const std::string earlier = EarlierMistake(explained, stage);
+    if (is_started && !earlier.empty()) {
+        replacement = effects::NotBefore(earlier);
+    }
+    context.findings.Add(
+        {kind, place, pointer, message, replacement.empty() ? effect : replacement, fix},
+        is_started);
 }
 
-class ItemCheck
+void CheckItem(ItemToCheck& item, JsonType type)
 {
-public:
-    ItemCheck(ItemToCheck& item, Findings& findings)
-        : m_item(item), m_members(item.source.Members(item.member.value)), m_findings(findings)
-    {
+    constexpr char kWriteObject[] = "write an object with \"name\" and \"program\"";
+    if (type == JsonType::kNull) {
+        item.Add(Kind::kNoName, Stage::kStart, item.offset, item.path,
+                 "the item is null, so it has no name", effects::Skipped(), kWriteObject);
+        return;
     }
-
-    void Run()
-    {
-        if (m_item.member.value.type == JsonType::kNull) {
-            Add(Severity::kError, "no-name", Start(), "", "the item is null, and has no name",
-                kSkipped, "write an object with \"name\" and \"program\"");
-            return;
-        }
-        if (m_item.member.value.type != JsonType::kObject) {
-            Add(Severity::kError, "item-type", Start(), "", "the item is no object",
-                kRefusedOnTheWay, "write an object with \"name\" and \"program\"");
-            return;
-        }
-        CheckReplaced(m_members, m_item.path, m_findings);
-        CheckUnknown();
-        CheckName();
-        const std::size_t first = m_findings.size();
-        CheckProgram();
-        CheckArguments(m_item, m_findings);
-        if (Find(m_members, "name") == nullptr) {
-            ReplaceEffects(m_findings, first, kNotNamed);
-        }
+    if (type != JsonType::kObject) {
+        item.Add(Kind::kItemType, Stage::kStart, item.offset, item.path,
+                 "the item must be an object", item.explained.effect, kWriteObject);
+        return;
     }
-
-private:
-    std::size_t Start() const { return m_item.member.value.begin; }
-
-    void Add(Severity severity, const char* kind, std::size_t offset, const char* member,
-             const std::string& message, const std::string& effect, const std::string& remedy)
-    {
-        const std::string path = *member == '\0' ? m_item.path : MemberPath(m_item.path, member);
-        m_findings.push_back({severity, kind, offset, path, message, effect, remedy});
-    }
-
-    void CheckUnknown()
-    {
-        for (const JsonMember& member : m_members) {
-            if (std::find(kMembers.begin(), kMembers.end(), member.name) != kMembers.end()) {
-                continue;
-            }
-            const std::string meant = Suggestion(member.name);
-            m_findings.push_back(
-                {Severity::kWarning, "unknown-member", member.name_begin,
-                 MemberPath(m_item.path, member.name), "unknown member " + quoted(member.name),
-                 "it is ignored",
-                 meant.empty() ? "remove it" : "if \"" + meant + "\" is meant, write that"});
-        }
-    }
-
-    void CheckName()
-    {
-        const JsonMember* name = Find(m_members, "name");
-        if (name == nullptr) {
-            Add(Severity::kError, "no-name", Start(), "", "the item has no name", kSkipped,
-                "add a \"name\"");
-            return;
-        }
-        const std::size_t offset = name->value.begin;
-        const JsonType type = name->value.type;
-        if (IsContainer(type)) {
-            Add(Severity::kError, "name-type", offset, "name", "the name is no text",
-                kRefusedOnTheWay, "write a string");
-        } else if (type == JsonType::kNull || ItemName(m_item.item).empty()) {
-            Add(Severity::kWarning, "name-empty", offset, "name",
-                type == JsonType::kNull ? "the name is null" : "the name is empty",
-                "the item runs under the empty name, which the log shows as nothing",
-                "write a name");
-        } else if (type != JsonType::kString) {
-            Add(Severity::kWarning, "name-type", offset, "name", "the name is no text",
-                "the item is called " + quoted(ItemName(m_item.item)), "write a string");
-        }
-        CheckCut(*name, "name");
-    }
-
-    void CheckProgram()
-    {
-        const JsonMember* program = Find(m_members, "program");
-        if (program == nullptr) {
-            Add(Severity::kError, "no-program", Start(), "", "the item has no program",
-                kSignalsGroup, "add a \"program\" with an absolute path");
-            return;
-        }
-        const std::size_t offset = program->value.begin;
-        if (IsContainer(program->value.type)) {
-            Add(Severity::kError, "program-type", offset, "program", "the program is no text",
-                kTerminates, "write an absolute path");
-            return;
-        }
-        const std::string path = ItemProgram(m_item.item);
-        if (path.empty()) {
-            Add(Severity::kError, "no-program", offset, "program",
-                program->value.type == JsonType::kNull ? "the program is null"
-                                                       : "the program is empty",
-                kSignalsGroup, "write an absolute path");
-            return;
-        }
-        if (program->value.type != JsonType::kString) {
-            Add(Severity::kWarning, "program-type", offset, "program", "the program is no text",
-                "the path is " + quoted(path), "write an absolute path");
-        }
-        CheckCut(*program, "program");
-        CheckFile(path, offset);
-    }
-
-    void CheckFile(const std::string& path, std::size_t offset)
-    {
-        struct stat status = {};
-        const bool is_there = stat(path.c_str(), &status) == 0;
-        if (path[0] != '/') {
-            Add(Severity::kWarning, "program-relative", offset, "program",
-                "the path " + quoted(path) + " is relative",
-                "it is looked for in the folder in which the launcher is started; from here there "
-                "is " +
-                    std::string(is_there ? "such a file" : "none"),
-                "write an absolute path");
-            return;
-        }
-        if (!is_there) {
-            const bool is_missing = errno == ENOENT || errno == ENOTDIR;
-            Add(Severity::kError, "program-not-there", offset, "program",
-                is_missing ? "there is no " + quoted(path)
-                           : quoted(path) + " cannot be looked at: " + std::strerror(errno),
-                kCannotExecute, "correct the path, or install the program");
-        } else if (!S_ISREG(status.st_mode)) {
-            Add(Severity::kError, "program-no-file", offset, "program",
-                quoted(path) + (S_ISDIR(status.st_mode) ? " is a folder" : " is no file"),
-                kCannotExecute, "write the path of the program itself");
-        } else if (access(path.c_str(), X_OK) != 0) {
-            Add(Severity::kError, "program-not-executable", offset, "program",
-                quoted(path) + " may not be executed", kCannotExecute,
-                "make it executable for the user of the launcher (chmod +x)");
-        }
-    }
-
-    void CheckCut(const JsonMember& member, const char* name)
-    {
-        if (member.value.type == JsonType::kString &&
-            m_item.source.String(member.value).find('\0') != std::string::npos) {
-            Add(Severity::kWarning, "text-cut", member.value.begin, name,
-                "a zero character inside the text", "the text ends before it",
-                "remove the \\u0000");
-        }
-    }
-
-    ItemToCheck& m_item;
-    const std::vector<JsonMember> m_members;
-    Findings& m_findings;
-};
-
-}  // namespace
-
-void CheckItem(ItemToCheck& item, Findings& findings)
-{
-    ItemCheck(item, findings).Run();
+    CheckReplaced(item.members, item.path, item.context);
+    CheckUnknown(item);
+    CheckName(item);
+    CheckProgram(item);
+    CheckArguments(item);
 }
 
 }  // namespace launchlist

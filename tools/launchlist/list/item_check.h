@@ -2,22 +2,50 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "json/json_object.h"
 #include "json/json_source.h"
-#include "tools/launchlist/list/finding.h"
+#include "tools/launchlist/list/check_context.h"
+#include "tools/launchlist/list/explain.h"
 
 namespace launchlist {
 
-struct ItemToCheck
+// When the launcher finds out about a mistake. An earlier mistake may keep it from getting there.
+enum class Stage
 {
-    const JsonSource& source;
-    const JsonMember& member;  // The item as a member of its list.
-    JsonObject item;           // The same item as the launcher reads it.
-    std::string path;          // Its JSON pointer.
+    kReading,    // Reading the list: has an effect even in an item that never runs.
+    kStart,      // Starting the item's supervisor.
+    kProgram,    // Converting "program".
+    kCount,      // Converting "argc".
+    kArguments,  // Converting "args".
+    kExecution
 };
 
-// Appends the mistakes of one item. Mistakes that involve several items are found by CheckList.
-void CheckItem(ItemToCheck& item, Findings& findings);
+struct ItemToCheck
+{
+    CheckContext& context;
+    JsonObject item;                  // As the launcher reads it.
+    std::string path;                 // Its JSON pointer.
+    std::size_t offset;               // Where its value begins.
+    std::vector<JsonMember> members;  // All that are written; none if it is not an object.
+    ExplainedItem explained;          // What becomes of it, or would if it were started.
+
+    // For an item that is never started: the effect of its mistakes. The second is for an item that
+    // the launcher reaches, whose name then is the one mistake with an effect.
+    std::string not_reached;
+    std::string not_started;
+
+    // The member `name` that wins; null if there is none.
+    const JsonMember* Find(const std::string& name) const;
+
+    // Adds a finding at `place`. An earlier mistake replaces `effect`, see Stage.
+    void Add(Kind kind, Stage stage, std::size_t place, const std::string& pointer,
+             const std::string& message, const std::string& effect, const std::string& fix);
+};
+
+// Adds the mistakes of one item. Mistakes that involve several items are found by CheckList.
+// `type` is that of the item's value.
+void CheckItem(ItemToCheck& item, JsonType type);
 
 }  // namespace launchlist

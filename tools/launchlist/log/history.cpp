@@ -1,120 +1,116 @@
 #include "tools/launchlist/log/history.h"
 
+#include <signal.h>
+
 #include <algorithm>
 #include <utility>
+
+#include "launcher/supervision.h"
 
 namespace launchlist {
 
 namespace {
 
-// The launcher's pause between an end and the next start.
-constexpr Milliseconds kRestartPause = 50;
+constexpr Milliseconds kPause = kRestartPause.count();
 
-// A child that could not execute its program writes its first record one restart pause after its
-// own start, and on a busy machine somewhat later.
-constexpr Milliseconds kCarryOnWithin = 1000;
+// Within this time after a start, a child that could not execute its program has written its first
+// record: it does so after one restart pause, and on a busy machine somewhat later. A supervisor
+// that has not restarted its program within this time has stopped.
+constexpr Milliseconds kSettled = 1000;
 
-constexpr Milliseconds kMinute = 60000;
+// A stop waits for one restart pause between two children. The clock may be slewed meanwhile.
+constexpr Milliseconds kStopGap = kPause - 1;
 
-// Fills in the lengths of the runs.
-void MeasureRuns(ItemReport& report)
+// The longest time that a killed child is expected to take to end.
+constexpr Milliseconds kLongestKill = 10000;
+
+// No process id is used again sooner.
+constexpr Milliseconds kReuse = 10000;
+
+// Without DEBUG records a silence this long may hide a stop and another launcher of the same id.
+constexpr Milliseconds kSilence = 60000;
+
+bool IsKill(const EndCause& how)
 {
-    std::vector<Milliseconds> lengths;
-    for (const Run& run : report.runs) {
-        if (run.is_failed || !run.end) {
-            continue;
-        }
-        if (const auto length = run.Length()) {
-            lengths.push_back(*length);
-        } else {
-            ++report.unknown_runs;
-        }
-    }
-    if (lengths.empty()) {
-        return;
-    }
-    std::sort(lengths.begin(), lengths.end());
-    report.shortest = lengths.front();
-    report.median = (lengths[(lengths.size() - 1) / 2] + lengths[lengths.size() / 2]) / 2;
-    report.longest = lengths.back();
-}
-
-void FindLoop(ItemReport& report)
-{
-    Loop row;
-    Loop longest;
-    for (const Run& run : report.runs) {
-        if (run.is_failed || !run.end) {
-            continue;
-        }
-        const auto length = run.Length();
-        if (!length || *length >= kShortRun) {
-            row = Loop();
-            continue;
-        }
-        row.from = row.runs == 0 ? *run.start : row.from;
-        row.to = *run.end;
-        row.is_crash = row.is_crash || !run.is_clean;
-        ++row.runs;
-        if (row.runs > longest.runs) {
-            longest = row;
-        }
-    }
-    if (longest.runs >= kLoopRuns) {
-        report.loop = longest;
-    }
-}
-
-std::size_t WorstMinute(std::vector<Milliseconds> moments)
-{
-    std::sort(moments.begin(), moments.end());
-    std::size_t worst = 0;
-    std::size_t first = 0;
-    for (std::size_t last = 0; last < moments.size(); ++last) {
-        while (moments[last] - moments[first] >= kMinute) {
-            ++first;
-        }
-        worst = std::max(worst, last - first + 1);
-    }
-    return worst;
+    return SignalOf(how) == SIGKILL;
 }
 
 }  // namespace
 
-std::optional<Milliseconds> Run::Length() const
+History::Supervision* History::Writer::Find(std::size_t index)
 {
-    // A clock that was set back makes no length.
-    if (!start || !end || *end < *start) {
-        return std::nullopt;
+    if (item == index) {
+        return &supervision;
     }
-    return *end - *start;
+    if (more == nullptr) {
+        return nullptr;
+    }
+    const auto found = more->find(index);
+    return found == more->end() ? nullptr : &found->second;
+}
+
+History::Supervision& History::Writer::Get(std::size_t index)
+{
+    if (item == kNone) {
+        item = index;
+    }
+    if (item == index) {
+        return supervision;
+    }
+    if (more == nullptr) {
+        more = std::make_unique<std::unordered_map<std::size_t, Supervision>>();
+    }
+    return (*more)[index];
+}
+
+std::size_t History::Writer::CountItems() const
+{
+    return (item == kNone ? 0 : 1) + (more == nullptr ? 0 : more->size());
+}
+
+template <typename Visit>
+void History::Writer::ForEach(Visit visit)
+{
+    if (item != kNone) {
+        visit(item, supervision);
+    }
+    if (more != nullptr) {
+        for (auto& [index, other] : *more) {
+            visit(index, other);
+        }
+    }
 }
 
 void History::Add(const Event& event, std::int64_t process, Milliseconds time)
 {
-    const std::size_t item = ItemOf(event.name);
+    const bool has_item =
+        event.kind != EventKind::kNoName && event.kind != EventKind::kListRejected;
+    const std::size_t item = has_item ? ItemOf(event.name) : kNone;
+    const std::size_t known = m_writers.size();
+    // The child of an item without a program writes this one record only, and is not a supervisor.
+    if (event.kind == EventKind::kNoProgram) {
+        AddNoProgram(item, time);
+        return;
+    }
+    const std::size_t writer = WriterOf(event, process, item, time);
+    const bool is_new = m_writers.size() > known;
     switch (event.kind) {
         case EventKind::kStart:
-            AddStart(process, item, time);
+            AddStart(writer, item, time, is_new);
             break;
         case EventKind::kEnd:
-            AddEnd(event, process, item, time);
-            break;
-        case EventKind::kNoProgram:
-            AddNoProgram(process, item);
+            AddEnd(event, writer, item, time);
             break;
         case EventKind::kForkFailed:
-            AddForkFailed(process, item, time);
+            AddForkFailed(writer, item, time);
+            break;
+        case EventKind::kListRejected:
+            m_writers[writer].is_rejected = true;
             break;
         default:
             break;
     }
-}
-
-void History::AddProcess(std::int64_t process, Milliseconds time)
-{
-    bool is_new = false;
-    ProcessOf(process, time, is_new);
+    m_writers[writer].last = std::max(m_writers[writer].last, time);
 }
 
 std::size_t History::ItemOf(std::string_view name)
@@ -122,190 +118,438 @@ std::size_t History::ItemOf(std::string_view name)
     const auto [entry, is_new] = m_by_name.emplace(name, m_items.size());
     if (is_new) {
         m_items.emplace_back();
-        m_items.back().report.name = name;
+        m_items.back().name = name;
     }
     return entry->second;
 }
 
-// A process that is new counts as a launcher until something shows that it is none.
-History::Process& History::ProcessOf(std::int64_t id, Milliseconds time, bool& is_new)
+std::size_t History::NewWriter(std::int64_t process, Milliseconds time)
 {
-    const auto [entry, was_new] = m_processes.try_emplace(id);
-    is_new = was_new;
+    m_writers.emplace_back();
+    Writer& writer = m_writers.back();
+    writer.process = process;
+    writer.first = time;
+    writer.last = time;
+    writer.gaps = m_gaps;
+    return m_writers.size() - 1;
+}
+
+// A new process counts as a launcher until something shows that it is a child.
+std::size_t History::WriterOf(const Event& event, std::int64_t process, std::size_t item,
+                              Milliseconds time)
+{
+    const auto [entry, is_new] = m_by_process.try_emplace(process, m_writers.size());
     if (is_new) {
-        entry->second.first = time;
-        ++m_launchers;
-        m_last_launcher = id;
+        return NewWriter(process, time);
+    }
+    Writer& writer = m_writers[entry->second];
+    if (IsReused(writer, event, item, time)) {
+        writer.is_gone = true;
+        entry->second = m_writers.size();
+        return NewWriter(process, time);
+    }
+    // It writes about a second item: a launcher after all.
+    if (writer.parent != kNone && (item == kNone || writer.item != item)) {
+        Run& run = m_items[writer.item].runs[writer.parent_run];
+        run.role = Role::kRun;
+        run.is_open = !run.end;
+        run.down_until.reset();
+        writer.parent = kNone;
     }
     return entry->second;
 }
 
-History::Supervision& History::SupervisionOf(std::int64_t id, std::size_t index, Milliseconds time)
+// Whether the event cannot come from the launcher that used the process id before.
+bool History::IsReused(Writer& writer, const Event& event, std::size_t item,
+                       Milliseconds time) const
 {
-    bool is_new = false;
-    Process& process = ProcessOf(id, time, is_new);
-    if (process.carries_on && process.carried_item != index) {
-        // It writes about a second item: a launcher after all, whatever its first record was like.
-        process.carries_on = false;
-        ItemReport& report = m_items[process.carried_item].report;
-        report.runs[process.carried_run].is_failed = false;
-        --report.failed_starts;
-        ++m_launchers;
-        m_last_launcher = id;
+    const Milliseconds silence = time - writer.last;
+    if (silence < kReuse && time - writer.first < kReuse) {
+        return false;
     }
-    const auto [supervision, is_first] = process.items.try_emplace(index);
-    if (is_first) {
-        m_items[index].supervisors.push_back(id);
+    if (writer.is_rejected && silence >= kReuse) {
+        return true;
     }
-    return supervision->second;
-}
-
-// Whether a new process that starts `item` at `time` may be the child of the item's last start.
-bool History::CarriesOn(const Item& item, Milliseconds time) const
-{
-    return item.last_run && !item.report.runs[*item.last_run].end && time >= item.last_start &&
-           time - item.last_start <= kCarryOnWithin;
-}
-
-void History::AddStart(std::int64_t id, std::size_t index, Milliseconds time)
-{
-    Item& item = m_items[index];
-    const std::int64_t launcher = m_last_launcher;
-    bool is_new = false;
-    Process& process = ProcessOf(id, time, is_new);
-    if (is_new && CarriesOn(item, time)) {
-        process.carries_on = true;
-        process.carried_item = index;
-        process.carried_run = *item.last_run;
-        FailRun(index, *item.last_run);
-        --m_launchers;
-        m_last_launcher = launcher;
-    }
-    process.writes_starts = true;
-    m_has_starts = true;
-    Supervision& supervision = SupervisionOf(id, index, time);
-    if (supervision.last_end) {
-        item.restarts.push_back(time);
-    }
-    supervision.run = item.report.runs.size();
-    item.report.runs.push_back({});
-    item.report.runs.back().start = time;
-    item.report.starts = item.report.starts.value_or(0) + 1;
-    item.last_run = supervision.run;
-    item.last_starter = id;
-    item.last_start = time;
-}
-
-void History::AddEnd(const Event& event, std::int64_t id, std::size_t index, Milliseconds time)
-{
-    Item& item = m_items[index];
-    Supervision& supervision = SupervisionOf(id, index, time);
-    if (!supervision.run) {
-        supervision.run = item.report.runs.size();
-        item.report.runs.push_back({});
-        if (supervision.last_end) {
-            item.report.runs.back().start = *supervision.last_end + kRestartPause;
-            item.restarts.push_back(*supervision.last_end + kRestartPause);
+    const bool is_whole = writer.gaps == m_gaps;
+    Supervision* supervision = item == kNone ? nullptr : writer.Find(item);
+    if (event.kind == EventKind::kStart) {
+        if (!writer.writes_starts) {
+            // Had it written DEBUG records, there would be one soon after its first end.
+            return is_whole && writer.has_ends && time - writer.first >= kReuse;
+        }
+        if (supervision != nullptr && supervision->run != kNone && supervision->gaps == m_gaps) {
+            const Run& run = m_items[item].runs[supervision->run];
+            return run.role != Role::kFailed && run.start && time - *run.start >= kReuse;
         }
     }
-    Run& run = item.report.runs[*supervision.run];
-    run.end = time;
-    run.is_clean = event.result >= 0 && event.wait_status == 0;
-    if (event.child != id) {
-        const Milliseconds since = run.start.value_or(supervision.last_end.value_or(0));
-        TakeInChild(event, index, *supervision.run, since);
+    if (silence < kReuse) {
+        return false;
     }
-    if (!run.is_failed) {
-        ++item.report.ends;
-        ++item.report.ends_in_words[EndInWords(event.result, event.wait_status)];
+    std::size_t killed = 0;
+    if (writer.writes_starts) {
+        const bool is_orphan = event.kind == EventKind::kEnd && supervision != nullptr &&
+                               supervision->run == kNone && supervision->older == kNone;
+        return is_whole && (is_orphan || (writer.open_runs == 0 && FindStop(writer, killed)));
     }
-    supervision.run.reset();
-    supervision.last_end = time;
+    return silence >= kSilence && FindStop(writer, killed) && killed >= 2;
 }
 
-// The end of a process that wrote to the log itself since the run began, about this item alone: it
-// was a supervisor that carried on, and never the program. An older one only had the same number.
-void History::TakeInChild(const Event& event, std::size_t index, std::size_t run,
-                          Milliseconds since)
+// The item's last attempt, if a new process that starts the item may be its child.
+std::size_t History::ParentOf(const Item& item, Milliseconds time) const
 {
-    const auto child = m_processes.find(event.child);
-    if (child == m_processes.end()) {
+    if (item.last_start == kNone) {
+        return kNone;
+    }
+    const Run& run = item.runs[item.last_start];
+    const bool may_be =
+        run.is_open && run.start && time >= *run.start && time - *run.start <= kSettled;
+    return may_be ? item.last_starter : kNone;
+}
+
+std::size_t History::RootOf(std::size_t writer) const
+{
+    while (m_writers[writer].parent != kNone) {
+        writer = m_writers[writer].parent;
+    }
+    return writer;
+}
+
+History::Supervision& History::SupervisionOf(std::size_t writer, std::size_t item)
+{
+    if (m_writers[writer].Find(item) == nullptr) {
+        m_items[item].writers.push_back(writer);
+    }
+    return m_writers[writer].Get(item);
+}
+
+void History::AddStart(std::size_t index, std::size_t item_index, Milliseconds time, bool is_new)
+{
+    Item& item = m_items[item_index];
+    Writer& writer = m_writers[index];
+    const std::size_t parent = is_new ? ParentOf(item, time) : kNone;
+    if (parent != kNone) {
+        Run& failed = item.runs[item.last_start];
+        failed.role = Role::kFailed;
+        failed.down_until = time;
+        writer.parent = parent;
+        writer.parent_run = item.last_start;
+    }
+    writer.writes_starts = true;
+    Supervision& supervision = SupervisionOf(index, item_index);
+    if (supervision.last != kNone && supervision.run == kNone) {
+        item.runs[supervision.last].down_until = time;
+    }
+    if (supervision.run != kNone) {
+        if (supervision.gaps == m_gaps && supervision.older == kNone) {
+            // A later item of the same name starts before the earlier one is killed.
+            supervision.older = supervision.run;
+        } else {
+            item.runs[supervision.run].is_open = false;
+            --writer.open_runs;
+        }
+    }
+    supervision.run = item.runs.size();
+    supervision.gaps = m_gaps;
+    ++writer.open_runs;
+    item.runs.emplace_back();
+    Run& run = item.runs.back();
+    run.start = time;
+    run.is_first = supervision.last == kNone;
+    run.is_open = true;
+    run.launcher = static_cast<std::uint32_t>(index);
+    item.last_start = supervision.run;
+    item.last_starter = index;
+}
+
+void History::AddEnd(const Event& event, std::size_t index, std::size_t item_index,
+                     Milliseconds time)
+{
+    Item& item = m_items[item_index];
+    Writer& writer = m_writers[index];
+    Supervision& supervision = SupervisionOf(index, item_index);
+    const bool is_older = supervision.older != kNone;
+    std::size_t number = is_older ? supervision.older : supervision.run;
+    if (number == kNone) {
+        number = item.runs.size();
+        item.runs.emplace_back();
+        item.runs.back().launcher = static_cast<std::uint32_t>(index);
+        // A kill and a long silence after it may have been a stop.
+        const bool may_be_other = supervision.is_killed &&
+                                  time - supervision.last_end >= kSilence &&
+                                  writer.last - supervision.last_end < kLongestKill;
+        if (supervision.last != kNone && !may_be_other && !writer.writes_starts) {
+            item.runs.back().start = supervision.last_end + kPause;
+            item.runs[supervision.last].down_until = supervision.last_end + kPause;
+        }
+        item.runs.back().is_first = supervision.last == kNone;
+    } else {
+        --writer.open_runs;
+    }
+    Run& run = item.runs[number];
+    run.end = time;
+    run.is_open = false;
+    run.how = {event.result >= 0, event.wait_status};
+    if (is_older) {
+        run.cause = IsKill(run.how) ? Cause::kLauncher : Cause::kProgram;
+        supervision.older = kNone;
+    } else {
+        supervision.run = kNone;
+        supervision.last = number;
+        supervision.gaps = m_gaps;
+        supervision.last_end = time;
+        supervision.is_killed = IsKill(run.how);
+    }
+    writer.has_ends = true;
+    if (event.child != writer.process) {
+        AdoptChild(event.child, index, item_index, number, run.start);
+    }
+}
+
+// The child that ended at `run` may have written to the log: then it was a supervisor and never its
+// program. It wrote about this item only and since the run began; otherwise an older process, which
+// is gone now, had the same id.
+void History::AdoptChild(std::int64_t child, std::size_t parent, std::size_t item, std::size_t run,
+                         std::optional<Milliseconds> since)
+{
+    const auto found = m_by_process.find(child);
+    if (found == m_by_process.end()) {
         return;
     }
-    const Process& process = child->second;
-    if (!process.carries_on && process.first >= since && process.items.size() == 1 &&
-        process.items.count(index) != 0) {
-        FailRun(index, run);
-        --m_launchers;
+    Writer& writer = m_writers[found->second];
+    const Milliseconds begin = since.value_or(m_writers[parent].first);
+    if (writer.parent == kNone && writer.item == item && writer.CountItems() == 1 &&
+        writer.first >= begin && RootOf(parent) != found->second) {
+        writer.parent = parent;
+        writer.parent_run = run;
+        m_items[item].runs[run].role = Role::kFailed;
+    } else if (writer.parent == kNone) {
+        writer.is_gone = true;
     }
-    m_processes.erase(child);
+    m_by_process.erase(found);
 }
 
-// Written by the child of the item's last start, which has only this to say.
-void History::AddNoProgram(std::int64_t id, std::size_t index)
+void History::AddNoProgram(std::size_t index, Milliseconds time)
 {
     Item& item = m_items[index];
-    ++item.report.no_program;
-    if (item.last_run && item.last_starter != id) {
-        item.report.runs[*item.last_run].is_failed = true;
+    item.no_program.push_back(time);
+    if (item.last_start != kNone && item.runs[item.last_start].is_open) {
+        item.runs[item.last_start].role = Role::kFailed;
+        item.runs[item.last_start].down_until = time;
     }
 }
 
-void History::AddForkFailed(std::int64_t id, std::size_t index, Milliseconds time)
+void History::AddForkFailed(std::size_t index, std::size_t item_index, Milliseconds time)
 {
-    Item& item = m_items[index];
-    ++item.report.failed_forks;
-    Supervision& supervision = SupervisionOf(id, index, time);
-    if (supervision.run) {
-        item.report.runs[*supervision.run].is_failed = true;
-        supervision.run.reset();
+    Item& item = m_items[item_index];
+    item.failed_forks.push_back(time);
+    Supervision& supervision = SupervisionOf(index, item_index);
+    supervision.is_abandoned = true;
+    if (supervision.run != kNone) {
+        Run& run = item.runs[supervision.run];
+        run.role = Role::kFailed;
+        run.is_open = false;
+        run.is_abandoned = true;
+        supervision.run = kNone;
+        --m_writers[index].open_runs;
     }
 }
 
-void History::FailRun(std::size_t item, std::size_t run)
+// Whether the last ends look like a stop: children killed with signal 9 one after another, none of
+// them restarted, and nothing left that would still have run. Counts the killed ones.
+bool History::FindStop(Writer& writer, std::size_t& killed)
 {
-    m_items[item].report.runs[run].is_failed = true;
-    ++m_items[item].report.failed_starts;
+    std::vector<Milliseconds> kills;
+    std::vector<Milliseconds> others;
+    writer.ForEach([&](std::size_t, const Supervision& supervision) {
+        if (supervision.last != kNone && !supervision.is_abandoned) {
+            (supervision.is_killed ? kills : others).push_back(supervision.last_end);
+        }
+    });
+    if (kills.empty()) {
+        return false;
+    }
+    std::sort(kills.begin(), kills.end());
+    std::size_t first = kills.size() - 1;
+    while (first > 0 && kills[first] - kills[first - 1] >= kStopGap &&
+           kills[first] - kills[first - 1] <= kLongestKill) {
+        --first;
+    }
+    killed = kills.size() - first;
+    writer.stop_from = kills[first];
+    // Without DEBUG records, another item would have been killed, too, unless it was in its pause.
+    const auto is_during = [&](Milliseconds end) { return end >= kills[first] - kSettled; };
+    return writer.writes_starts ||
+           (first == 0 && std::all_of(others.begin(), others.end(), is_during));
 }
 
-bool History::LacksStarts(const Item& item) const
+// Whether another launcher started all that this one had running, after its last record.
+bool History::IsReplaced(std::size_t index)
 {
-    return std::any_of(item.supervisors.begin(), item.supervisors.end(), [this](std::int64_t id) {
-        const auto process = m_processes.find(id);
-        return process != m_processes.end() && !process->second.writes_starts;
+    Writer& writer = m_writers[index];
+    std::size_t successor = kNone;
+    bool is_replaced = true;
+    writer.ForEach([&](std::size_t item, const Supervision& supervision) {
+        if (supervision.run == kNone || !is_replaced) {
+            return;
+        }
+        if (successor == kNone) {
+            for (const std::size_t other : m_items[item].writers) {
+                if (other > index && m_writers[other].parent == kNone &&
+                    m_writers[other].first > writer.alive_until) {
+                    successor = other;
+                    break;
+                }
+            }
+        }
+        is_replaced = successor != kNone && m_writers[successor].Find(item) != nullptr;
+    });
+    return is_replaced && successor != kNone;
+}
+
+void History::DecideEnd(std::size_t index, Milliseconds last_record, Milliseconds now)
+{
+    Writer& writer = m_writers[index];
+    const bool is_settled = writer.is_gone || std::max(last_record, now) - writer.last >= kSettled;
+    std::size_t killed = 0;
+    const bool has_stop = writer.open_runs == 0 && FindStop(writer, killed);
+    if (writer.is_rejected) {
+        writer.end = LauncherEnd::kRejected;
+    } else if (has_stop && (writer.writes_starts || killed >= 2)) {
+        // A launcher that was killed right after its only child looks the same.
+        writer.end = is_settled ? LauncherEnd::kStopped : LauncherEnd::kUnknown;
+        writer.is_certain = writer.writes_starts && killed >= 2 && writer.gaps == m_gaps;
+    } else if (writer.open_runs > 0 && (writer.is_gone || IsReplaced(index))) {
+        writer.end = LauncherEnd::kVanished;
+        writer.is_certain = writer.is_gone;
+    } else if (writer.alive_until >= last_record && !has_stop && !writer.is_gone &&
+               writer.CountItems() > 0 &&
+               (writer.open_runs > 0 || !is_settled || !writer.writes_starts)) {
+        writer.end = LauncherEnd::kRunning;
+    }
+}
+
+// Which of the last ends the launcher caused.
+void History::DecideCauses(std::size_t index)
+{
+    Writer& writer = m_writers[index];
+    const Writer& root = m_writers[m_roots[index]];
+    const bool is_stopped = root.end == LauncherEnd::kStopped || root.end == LauncherEnd::kRejected;
+    writer.ForEach([&](std::size_t item, Supervision& supervision) {
+        if (supervision.last == kNone || supervision.run != kNone) {
+            return;
+        }
+        Run& run = m_items[item].runs[supervision.last];
+        const Milliseconds later = root.alive_until - supervision.last_end;
+        // A restart would have been logged, and its record is not missing.
+        const bool is_complete = writer.writes_starts && supervision.gaps == m_gaps;
+        if (supervision.is_killed) {
+            const bool is_in_stop = is_stopped && (root.end == LauncherEnd::kRejected ||
+                                                   supervision.last_end >= root.stop_from);
+            const bool is_not_restarted = is_complete && later >= kSettled;
+            run.cause = is_in_stop || is_not_restarted               ? Cause::kLauncher
+                        : !writer.writes_starts && later >= kSilence ? Cause::kProgram
+                                                                     : Cause::kMaybeLauncher;
+        }
+        run.is_final = is_stopped || (is_complete && later >= kSettled);
     });
 }
 
-State History::StateOf(const Item& item, Milliseconds last) const
+// Fills in when the item was certainly running, and when it was certainly not.
+void History::FinishRuns(Item& item, Milliseconds last_record)
 {
-    const auto starter = m_processes.find(item.last_starter);
-    if (!item.last_run || starter == m_processes.end() ||
-        (item.last_starter != m_last_launcher && !starter->second.carries_on)) {
-        return State::kUnknown;
+    for (std::size_t i = 0; i < item.runs.size(); ++i) {
+        Run& run = item.runs[i];
+        const Writer& writer = m_writers[run.launcher];
+        const Writer& root = m_writers[m_roots[run.launcher]];
+        run.from = run.to = run.start.value_or(run.end.value_or(0));
+        if (run.role != Role::kFailed && run.end) {
+            if (run.start && *run.start <= *run.end) {
+                run.to = *run.end;
+            } else if (!run.start && run.is_first && writer.writes_starts &&
+                       writer.gaps == m_gaps && writer.first <= *run.end) {
+                // Its start would have been logged.
+                run.from = writer.first;
+                run.to = *run.end;
+            } else {
+                run.from = run.to = *run.end;
+            }
+        } else if (run.role != Role::kFailed) {
+            const bool has_run = run.is_open && run.start && writer.parent == kNone &&
+                                 root.alive_until - *run.start >= kSettled;
+            run.role = has_run ? Role::kRun : Role::kAttempt;
+            run.to = has_run ? root.alive_until : run.from;
+        }
+        if (!run.down_until && (run.is_final || run.is_abandoned)) {
+            if (i + 1 == item.runs.size()) {
+                run.down_until = last_record;
+            } else if (item.runs[i + 1].start) {
+                run.down_until = item.runs[i + 1].start;
+            }
+        }
     }
-    const Run& run = item.report.runs[*item.last_run];
-    // What could not be started again and again has not been started because the log ends.
-    const bool may_fail = starter->second.carries_on && last - item.last_start <= kCarryOnWithin;
-    if (run.is_failed || (!run.end && may_fail)) {
-        return State::kUnknown;
-    }
-    return run.end ? State::kEnded : State::kRunning;
 }
 
-void History::Finish(Report& report)
+// Fills in m_roots. A chain of children may be long, so no part of it is followed twice.
+void History::FindRoots()
 {
-    report.launchers = m_launchers;
-    report.has_starts = m_has_starts;
-    for (Item& item : m_items) {
-        if (LacksStarts(item)) {
-            item.report.starts.reset();
+    m_roots.assign(m_writers.size(), kNone);
+    std::vector<std::size_t> path;
+    for (std::size_t i = 0; i < m_writers.size(); ++i) {
+        std::size_t at = i;
+        while (m_roots[at] == kNone && m_writers[at].parent != kNone) {
+            path.push_back(at);
+            at = m_writers[at].parent;
         }
-        item.report.state = StateOf(item, report.last.value_or(0));
-        item.report.restarts = item.restarts.size();
-        item.report.worst_minute = WorstMinute(std::move(item.restarts));
-        MeasureRuns(item.report);
-        FindLoop(item.report);
-        report.items.push_back(std::move(item.report));
+        const std::size_t root = m_roots[at] == kNone ? at : m_roots[at];
+        m_roots[at] = root;
+        for (const std::size_t writer : path) {
+            m_roots[writer] = root;
+        }
+        path.clear();
+    }
+}
+
+void History::Finish(Report& report, Milliseconds now)
+{
+    const Milliseconds last_record = report.last_record.value_or(0);
+    for (Writer& writer : m_writers) {
+        writer.alive_until = writer.last;
+    }
+    FindRoots();
+    for (std::size_t i = 0; i < m_writers.size(); ++i) {
+        Writer& root = m_writers[m_roots[i]];
+        root.alive_until = std::max(root.alive_until, m_writers[i].last);
+    }
+    std::vector<std::uint32_t> numbers(m_writers.size());
+    for (std::size_t i = 0; i < m_writers.size(); ++i) {
+        Writer& writer = m_writers[i];
+        if (writer.parent == kNone) {
+            DecideEnd(i, last_record, now);
+            numbers[i] = static_cast<std::uint32_t>(report.launchers.size());
+            report.launchers.push_back({writer.process, writer.first, writer.last, writer.end,
+                                        writer.is_certain, writer.writes_starts,
+                                        writer.CountItems()});
+        }
+    }
+    for (std::size_t i = 0; i < m_writers.size(); ++i) {
+        DecideCauses(i);
+        report.has_starts = report.has_starts || m_writers[i].writes_starts;
+    }
+    report.items.reserve(m_items.size());
+    for (Item& item : m_items) {
+        FinishRuns(item, last_record);
+        report.items.emplace_back();
+        ItemReport& result = report.items.back();
+        result.name = std::move(item.name);
+        result.lacks_starts =
+            std::any_of(item.writers.begin(), item.writers.end(),
+                        [&](std::size_t writer) { return !m_writers[writer].writes_starts; });
+        for (Run& run : item.runs) {
+            run.launcher = numbers[m_roots[run.launcher]];
+        }
+        result.runs = std::move(item.runs);
+        result.no_program_times = std::move(item.no_program);
+        result.failed_fork_times = std::move(item.failed_forks);
     }
 }
 

@@ -1,7 +1,7 @@
-// Following supervisors through the events of a log.
+// Putting the events of a log together to runs and launchers.
 #pragma once
 
-#include <map>
+#include <memory>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -11,68 +11,107 @@
 
 namespace launchlist {
 
-// Puts the events of a log, in their order, together to runs.
+// Receives the events of a log in their order. report_data.h says what can be inferred from them.
 class History
 {
 public:
-    // Adds an event about an item, written by `process` at `time`.
+    // Adds an event, written by `process` at `time`.
     void Add(const Event& event, std::int64_t process, Milliseconds time);
 
-    // Adds an event about no item.
-    void AddProcess(std::int64_t process, Milliseconds time);
+    // Records may be missing here: some were lost, or a line could not be parsed.
+    void AddGap() { ++m_gaps; }
 
-    // Moves the result into `report`, whose range is known. Nothing may be added after that.
-    void Finish(Report& report);
+    // Moves items, runs and launchers into `report`, whose last_record is set. At `now` the log was
+    // read; a later `now` than the last record shows that nothing followed. Nothing may be added
+    // afterwards.
+    void Finish(Report& report, Milliseconds now);
 
 private:
-    // One process at one item.
+    static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
+
+    // One process supervising one item.
     struct Supervision
     {
-        std::optional<std::size_t> run;  // Of the item's runs, the one that has not ended.
-        std::optional<Milliseconds> last_end;
+        std::size_t run = kNone;    // Of the item's runs, the one that has not ended.
+        std::size_t older = kNone;  // The same for an earlier item of the same name.
+        std::size_t last = kNone;   // The run that ended last.
+        std::size_t gaps = 0;  // The gaps of the log at the start of `run`, or at the last end.
+        Milliseconds last_end = 0;  // Only with `last`.
+        bool is_killed = false;     // `last` ended by signal 9.
+        bool is_abandoned = false;
     };
 
-    struct Process
+    // A process that wrote about items: a launcher, or a child that could not execute its program
+    // and continues as a supervisor. A process id that is used again is another writer.
+    struct Writer
     {
-        Milliseconds first = 0;  // Its first record.
+        std::int64_t process = 0;
+        Milliseconds first = 0;
+        Milliseconds last = 0;
+        Milliseconds alive_until = 0;  // Of a launcher: the last record of it or such a child.
+        std::size_t parent = kNone;    // Of such a child: the writer that started it.
+        std::size_t parent_run = kNone;
         bool writes_starts = false;
-        std::map<std::size_t, Supervision> items;
-        // Set while everything it wrote is about one item, in whose start it began: a child that
-        // could not execute its program.
-        bool carries_on = false;
-        std::size_t carried_item = 0;
-        std::size_t carried_run = 0;
+        bool has_ends = false;
+        bool is_rejected = false;
+        bool is_gone = false;  // Another process has its id.
+        std::size_t open_runs = 0;
+        std::size_t gaps = 0;  // The gaps of the log at its first record.
+        // Most writers have one item, so the first stands apart.
+        std::size_t item = kNone;
+        Supervision supervision;
+        std::unique_ptr<std::unordered_map<std::size_t, Supervision>> more;
+        LauncherEnd end = LauncherEnd::kUnknown;
+        bool is_certain = true;
+        Milliseconds stop_from = 0;  // Of a stop: the first end that it caused.
+
+        Supervision* Find(std::size_t index);
+        Supervision& Get(std::size_t index);
+        std::size_t CountItems() const;
+        template <typename Visit>
+        void ForEach(Visit visit);
     };
 
     struct Item
     {
-        ItemReport report;
-        std::vector<std::int64_t> supervisors;
-        std::vector<Milliseconds> restarts;
-        std::optional<std::size_t> last_run;  // The last one that was started, by whom, and when.
-        std::int64_t last_starter = 0;
-        Milliseconds last_start = 0;
+        std::string name;
+        std::vector<Run> runs;
+        std::vector<std::size_t> writers;
+        std::vector<Milliseconds> no_program;
+        std::vector<Milliseconds> failed_forks;
+        std::size_t last_start = kNone;  // The run that was started last.
+        std::size_t last_starter = kNone;
     };
 
     std::size_t ItemOf(std::string_view name);
-    Process& ProcessOf(std::int64_t id, Milliseconds time, bool& is_new);
-    Supervision& SupervisionOf(std::int64_t id, std::size_t item, Milliseconds time);
-    bool CarriesOn(const Item& item, Milliseconds time) const;
-    void TakeInChild(const Event& event, std::size_t item, std::size_t run, Milliseconds since);
-    void AddStart(std::int64_t id, std::size_t item, Milliseconds time);
-    void AddEnd(const Event& event, std::int64_t id, std::size_t item, Milliseconds time);
-    void AddNoProgram(std::int64_t id, std::size_t item);
-    void AddForkFailed(std::int64_t id, std::size_t item, Milliseconds time);
-    void FailRun(std::size_t item, std::size_t run);
-    bool LacksStarts(const Item& item) const;
-    State StateOf(const Item& item, Milliseconds last) const;
+    std::size_t WriterOf(const Event& event, std::int64_t process, std::size_t item,
+                         Milliseconds time);
+    std::size_t NewWriter(std::int64_t process, Milliseconds time);
+    bool IsReused(Writer& writer, const Event& event, std::size_t item, Milliseconds time) const;
+    Supervision& SupervisionOf(std::size_t writer, std::size_t item);
+    std::size_t ParentOf(const Item& item, Milliseconds time) const;
+    std::size_t RootOf(std::size_t writer) const;
+
+    void AddStart(std::size_t writer, std::size_t item, Milliseconds time, bool is_new);
+    void AddEnd(const Event& event, std::size_t writer, std::size_t item, Milliseconds time);
+    void AddForkFailed(std::size_t writer, std::size_t item, Milliseconds time);
+    void AddNoProgram(std::size_t item, Milliseconds time);
+    void AdoptChild(std::int64_t child, std::size_t parent, std::size_t item, std::size_t run,
+                    std::optional<Milliseconds> since);
+
+    static bool FindStop(Writer& writer, std::size_t& killed);
+    bool IsReplaced(std::size_t writer);
+    void DecideEnd(std::size_t writer, Milliseconds last_record, Milliseconds now);
+    void DecideCauses(std::size_t writer);
+    void FindRoots();
+    void FinishRuns(Item& item, Milliseconds last_record);
 
     std::vector<Item> m_items;
     std::unordered_map<std::string, std::size_t> m_by_name;
-    std::unordered_map<std::int64_t, Process> m_processes;
-    std::size_t m_launchers = 0;
-    std::int64_t m_last_launcher = 0;
-    bool m_has_starts = false;
+    std::vector<Writer> m_writers;
+    std::unordered_map<std::int64_t, std::size_t> m_by_process;  // The present writer of an id.
+    std::vector<std::size_t> m_roots;  // The launcher of each writer; known at the end.
+    std::size_t m_gaps = 0;
 };
 
 }  // namespace launchlist

@@ -6,6 +6,8 @@
 #include <charconv>
 #include <limits>
 
+#include "launcher/log_messages.h"
+
 namespace launchlist {
 
 namespace {
@@ -16,7 +18,8 @@ struct SignalName
     const char* name;
 };
 
-// Numbers differ between systems; a log is read where it was written.
+// The numbers differ between systems. A log is expected to be read on the kind of system that wrote
+// it.
 constexpr SignalName kSignalNames[] = {
     {SIGHUP, "SIGHUP"},   {SIGINT, "SIGINT"},       {SIGQUIT, "SIGQUIT"}, {SIGILL, "SIGILL"},
     {SIGTRAP, "SIGTRAP"}, {SIGABRT, "SIGABRT"},     {SIGBUS, "SIGBUS"},   {SIGFPE, "SIGFPE"},
@@ -53,7 +56,7 @@ bool TakeBack(std::string_view& text, std::string_view suffix)
     return true;
 }
 
-// Takes a decimal number off the back of `text`.
+// Removes a decimal number from the end of `text`.
 bool TakeNumber(std::string_view& text, std::int64_t& number)
 {
     std::size_t begin = text.find_last_not_of("0123456789") + 1;
@@ -69,13 +72,14 @@ bool TakeNumber(std::string_view& text, std::int64_t& number)
     return true;
 }
 
-// "NAME 123 is killed. ret = 123, status = 9", from the back: the name comes first.
+// Reads "NAME 123 is killed. ret = 123, status = 9" from its end, because the name may contain
+// anything.
 bool ReadEnd(std::string_view text, Event& event)
 {
     std::int64_t wait_status = 0;
-    if (!TakeNumber(text, wait_status) || !TakeBack(text, ", status = ") ||
-        !TakeNumber(text, event.result) || !TakeBack(text, " is killed. ret = ") ||
-        !TakeNumber(text, event.child) || !TakeBack(text, " ") ||
+    if (!TakeNumber(text, wait_status) || !TakeBack(text, LiteralPart(kItemEnded, 3)) ||
+        !TakeNumber(text, event.result) || !TakeBack(text, LiteralPart(kItemEnded, 2)) ||
+        !TakeNumber(text, event.child) || !TakeBack(text, LiteralPart(kItemEnded, 1)) ||
         (event.result != event.child && event.result != -1) ||
         wait_status < std::numeric_limits<int>::min() ||
         wait_status > std::numeric_limits<int>::max()) {
@@ -87,10 +91,10 @@ bool ReadEnd(std::string_view text, Event& event)
     return true;
 }
 
-bool ReadNamed(std::string_view text, std::string_view before, std::string_view behind,
-               EventKind kind, Event& event)
+// Reads a text whose only conversion is the item's name.
+bool ReadNamed(std::string_view text, std::string_view format, EventKind kind, Event& event)
 {
-    if (!TakeFront(text, before) || !TakeBack(text, behind)) {
+    if (!TakeFront(text, LiteralPart(format, 0)) || !TakeBack(text, LiteralPart(format, 1))) {
         return false;
     }
     event.kind = kind;
@@ -115,36 +119,53 @@ bool ReadLost(std::string_view text, Event& event)
 Event ReadEvent(std::string_view level, std::string_view text)
 {
     Event event;
-    if (!TakeFront(text, "[LAUNCHER  ] ")) {
+    if (!TakeFront(text, kLauncherTag)) {
         ReadLost(text, event);
     } else if (level == "DEBUG") {
-        ReadNamed(text, "Start to fork ", "", EventKind::kStart, event);
-    } else if (text == "There is an item has no name.") {
+        ReadNamed(text, kItemStarts, EventKind::kStart, event);
+    } else if (text == WithoutTag(kItemHasNoName)) {
         event.kind = EventKind::kNoName;
-    } else if (text == "Error while parsing saved json string.") {
-        event.kind = EventKind::kListRefused;
+    } else if (text == WithoutTag(kListRejected)) {
+        event.kind = EventKind::kListRejected;
     } else {
-        // The end first: it is the longest form, and the one that a name imitates least easily.
-        ReadEnd(text, event) ||
-            ReadNamed(text, "Failed to fork ", "", EventKind::kForkFailed, event) ||
-            ReadNamed(text, "program path of ", " is empty", EventKind::kNoProgram, event);
+        // The end comes first: its form is the longest, so a name is least likely to imitate it.
+        ReadEnd(text, event) || ReadNamed(text, kForkFailed, EventKind::kForkFailed, event) ||
+            ReadNamed(text, kItemHasNoProgram, EventKind::kNoProgram, event);
     }
     return event;
 }
 
-std::string EndInWords(std::int64_t result, int wait_status)
+std::optional<int> ExitStatusOf(const EndCause& cause)
 {
-    if (result < 0) {
+    return cause.is_seen && WIFEXITED(cause.wait_status)
+               ? std::optional<int>(WEXITSTATUS(cause.wait_status))
+               : std::nullopt;
+}
+
+std::optional<int> SignalOf(const EndCause& cause)
+{
+    return cause.is_seen && WIFSIGNALED(cause.wait_status)
+               ? std::optional<int>(WTERMSIG(cause.wait_status))
+               : std::nullopt;
+}
+
+bool HasCore(const EndCause& cause)
+{
+    return SignalOf(cause) && WCOREDUMP(cause.wait_status);
+}
+
+std::string EndInWords(const EndCause& cause)
+{
+    if (!cause.is_seen) {
         return "end not seen (waitpid failed)";
     }
-    if (WIFEXITED(wait_status)) {
-        return "exit status " + std::to_string(WEXITSTATUS(wait_status));
+    if (const auto status = ExitStatusOf(cause)) {
+        return "exit status " + std::to_string(*status);
     }
-    if (WIFSIGNALED(wait_status)) {
-        return "killed by " + NameOfSignal(WTERMSIG(wait_status)) +
-               (WCOREDUMP(wait_status) ? ", core dumped" : "");
+    if (const auto signal = SignalOf(cause)) {
+        return "killed by " + NameOfSignal(*signal) + (HasCore(cause) ? ", core dumped" : "");
     }
-    return "wait status " + std::to_string(wait_status);
+    return "wait status " + std::to_string(cause.wait_status);
 }
 
 }  // namespace launchlist

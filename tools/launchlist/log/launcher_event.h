@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -9,31 +10,53 @@ namespace launchlist {
 
 enum class EventKind
 {
-    kStart,        // A supervisor is about to fork.
-    kEnd,          // A child has ended.
-    kForkFailed,   // The supervision of an item is over.
-    kNoProgram,    // Written by a child, which then ends.
-    kNoName,       // An item of the list was skipped.
-    kListRefused,  // The launcher ends.
-    kRecordsLost,  // The log lacks records, `number` of them.
+    kStart,         // A supervisor is about to fork.
+    kEnd,           // A child ended.
+    kForkFailed,    // The supervisor stopped: it could not fork.
+    kNoProgram,     // Written by a child, which then exits.
+    kNoName,        // An item of the list was skipped.
+    kListRejected,  // The launcher exits.
+    kRecordsLost,   // `number` records could not be written.
     kOther
 };
 
 struct Event
 {
     EventKind kind = EventKind::kOther;
-    std::string_view name;    // The item's, a part of the text.
-    std::int64_t child = 0;   // Of an end: the process id,
-    std::int64_t result = 0;  // what waitpid returned
+    std::string_view name;    // The item's name; points into the text.
+    std::int64_t child = 0;   // kEnd: the child's process id,
+    std::int64_t result = 0;  // the result of waitpid,
     int wait_status = 0;      // and the wait status.
     std::uint64_t number = 0;
 };
 
-// Reads the text of a record of `level`. A name may hold anything, also the words of another
-// message; the level tells a start from all the rest.
+// Reads the text of a record of `level`. A name may contain anything, including the text of another
+// message, so only the level decides whether a record is a start.
 Event ReadEvent(std::string_view level, std::string_view text);
 
-// The end of a child in words: "exit status 3", "killed by SIGSEGV, core dumped".
-std::string EndInWords(std::int64_t result, int wait_status);
+// How a child ended.
+struct EndCause
+{
+    bool is_seen = true;  // False: waitpid failed, and the wait status means nothing.
+    int wait_status = 0;
+};
+
+constexpr bool operator==(const EndCause& a, const EndCause& b)
+{
+    return a.is_seen == b.is_seen && a.wait_status == b.wait_status;
+}
+
+constexpr bool operator<(const EndCause& a, const EndCause& b)
+{
+    return a.is_seen != b.is_seen ? a.is_seen : a.wait_status < b.wait_status;
+}
+
+// The exit status, or the number of the signal that ended the child; at most one of the two.
+std::optional<int> ExitStatusOf(const EndCause& cause);
+std::optional<int> SignalOf(const EndCause& cause);
+bool HasCore(const EndCause& cause);
+
+// "exit status 3", "killed by SIGSEGV, core dumped".
+std::string EndInWords(const EndCause& cause);
 
 }  // namespace launchlist

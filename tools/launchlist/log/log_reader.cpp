@@ -8,24 +8,24 @@
 #include <algorithm>
 #include <cstring>
 #include <set>
-#include <utility>
 
 #include "tools/launchlist/base/files.h"
+#include "tools/launchlist/log/log_bytes.h"
 
 namespace launchlist {
 
 namespace {
 
-// More than any log keeps.
-constexpr int kMostOldFiles = 99;
+// More old files than any log keeps.
+constexpr int kMaxOldFiles = 99;
+
+constexpr int kFlags = O_RDONLY | O_CLOEXEC;
 
 struct OpenFile
 {
     LogFile file;
     int descriptor = -1;
 };
-
-using FileId = std::pair<dev_t, ino_t>;
 
 class OpenLogs
 {
@@ -43,13 +43,13 @@ public:
         }
     }
 
-    // All are opened before one is read, the newest first: a rotation in between may show a file
-    // under two names, which its number tells, but hides none.
+    // Opens a log and its old files, the newest first, before any is read. If the log is rotated
+    // meanwhile, a file may be found under two names, which its inode shows, but none is missed.
     void Open(const std::string& path)
     {
         const std::size_t first = m_files.size();
         OpenOne(path, true);
-        for (int number = 1; number <= kMostOldFiles; ++number) {
+        for (int number = 1; path != "-" && number <= kMaxOldFiles; ++number) {
             OpenOne(path + "." + std::to_string(number), false);
         }
         std::reverse(m_files.begin() + static_cast<std::ptrdiff_t>(first), m_files.end());
@@ -58,20 +58,26 @@ public:
     std::vector<OpenFile>& Files() { return m_files; }
 
 private:
-    void OpenOne(const std::string& path, bool is_wanted)
+    // A file that is not required may be missing.
+    void OpenOne(const std::string& path, bool is_required)
     {
         OpenFile open_file;
         open_file.file.path = path;
-        open_file.descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+        open_file.descriptor =
+            path == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0) : open(path.c_str(), kFlags);
         struct stat status = {};
         if (open_file.descriptor < 0 || fstat(open_file.descriptor, &status) != 0) {
-            if (!is_wanted && errno == ENOENT) {
+            if (!is_required && errno == ENOENT) {
                 return;
             }
             open_file.file.error = std::strerror(errno);
-        } else if (!m_seen.insert(FileId(status.st_dev, status.st_ino)).second) {
-            close(open_file.descriptor);
-            return;
+        } else {
+            open_file.file.is_open = true;
+            open_file.file.id = FileId(status.st_dev, status.st_ino);
+            if (!m_seen.insert(open_file.file.id).second) {
+                close(open_file.descriptor);
+                return;
+            }
         }
         m_files.push_back(open_file);
     }
@@ -80,11 +86,24 @@ private:
     std::set<FileId> m_seen;
 };
 
+// Passes the entries of one file to `sink`.
+void ReadEntries(const LogFile& file, std::string_view bytes, const LogSink& sink)
+{
+    qv7log::Entry entry;
+    std::size_t line = 1;
+    while (qv7log::NextEntry(bytes, entry)) {
+        if (entry.is_record) {
+            sink.on_record(entry.record);
+        } else {
+            sink.on_unread({file.path, line, entry.raw});
+        }
+        line += bytes.empty() || bytes.data()[-1] == '\n' ? 1U : 0U;
+    }
+}
+
 }  // namespace
 
-std::vector<LogFile> ReadLogs(const std::vector<std::string>& paths,
-                              const std::function<void(const qv7log::Record&)>& on_record,
-                              const std::function<void(const Unread&)>& on_unread)
+std::vector<LogFile> ReadLogs(const std::vector<std::string>& paths, const LogSink& sink)
 {
     OpenLogs logs;
     for (const std::string& path : paths) {
@@ -92,20 +111,13 @@ std::vector<LogFile> ReadLogs(const std::vector<std::string>& paths,
     }
     std::vector<LogFile> files;
     std::string bytes;
-    qv7log::Entry entry;
     for (OpenFile& open_file : logs.Files()) {
         LogFile& file = open_file.file;
         if (open_file.descriptor >= 0 && ReadDescriptor(open_file.descriptor, bytes, file.error)) {
             file.size = bytes.size();
-            std::string_view rest = bytes;
-            std::size_t line = 1;
-            while (qv7log::NextEntry(rest, entry)) {
-                if (entry.is_record) {
-                    on_record(entry.record);
-                } else {
-                    on_unread({file.path, line, entry.raw});
-                }
-                line += rest.empty() || rest.data()[-1] == '\n' ? 1U : 0U;
+            if (PrepareLog(bytes, file.error)) {
+                sink.on_file();
+                ReadEntries(file, bytes, sink);
             }
         }
         files.push_back(std::move(file));

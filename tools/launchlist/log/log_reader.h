@@ -1,23 +1,30 @@
-// The files of a log, the old ones that rotation has renamed included.
+// Reading the files of a log, including the old ones that rotation has renamed.
 #pragma once
+
+#include <sys/types.h>
 
 #include <functional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "qv7log/record_reader.h"
 
 namespace launchlist {
 
+using FileId = std::pair<dev_t, ino_t>;
+
 struct LogFile
 {
     std::string path;
     std::string error;  // Why it could not be read; "" if it could.
     std::size_t size = 0;
+    bool is_open = false;  // It could be opened:
+    FileId id;             // this is the file.
 };
 
-// A piece of a log that is no record.
+// A piece of a log that is not a record.
 struct Unread
 {
     std::string path;
@@ -25,11 +32,17 @@ struct Unread
     std::string_view text;
 };
 
+struct LogSink
+{
+    std::function<void()> on_file;  // Before the entries of a file.
+    std::function<void(const qv7log::Record&)> on_record;
+    std::function<void(const Unread&)> on_unread;
+};
+
 // Reads the logs at `paths`, each with its old files, from the oldest entry to the newest, and
-// calls one of the two functions for every entry. No file is read twice, also when it is named
-// twice or renamed in the meantime. Gives the files in the order in which they were read.
-std::vector<LogFile> ReadLogs(const std::vector<std::string>& paths,
-                              const std::function<void(const qv7log::Record&)>& on_record,
-                              const std::function<void(const Unread&)>& on_unread);
+// passes each entry to `sink`. The path "-" is standard input. A file may be compressed by gzip,
+// and its lines may end in CRLF. A file that is named twice, or renamed in the meantime, is read
+// once. Returns the files in the order in which they were read.
+std::vector<LogFile> ReadLogs(const std::vector<std::string>& paths, const LogSink& sink);
 
 }  // namespace launchlist

@@ -1,8 +1,9 @@
 #include "tools/launchlist/log/log_time.h"
 
-#include <array>
 #include <cstdlib>
 
+#include "qv7log/calendar.h"
+#include "qv7log/record_format.h"
 #include "util/string_util.h"
 
 namespace launchlist {
@@ -14,13 +15,10 @@ constexpr Milliseconds kMinute = 60 * kSecond;
 constexpr Milliseconds kHour = 60 * kMinute;
 constexpr Milliseconds kDay = 24 * kHour;
 
-// Where the parts of a time stamp stand. 0 is any digit.
-constexpr std::string_view kForm = "0000-00-00T00:00:00.000Z";
-
-int Number(std::string_view text, std::size_t begin, std::size_t size)
+int Number(std::string_view text, const qv7log::TimestampField& field)
 {
     int number = 0;
-    for (const char c : text.substr(begin, size)) {
+    for (const char c : text.substr(field.at, field.size)) {
         number = number * 10 + (c - '0');
     }
     return number;
@@ -28,58 +26,15 @@ int Number(std::string_view text, std::size_t begin, std::size_t size)
 
 bool HasForm(std::string_view text)
 {
-    if (text.size() != kForm.size()) {
+    if (text.size() != qv7log::kTimestampSize) {
         return false;
     }
     for (std::size_t i = 0; i < text.size(); ++i) {
-        const bool is_digit = text[i] >= '0' && text[i] <= '9';
-        if (kForm[i] == '0' ? !is_digit : text[i] != kForm[i]) {
+        if (!qv7log::MatchesTimestamp(text[i], i)) {
             return false;
         }
     }
     return true;
-}
-
-int DaysOfMonth(int year, int month)
-{
-    constexpr std::array<int, 12> kDays = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-    const bool is_leap = (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
-    return kDays[static_cast<std::size_t>(month - 1)] + (month == 2 && is_leap ? 1 : 0);
-}
-
-// Days from 1970-01-01. Counted in years that begin in March, so that the leap day is the last.
-std::int64_t DayNumber(int year, int month, int day)
-{
-    const std::int64_t y = month <= 2 ? year - 1 : year;
-    const std::int64_t era = (y >= 0 ? y : y - 399) / 400;
-    const std::int64_t year_of_era = y - era * 400;
-    const std::int64_t day_of_year = (153 * (month + (month > 2 ? -3 : 9)) + 2) / 5 + day - 1;
-    const std::int64_t day_of_era =
-        year_of_era * 365 + year_of_era / 4 - year_of_era / 100 + day_of_year;
-    return era * 146097 + day_of_era - 719468;
-}
-
-struct Date
-{
-    std::int64_t year;
-    std::int64_t month;
-    std::int64_t day;
-};
-
-// The inverse of DayNumber.
-Date DateOf(std::int64_t days)
-{
-    const std::int64_t shifted = days + 719468;
-    const std::int64_t era = (shifted >= 0 ? shifted : shifted - 146096) / 146097;
-    const std::int64_t day_of_era = shifted - era * 146097;
-    const std::int64_t year_of_era =
-        (day_of_era - day_of_era / 1460 + day_of_era / 36524 - day_of_era / 146096) / 365;
-    const std::int64_t day_of_year =
-        day_of_era - (365 * year_of_era + year_of_era / 4 - year_of_era / 100);
-    const std::int64_t from_march = (5 * day_of_year + 2) / 153;
-    const std::int64_t month = from_march < 10 ? from_march + 3 : from_march - 9;
-    return {year_of_era + era * 400 + (month <= 2 ? 1 : 0), month,
-            day_of_year - (153 * from_march + 2) / 5 + 1};
 }
 
 std::optional<Milliseconds> ParseAge(const std::string& text)
@@ -105,18 +60,18 @@ std::optional<Milliseconds> ParseTimeStamp(std::string_view text)
     if (!HasForm(text)) {
         return std::nullopt;
     }
-    const int year = Number(text, 0, 4);
-    const int month = Number(text, 5, 2);
-    const int day = Number(text, 8, 2);
-    const int hour = Number(text, 11, 2);
-    const int minute = Number(text, 14, 2);
-    const int second = Number(text, 17, 2);
-    if (month < 1 || month > 12 || day < 1 || day > DaysOfMonth(year, month) || hour > 23 ||
+    const int year = Number(text, qv7log::kYearField);
+    const int month = Number(text, qv7log::kMonthField);
+    const int day = Number(text, qv7log::kDayField);
+    const int hour = Number(text, qv7log::kHourField);
+    const int minute = Number(text, qv7log::kMinuteField);
+    const int second = Number(text, qv7log::kSecondField);
+    if (month < 1 || month > 12 || day < 1 || day > qv7log::DaysInMonth(year, month) || hour > 23 ||
         minute > 59 || second > 59) {
         return std::nullopt;
     }
-    return DayNumber(year, month, day) * kDay + hour * kHour + minute * kMinute + second * kSecond +
-           Number(text, 20, 3);
+    return qv7log::DaysSince1970({year, month, day}) * kDay + hour * kHour + minute * kMinute +
+           second * kSecond + Number(text, qv7log::kMillisecondField);
 }
 
 std::optional<Milliseconds> ParseMoment(const std::string& text, Milliseconds now)
@@ -124,7 +79,7 @@ std::optional<Milliseconds> ParseMoment(const std::string& text, Milliseconds no
     if (const auto age = ParseAge(text)) {
         return now - *age;
     }
-    // What is left out at the end is 0: the day, the hour and minute, the second, the fraction.
+    // Missing parts at the end are 0: the time of day, the seconds, the fraction.
     std::string whole = text;
     if (!whole.empty() && whole.back() == 'Z') {
         whole.pop_back();
@@ -133,7 +88,7 @@ std::optional<Milliseconds> ParseMoment(const std::string& text, Milliseconds no
         whole[10] = 'T';
     }
     if (whole.size() == 10 || whole.size() == 16 || whole.size() == 19 || whole.size() == 23) {
-        whole += std::string("0000-00-00T00:00:00.000Z").substr(whole.size());
+        whole += qv7log::kTimestampForm.substr(whole.size());
     }
     return ParseTimeStamp(whole);
 }
@@ -141,7 +96,7 @@ std::optional<Milliseconds> ParseMoment(const std::string& text, Milliseconds no
 std::string FormatTimeStamp(Milliseconds time)
 {
     const std::int64_t days = (time >= 0 ? time : time - kDay + 1) / kDay;
-    const Date date = DateOf(days);
+    const qv7log::Date date = qv7log::DateOfDay(days);
     const Milliseconds rest = time - days * kDay;
     return string_format(
         "%04lld-%02lld-%02lldT%02lld:%02lld:%02lld.%03lldZ", static_cast<long long>(date.year),

@@ -10,10 +10,10 @@ namespace launchlist {
 
 using Milliseconds = std::int64_t;
 
-// A log's time stamp, "2026-11-21T02:26:11.123Z"; nothing for a day or time that does not exist.
+// A log's timestamp, "2026-11-21T02:26:11.123Z"; nothing for a day or time that does not exist.
 std::optional<Milliseconds> ParseTimeStamp(std::string_view text);
 
-// What `--since` and `--until` take, in UTC: a time stamp that may end after its day, minutes or
+// What `--since` and `--until` take, in UTC: a timestamp that may end after its day, minutes or
 // seconds, or "90s", "15m", "2h", "3d" before `now`.
 std::optional<Milliseconds> ParseMoment(const std::string& text, Milliseconds now);
 

@@ -1,21 +1,28 @@
 #include "tools/launchlist/log/report.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "tools/launchlist/base/text.h"
 #include "tools/launchlist/log/history.h"
+#include "tools/launchlist/log/item_summary.h"
 
 namespace launchlist {
 
 namespace {
 
-// So many pieces that are no records are shown; all are counted.
+// All entries that are not records are counted; this many of them are quoted.
 constexpr std::size_t kSamples = 5;
+
+// Records of several processes may be out of order by less than this.
+constexpr Milliseconds kClockSetBack = 1000;
 
 class Reporter
 {
 public:
     explicit Reporter(const ReportRange& range) : m_range(range) {}
+
+    void BeginFile() { m_last_in_file.reset(); }
 
     void AddRecord(const qv7log::Record& record)
     {
@@ -24,22 +31,22 @@ public:
             ++m_report.other_records;
             return;
         }
-        if ((m_range.since && *time < *m_range.since) ||
-            (m_range.until && *time > *m_range.until)) {
-            return;
+        m_first_record = std::min(m_first_record.value_or(*time), *time);
+        m_report.last_record = std::max(m_report.last_record.value_or(*time), *time);
+        if (m_last_in_file && *m_last_in_file - *time >= kClockSetBack) {
+            ++m_report.clock_set_back;
         }
-        ++m_report.records;
-        m_report.first = std::min(m_report.first.value_or(*time), *time);
-        m_report.last = std::max(m_report.last.value_or(*time), *time);
-        if (record.name == "launcher" && record.cut == 0) {
-            AddEvent(ReadEvent(record.level, record.text), record.process, *time);
-        } else {
-            ++m_report.other_records;
-        }
+        m_last_in_file = *time;
+        const bool is_within = IsWithin(*time);
+        m_report.records += is_within ? 1 : 0;
+        const bool is_whole = record.name == "launcher" && record.cut == 0;
+        const Event event = is_whole ? ReadEvent(record.level, record.text) : Event();
+        AddEvent(event, record.process, *time, is_within ? 1 : 0);
     }
 
     void AddUnread(const Unread& unread)
     {
+        m_history.AddGap();
         if (m_report.unread < kSamples) {
             m_report.unread_samples.push_back(printable(unread.path) + ":" +
                                               std::to_string(unread.line) + ": " +
@@ -51,36 +58,74 @@ public:
     Report Finish(std::vector<LogFile> files)
     {
         m_report.files = std::move(files);
-        m_history.Finish(m_report);
+        m_history.Finish(m_report, m_range.now);
+        if (!m_first_record) {
+            return std::move(m_report);
+        }
+        const Milliseconds first =
+            std::max(*m_first_record, m_range.since.value_or(*m_first_record));
+        const Milliseconds last =
+            std::min(*m_report.last_record, m_range.until.value_or(*m_report.last_record));
+        if (first > last) {
+            // The range lies outside the log.
+            m_report.items.clear();
+            m_report.launchers.clear();
+            return std::move(m_report);
+        }
+        m_report.first = first;
+        m_report.last = last;
+        SummarizeItems(first, last);
         return std::move(m_report);
     }
 
 private:
-    void AddEvent(const Event& event, std::int64_t process, Milliseconds time)
+    bool IsWithin(Milliseconds time) const
+    {
+        return time >= m_range.since.value_or(time) && time <= m_range.until.value_or(time);
+    }
+
+    void AddEvent(const Event& event, std::int64_t process, Milliseconds time, std::size_t count)
     {
         switch (event.kind) {
             case EventKind::kNoName:
-                ++m_report.nameless_items;
-                m_history.AddProcess(process, time);
+                m_report.nameless_items += count;
                 break;
-            case EventKind::kListRefused:
-                ++m_report.refused_lists;
-                m_history.AddProcess(process, time);
+            case EventKind::kListRejected:
+                m_report.rejected_lists += count;
                 break;
             case EventKind::kRecordsLost:
-                m_report.lost_records += event.number;
-                break;
+                m_report.lost_records += count * event.number;
+                m_history.AddGap();
+                return;
             case EventKind::kOther:
-                ++m_report.other_records;
-                break;
+                m_report.other_records += count;
+                return;
             default:
-                m_history.Add(event, process, time);
+                break;
         }
+        m_history.Add(event, process, time);
+    }
+
+    void SummarizeItems(Milliseconds first, Milliseconds last)
+    {
+        for (ItemReport& item : m_report.items) {
+            Summarize(item, first, last);
+        }
+        if (!m_range.since && !m_range.until) {
+            return;
+        }
+        const auto is_outside = [](const ItemReport& item) {
+            return item.runs.empty() && item.no_program + item.failed_forks == 0;
+        };
+        auto& items = m_report.items;
+        items.erase(std::remove_if(items.begin(), items.end(), is_outside), items.end());
     }
 
     const ReportRange m_range;
     Report m_report;
     History m_history;
+    std::optional<Milliseconds> m_first_record;
+    std::optional<Milliseconds> m_last_in_file;
 };
 
 }  // namespace
@@ -88,9 +133,11 @@ private:
 Report MakeReport(const std::vector<std::string>& paths, const ReportRange& range)
 {
     Reporter reporter(range);
-    std::vector<LogFile> files = ReadLogs(
-        paths, [&](const qv7log::Record& record) { reporter.AddRecord(record); },
-        [&](const Unread& unread) { reporter.AddUnread(unread); });
+    LogSink sink;
+    sink.on_file = [&] { reporter.BeginFile(); };
+    sink.on_record = [&](const qv7log::Record& record) { reporter.AddRecord(record); };
+    sink.on_unread = [&](const Unread& unread) { reporter.AddUnread(unread); };
+    std::vector<LogFile> files = ReadLogs(paths, sink);
     return reporter.Finish(std::move(files));
 }
 

@@ -14,9 +14,12 @@ struct ReportRange
 {
     std::optional<Milliseconds> since;
     std::optional<Milliseconds> until;
+    // When the logs are read. A log that ends at least a second earlier has nothing more to say.
+    Milliseconds now = 0;
 };
 
-// Reports on the logs at `paths` as though they held only the records within `range`.
+// Reports on the logs at `paths`. All records are read, so that a run which began before the range
+// is known in it; what is counted and shown lies within the range.
 Report MakeReport(const std::vector<std::string>& paths, const ReportRange& range);
 
 }  // namespace launchlist

@@ -1,4 +1,4 @@
-// Building what `--json` prints, through JsonObject.
+// Building the output of `--json` with JsonObject.
 #pragma once
 
 #include <string>
@@ -23,7 +23,7 @@ void PutNumber(JsonObject& object, const char* key, Number value)
 // An empty array.
 JsonObject EmptyList();
 
-// `value` as JSON that is safe to show, see safe_json, with a line feed at its end.
+// `value` as JSON text that is safe to show (safe_json), with a line feed at the end.
 std::string Finished(JsonObject value);
 
 }  // namespace launchlist

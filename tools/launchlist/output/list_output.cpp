@@ -1,7 +1,10 @@
 #include "tools/launchlist/output/list_output.h"
 
+#include <signal.h>
+
 #include <algorithm>
 
+#include "launcher/launch_item.h"
 #include "tools/launchlist/base/text.h"
 #include "tools/launchlist/output/json_output.h"
 #include "tools/launchlist/output/terminal_style.h"
@@ -9,11 +12,6 @@
 namespace launchlist {
 
 namespace {
-
-const char* NameOf(Severity severity)
-{
-    return severity == Severity::kError ? "error" : "warning";
-}
 
 Style StyleOf(Severity severity)
 {
@@ -31,8 +29,8 @@ std::string FindingText(const std::string& list, const Finding& finding, bool co
         text += printable(finding.path) + ": ";
     }
     text += styled(printable(finding.message), Style::kBold, color) + "\n";
-    text += "    " + styled("then:", Style::kDim, color) + " " + printable(finding.effect) + "\n";
-    text += "    " + styled("mend:", Style::kDim, color) + " " + printable(finding.remedy) + "\n";
+    text += "    " + styled("effect:", Style::kDim, color) + " " + printable(finding.effect) + "\n";
+    text += "    " + styled("fix:", Style::kDim, color) + " " + printable(finding.fix) + "\n";
     return text;
 }
 
@@ -40,13 +38,45 @@ JsonObject FindingObject(const Finding& finding)
 {
     JsonObject object = JsonObject::GetEmptyObject();
     PutText(object, "severity", NameOf(finding.severity));
-    PutText(object, "kind", finding.kind);
+    PutText(object, "kind", InfoOf(finding.kind).name);
     PutNumber(object, "line", finding.line);
     PutNumber(object, "column", finding.column);
     PutText(object, "path", finding.path);
     PutText(object, "message", finding.message);
     PutText(object, "effect", finding.effect);
-    PutText(object, "remedy", finding.remedy);
+    PutText(object, "fix", finding.fix);
+    return object;
+}
+
+JsonObject NotShownList(const Findings& findings)
+{
+    JsonObject kinds = EmptyList();
+    for (const auto& [kind, count] : findings.not_shown) {
+        JsonObject object = JsonObject::GetEmptyObject();
+        PutText(object, "kind", InfoOf(kind).name);
+        PutNumber(object, "count", count);
+        kinds.InsertArrayItem(object);
+    }
+    return kinds;
+}
+
+JsonObject ListObject(const CheckedList& list)
+{
+    JsonObject object = JsonObject::GetEmptyObject();
+    PutText(object, "list", list.name);
+    if (!list.error.empty()) {
+        PutText(object, "error", list.error);
+        return object;
+    }
+    JsonObject findings = EmptyList();
+    for (const Finding& finding : list.findings.shown) {
+        JsonObject element = FindingObject(finding);
+        findings.InsertArrayItem(element);
+    }
+    PutNumber(object, "errors", list.findings.errors);
+    PutNumber(object, "warnings", list.findings.warnings);
+    PutValue(object, "findings", findings);
+    PutValue(object, "not_shown", NotShownList(list.findings));
     return object;
 }
 
@@ -60,119 +90,248 @@ std::string CommandLine(const std::vector<std::string>& arguments)
     return line;
 }
 
-std::string StepText(const Step& step, bool color)
+std::string ItemText(const ExplainedItem& item, bool color)
 {
     const auto row = [color](const char* label, const std::string& value) {
         return "    " + styled(pad_right(label, 10), Style::kDim, color) + value + "\n";
     };
-    std::string text = styled("item " + std::to_string(step.index), Style::kBold, color);
-    text += step.name ? "  " + styled(quoted(*step.name), Style::kCyan, color) + "\n" : "\n";
-    if (step.replaced) {
-        text += row("first", "ends item " + std::to_string(*step.replaced) + " of the same name");
+    std::string text = styled("item " + std::to_string(item.index), Style::kBold, color);
+    text += item.name ? "  " + styled(quoted(*item.name), Style::kCyan, color) + "\n" : "\n";
+    if (item.replaces) {
+        text += row("replaces", "item " + std::to_string(*item.replaces) + ", which ends");
     }
-    if (step.program) {
-        text += row("program", shell_word(*step.program));
+    if (item.replaced_by) {
+        text += row("replaced", "by item " + std::to_string(*item.replaced_by));
     }
-    if (step.arguments && !step.arguments->empty()) {
-        text += row("arguments", CommandLine(*step.arguments));
-    } else if (step.arguments) {
-        text += row("arguments", "none at all");
+    if (item.program && !item.program->empty()) {
+        text += row("program", shell_word(*item.program));
     }
-    if (!step.note.empty()) {
-        text += row(step.arguments ? "note" : "but", step.note);
+    if (item.arguments) {
+        text += row("arguments",
+                    item.arguments->empty() ? "(empty vector)" : CommandLine(*item.arguments));
+    }
+    if (!item.problem.empty()) {
+        text += row("problem", printable(item.problem));
+    }
+    if (!item.effect.empty()) {
+        text += row("effect", printable(item.effect));
+    }
+    if (!item.note.empty()) {
+        text += row("note", printable(item.note));
     }
     return text;
 }
 
-JsonObject StepObject(const Step& step)
+const char* NameOf(Fate fate)
+{
+    switch (fate) {
+        case Fate::kRejected:
+            return "rejected";
+        case Fate::kSkipped:
+            return "skipped";
+        case Fate::kAbortsLauncher:
+            return "aborts-launcher";
+        case Fate::kSignalsGroup:
+            return "signals-group";
+        case Fate::kAbortsChild:
+            return "aborts-child";
+        case Fate::kUndefined:
+            return "undefined";
+        case Fate::kOverrunsStack:
+            return "overruns-stack";
+        case Fate::kMayOverrunStack:
+            return "may-overrun-stack";
+        case Fate::kCannotExecute:
+            return "cannot-execute";
+        case Fate::kRuns:
+            break;
+    }
+    return "runs";
+}
+
+const char* NameOf(Runs runs)
+{
+    return runs == Runs::kCertainly ? "yes" : runs == Runs::kPossibly ? "possibly" : "no";
+}
+
+const char* NameOf(Condition condition)
+{
+    switch (condition) {
+        case Condition::kTiming:
+            return "timing";
+        case Condition::kMacOs:
+            return "macos";
+        case Condition::kProcessLimit:
+            return "process-limit";
+        case Condition::kAlways:
+            break;
+    }
+    return "none";
+}
+
+JsonObject ItemObject(const ExplainedItem& item)
 {
     JsonObject object = JsonObject::GetEmptyObject();
-    PutNumber(object, "index", step.index);
-    if (step.name) {
-        PutText(object, "name", *step.name);
+    PutNumber(object, "index", item.index);
+    PutText(object, "fate", NameOf(item.fate));
+    PutText(object, "runs", NameOf(item.runs));
+    if (item.name) {
+        PutText(object, "name", *item.name);
     }
-    if (step.program) {
-        PutText(object, "program", *step.program);
+    if (item.program) {
+        PutText(object, "program", *item.program);
     }
-    if (step.arguments) {
+    if (item.arguments) {
         JsonObject arguments = EmptyList();
-        for (const std::string& argument : *step.arguments) {
+        for (const std::string& argument : *item.arguments) {
             arguments.InsertArrayItem(argument);
         }
         PutValue(object, "arguments", arguments);
-        PutText(object, "command", CommandLine(*step.arguments));
+        PutText(object, "command", CommandLine(*item.arguments));
     }
-    if (step.replaced) {
-        PutNumber(object, "ends_item", *step.replaced);
+    if (item.replaces) {
+        PutNumber(object, "replaces", *item.replaces);
     }
-    if (!step.note.empty()) {
-        PutText(object, "note", step.note);
+    if (item.replaced_by) {
+        PutNumber(object, "replaced_by", *item.replaced_by);
+    }
+    for (const auto& [key, text] :
+         {std::pair<const char*, const std::string&>("problem", item.problem),
+          {"effect", item.effect},
+          {"note", item.note}}) {
+        if (!text.empty()) {
+            PutText(object, key, text);
+        }
     }
     return object;
 }
 
+JsonObject OutcomeObject(const LauncherOutcome& outcome)
+{
+    JsonObject object = JsonObject::GetEmptyObject();
+    PutText(object, "condition", NameOf(outcome.condition));
+    switch (outcome.outcome) {
+        case Outcome::kKeepsRunning:
+            PutText(object, "outcome", "keeps-running");
+            break;
+        case Outcome::kExits:
+            PutText(object, "outcome", "exits");
+            PutNumber(object, "exit_status", 0);
+            break;
+        case Outcome::kAborts:
+            PutText(object, "outcome", "aborts");
+            PutNumber(object, "signal", SIGABRT);
+            break;
+        case Outcome::kGroupKilled:
+            PutText(object, "outcome", "process-group-killed");
+            PutNumber(object, "signal", SIGKILL);
+            break;
+        case Outcome::kUserKilled:
+            PutText(object, "outcome", "all-processes-killed");
+            PutNumber(object, "signal", SIGKILL);
+            break;
+    }
+    return object;
+}
+
+// Where the launcher stops reading the list.
+std::string EndOfList(const Explanation& explanation)
+{
+    if (!explanation.list_effect.empty()) {
+        return explanation.list_effect;
+    }
+    if (explanation.is_rejected) {
+        return "No items after item " + std::to_string(explanation.items.back().index) +
+               " are read";
+    }
+    return "End of list (no item \"" + ItemKey(static_cast<int>(explanation.items.size())) + "\")";
+}
+
+std::string OutcomesText(const LauncherOutcomes& outcomes)
+{
+    if (outcomes.size() == 1) {
+        return "The launcher " + TextOf(outcomes.front().outcome) + ".\n";
+    }
+    std::string text = "The launcher does one of the following:\n";
+    for (const LauncherOutcome& outcome : outcomes) {
+        const std::string condition = TextOf(outcome.condition);
+        text += "    - " + TextOf(outcome.outcome) +
+                (condition.empty() ? "" : " (" + condition + ")") + "\n";
+    }
+    return text;
+}
+
 }  // namespace
 
-Counts CountFindings(const Findings& findings)
+const char* NameOf(Severity severity)
 {
-    Counts counts;
-    for (const Finding& finding : findings) {
-        ++(finding.severity == Severity::kError ? counts.errors : counts.warnings);
-    }
-    return counts;
+    return severity == Severity::kError ? "error" : "warning";
 }
 
 std::string FindingsText(const std::string& list, const Findings& findings, bool color)
 {
     std::string text;
-    for (const Finding& finding : findings) {
+    for (const Finding& finding : findings.shown) {
         text += FindingText(list, finding, color);
     }
-    const Counts counts = CountFindings(findings);
+    for (const auto& [kind, count] : findings.not_shown) {
+        text += printable(list) + ": " + std::to_string(count) + " more of the kind " +
+                InfoOf(kind).name + "\n";
+    }
+    const bool is_good = findings.errors + findings.warnings == 0;
     return text + printable(list) + ": " +
-           (findings.empty()
-                ? "no mistakes"
-                : counted(counts.errors, "error") + ", " + counted(counts.warnings, "warning")) +
+           (is_good ? "no mistakes"
+                    : counted(findings.errors, "error") + ", " +
+                          counted(findings.warnings, "warning")) +
            "\n";
 }
 
-std::string FindingsJson(const std::string& list, const Findings& findings)
+std::string FindingsJson(const std::vector<CheckedList>& lists)
 {
-    const Counts counts = CountFindings(findings);
     JsonObject array = EmptyList();
-    for (const Finding& finding : findings) {
-        JsonObject object = FindingObject(finding);
+    for (const CheckedList& list : lists) {
+        JsonObject object = ListObject(list);
         array.InsertArrayItem(object);
     }
     JsonObject result = JsonObject::GetEmptyObject();
-    PutText(result, "list", list);
-    PutNumber(result, "errors", counts.errors);
-    PutNumber(result, "warnings", counts.warnings);
-    PutValue(result, "findings", array);
+    PutNumber(result, "format_version", kListFormatVersion);
+    PutValue(result, "lists", array);
     return Finished(result);
 }
 
-std::string WalkText(const Walk& walk, bool color)
+std::string ExplanationText(const Explanation& explanation, bool color)
 {
     std::string text;
-    for (const Step& step : walk.steps) {
-        text += StepText(step, color);
+    for (const ExplainedItem& item : explanation.items) {
+        text += ItemText(item, color);
     }
-    return text + walk.end + "\n";
+    text += EndOfList(explanation) + "\n";
+    // The effect on a rejected list includes the outcome.
+    return explanation.list_effect.empty() ? text + OutcomesText(explanation.outcomes) : text;
 }
 
-std::string WalkJson(const std::string& list, const Walk& walk)
+std::string ExplanationJson(const std::string& list, const Explanation& explanation)
 {
-    JsonObject steps = EmptyList();
-    for (const Step& step : walk.steps) {
-        JsonObject object = StepObject(step);
-        steps.InsertArrayItem(object);
+    JsonObject items = EmptyList();
+    for (const ExplainedItem& item : explanation.items) {
+        JsonObject object = ItemObject(item);
+        items.InsertArrayItem(object);
+    }
+    JsonObject outcomes = EmptyList();
+    for (const LauncherOutcome& outcome : explanation.outcomes) {
+        JsonObject object = OutcomeObject(outcome);
+        outcomes.InsertArrayItem(object);
     }
     JsonObject result = JsonObject::GetEmptyObject();
+    PutNumber(result, "format_version", kListFormatVersion);
     PutText(result, "list", list);
-    PutValue(result, "items", steps);
-    PutText(result, "end", walk.end);
-    PutTruth(result, "launcher_ends", walk.ends_launcher);
+    PutValue(result, "items", items);
+    PutText(result, "end", EndOfList(explanation));
+    PutText(result, "launcher_ends",
+            EndsCertainly(explanation.outcomes)  ? "yes"
+            : EndsPossibly(explanation.outcomes) ? "possibly"
+                                                 : "no");
+    PutValue(result, "outcomes", outcomes);
     return Finished(result);
 }
 

@@ -1,125 +1,171 @@
-#include "tools/launchlist/output/json_output.h"
+#include "tools/launchlist/output/json_writer.h"
 #include "tools/launchlist/output/report_output.h"
+#include "tools/launchlist/output/report_wording.h"
 
 namespace launchlist {
 
 namespace {
 
-void PutTime(JsonObject& object, const char* key, const std::optional<Milliseconds>& time)
+// Raised whenever a program that reads the JSON would have to change.
+constexpr int kFormat = 2;
+
+void PutTime(JsonWriter& json, const char* key, const std::optional<Milliseconds>& time)
 {
     if (time) {
-        PutText(object, key, FormatTimeStamp(*time));
+        json.Text(key, FormatTimeStamp(*time));
     } else {
-        PutNull(object, key);
+        json.Null(key);
     }
 }
 
-void PutLength(JsonObject& object, const char* key, const std::optional<Milliseconds>& length)
+void PutFiles(JsonWriter& json, const Report& report)
 {
-    if (length) {
-        PutNumber(object, key, *length);
-    } else {
-        PutNull(object, key);
+    json.BeginArray("files");
+    for (const LogFile& file : report.files) {
+        json.BeginObject();
+        json.Text("path", file.path);
+        json.Count("bytes", file.size);
+        if (file.error.empty()) {
+            json.Null("error");
+        } else {
+            json.Text("error", file.error);
+        }
+        json.EndObject();
     }
+    json.EndArray();
 }
 
-JsonObject EndsObject(const ItemReport& item)
+void PutLaunchers(JsonWriter& json, const Report& report)
 {
-    JsonObject list = EmptyList();
-    for (const auto& [words, count] : item.ends_in_words) {
-        JsonObject entry = JsonObject::GetEmptyObject();
-        PutText(entry, "how", words);
-        PutNumber(entry, "count", count);
-        list.InsertArrayItem(entry);
+    json.BeginArray("launchers");
+    for (const Launcher* launcher : LaunchersOf(report)) {
+        json.BeginObject();
+        json.Count("process", launcher->process);
+        PutTime(json, "from", launcher->from);
+        PutTime(json, "to", launcher->to);
+        json.Text("end", WordOf(launcher->end));
+        json.Truth("end_is_certain", launcher->is_certain);
+        json.Truth("has_debug_records", launcher->has_starts);
+        json.Count("items", launcher->items);
+        json.EndObject();
     }
-    return list;
+    json.EndArray();
 }
 
-void PutLoop(JsonObject& object, const std::optional<Loop>& loop)
+void PutCauses(JsonWriter& json, const ItemReport& item)
+{
+    json.BeginArray("causes");
+    for (const auto& [cause, count] : item.causes) {
+        json.BeginObject();
+        json.Text("how", EndInWords(cause));
+        json.Count("exit_status", ExitStatusOf(cause));
+        json.Count("signal", SignalOf(cause));
+        json.Truth("core_dumped", HasCore(cause));
+        json.Count("count", count);
+        json.EndObject();
+    }
+    json.EndArray();
+}
+
+void PutLoop(JsonWriter& json, const std::optional<Loop>& loop)
 {
     if (!loop) {
-        PutNull(object, "loop");
+        json.Null("loop");
         return;
     }
-    JsonObject entry = JsonObject::GetEmptyObject();
-    PutNumber(entry, "runs", loop->runs);
-    PutTime(entry, "from", loop->from);
-    PutTime(entry, "to", loop->to);
-    PutTruth(entry, "crash", loop->is_crash);
-    PutValue(object, "loop", entry);
+    json.BeginObject("loop");
+    json.Count("runs", loop->runs);
+    PutTime(json, "from", loop->from);
+    PutTime(json, "to", loop->to);
+    json.Truth("crash", loop->is_crash);
+    json.EndObject();
 }
 
-JsonObject ItemObject(const ItemReport& item)
+void PutRate(JsonWriter& json, const std::optional<Rate>& rate)
 {
-    JsonObject object = JsonObject::GetEmptyObject();
-    PutText(object, "name", item.name);
-    if (item.starts) {
-        PutNumber(object, "starts", *item.starts);
-    } else {
-        PutNull(object, "starts");
+    if (!rate) {
+        json.Null("rate");
+        return;
     }
-    PutNumber(object, "ends", item.ends);
-    PutValue(object, "ended", EndsObject(item));
-    PutLength(object, "shortest_run_ms", item.shortest);
-    PutLength(object, "median_run_ms", item.median);
-    PutLength(object, "longest_run_ms", item.longest);
-    PutNumber(object, "unknown_runs", item.unknown_runs);
-    PutNumber(object, "restarts", item.restarts);
-    PutNumber(object, "most_restarts_a_minute", item.worst_minute);
-    PutNumber(object, "failed_starts", item.failed_starts);
-    PutNumber(object, "without_program", item.no_program);
-    PutNumber(object, "failed_forks", item.failed_forks);
-    PutLoop(object, item.loop);
-    PutText(object, "state", StateInWords(item.state));
-    return object;
+    json.BeginObject("rate");
+    PutTime(json, "first", rate->first);
+    PutTime(json, "last", rate->last);
+    json.Number("per_hour", rate->per_hour);
+    json.Count("worst_hour", rate->worst_hour);
+    PutTime(json, "worst_hour_from", rate->worst_hour_from);
+    json.Truth("continues", rate->continues);
+    json.EndObject();
 }
 
-JsonObject FileObject(const LogFile& file)
+void PutItem(JsonWriter& json, const ItemReport& item)
 {
-    JsonObject object = JsonObject::GetEmptyObject();
-    PutText(object, "path", file.path);
-    PutNumber(object, "bytes", file.size);
-    if (file.error.empty()) {
-        PutNull(object, "error");
-    } else {
-        PutText(object, "error", file.error);
-    }
-    return object;
+    json.BeginObject();
+    json.Text("name", item.name);
+    json.Text("severity", WordOf(item.severity));
+    json.Text("state", WordOf(item.state));
+    json.Count("starts", item.starts);
+    json.Count("ends", item.ends);
+    json.Count("crashes", item.crashes);
+    json.Count("clean_ends", item.clean_ends);
+    json.Count("stops", item.stops);
+    json.Count("possible_stops", item.possible_stops);
+    PutCauses(json, item);
+    json.Count("shortest_run_ms", item.shortest);
+    json.Count("median_run_ms", item.median);
+    json.Count("longest_run_ms", item.longest);
+    json.Count("unknown_runs", item.unknown_runs);
+    json.Count("restarts", item.restarts);
+    json.Count("most_restarts_a_minute", item.worst_minute);
+    json.Count("failed_starts", item.failed_starts);
+    json.Count("without_program", item.no_program);
+    json.Count("failed_forks", item.failed_forks);
+    json.Count("running_ms", item.running);
+    json.Count("down_ms", item.down);
+    json.Count("unknown_ms", item.unknown);
+    PutLoop(json, item.loop);
+    PutRate(json, item.rate);
+    json.EndObject();
 }
 
 }  // namespace
 
+void WriteReportJson(const Report& report, const std::function<void(std::string_view)>& write)
+{
+    JsonWriter json(write);
+    json.BeginObject();
+    json.Count("format", kFormat);
+    PutFiles(json, report);
+    PutTime(json, "from", report.first);
+    PutTime(json, "to", report.last);
+    PutTime(json, "last_record", report.last_record);
+    json.Count("records", report.records);
+    json.Count("other_records", report.other_records);
+    json.Count("unread", report.unread);
+    json.BeginArray("unread_samples");
+    for (const std::string& sample : report.unread_samples) {
+        json.Text(nullptr, sample);
+    }
+    json.EndArray();
+    json.Count("lost_records", report.lost_records);
+    json.Count("clock_set_back", report.clock_set_back);
+    json.Count("nameless_items", report.nameless_items);
+    json.Count("rejected_lists", report.rejected_lists);
+    json.Truth("has_debug_records", report.has_starts);
+    PutLaunchers(json, report);
+    json.BeginArray("items");
+    for (const ItemReport& item : report.items) {
+        PutItem(json, item);
+    }
+    json.EndArray();
+    json.EndObject();
+    json.Finish();
+}
+
 std::string ReportJson(const Report& report)
 {
-    JsonObject files = EmptyList();
-    for (const LogFile& file : report.files) {
-        JsonObject object = FileObject(file);
-        files.InsertArrayItem(object);
-    }
-    JsonObject samples = EmptyList();
-    for (const std::string& sample : report.unread_samples) {
-        samples.InsertArrayItem(sample);
-    }
-    JsonObject items = EmptyList();
-    for (const ItemReport& item : report.items) {
-        JsonObject object = ItemObject(item);
-        items.InsertArrayItem(object);
-    }
-    JsonObject result = JsonObject::GetEmptyObject();
-    PutValue(result, "files", files);
-    PutTime(result, "from", report.first);
-    PutTime(result, "to", report.last);
-    PutNumber(result, "records", report.records);
-    PutNumber(result, "other_records", report.other_records);
-    PutNumber(result, "unread", report.unread);
-    PutValue(result, "unread_samples", samples);
-    PutNumber(result, "lost_records", report.lost_records);
-    PutNumber(result, "launchers", report.launchers);
-    PutNumber(result, "nameless_items", report.nameless_items);
-    PutNumber(result, "refused_lists", report.refused_lists);
-    PutTruth(result, "has_debug_records", report.has_starts);
-    PutValue(result, "items", items);
-    return Finished(result);
+    std::string json;
+    WriteReportJson(report, [&json](std::string_view piece) { json += piece; });
+    return json;
 }
 
 }  // namespace launchlist

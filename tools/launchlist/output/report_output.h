@@ -1,50 +1,35 @@
 // What `report` prints and writes.
 #pragma once
 
+#include <functional>
+#include <optional>
 #include <string>
-#include <vector>
+#include <string_view>
 
 #include "tools/launchlist/log/report_data.h"
 
 namespace launchlist {
 
-// How a terminal shows a report.
+// Where a report is printed.
 struct Terminal
 {
-    std::size_t width = 80;
+    std::optional<std::size_t> width;  // Nothing if the output is not a terminal.
     bool color = false;
 };
 
+// `level_file` is the file that sets the level of the launcher that wrote the log; "" if it is not
+// known.
 std::string ReportText(const Report& report, const std::string& level_file, Terminal terminal);
+
+// Passes the JSON to `write` in pieces, because a report may have very many items.
+void WriteReportJson(const Report& report, const std::function<void(std::string_view)>& write);
 std::string ReportJson(const Report& report);
 
-// One page that needs nothing but itself: no script, no font, no picture from elsewhere.
+// A page that needs no other file: no font, no picture, and one script, which only sorts, searches
+// and shows details.
 std::string ReportHtml(const Report& report, const std::string& level_file);
 
-// The rest is shared by the text and the page. All of it is printable.
-
-std::string ReportTitle(const Report& report);
-std::string ItemTitle(const ItemReport& item);
-const char* StateInWords(State state);
-
-// One figure of an item.
-struct Figure
-{
-    std::string label;  // For people.
-    std::string key;    // As in the JSON.
-    std::string text;   // For people; "unknown" where the log does not tell, "-" where nothing is.
-    std::string value;  // As in the JSON, or "null".
-};
-
-std::vector<Figure> FiguresOf(const ItemReport& item);
-
-// What is to be said about the log, in sentences. `level_file` is where its level is set.
-std::vector<std::string> ReportNotes(const Report& report, const std::string& level_file);
-
-// What is wrong with the item, in sentences; none when nothing is.
-std::vector<std::string> ItemNotes(const ItemReport& item);
-
-// "exit status 3 (12 times), killed by SIGKILL (once)".
-std::string EndsOf(const ItemReport& item);
+// A file that begins with this is such a page.
+extern const std::string_view kPageMark;
 
 }  // namespace launchlist

@@ -1,188 +1,427 @@
-#include <array>
+#include <algorithm>
+#include <cmath>
 
 #include "tools/launchlist/base/text.h"
+#include "tools/launchlist/output/page_axis.h"
+#include "tools/launchlist/output/page_script.h"
 #include "tools/launchlist/output/page_style.h"
 #include "tools/launchlist/output/report_output.h"
+#include "tools/launchlist/output/report_wording.h"
 #include "tools/launchlist/output/timeline.h"
+#include "util/string_util.h"
 
 namespace launchlist {
 
-namespace {
-
-constexpr std::size_t kCells = 600;
-
-// What may be shown is told to the browser, too: a mistake in here runs no script and loads
-// nothing.
-constexpr char kHead[] =
+// Also the beginning of every page.
+const std::string_view kPageMark =
     "<!doctype html>\n"
     "<html lang=\"en\">\n"
     "<head>\n"
     "<meta charset=\"utf-8\">\n"
-    "<meta http-equiv=\"Content-Security-Policy\" "
-    "content=\"default-src 'none'; style-src 'unsafe-inline'\">\n"
-    "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
-    "<meta name=\"color-scheme\" content=\"light dark\">\n"
-    "<title>Launch report</title>\n";
+    "<meta name=\"generator\" content=\"launchlist report\">\n";
 
-// A kind of cell: its class, its words, and how high it stands, so that colour is not all.
-struct CellShape
+namespace {
+
+constexpr std::size_t kMaxProblems = 20;
+constexpr std::size_t kMaxLaunchers = 50;
+constexpr std::size_t kNameWidth = 30;
+// Longer names are cut even in their tooltips.
+constexpr std::size_t kMaxName = 500;
+// No further item is shown on a page of this size.
+constexpr std::size_t kMaxPage = 900000;
+
+// How finely a bar is divided.
+struct Resolution
 {
-    const char* name;
-    const char* words;
-    int top;
-    int height;
+    std::size_t presence;
+    std::size_t marks;
 };
 
-const CellShape& ShapeOf(Cell cell)
+// The policy repeats to the browser what the page contains: one style and one script, known by
+// their hashes, and nothing else. A name that slipped through unescaped would still run nothing.
+std::string Head()
 {
-    static constexpr std::array<CellShape, 5> kShapes = {
-        {{"nothing", "not running", 5, 0},
-         {"running", "running", 4, 3},
-         {"end", "ended with status 0", 2, 6},
-         {"crash", "ended otherwise", 0, 10},
-         {"failed", "could not be started", 6, 4}}};
-    return kShapes[static_cast<std::size_t>(cell)];
+    return std::string(kPageMark) +
+           "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; style-src "
+           "'" +
+           kReportStyleHash + "'; script-src '" + kReportScriptHash +
+           "'\">\n"
+           "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
+           "<meta name=\"color-scheme\" content=\"light dark\">\n"
+           "<title>Launch report</title>\n<style>" +
+           kReportStyle + "</style>\n</head>\n<body>\n";
 }
 
-std::string Rectangle(const CellShape& shape, std::size_t x, std::size_t width)
+std::string LimitedName(const ItemReport& item)
 {
-    return "<rect class=\"" + std::string(shape.name) + "\" x=\"" + std::to_string(x) + "\" y=\"" +
-           std::to_string(shape.top) + "\" width=\"" + std::to_string(width) + "\" height=\"" +
-           std::to_string(shape.height) + "\"";
+    return Shortened(ItemTitle(item), kMaxName);
 }
 
-Milliseconds TimeAt(const Report& report, std::size_t cell)
+std::string NameLink(const ItemReport& item, const std::string& id)
 {
-    const double part = static_cast<double>(cell) / static_cast<double>(kCells);
-    return *report.first +
-           static_cast<Milliseconds>(part * static_cast<double>(*report.last - *report.first));
+    const std::string name = LimitedName(item);
+    const std::string shown = Shortened(name, kNameWidth);
+    const std::string title = shown == name ? "" : " title=\"" + html(name) + "\"";
+    return "<a href=#" + id + title + ">" + html(shown) + "</a>";
 }
 
-// The row in one sentence, for those who do not see it.
-std::string BarLabel(const ItemReport& item)
+// A kind of mark: its class, its words, and where it stands in the bar, so that kinds differ by
+// more than colour. Marks rise from the bottom (`is_top` false) or hang from the top.
+struct MarkShape
 {
-    std::string label = ItemTitle(item) + ": now " + StateInWords(item.state) + ", " +
-                        counted(item.ends, "end") + ", " + counted(item.restarts, "restart");
-    for (const std::string& note : ItemNotes(item)) {
-        label += "; " + note;
+    Cell cell;
+    const char* name;
+    const char* words;
+    bool is_top;
+    int max_height;
+};
+
+constexpr MarkShape kMarks[] = {{Cell::kCrash, "x", "crashed", false, 12},
+                                {Cell::kEnd, "e", "exited with status 0", true, 4},
+                                {Cell::kFailed, "f", "could not be started", false, 7},
+                                {Cell::kStop, "s", "killed by its launcher", true, 5},
+                                {Cell::kMaybeStop, "k", "killed, perhaps at a stop", true, 5}};
+
+// Where many events fall into one cell, its mark is higher, by the order of magnitude.
+std::string MarkPath(const MarkShape& shape, double x, std::size_t count)
+{
+    const double share = std::min(1.0, 0.4 + 0.2 * std::log10(static_cast<double>(count)));
+    const double height = shape.max_height * share;
+    return string_format(shape.is_top ? "M%.0f 0v%.0f" : "M%.0f 12v-%.0f", x, height);
+}
+
+class Bar
+{
+public:
+    Bar(const ItemReport& item, const Report& report, const Resolution& resolution)
+        : m_item(item),
+          m_presence(Timeline(item, *report.first, *report.last, resolution.presence)),
+          m_cells(Timeline(item, *report.first, *report.last, resolution.marks))
+    {
     }
-    return label;
-}
 
-std::string Bar(const ItemReport& item, const Report& report)
-{
-    std::string svg = "<svg class=\"bar\" viewBox=\"0 0 " + std::to_string(kCells) +
-                      " 10\" preserveAspectRatio=\"none\" role=\"img\" aria-label=\"" +
-                      html(BarLabel(item)) + "\">\n";
-    for (const Stretch& stretch : Stretches(Timeline(item, *report.first, *report.last, kCells))) {
-        if (stretch.cell != Cell::kNothing) {
-            const CellShape& shape = ShapeOf(stretch.cell);
-            svg += Rectangle(shape, stretch.begin, stretch.end - stretch.begin) + "><title>" +
-                   shape.words + ", " +
-                   FormatRange(TimeAt(report, stretch.begin), TimeAt(report, stretch.end)) +
-                   "</title></rect>\n";
+    std::string Html() const
+    {
+        std::string svg =
+            "<svg class=bar viewBox=\"0 0 480 12\" preserveAspectRatio=none tabindex=0 role=img "
+            "aria-label=\"" +
+            html(Label()) + "\"" + Data() + ">" + LinesOfAxis();
+        svg += Presences();
+        const double width = static_cast<double>(kBarWidth) / static_cast<double>(m_cells.size());
+        for (const MarkShape& shape : kMarks) {
+            std::string path;
+            for (std::size_t i = 0; i < m_cells.size(); ++i) {
+                if (m_cells[i].cell == shape.cell) {
+                    path += MarkPath(shape, (static_cast<double>(i) + 0.5) * width,
+                                     std::max<std::size_t>(m_cells[i].Marks(), 1));
+                }
+            }
+            if (!path.empty()) {
+                svg += "<path class=" + std::string(shape.name) +
+                       " stroke-width=" + string_format("%.1f", std::min(width * 0.8, 4.0)) +
+                       " d=\"" + path + "\"/>";
+            }
         }
+        return svg + "</svg>\n";
     }
-    return svg + "</svg>\n";
-}
 
-std::string ItemId(std::size_t index)
-{
-    return "item-" + std::to_string(index);
-}
+private:
+    // The bar in one sentence, for those who do not see it.
+    std::string Label() const
+    {
+        return std::string("timeline: at the end ") + WordOf(m_item.state) + ", " +
+               std::to_string(m_item.crashes) + (m_item.crashes == 1 ? " crash, " : " crashes, ") +
+               counted(m_item.restarts, "restart");
+    }
 
-std::string Legend()
-{
-    std::string list = "<ul class=\"legend soft\">\n";
-    for (const Cell cell : {Cell::kRunning, Cell::kEnd, Cell::kCrash, Cell::kFailed}) {
-        const CellShape& shape = ShapeOf(cell);
-        list += "<li><svg viewBox=\"0 0 10 10\" aria-hidden=\"true\">" + Rectangle(shape, 0, 10) +
-                "/></svg>" + shape.words + "</li>\n";
-    }
-    return list + "</ul>\n";
-}
-
-std::string TimelineSection(const Report& report)
-{
-    std::string section =
-        "<section aria-labelledby=\"timeline\">\n<h2 id=\"timeline\">Timeline</h2>\n"
-        "<div class=\"rows\">\n";
-    for (std::size_t i = 0; i < report.items.size(); ++i) {
-        section += "<div class=\"row\"><a href=\"#" + ItemId(i) + "\">" +
-                   html(ItemTitle(report.items[i])) + "</a>\n" + Bar(report.items[i], report) +
-                   "</div>\n";
-    }
-    return section + "<div class=\"axis soft\"><span>" + FormatForPeople(*report.first) +
-           "</span><span>" + FormatForPeople(*report.last) + " UTC</span></div>\n" + Legend() +
-           "</div>\n</section>\n";
-}
-
-std::string FigureList(const ItemReport& item)
-{
-    std::string list = "<dl>\n";
-    for (const Figure& figure : FiguresOf(item)) {
-        list += "<div><dt>" + figure.label + "</dt><dd><data class=\"" + figure.key +
-                "\" value=\"" + figure.value + "\">" + figure.text + "</data></dd></div>\n";
-    }
-    return list + "</dl>\n";
-}
-
-std::string ItemCard(const ItemReport& item, std::size_t index)
-{
-    std::string card = "<article class=\"item\" id=\"" + ItemId(index) + "\">\n<h3>" +
-                       html(ItemTitle(item)) + "</h3>\n";
-    for (const std::string& note : ItemNotes(item)) {
-        card += "<p class=\"alarm\">" + html(note) + "</p>\n";
-    }
-    card += FigureList(item);
-    if (!item.ends_in_words.empty()) {
-        card += "<p><span class=\"soft\">ended:</span> <span class=\"ended\">" +
-                html(EndsOf(item)) + "</span></p>\n";
-    }
-    return card + "</article>\n";
-}
-
-std::string ItemsSection(const Report& report)
-{
-    std::string section =
-        "<section aria-labelledby=\"items\">\n<h2 id=\"items\">Items</h2>\n"
-        "<div class=\"items\">\n";
-    for (std::size_t i = 0; i < report.items.size(); ++i) {
-        section += ItemCard(report.items[i], i);
-    }
-    return section + "</div>\n</section>\n";
-}
-
-std::string LogSection(const Report& report, const std::string& level_file)
-{
-    std::string section =
-        "<section aria-labelledby=\"log\">\n<h2 id=\"log\">The log</h2>\n"
-        "<ul class=\"notes\">\n";
-    for (const std::string& note : ReportNotes(report, level_file)) {
-        section += "<li>" + html(note) + "</li>\n";
-    }
-    for (const LogFile& file : report.files) {
-        if (file.error.empty()) {
-            section += "<li class=\"soft\">" + html(file.path) + ", " + counted(file.size, "byte") +
-                       "</li>\n";
+    // What the script shows: the words of the causes, and for each cell how often each occurred,
+    // then the stops (s), possible stops (k) and failed starts (f).
+    std::string Data() const
+    {
+        std::vector<EndCause> causes;
+        std::string marks;
+        std::size_t separators = 0;
+        for (const TimelineCell& cell : m_cells) {
+            const std::string counts = Counts(cell, causes);
+            if (!counts.empty()) {
+                marks += std::string(separators, ';') + counts;
+                separators = 0;
+            }
+            ++separators;
         }
+        if (marks.empty()) {
+            return "";
+        }
+        std::string words;
+        for (const EndCause& cause : causes) {
+            words += (words.empty() ? "" : "|") + EndInWords(cause);
+        }
+        return " data-n=" + std::to_string(m_cells.size()) + " data-c=\"" + html(words) +
+               "\" data-m=\"" + marks + "\"";
     }
-    return section + "</ul>\n</section>\n";
-}
+
+    // The counts of one cell; notes new causes.
+    static std::string Counts(const TimelineCell& cell, std::vector<EndCause>& causes)
+    {
+        std::vector<std::size_t> counts(causes.size());
+        for (const auto& [cause, count] : cell.causes) {
+            const auto found = std::find(causes.begin(), causes.end(), cause);
+            if (found == causes.end()) {
+                causes.push_back(cause);
+                counts.push_back(count);
+            } else {
+                counts[static_cast<std::size_t>(found - causes.begin())] = count;
+            }
+        }
+        std::string text;
+        std::size_t separators = 0;
+        for (const std::size_t count : counts) {
+            if (count > 0) {
+                text += std::string(separators, ',') + std::to_string(count);
+                separators = 0;
+            }
+            ++separators;
+        }
+        const auto add = [&text](char kind, std::size_t count) {
+            text += count > 0 ? "," + std::string(1, kind) + std::to_string(count) : std::string();
+        };
+        add('s', cell.stops);
+        add('k', cell.maybe_stops);
+        add('f', cell.failed);
+        return text;
+    }
+
+    std::string Presences() const
+    {
+        std::vector<Cell> kinds;
+        for (const TimelineCell& cell : m_presence) {
+            kinds.push_back(cell.presence);
+        }
+        std::string running;
+        std::string unknown;
+        const double unit = static_cast<double>(kBarWidth) / static_cast<double>(kinds.size());
+        for (const Stretch& stretch : Stretches(kinds)) {
+            const double x = static_cast<double>(stretch.begin) * unit;
+            const double width = static_cast<double>(stretch.end - stretch.begin) * unit;
+            if (stretch.cell == Cell::kRunning) {
+                running += string_format("M%.0f 6h%.0fv3h-%.0fz", x, width, width);
+            } else if (stretch.cell == Cell::kUnknown) {
+                unknown += string_format("M%.0f 7.5h%.0f", x, width);
+            }
+        }
+        return (running.empty() ? "" : "<path class=\"r\" d=\"" + running + "\"/>") +
+               (unknown.empty() ? "" : "<path class=\"u\" d=\"" + unknown + "\"/>");
+    }
+
+    const ItemReport& m_item;
+    const std::vector<TimelineCell> m_presence;
+    const std::vector<TimelineCell> m_cells;
+};
+
+class Page
+{
+public:
+    Page(const Report& report, const std::string& level_file)
+        : m_report(report), m_level_file(level_file), m_items(WorstFirst(report))
+    {
+        const auto is_healthy = [](const ItemReport* item) {
+            return item->severity == Severity::kHealthy;
+        };
+        m_bad = static_cast<std::size_t>(std::find_if(m_items.begin(), m_items.end(), is_healthy) -
+                                         m_items.begin());
+        const auto has_marks = [](const ItemReport* item) {
+            return item->ends + item->failed_starts > 2;
+        };
+        const auto marked = std::count_if(m_items.begin(), m_items.end(), has_marks);
+        m_is_crowded = marked > 100;
+        m_resolution = marked <= 30    ? Resolution{240, 120}
+                       : marked <= 100 ? Resolution{120, 40}
+                                       : Resolution{96, 14};
+    }
+
+    std::string Html() const
+    {
+        std::string page = Head() + "<a class=\"skip\" href=\"#items\">Skip to the items</a>\n";
+        page += "<header>\n<h1>Launch report</h1>\n<p class=\"soft\">" +
+                html(ReportTitle(m_report)) + "</p>\n</header>\n";
+        page += m_report.first ? "<main data-from=\"" + std::to_string(*m_report.first) +
+                                     "\" data-to=\"" + std::to_string(*m_report.last) + "\">\n"
+                               : "<main>\n";
+        if (!m_items.empty()) {
+            page += Summary();
+        }
+        page += Launchers();
+        if (!m_items.empty()) {
+            AddItems(page);
+        }
+        page += Log() + "</main>\n";
+        return page + "<div id=\"tip\" role=\"status\" hidden></div>\n<script>" + kReportScript +
+               "</script>\n</body>\n</html>\n";
+    }
+
+private:
+    static std::string Id(std::size_t index) { return "i" + std::to_string(index); }
+
+    static std::string Heading(const char* id, const char* text)
+    {
+        return std::string("<section aria-labelledby=\"") + id + "\">\n<h2 id=\"" + id + "\">" +
+               text + "</h2>\n";
+    }
+
+    std::string Summary() const
+    {
+        std::string section = Heading("summary", "Problems");
+        if (m_bad == 0) {
+            return section + "<p>No problems found.</p>\n</section>\n";
+        }
+        section += "<ol class=\"worst\">\n";
+        for (std::size_t i = 0; i < std::min(m_bad, kMaxProblems); ++i) {
+            const ItemReport& item = *m_items[i];
+            const std::vector<std::string> notes = ItemNotes(item);
+            section += "<li class=\"" + std::string(WordOf(item.severity)) + "\">" + Tag(item) +
+                       " " + NameLink(item, Id(i)) + " " +
+                       html(notes.empty() ? "" : notes.front()) + "</li>\n";
+        }
+        if (m_bad > kMaxProblems) {
+            section += "<li>" + std::to_string(m_bad - kMaxProblems) + " more below</li>\n";
+        }
+        return section + "</ol>\n</section>\n";
+    }
+
+    static std::string Tag(const ItemReport& item)
+    {
+        return std::string("<span class=tag>") + WordOf(item.severity) + "</span>";
+    }
+
+    std::string Launchers() const
+    {
+        const std::vector<const Launcher*> launchers = LaunchersOf(m_report);
+        if (launchers.empty()) {
+            return "";
+        }
+        const std::size_t omitted = launchers.size() - std::min(launchers.size(), kMaxLaunchers);
+        std::string section = Heading("launchers", "Launchers") + "<ul class=\"notes\">\n";
+        if (omitted > 0) {
+            section += "<li>" + counted(omitted, "earlier launcher") + " not shown</li>\n";
+        }
+        for (std::size_t i = omitted; i < launchers.size(); ++i) {
+            section += "<li>" + html(LauncherText(*launchers[i])) + "</li>\n";
+        }
+        return section + "</ul>\n</section>\n";
+    }
+
+    void AddItems(std::string& page) const
+    {
+        page += Heading("items", "Items") + Tools() + PageAxis(m_report);
+        std::size_t shown = 0;
+        if (m_bad > 0) {
+            page += "<div class=\"items\">\n";
+            while (shown < m_bad && page.size() < kMaxPage) {
+                page += Entry(shown++);
+            }
+            page += "</div>\n";
+        }
+        if (shown == m_bad && m_bad < m_items.size()) {
+            page += "<details id=\"healthy\"" + std::string(m_bad == 0 ? " open" : "") +
+                    "><summary>" + counted(m_items.size() - m_bad, "healthy item") +
+                    "</summary>\n<div class=\"items\">\n";
+            while (shown < m_items.size() && page.size() < kMaxPage) {
+                page += Entry(shown++);
+            }
+            page += "</div>\n</details>\n";
+        }
+        if (shown < m_items.size()) {
+            page += "<p>" + counted(m_items.size() - shown, "more item") +
+                    " not shown, none of them worse. <code>launchlist report --json</code> has "
+                    "all.</p>\n";
+        }
+        page += Legend() + "</section>\n";
+    }
+
+    // Hidden until the script runs, because it does nothing without it.
+    static std::string Tools()
+    {
+        return "<div id=\"tools\" hidden><label>Search <input id=\"search\" "
+               "type=\"search\"></label>"
+               "<label>Sort by <select id=\"sort\"><option value=\"worst\">severity</option>"
+               "<option value=\"name\">name</option><option value=\"crashes\">crashes</option>"
+               "<option value=\"restarts\">restarts</option>"
+               "<option value=\"median\">shortest median run</option></select></label>"
+               "<span id=\"found\" class=\"soft\" role=\"status\"></span></div>\n";
+    }
+
+    std::string Entry(std::size_t index) const
+    {
+        const ItemReport& item = *m_items[index];
+        std::string entry = "<article class=\"item " + std::string(WordOf(item.severity)) +
+                            "\" id=" + Id(index) + ">\n<h3>" + NameLink(item, Id(index)) + " " +
+                            Tag(item) + "</h3>\n" + Bar(item, m_report, m_resolution).Html();
+        // On a crowded page, the gravest has to do.
+        for (const std::string& note : ItemNotes(item)) {
+            entry += "<p class=alarm>" + html(note) + "</p>\n";
+            if (m_is_crowded) {
+                break;
+            }
+        }
+        entry += "<ul class=figures>";
+        for (const Figure& figure : FiguresOf(item)) {
+            entry += "<li>" + figure.label + " <data value=" + figure.value + ">" + figure.text +
+                     "</data>";
+        }
+        entry += "</ul>\n";
+        const std::string ends = EndsOf(item);
+        if (!ends.empty()) {
+            entry += "<p class=ended>ended: " + html(ends) + "</p>\n";
+        }
+        return entry + "</article>\n";
+    }
+
+    static std::string Legend()
+    {
+        const auto entry = [](const std::string& drawing, const std::string& words) {
+            return "<li><svg viewBox=\"0 0 12 12\" aria-hidden=\"true\">" + drawing + "</svg>" +
+                   words + "</li>\n";
+        };
+        std::string list = "<ul class=\"legend soft\">\n";
+        list += entry("<path class=\"r\" d=\"M0 6h12v3h-12z\"/>", "running");
+        list += entry("<path class=\"u\" d=\"M0 7.5h12\"/>", "unknown");
+        list += entry("", "not running");
+        for (const MarkShape& shape : kMarks) {
+            list += entry("<path class=\"" + std::string(shape.name) +
+                              "\" stroke-width=\"4\" d=\"" + MarkPath(shape, 6, 1000) + "\"/>",
+                          shape.words);
+        }
+        return list + "<li>\u25b6 a launcher begins</li>\n<li>\u25a0 a launcher ends</li>\n</ul>\n";
+    }
+
+    std::string Log() const
+    {
+        std::string section = Heading("log", "Log") + "<ul class=\"notes\">\n";
+        for (const std::string& note : ReportNotes(m_report, m_level_file)) {
+            section += "<li>" + html(note) + "</li>\n";
+        }
+        for (const LogFile& file : m_report.files) {
+            if (file.error.empty()) {
+                section += "<li class=\"soft\">" + html(file.path) + ", " +
+                           counted(file.size, "byte") + "</li>\n";
+            }
+        }
+        return section + "</ul>\n</section>\n";
+    }
+
+    const Report& m_report;
+    const std::string& m_level_file;
+    const std::vector<const ItemReport*> m_items;
+    std::size_t m_bad = 0;
+    bool m_is_crowded = false;
+    Resolution m_resolution = {};
+};
 
 }  // namespace
 
 std::string ReportHtml(const Report& report, const std::string& level_file)
 {
-    std::string page = kHead;
-    page += "<style>" + std::string(kReportStyle) + "</style>\n</head>\n<body>\n";
-    page += "<a class=\"skip\" href=\"#items\">To the items</a>\n";
-    page += "<header>\n<h1>Launch report</h1>\n<p class=\"soft\">" + html(ReportTitle(report)) +
-            "</p>\n</header>\n<main>\n";
-    if (!report.items.empty()) {
-        page += TimelineSection(report) + ItemsSection(report);
-    }
-    return page + LogSection(report, level_file) + "</main>\n</body>\n</html>\n";
+    return Page(report, level_file).Html();
 }
 
 }  // namespace launchlist

@@ -1,11 +1,15 @@
+#include "tools/launchlist/output/report_wording.h"
+
 #include <algorithm>
 
 #include "tools/launchlist/base/text.h"
-#include "tools/launchlist/output/report_output.h"
+#include "util/string_util.h"
 
 namespace launchlist {
 
 namespace {
+
+constexpr Milliseconds kHour = 3600000;
 
 std::string Times(std::size_t count)
 {
@@ -26,17 +30,104 @@ Figure LengthFigure(const char* label, const char* key, const std::optional<Mill
     return {label, key, FormatDuration(*length), std::to_string(*length)};
 }
 
+// "123 an hour", "1.5 an hour".
+std::string HourlyRate(double per_hour)
+{
+    return string_format(per_hour < 10 ? "%.1f an hour" : "%.0f an hour", per_hour);
+}
+
+// What the unexpected ends have in common.
+std::string EndsSummary(const ItemReport& item)
+{
+    if (item.crashes == 0) {
+        return "exits repeatedly: " + counted(item.clean_ends, "exit") + " with status 0";
+    }
+    std::string text = "crashes repeatedly: " + std::to_string(item.crashes) +
+                       (item.crashes == 1 ? " crash" : " crashes");
+    if (item.clean_ends > 0) {
+        text += " and " + counted(item.clean_ends, "exit") + " with status 0";
+    }
+    return text;
+}
+
+std::string RateNote(const ItemReport& item)
+{
+    const Rate& rate = *item.rate;
+    const Milliseconds span = rate.last - rate.first;
+    std::string text = EndsSummary(item) + " in " + FormatDuration(span);
+    if (span > kHour) {
+        text += " (" + HourlyRate(rate.per_hour) + "), at worst " +
+                std::to_string(rate.worst_hour) + " in the hour from " +
+                FormatForPeople(rate.worst_hour_from);
+    }
+    const auto known = static_cast<double>(item.running + item.down);
+    if (item.down > 0) {
+        text += string_format(", down for %.1f %% of the known time",
+                              100 * static_cast<double>(item.down) / known);
+    }
+    return text + (rate.continues ? "; continues at the end of the report"
+                                  : "; the last at " + FormatForPeople(rate.last) + " UTC");
+}
+
 }  // namespace
 
 std::string ReportTitle(const Report& report)
 {
-    if (!report.first) {
+    if (!report.last_record) {
         return "no records";
+    }
+    if (!report.first) {
+        return "no records in this period; the last record of the log is from " +
+               FormatForPeople(*report.last_record) + " UTC";
     }
     return FormatRange(*report.first, *report.last) + " (" +
            FormatDuration(*report.last - *report.first) + "), " +
-           counted(report.launchers, "launcher") + ", " + counted(report.items.size(), "item") +
-           ", " + counted(report.records, "record");
+           counted(LaunchersOf(report).size(), "launcher") + ", " +
+           counted(report.items.size(), "item") + ", " + counted(report.records, "record");
+}
+
+std::vector<const Launcher*> LaunchersOf(const Report& report)
+{
+    std::vector<const Launcher*> launchers;
+    for (const Launcher& launcher : report.launchers) {
+        if (report.first && launcher.to >= *report.first && launcher.from <= *report.last) {
+            launchers.push_back(&launcher);
+        }
+    }
+    return launchers;
+}
+
+const char* WordOf(LauncherEnd end)
+{
+    static constexpr const char* kWords[] = {"unknown", "running", "stopped", "vanished",
+                                             "rejected"};
+    return kWords[static_cast<int>(end)];
+}
+
+std::string LauncherText(const Launcher& launcher)
+{
+    std::string how;
+    switch (launcher.end) {
+        case LauncherEnd::kStopped:
+            how = launcher.is_certain ? "stopped" : "probably stopped";
+            break;
+        case LauncherEnd::kVanished:
+            how = std::string("vanished: no stop is logged, and ") +
+                  (launcher.is_certain ? "its process id was used again"
+                                       : "a later launcher started its items");
+            break;
+        case LauncherEnd::kRejected:
+            how = "exited: it could not use its list";
+            break;
+        case LauncherEnd::kRunning:
+            how = "still running then";
+            break;
+        case LauncherEnd::kUnknown:
+            how = "how it ended is unknown";
+            break;
+    }
+    return "launcher " + std::to_string(launcher.process) + ": " +
+           FormatRange(launcher.from, launcher.to) + ", " + how;
 }
 
 std::string ItemTitle(const ItemReport& item)
@@ -44,17 +135,39 @@ std::string ItemTitle(const ItemReport& item)
     return item.name.empty() ? "\"\"" : printable(item.name);
 }
 
-const char* StateInWords(State state)
+std::string Shortened(const std::string& text, std::size_t width)
 {
-    switch (state) {
-        case State::kRunning:
-            return "running";
-        case State::kEnded:
-            return "ended";
-        case State::kUnknown:
-            break;
+    if (text.size() <= width || display_width(text) <= width) {
+        return text;
     }
-    return "unknown";
+    const std::size_t room = width - 3;
+    // The end of a name tells more than its beginning: "com.kestrane.helper.indexer".
+    const auto is_inside = [&](std::size_t at) {
+        return at < text.size() && (static_cast<unsigned char>(text[at]) & 0xC0U) == 0x80;
+    };
+    std::size_t begin = text.size() - std::min(text.size(), 4 * room);
+    while (begin < text.size() &&
+           (is_inside(begin) || display_width(text.substr(begin)) > room - room / 2)) {
+        ++begin;
+    }
+    std::size_t end = std::min(text.size(), 4 * room);
+    while (end > 0 && (is_inside(end) || display_width(text.substr(0, end)) > room / 2)) {
+        --end;
+    }
+    return text.substr(0, end) + "..." + text.substr(begin);
+}
+
+const char* WordOf(State state)
+{
+    static constexpr const char* kWords[] = {"unknown", "running", "started",  "ended",
+                                             "stopped", "failing", "abandoned"};
+    return kWords[static_cast<int>(state)];
+}
+
+const char* WordOf(Severity severity)
+{
+    static constexpr const char* kWords[] = {"healthy", "notable", "troubled", "broken"};
+    return kWords[static_cast<int>(severity)];
 }
 
 std::vector<Figure> FiguresOf(const ItemReport& item)
@@ -64,12 +177,13 @@ std::vector<Figure> FiguresOf(const ItemReport& item)
         item.starts ? CountFigure("starts", "starts", *item.starts)
                     : Figure{"starts", "starts", "unknown", "null"},
         CountFigure("ends", "ends", item.ends),
+        CountFigure("crashes", "crashes", item.crashes),
         CountFigure("restarts", "restarts", item.restarts),
-        CountFigure("most/min", "most_restarts_a_minute", item.worst_minute),
+        CountFigure("peak/min", "most_restarts_a_minute", item.worst_minute),
         LengthFigure("shortest", "shortest_run_ms", item.shortest, unknown),
         LengthFigure("median", "median_run_ms", item.median, unknown),
         LengthFigure("longest", "longest_run_ms", item.longest, unknown),
-        {"now", "state", StateInWords(item.state), StateInWords(item.state)},
+        {"at end", "state", WordOf(item.state), WordOf(item.state)},
     };
 }
 
@@ -81,34 +195,39 @@ std::vector<std::string> ReportNotes(const Report& report, const std::string& le
             notes.push_back(printable(file.path) + " could not be read: " + file.error);
         }
     }
-    const auto is_unknown = [](const ItemReport& item) { return !item.starts; };
-    if (std::any_of(report.items.begin(), report.items.end(), is_unknown)) {
+    const auto lacks_starts = [](const ItemReport& item) { return !item.starts; };
+    if (std::any_of(report.items.begin(), report.items.end(), lacks_starts)) {
         notes.push_back(
-            "Starts and first runs are unknown where a launcher wrote no DEBUG records. To have "
-            "them, put LEVEL=DEBUG into the section [LOG] of " +
-            printable(level_file) + " and start the launcher anew.");
+            "Starts and first runs are unknown where a launcher wrote no DEBUG records. To log "
+            "them, set LEVEL=DEBUG in the section [LOG] of " +
+            (level_file.empty() ? "the log.ini of the user whose launcher wrote the log"
+                                : printable(level_file)) +
+            " and restart the launcher.");
     }
     if (report.unread > 0) {
-        notes.push_back(counted(report.unread, "piece") + " of the log " +
-                        (report.unread == 1 ? "is no record" : "are no records") +
-                        " (torn or foreign lines). The first of them:");
+        notes.push_back(counted(report.unread, "line") +
+                        " could not be parsed (torn, or written by another program). The first:");
         notes.insert(notes.end(), report.unread_samples.begin(), report.unread_samples.end());
     }
     if (report.lost_records > 0) {
-        notes.push_back("The log lacks " + counted(report.lost_records, "record") +
-                        " that could not be written.");
+        notes.push_back(counted(report.lost_records, "record") + " could not be written and " +
+                        (report.lost_records == 1 ? "is" : "are") + " missing from the log.");
+    }
+    if (report.clock_set_back > 0) {
+        notes.push_back("The clock was set back " + Times(report.clock_set_back) +
+                        "; times and lengths around it are unreliable.");
     }
     if (report.other_records > 0) {
         notes.push_back(counted(report.other_records, "record") +
-                        " of other programs, or with another text, " +
-                        (report.other_records == 1 ? "was" : "were") + " left out.");
+                        (report.other_records == 1 ? " was" : " were") +
+                        " ignored: written by another program, or with an unknown text.");
     }
     if (report.nameless_items > 0) {
         notes.push_back("Items without a name were skipped " + Times(report.nameless_items) + ".");
     }
-    if (report.refused_lists > 0) {
-        notes.push_back("A launcher refused its list and ended " + Times(report.refused_lists) +
-                        "; `launchlist check` tells why.");
+    if (report.rejected_lists > 0) {
+        notes.push_back("A launcher rejected its list and exited " + Times(report.rejected_lists) +
+                        "; `launchlist check` shows why.");
     }
     return notes;
 }
@@ -116,22 +235,26 @@ std::vector<std::string> ReportNotes(const Report& report, const std::string& le
 std::vector<std::string> ItemNotes(const ItemReport& item)
 {
     std::vector<std::string> notes;
-    if (item.loop) {
-        notes.push_back(std::string(item.loop->is_crash ? "crashes" : "ends") +
-                        " in a loop: " + counted(item.loop->runs, "run") + " of less than " +
-                        std::to_string(kShortRun / 1000) + " s in a row, " +
-                        FormatRange(item.loop->from, item.loop->to));
-    }
     if (item.failed_starts > 0) {
         notes.push_back("could not be started " + Times(item.failed_starts) +
-                        "; the log holds no cause, `launchlist check` may find it");
+                        "; the log does not say why, `launchlist check` may");
     }
     if (item.no_program > 0) {
-        notes.push_back("has no program, told " + Times(item.no_program));
+        notes.push_back("has no program (logged " + Times(item.no_program) + ")");
     }
     if (item.failed_forks > 0) {
-        notes.push_back("was given up " + Times(item.failed_forks) +
-                        ", since no process could be forked");
+        notes.push_back("abandoned: fork failed" +
+                        (item.failed_forks > 1 ? " " + Times(item.failed_forks) : std::string()));
+    }
+    if (item.loop || (item.rate && item.rate->worst_hour >= kManyEnds)) {
+        notes.push_back(RateNote(item));
+        if (item.loop) {
+            notes.push_back("longest loop: " + counted(item.loop->runs, "run") + " of less than " +
+                            std::to_string(kShortRun / 1000) + " s in a row, " +
+                            FormatRange(item.loop->from, item.loop->to));
+        }
+    } else if (item.crashes > 0) {
+        notes.push_back("crashed " + Times(item.crashes));
     }
     return notes;
 }
@@ -139,10 +262,34 @@ std::vector<std::string> ItemNotes(const ItemReport& item)
 std::string EndsOf(const ItemReport& item)
 {
     std::string text;
-    for (const auto& [words, count] : item.ends_in_words) {
-        text += (text.empty() ? "" : ", ") + words + " (" + Times(count) + ")";
+    const auto add = [&text](const std::string& words, std::size_t count) {
+        if (count > 0) {
+            text += (text.empty() ? "" : ", ") + words + " (" + Times(count) + ")";
+        }
+    };
+    for (const auto& [cause, count] : item.causes) {
+        add(EndInWords(cause), count);
     }
+    add("killed by its launcher", item.stops);
+    add("killed by SIGKILL, perhaps at a stop", item.possible_stops);
     return text;
+}
+
+std::vector<const ItemReport*> WorstFirst(const Report& report)
+{
+    std::vector<const ItemReport*> items;
+    items.reserve(report.items.size());
+    for (const ItemReport& item : report.items) {
+        items.push_back(&item);
+    }
+    const auto is_worse = [](const ItemReport* a, const ItemReport* b) {
+        const auto ends = [](const ItemReport* item) {
+            return item->crashes + item->failed_starts + item->clean_ends;
+        };
+        return a->severity != b->severity ? a->severity > b->severity : ends(a) > ends(b);
+    };
+    std::stable_sort(items.begin(), items.end(), is_worse);
+    return items;
 }
 
 }  // namespace launchlist

@@ -1,4 +1,4 @@
-// Colour for a terminal.
+// Colours of a terminal.
 #pragma once
 
 #include <string>
@@ -15,7 +15,7 @@ enum class Style
     kCyan
 };
 
-// `text`, which is printable, in `style`; unchanged without `color`.
+// `text`, which must be printable, in `style`; unchanged without `color`.
 std::string styled(const std::string& text, Style style, bool color);
 
 }  // namespace launchlist

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "tools/launchlist/log/item_summary.h"
+
 namespace launchlist {
 
 namespace {
@@ -10,61 +12,121 @@ class Row
 {
 public:
     Row(Milliseconds first, Milliseconds last, std::size_t count)
-        : m_first(first), m_span(std::max<Milliseconds>(last - first, 1)), m_cells(count)
+        : m_first(first), m_last(last), m_cells(count), m_running(count), m_down(count)
     {
     }
 
-    void Mark(Milliseconds time, Cell cell) { MarkCell(IndexOf(time), cell); }
-
-    void MarkAll(Milliseconds from, Milliseconds to, Cell cell)
+    TimelineCell* At(Milliseconds time)
     {
-        for (std::size_t i = IndexOf(from); i <= IndexOf(to); ++i) {
-            MarkCell(i, cell);
+        return time < m_first || time > m_last ? nullptr : &m_cells[IndexOf(time)];
+    }
+
+    void AddPart(const Presence& part)
+    {
+        const std::size_t end = IndexOf(part.to);
+        for (std::size_t i = IndexOf(part.from); i <= end; ++i) {
+            (part.is_running ? m_running : m_down)[i] += std::max<Milliseconds>(
+                0, std::min(part.to, BeginOf(i + 1)) - std::max(part.from, BeginOf(i)));
         }
     }
 
-    std::vector<Cell> Cells() && { return std::move(m_cells); }
+    static void Raise(TimelineCell& cell, Cell kind) { cell.cell = std::max(cell.cell, kind); }
+
+    std::vector<TimelineCell> Cells() &&
+    {
+        for (std::size_t i = 0; i < m_cells.size(); ++i) {
+            const Milliseconds unknown = BeginOf(i + 1) - BeginOf(i) - m_running[i] - m_down[i];
+            const bool is_running =
+                m_running[i] > 0 && m_running[i] >= std::max(m_down[i], unknown);
+            const bool is_down = m_down[i] > 0 && m_down[i] >= unknown;
+            m_cells[i].presence = is_running ? Cell::kRunning
+                                  : is_down  ? Cell::kDown
+                                             : Cell::kUnknown;
+            Raise(m_cells[i], m_cells[i].presence);
+        }
+        return std::move(m_cells);
+    }
 
 private:
+    double Span() const { return static_cast<double>(std::max<Milliseconds>(m_last - m_first, 1)); }
+
     std::size_t IndexOf(Milliseconds time) const
     {
-        const double part = static_cast<double>(time - m_first) / static_cast<double>(m_span);
+        const double part = static_cast<double>(time - m_first) / Span();
         const double index = part * static_cast<double>(m_cells.size());
         return std::min(static_cast<std::size_t>(std::max(index, 0.0)), m_cells.size() - 1);
     }
 
-    void MarkCell(std::size_t index, Cell cell) { m_cells[index] = std::max(m_cells[index], cell); }
+    Milliseconds BeginOf(std::size_t index) const
+    {
+        return m_first + static_cast<Milliseconds>(Span() * static_cast<double>(index) /
+                                                   static_cast<double>(m_cells.size()));
+    }
 
     const Milliseconds m_first;
-    const Milliseconds m_span;
-    std::vector<Cell> m_cells;
+    const Milliseconds m_last;
+    std::vector<TimelineCell> m_cells;
+    // How much of each cell.
+    std::vector<Milliseconds> m_running;
+    std::vector<Milliseconds> m_down;
 };
 
-void MarkRun(Row& row, const Run& run, bool is_running, Milliseconds last)
+void MarkRun(Row& row, const Run& run)
 {
-    if (run.is_failed) {
-        row.Mark(run.start ? *run.start : run.end.value_or(last), Cell::kFailed);
+    if (run.role == Role::kFailed) {
+        const auto time = run.start ? run.start : run.end;
+        if (TimelineCell* cell = time ? row.At(*time) : nullptr) {
+            ++cell->failed;
+            Row::Raise(*cell, Cell::kFailed);
+        }
         return;
     }
-    if (run.start && run.end) {
-        row.MarkAll(*run.start, *run.end, Cell::kRunning);
-    } else if (run.start) {
-        row.MarkAll(*run.start, is_running ? last : *run.start, Cell::kRunning);
+    TimelineCell* cell = run.end ? row.At(*run.end) : nullptr;
+    if (cell == nullptr) {
+        return;
     }
-    if (run.end) {
-        row.Mark(*run.end, run.is_clean ? Cell::kEnd : Cell::kCrash);
+    switch (run.cause) {
+        case Cause::kLauncher:
+            ++cell->stops;
+            Row::Raise(*cell, Cell::kStop);
+            break;
+        case Cause::kMaybeLauncher:
+            ++cell->maybe_stops;
+            Row::Raise(*cell, Cell::kMaybeStop);
+            break;
+        case Cause::kProgram:
+            ++cell->causes[run.how];
+            Row::Raise(*cell, run.IsCrash() ? Cell::kCrash : Cell::kEnd);
     }
 }
 
 }  // namespace
 
-std::vector<Cell> Timeline(const ItemReport& item, Milliseconds first, Milliseconds last,
-                           std::size_t count)
+std::size_t TimelineCell::Marks() const
+{
+    std::size_t marks = stops + maybe_stops + failed;
+    for (const auto& [cause, count] : causes) {
+        marks += count;
+    }
+    return marks;
+}
+
+std::vector<TimelineCell> Timeline(const ItemReport& item, Milliseconds first, Milliseconds last,
+                                   std::size_t count)
 {
     Row row(first, last, count);
-    for (std::size_t i = 0; i < item.runs.size(); ++i) {
-        const bool is_running = item.state == State::kRunning && i + 1 == item.runs.size();
-        MarkRun(row, item.runs[i], is_running, last);
+    for (const Presence& part : PresenceOf(item, first, last)) {
+        row.AddPart(part);
+    }
+    for (const Run& run : item.runs) {
+        MarkRun(row, run);
+    }
+    for (const auto* times : {&item.no_program_times, &item.failed_fork_times}) {
+        for (const Milliseconds time : *times) {
+            if (TimelineCell* cell = row.At(time)) {
+                Row::Raise(*cell, Cell::kFailed);
+            }
+        }
     }
     return std::move(row).Cells();
 }

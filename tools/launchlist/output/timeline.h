@@ -2,31 +2,48 @@
 #pragma once
 
 #include <cstddef>
-#include <string>
+#include <map>
 #include <vector>
 
 #include "tools/launchlist/log/report_data.h"
 
 namespace launchlist {
 
-// What a cell shows is the worst that happened in its time, so the order counts.
+// A cell shows the gravest thing that happened in its time; later values are graver.
 enum class Cell
 {
-    kNothing,  // Not running, as far as the log tells.
-    kRunning,
-    kEnd,     // A run ended with exit status 0.
-    kCrash,   // A run ended in another way.
-    kFailed,  // The program could not be started.
+    kUnknown,
+    kDown,       // Not running for at least half of the time.
+    kRunning,    // Running for a part of the time.
+    kStop,       // Killed by its launcher.
+    kMaybeStop,  // Killed by signal 9, perhaps by its launcher.
+    kEnd,        // Exited with status 0.
+    kCrash,      // Ended in another way.
+    kFailed      // Could not be started.
+};
+
+constexpr std::size_t kCellKinds = 8;
+
+struct TimelineCell
+{
+    Cell cell = Cell::kUnknown;
+    Cell presence = Cell::kUnknown;  // The same without the marks of single events.
+    std::size_t stops = 0;
+    std::size_t maybe_stops = 0;
+    std::size_t failed = 0;
+    std::map<EndCause, std::size_t> causes;  // Of the other ends.
+
+    std::size_t Marks() const;
 };
 
 // `count` cells for the time from `first` to `last`.
-std::vector<Cell> Timeline(const ItemReport& item, Milliseconds first, Milliseconds last,
-                           std::size_t count);
+std::vector<TimelineCell> Timeline(const ItemReport& item, Milliseconds first, Milliseconds last,
+                                   std::size_t count);
 
-// Cells of a kind, side by side.
+// Adjacent cells of one kind.
 struct Stretch
 {
-    Cell cell = Cell::kNothing;
+    Cell cell = Cell::kUnknown;
     std::size_t begin = 0;
     std::size_t end = 0;
 };

@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <string>
+#include <vector>
 
 #include "json/json_object.h"
 
@@ -12,7 +13,7 @@ using namespace launchlist;
 
 namespace {
 
-// Every byte on its own, and characters that terminals and browsers act on.
+// Every single byte, and characters that terminals and browsers act on.
 std::string Hostile()
 {
     std::string text;
@@ -24,12 +25,11 @@ std::string Hostile()
            "\u009b31m \u202e \u2066 \u200b \u2028 \ufeff \U000e0041 '\"\\ \xed\xa0\x80 \xc0\xaf";
 }
 
-// What a shell makes of `word` as the argument of printf.
+// What a POSIX shell makes of `word` as an argument of printf.
 std::string AsShellReads(const std::string& word)
 {
-    // $'...' is known to bash, not to every sh.
-    const std::string command = "exec bash -c 'printf %s \"$@\"' printf " + word;
-    std::FILE* pipe = popen(("bash <<'END'\n" + command + "\nEND").c_str(), "r");
+    const std::string script = "sh <<'END'\nexec printf '%s.' " + word + "\nEND";
+    std::FILE* pipe = popen(script.c_str(), "r");
     std::string output;
     char chunk[256];
     while (const std::size_t count = std::fread(chunk, 1, sizeof chunk, pipe)) {
@@ -52,11 +52,11 @@ bool IsHarmless(const std::string& text)
 
 }  // namespace
 
-TEST(Printable, EscapesWhatDoesNotShow)
+TEST(Printable, EscapesInvisibleCharacters)
 {
     const struct
     {
-        std::string text, shown;
+        std::string text, escaped;
     } kTable[] = {
         {"", ""},
         {"plain \\ é€😀", "plain \\ é€😀"},
@@ -73,7 +73,7 @@ TEST(Printable, EscapesWhatDoesNotShow)
         {"\xf4\x90\x80\x80", "\\xf4\\x90\\x80\\x80"},
     };
     for (const auto& row : kTable) {
-        EXPECT_EQ(printable(row.text), row.shown);
+        EXPECT_EQ(printable(row.text), row.escaped);
     }
     EXPECT_TRUE(IsHarmless(printable(Hostile())));
 }
@@ -82,7 +82,7 @@ TEST(Printable, HidesWholeRanges)
 {
     const struct
     {
-        const char *before, *first, *last, *behind;
+        const char *before, *first, *last, *after;
     } kTable[] = {
         {"~", "\x7f", "\u009f", "\u00a0"},
         {"\u00ac", "\u00ad", "\u00ad", "\u00ae"},
@@ -100,13 +100,13 @@ TEST(Printable, HidesWholeRanges)
         EXPECT_EQ(printable(row.before), row.before);
         EXPECT_EQ(printable(row.first)[0], '\\') << row.before;
         EXPECT_EQ(printable(row.last)[0], '\\') << row.before;
-        EXPECT_EQ(printable(row.behind), row.behind);
+        EXPECT_EQ(printable(row.after), row.after);
     }
     EXPECT_EQ(printable("\x1f"), "\\x1f");
     EXPECT_EQ(printable(" "), " ");
 }
 
-TEST(Printable, TakesTheShortestFormsOfAllCharactersThatThereAre)
+TEST(Printable, AcceptsOnlyTheShortestFormOfACharacter)
 {
     for (const char* text :
          {"\u00a1", "\u07ff", "\u0800", "\ud7ff", "\ue000", "\uffff", "\U00010000", "\U0010ffff"}) {
@@ -126,7 +126,7 @@ TEST(Quoted, CutsLongText)
     EXPECT_EQ(quoted(std::string(81, 'x')), "\"" + std::string(80, 'x') + "...\"");
 }
 
-TEST(ShellWord, QuotesOnlyWhatNeedsIt)
+TEST(ShellWord, QuotesOnlyWhereNecessary)
 {
     const struct
     {
@@ -139,8 +139,10 @@ TEST(ShellWord, QuotesOnlyWhatNeedsIt)
         {"it's", "'it'\\''s'"},
         {"$HOME `x`", "'$HOME `x`'"},
         {"é", "'é'"},
-        {"a\nb", "$'a\\012b'"},
-        {"\x1b'\\", "$'\\033\\'\\\\'"},
+        {"a\nb", "\"$(printf 'a\\012b')\""},
+        {"\x1b'\\%", "\"$(printf '\\033\\047\\134%%')\""},
+        {"a\n\n", "\"$(printf 'a')\"'\n\n'"},
+        {"\n", "'\n'"},
         {"~", "'~'"},
         {"A=b", "'A=b'"},
         {"/A=b", "/A=b"},
@@ -156,15 +158,18 @@ TEST(ShellWord, QuotesOnlyWhatNeedsIt)
     }
 }
 
-TEST(ShellWord, IsHarmlessAndGivesTheSameBytes)
+TEST(ShellWord, IsHarmlessAndExpandsToTheSameBytes)
 {
     const std::string word = shell_word(Hostile());
     EXPECT_TRUE(IsHarmless(word));
-    EXPECT_EQ(AsShellReads(word), Hostile());
-    EXPECT_EQ(AsShellReads(shell_word("it's $HOME")), "it's $HOME");
+    for (const std::string& text :
+         {Hostile(), std::string("it's $HOME"), std::string("100%\\\t\n\n"), std::string("\n"),
+          std::string()}) {
+        EXPECT_EQ(AsShellReads(shell_word(text)), text + ".");
+    }
 }
 
-TEST(SafeJson, ShowsNothingHiddenAndReadsAsTheSame)
+TEST(SafeJson, EscapesInvisibleCharactersAndKeepsTheValues)
 {
     JsonObject object = JsonObject::GetEmptyObject();
     object["a"] = std::string("\u009b \x7f \u202e \U000e0041 é \\ \x1b");
@@ -180,14 +185,14 @@ TEST(SafeJson, ReplacesIllFormedBytes)
     EXPECT_EQ(safe_json("\"a\xff\""), "\"a\\ufffd\"");
 }
 
-TEST(Html, LeavesNoMarkup)
+TEST(Html, EscapesMarkup)
 {
     EXPECT_EQ(html("<a href=\"x\" b='y'>&</a>\n"),
               "&lt;a href=&quot;x&quot; b=&#39;y&#39;&gt;&amp;&lt;/a&gt;\\n");
     EXPECT_EQ(html(Hostile()).find_first_of("<>\"'"), std::string::npos);
 }
 
-TEST(IsUtf8, TellsWhereItIsNot)
+TEST(IsUtf8, FindsTheFirstIllFormedByte)
 {
     std::size_t bad = 0;
     EXPECT_TRUE(is_utf8("é€😀"));
@@ -201,12 +206,22 @@ TEST(Padding, CountsColumns)
     EXPECT_EQ(pad_left("ab", 4), "  ab");
     EXPECT_EQ(pad_right("abcd", 4), "abcd");
     EXPECT_EQ(pad_left("abcde", 4), "abcde");
-    EXPECT_EQ(display_width("ab\n"), 3U) << "what has no width takes one column";
+    EXPECT_EQ(display_width("ab\n"), 3U) << "a character without a width counts as one column";
 }
 
-TEST(Counted, KnowsOne)
+TEST(Counted, UsesTheSingularForOne)
 {
     EXPECT_EQ(counted(0, "item"), "0 items");
     EXPECT_EQ(counted(1, "item"), "1 item");
     EXPECT_EQ(counted(2, "item"), "2 items");
+}
+
+TEST(ClosestWord, FindsMisspellings)
+{
+    const std::vector<std::string> words = {"check", "explain", "report"};
+    EXPECT_EQ(closest_word("cheXck", words), "check");
+    EXPECT_EQ(closest_word("EXPLAIN", words), "explain");
+    EXPECT_EQ(closest_word("reportx", words), "report");
+    EXPECT_EQ(closest_word("start", words), "");
+    EXPECT_EQ(closest_word(std::string(100000, 'x'), words), "");
 }

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/launchlist/base/files.h"
+#include "tools/launchlist/list/argument_vector.h"
 #include "tools/launchlist/list/effects.h"
 #include "tools/launchlist/output/list_output.h"
 
@@ -12,17 +14,49 @@ using namespace launchlist;
 
 namespace {
 
-// The first step of a list whose only item is called "a" and runs /p, with `more` as its end.
-Step StepOf(const std::string& more)
+// The only item of a list, called "a", which runs /bin/sh; `more` comes last and may replace that.
+ExplainedItem ItemWith(const std::string& more)
 {
-    const Walk walk = ExplainList(R"({"0": {"name": "a", "program": "/p")" + more + "}}");
-    EXPECT_EQ(walk.steps.size(), 1U) << more;
-    return walk.steps.front();
+    const Explanation explanation =
+        ExplainList(R"({"0": {"name": "a", "program": "/bin/sh")" + more + "}}");
+    EXPECT_EQ(explanation.items.size(), 1U) << more;
+    return explanation.items.front();
 }
+
+// A list of the items "0", "1" and so on.
+std::string ListOf(const std::vector<std::string>& items)
+{
+    std::string list = "{";
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        list += (i == 0 ? "\"" : ", \"") + std::to_string(i) + "\": " + items[i];
+    }
+    return list + "}";
+}
+
+std::string Item(const std::string& name, const std::string& program)
+{
+    return R"({"name": ")" + name + R"(", "program": )" + program + "}";
+}
+
+// All outcomes in a few words: "exits", "exits|killed", with conditions after a slash.
+std::string OutcomesOf(const std::string& list)
+{
+    static constexpr const char* kOutcomes[] = {"runs", "exits", "aborts", "killed", "all killed"};
+    static constexpr const char* kConditions[] = {"", "/timing", "/macos", "/limit"};
+    std::string text;
+    for (const LauncherOutcome& outcome : ExplainList(list).outcomes) {
+        text += (text.empty() ? "" : "|") +
+                std::string(kOutcomes[static_cast<int>(outcome.outcome)]) +
+                kConditions[static_cast<int>(outcome.condition)];
+    }
+    return text;
+}
+
+const std::string kGood = "\"/bin/sh\"";
 
 }  // namespace
 
-TEST(Explain, GivesTheVectorOfAnItem)
+TEST(Explain, GivesTheArgumentVector)
 {
     using Strings = std::vector<std::string>;
     const struct
@@ -30,85 +64,156 @@ TEST(Explain, GivesTheVectorOfAnItem)
         const char* more;
         Strings arguments;
     } kTable[] = {
-        {"", {"/p"}},
-        {R"(, "args": {"0": "x"})", {"/p"}},
-        {R"(, "argc": 2, "args": {"0": "x", "1": 7})", {"/p", "x", "7"}},
-        {R"(, "argc": 2, "args": {"1": true})", {"/p", "", "true"}},
-        {R"(, "argc": 1)", {"/p", ""}},
+        {"", {"/bin/sh"}},
+        {R"(, "args": {"0": "x"})", {"/bin/sh"}},
+        {R"(, "argc": 2, "args": {"0": "x", "1": 7})", {"/bin/sh", "x", "7"}},
+        {R"(, "argc": 2, "args": {"1": true})", {"/bin/sh", "", "true"}},
+        {R"(, "argc": 1)", {"/bin/sh", ""}},
         {R"(, "argc": -1)", {}},
     };
     for (const auto& row : kTable) {
-        EXPECT_EQ(StepOf(row.more).arguments, row.arguments) << row.more;
+        const ExplainedItem item = ItemWith(row.more);
+        EXPECT_EQ(item.arguments, row.arguments) << row.more;
+        EXPECT_EQ(item.fate, Fate::kRuns) << row.more;
+        EXPECT_EQ(item.runs, Runs::kCertainly) << row.more;
     }
-    EXPECT_EQ(StepOf(R"(, "argc": -1)").note, kEmptyVector);
+    EXPECT_EQ(ItemWith(R"(, "argc": -1)").note, effects::kEmptyVector);
 }
 
-TEST(Explain, SaysWhyThereIsNone)
+TEST(Explain, SaysWhyAnItemNeverRuns)
 {
     const struct
     {
         const char* more;
-        const char* note;
+        Fate fate;
+        const char* effect;
     } kTable[] = {
-        {R"(, "program": "")", kSignalsGroup},
-        {R"(, "program": [])", kTerminates},
-        {R"(, "argc": "1")", kAbortsChild},
-        {R"(, "argc": 1, "args": [])", kAbortsChild},
-        {R"(, "argc": -2)", kOverrunsVector},
-        {R"(, "argc": 2147483647)", kOverrunsStack},
-        // What the supervisor looks at comes before what the child looks at.
-        {R"(, "program": "", "argc": "1")", kSignalsGroup},
+        {R"(, "program": "")", Fate::kSignalsGroup, effects::kSignalsGroup},
+        {R"(, "program": null)", Fate::kSignalsGroup, effects::kSignalsGroup},
+        {R"(, "program": [])", Fate::kAbortsLauncher, effects::kAbortsLauncher},
+        {R"(, "program": "/nowhere")", Fate::kCannotExecute, effects::kCannotExecute},
+        {R"(, "program": "/etc")", Fate::kCannotExecute, effects::kCannotExecute},
+        {R"(, "argc": "1")", Fate::kAbortsChild, effects::kAbortsChild},
+        {R"(, "argc": 1, "args": [])", Fate::kAbortsChild, effects::kAbortsChild},
+        {R"(, "argc": 2147483647)", Fate::kOverrunsStack, effects::kOverrunsStack},
+        // The supervisor converts "program" before the child converts the arguments, and the child
+        // does so before it executes the program.
+        {R"(, "program": "", "argc": "1")", Fate::kSignalsGroup, effects::kSignalsGroup},
+        {R"(, "program": "/nowhere", "argc": "1")", Fate::kAbortsChild, effects::kAbortsChild},
     };
     for (const auto& row : kTable) {
-        const Step step = StepOf(row.more);
-        EXPECT_FALSE(step.arguments) << row.more;
-        EXPECT_EQ(step.note, row.note) << row.more;
+        const ExplainedItem item = ItemWith(row.more);
+        EXPECT_FALSE(item.arguments) << row.more;
+        EXPECT_EQ(item.fate, row.fate) << row.more;
+        EXPECT_EQ(item.effect, row.effect) << row.more;
+        EXPECT_EQ(item.runs, Runs::kNever) << row.more;
     }
 }
 
-TEST(Explain, WalksToTheFirstGap)
+TEST(Explain, CallsAnUndefinedCountPossible)
 {
-    const Walk walk = ExplainList(
-        R"({"0": {"name": "a"}, "1": {"program": "/p"}, "2": {"name": "a"}, "4": {"name": "b"}})");
-    ASSERT_EQ(walk.steps.size(), 3U);
-    EXPECT_FALSE(walk.steps[1].name);
-    EXPECT_EQ(walk.steps[1].note, kSkipped);
-    EXPECT_EQ(walk.steps[2].replaced, 0);
-    EXPECT_EQ(walk.end, "there is no item \"3\": the walk ends");
-    EXPECT_FALSE(walk.ends_launcher);
+    EXPECT_EQ(ItemWith(R"(, "argc": -2)").fate, Fate::kUndefined);
+    EXPECT_EQ(ItemWith(R"(, "argc": -2)").runs, Runs::kPossibly);
 }
 
-TEST(Explain, StopsWhereTheLauncherDoes)
+TEST(Explain, DerivesTheLargestCountFromTheStack)
 {
+    EXPECT_EQ(kMaxArgumentCount, 61438);
+    std::string page;
+    std::string error;
+    ASSERT_TRUE(ReadFile(KESTRANE_DOCS "/man/launch-list.5", page, error)) << error;
+    EXPECT_NE(page.find("sure to work is 61,438"), std::string::npos);
+    EXPECT_EQ(ItemWith(R"(, "argc": 61438)").fate, Fate::kRuns);
+    EXPECT_EQ(ItemWith(R"(, "argc": 61439)").fate, Fate::kMayOverrunStack);
+    EXPECT_EQ(ItemWith(R"(, "argc": 65534)").fate, Fate::kMayOverrunStack);
+    EXPECT_EQ(ItemWith(R"(, "argc": 65535)").fate, Fate::kOverrunsStack);
+}
+
+TEST(Explain, ReadsItemsUpToTheFirstGap)
+{
+    const Explanation explanation = ExplainList(
+        R"({"0": {"name": "a"}, "1": {"program": "/p"}, "2": {"name": "a"}, "4": {"name": "b"}})");
+    ASSERT_EQ(explanation.items.size(), 3U);
+    EXPECT_FALSE(explanation.items[1].name);
+    EXPECT_EQ(explanation.items[1].fate, Fate::kSkipped);
+    EXPECT_EQ(explanation.items[0].replaced_by, 2);
+    EXPECT_EQ(explanation.items[2].replaces, 0);
+    EXPECT_FALSE(explanation.is_rejected);
+    EXPECT_NE(ExplanationText(explanation, false).find("End of list (no item \"3\")\n"),
+              std::string::npos);
+}
+
+TEST(Explain, StopsAtARejectedItem)
+{
+    const Explanation explanation =
+        ExplainList(R"({"0": {"name": "a"}, "1": {"name": []}, "2": {"name": "b"}})");
+    ASSERT_EQ(explanation.items.size(), 2U);
+    EXPECT_TRUE(explanation.is_rejected);
+    EXPECT_EQ(explanation.items[1].fate, Fate::kRejected);
+    EXPECT_EQ(ExplainList(R"({"0": 1})").items.front().effect, effects::RejectedAtStart());
+    EXPECT_EQ(ExplainList("").list_effect, effects::kEndsInSilence);
+    EXPECT_EQ(ExplainList("{").list_effect, effects::RejectedAtStart());
+}
+
+TEST(Explain, NamesEveryOutcomeOfTheLauncher)
+{
+    const std::string good = Item("a", kGood);
+    const std::string other = Item("b", kGood);
+    const std::string missing = Item("b", "\"/nowhere\"");
+    const std::string empty = Item("b", "\"\"");
+    const std::string array = Item("b", "[]");
     const struct
     {
-        const char* list;
-        std::size_t steps;
-        const char* end;
+        std::string list;
+        const char* outcomes;
     } kTable[] = {
-        {"", 0, kEndsInSilence},
-        {"{", 0, kRefusedAtStart},
-        {"[]", 0, kRefusedAtStart},
-        {R"({"0": 1})", 1, "the launcher ends here"},
-        {R"({"0": {"name": "a"}, "1": {"name": []}, "2": {"name": "b"}})", 2,
-         "the launcher ends here"},
+        {"", "exits"},
+        {"[]", "exits"},
+        {"null", "runs"},
+        {"{}", "runs"},
+        {ListOf({"[]"}), "exits"},
+        {ListOf({"null", "[]"}), "exits"},
+        {ListOf({good, other}), "runs"},
+        {ListOf({good, "[]"}), "exits/timing|killed/timing"},
+        {ListOf({good, R"({"name": {}})"}), "exits/timing|killed/timing"},
+        {ListOf({good, good}), "runs/timing|killed/timing"},
+        {ListOf({empty}), "killed"},
+        {ListOf({good, empty}), "killed|runs/macos"},
+        {ListOf({empty, "3"}), "exits/timing|killed/timing"},
+        // The item without a program may be ended before its child signals anything.
+        {ListOf({empty, other}), "runs/timing|killed/timing"},
+        {ListOf({array}), "aborts"},
+        {ListOf({good, array}), "aborts"},
+        {ListOf({good, array, "3"}), "aborts/timing|killed/timing"},
+        {ListOf({array, other}), "aborts/timing|killed/timing"},
+        {ListOf({array, Item("c", "\"\"")}), "aborts/timing|killed/timing"},
+        {ListOf({good, missing}), "runs|all killed/limit"},
+        {ListOf({R"({"name": "a", "program": "/bin/sh", "argc": -2})"}), "runs|all killed/limit"},
     };
     for (const auto& row : kTable) {
-        const Walk walk = ExplainList(row.list);
-        EXPECT_TRUE(walk.ends_launcher) << row.list;
-        EXPECT_EQ(walk.steps.size(), row.steps) << row.list;
-        EXPECT_EQ(walk.end, row.end) << row.list;
-        EXPECT_TRUE(walk.steps.empty() || walk.steps.back().note == kRefusedOnTheWay) << row.list;
+        EXPECT_EQ(OutcomesOf(row.list), row.outcomes) << row.list;
     }
 }
 
-TEST(WalkText, QuotesForAShell)
+TEST(Explain, CallsItemsPossibleWhereTheLauncherMayEnd)
 {
-    const Walk walk = ExplainList(
-        R"({"0": {"name": "a\u001b", "program": "/p q", "argc": 1, "args": {"0": "it's\n"}}})");
-    EXPECT_EQ(WalkText(walk, false),
+    const Explanation explanation = ExplainList(ListOf({Item("a", kGood), Item("b", "\"\"")}));
+    EXPECT_EQ(explanation.items[0].runs, Runs::kPossibly);
+    EXPECT_EQ(explanation.items[1].runs, Runs::kNever);
+    // The limit of processes is reached only after all items have been started.
+    EXPECT_EQ(ExplainList(ListOf({Item("a", kGood), Item("b", "\"/no\"")})).items[0].runs,
+              Runs::kCertainly);
+}
+
+TEST(ExplanationText, QuotesForAShell)
+{
+    const Explanation explanation = ExplainList(
+        R"({"0": {"name": "a\u001b", "program": "/bin/sh", "argc": 2,
+            "args": {"0": "it's", "1": "a\u001b's\n"}}})");
+    EXPECT_EQ(ExplanationText(explanation, false),
               "item 0  \"a\\x1b\"\n"
-              "    program   '/p q'\n"
-              "    arguments '/p q' $'it\\'s\\012'\n"
-              "there is no item \"1\": the walk ends\n");
+              "    program   /bin/sh\n"
+              "    arguments /bin/sh 'it'\\''s' \"$(printf 'a\\033\\047s')\"'\n'\n"
+              "End of list (no item \"1\")\n"
+              "The launcher keeps running until SIGTERM.\n");
 }

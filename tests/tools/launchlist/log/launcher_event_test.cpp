@@ -18,12 +18,12 @@ Event Error(const std::string& text)
 
 }  // namespace
 
-TEST(ReadEvent, KnowsEveryMessage)
+TEST(ReadEvent, RecognisesEveryMessage)
 {
     EXPECT_EQ(ReadEvent("DEBUG", "[LAUNCHER  ] Start to fork a b").kind, EventKind::kStart);
     EXPECT_EQ(ReadEvent("DEBUG", "[LAUNCHER  ] Start to fork a b").name, "a b");
     EXPECT_EQ(Error("There is an item has no name.").kind, EventKind::kNoName);
-    EXPECT_EQ(Error("Error while parsing saved json string.").kind, EventKind::kListRefused);
+    EXPECT_EQ(Error("Error while parsing saved json string.").kind, EventKind::kListRejected);
     EXPECT_EQ(Error("Failed to fork a").kind, EventKind::kForkFailed);
     EXPECT_EQ(Error("program path of a is empty").kind, EventKind::kNoProgram);
     EXPECT_EQ(Error("program path of a is empty").name, "a");
@@ -39,7 +39,7 @@ TEST(ReadEvent, KnowsEveryMessage)
     EXPECT_EQ(ReadEvent("ERROR", "[QV7LOG    ] 0 records were lost").kind, EventKind::kRecordsLost);
 }
 
-TEST(ReadEvent, LeavesANameItsWords)
+TEST(ReadEvent, KeepsNamesThatContainOtherMessages)
 {
     const struct
     {
@@ -63,7 +63,7 @@ TEST(ReadEvent, LeavesANameItsWords)
         EventKind::kStart);
 }
 
-TEST(ReadEvent, TakesNothingElse)
+TEST(ReadEvent, IgnoresOtherTexts)
 {
     for (const char* text :
          {"", "a is killed. ret = 12, status = 0", "a 12 is killed. ret = 13, status = 0",
@@ -80,7 +80,7 @@ TEST(ReadEvent, TakesNothingElse)
     }
 }
 
-TEST(EndInWords, NamesTheSignalsThatEndPrograms)
+TEST(EndInWords, NamesSignals)
 {
     const struct
     {
@@ -94,11 +94,11 @@ TEST(EndInWords, NamesTheSignalsThatEndPrograms)
         {SIGXFSZ, "SIGXFSZ"}, {SIGVTALRM, "SIGVTALRM"}, {SIGPROF, "SIGPROF"}, {SIGSYS, "SIGSYS"},
     };
     for (const auto& row : kTable) {
-        EXPECT_EQ(EndInWords(12, row.number), std::string("killed by ") + row.name);
+        EXPECT_EQ(EndInWords({true, row.number}), std::string("killed by ") + row.name);
     }
 }
 
-TEST(EndInWords, TellsStatusesAndSignals)
+TEST(EndInWords, DescribesStatusesAndSignals)
 {
     const struct
     {
@@ -116,6 +116,18 @@ TEST(EndInWords, TellsStatusesAndSignals)
         {-1, 0, "end not seen (waitpid failed)"},
     };
     for (const auto& row : kTable) {
-        EXPECT_EQ(EndInWords(row.result, row.wait_status), row.words);
+        EXPECT_EQ(EndInWords({row.result >= 0, row.wait_status}), row.words);
     }
+}
+
+TEST(EndCause, GivesEitherAStatusOrASignal)
+{
+    EXPECT_EQ(ExitStatusOf({true, 3 << 8}), 3);
+    EXPECT_FALSE(SignalOf({true, 3 << 8}));
+    EXPECT_FALSE(ExitStatusOf({true, SIGSEGV | 0x80}));
+    EXPECT_EQ(SignalOf({true, SIGSEGV | 0x80}), SIGSEGV);
+    EXPECT_TRUE(HasCore({true, SIGSEGV | 0x80}));
+    EXPECT_FALSE(HasCore({true, SIGSEGV}));
+    EXPECT_FALSE(ExitStatusOf({false, 0}));
+    EXPECT_FALSE(SignalOf({false, 9}));
 }

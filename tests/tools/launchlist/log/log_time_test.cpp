@@ -30,9 +30,9 @@ TEST(ParseTimeStamp, CountsMillisecondsFrom1970)
     }
 }
 
-TEST(ParseTimeStamp, KnowsTheCalendarOfTheSystem)
+TEST(ParseTimeStamp, AgreesWithTheSystemCalendar)
 {
-    // Every day from the year 1600 to 2400: whole turns of the leap years.
+    // Every day from the year 1600 to 2400: several leap-year cycles.
     for (std::int64_t day = -135140; day < 157054; ++day) {
         const std::time_t time = day * 86400;
         std::tm parts = {};
@@ -41,7 +41,7 @@ TEST(ParseTimeStamp, KnowsTheCalendarOfTheSystem)
         std::strftime(text, sizeof text, "%Y-%m-%dT00:00:00.000Z", &parts);
         ASSERT_EQ(FormatTimeStamp(day * 86400000), text);
         ASSERT_EQ(ParseTimeStamp(text), day * 86400000) << text;
-        // The day behind the last of a month is none.
+        // The day after the last of a month does not exist.
         std::strftime(text, sizeof text, "%Y-%m-", &parts);
         const std::string next = text + std::to_string(parts.tm_mday + 1) + "T00:00:00.000Z";
         const std::time_t tomorrow = time + 86400;
@@ -52,7 +52,7 @@ TEST(ParseTimeStamp, KnowsTheCalendarOfTheSystem)
     }
 }
 
-TEST(ParseTimeStamp, RefusesWhatIsNoTime)
+TEST(ParseTimeStamp, RejectsInvalidTimes)
 {
     for (const char* text :
          {"", "2026-11-21", "2026-11-21T02:26:11Z", "2026-11-21T02:26:11.123",
@@ -65,7 +65,7 @@ TEST(ParseTimeStamp, RefusesWhatIsNoTime)
     }
 }
 
-TEST(ParseMoment, TakesPartsAndAges)
+TEST(ParseMoment, AcceptsPartialTimesAndAges)
 {
     const Milliseconds now = 1795227971123;
     const struct
@@ -105,13 +105,13 @@ TEST(ParseMoment, TakesPartsAndAges)
     }
 }
 
-TEST(FormatRange, NamesADayOnce)
+TEST(FormatRange, OmitsARepeatedDay)
 {
     EXPECT_EQ(FormatRange(0, 86399000), "1970-01-01 00:00:00 to 23:59:59 UTC");
     EXPECT_EQ(FormatRange(0, 86400000), "1970-01-01 00:00:00 to 1970-01-02 00:00:00 UTC");
 }
 
-TEST(FormatDuration, TakesTheUnitThatFits)
+TEST(FormatDuration, ChoosesTheUnit)
 {
     const struct
     {

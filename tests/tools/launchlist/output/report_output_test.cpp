@@ -6,23 +6,14 @@
 #include <vector>
 
 #include "json/json_object.h"
-#include "tests/tools/launchlist/log/log_text.h"
+#include "tests/tools/launchlist/log/report_on.h"
 #include "tools/launchlist/base/text.h"
-#include "tools/launchlist/log/report.h"
-#include "tools/launchlist/output/timeline.h"
 
 using namespace launchlist;
 
 namespace {
 
-constexpr int kLauncher = 100;
 constexpr char kLevelFile[] = "/home/log.ini";
-
-Report ReportOn(const LogText& log)
-{
-    const TempFolder folder;
-    return MakeReport({folder.Write("qv7log", log.Text())}, {});
-}
 
 std::string Text(const Report& report)
 {
@@ -34,79 +25,15 @@ bool Holds(const std::string& text, const std::string& part)
     return text.find(part) != std::string::npos;
 }
 
-std::string Signs(const std::vector<Cell>& cells)
-{
-    std::string text;
-    for (const Cell cell : cells) {
-        text += ".=|x!"[static_cast<int>(cell)];
-    }
-    return text;
-}
-
 }  // namespace
 
-TEST(Timeline, ShowsTheWorstOfEachCell)
-{
-    LogText log;
-    log.Start(0, kLauncher, "a").End(3900, kLauncher, "a", 201, 0);
-    log.Start(5100, kLauncher, "a").End(5200, kLauncher, "a", 202, 0);
-    log.Start(5300, kLauncher, "a").End(5400, kLauncher, "a", 203, 256);
-    log.Start(7000, kLauncher, "a").End(10000, kLauncher, "b", 204, 0);
-    const Report report = ReportOn(log);
-    EXPECT_EQ(Signs(Timeline(report.items[0], *report.first, *report.last, 10)), "===|.x.===");
-    EXPECT_EQ(Signs(Timeline(report.items[1], *report.first, *report.last, 10)), ".........|");
-}
-
-TEST(Timeline, MarksWhatCouldNotBeStarted)
-{
-    LogText log;
-    log.Start(0, kLauncher, "other").Start(500, kLauncher, "a").Start(550, 300, "a");
-    log.End(10000, kLauncher, "other", 200, 0);
-    const Report report = ReportOn(log);
-    EXPECT_EQ(Signs(Timeline(report.items[1], *report.first, *report.last, 10)), "!=========");
-}
-
-TEST(Timeline, ShowsOnlyTheStartOfARunWhoseEndIsNotKnown)
-{
-    LogText log;
-    log.Start(0, kLauncher, "a").Start(5500, 200, "a").End(10000, 200, "b", 300, 0);
-    const Report report = ReportOn(log);
-    EXPECT_EQ(Signs(Timeline(report.items[0], *report.first, *report.last, 10)), "=....=====");
-}
-
-TEST(Timeline, OfOneMomentHasACell)
-{
-    LogText log;
-    log.End(5, kLauncher, "a", 200, 0);
-    const Report report = ReportOn(log);
-    EXPECT_EQ(Signs(Timeline(report.items[0], *report.first, *report.last, 3)), "|..");
-}
-
-TEST(Timeline, OfTwoMomentsBeginsAndEndsWithThem)
-{
-    LogText log;
-    log.End(0, kLauncher, "a", 200, 0).End(1, kLauncher, "a", 201, 256);
-    const Report report = ReportOn(log);
-    EXPECT_EQ(Signs(Timeline(report.items[0], *report.first, *report.last, 4)), "|..x");
-}
-
-TEST(Stretches, JoinEqualCells)
-{
-    const auto stretches = Stretches({Cell::kRunning, Cell::kRunning, Cell::kCrash});
-    ASSERT_EQ(stretches.size(), 2U);
-    EXPECT_EQ(stretches[0].begin, 0U);
-    EXPECT_EQ(stretches[0].end, 2U);
-    EXPECT_EQ(stretches[1].cell, Cell::kCrash);
-    EXPECT_EQ(stretches[1].end, 3U);
-}
-
-TEST(ReportText, SaysUnknownAndWhichLevelWouldTell)
+TEST(ReportText, NamesTheLevelThatLogsStarts)
 {
     LogText log;
     log.End(0, kLauncher, "a", 201, 0);
     const std::string text = Text(ReportOn(log));
     EXPECT_TRUE(Holds(text, "unknown     1")) << text;
-    EXPECT_TRUE(Holds(text, "put LEVEL=DEBUG into the section [LOG] of /home/log.ini")) << text;
+    EXPECT_TRUE(Holds(text, "set LEVEL=DEBUG in the section [LOG] of /home/log.ini")) << text;
     EXPECT_FALSE(Holds(Text(ReportOn(LogText().Start(0, kLauncher, "a"))), "LEVEL=DEBUG"));
 }
 
@@ -114,20 +41,35 @@ TEST(ReportText, FitsTheTerminal)
 {
     LogText log;
     log.Start(0, kLauncher, std::string(200, 'x')).Start(90, kLauncher, "b");
+    log.End(40000000, kLauncher, "b", 200, 256);
     const Report report = ReportOn(log);
-    for (const std::size_t width : {60U, 80U, 120U}) {
+    for (const std::size_t width : {60U, 80U, 120U, 200U}) {
         const std::string text = ReportText(report, kLevelFile, {width, false});
-        const std::size_t row = text.rfind("\nb ");
-        EXPECT_EQ(text.find('\n', row + 1) - row - 1, width);
+        std::size_t begin = text.find("\nitem ") + 1;
+        const std::size_t last = text.find("\n= running");
+        ASSERT_NE(last, std::string::npos);
+        while (begin < last) {
+            const std::size_t end = text.find('\n', begin);
+            EXPECT_LE(end - begin, width) << text.substr(begin, end - begin);
+            begin = end + 1;
+        }
     }
 }
 
-TEST(ReportText, OfAnEmptyLogSaysSo)
+TEST(ReportText, ShortensNothingWithoutATerminal)
+{
+    const std::string name(200, 'x');
+    LogText log;
+    log.Start(0, kLauncher, name).End(10, kLauncher, name, 200, 256);
+    EXPECT_TRUE(Holds(Text(ReportOn(log)), "\n" + name + "  "));
+}
+
+TEST(ReportText, ReportsAnEmptyLog)
 {
     EXPECT_EQ(Text(ReportOn(LogText())), "no records\n");
 }
 
-TEST(ReportOutput, ShowsNothingHostile)
+TEST(ReportOutput, EscapesHostileText)
 {
     LogText log;
     const std::string name = "\\x1b]0;owned\\x07\\u202e<script>alert('1')</script>\"&\\xff\\n";
@@ -148,7 +90,7 @@ TEST(ReportOutput, ShowsNothingHostile)
             EXPECT_FALSE(Holds(output, part)) << printable(part);
         }
     }
-    for (const char* part : {"<script", "<img", "<i>", "<b>", "alert('"}) {
+    for (const char* part : {"<script>alert", "<img", "<i>", "<b>", "alert('"}) {
         EXPECT_FALSE(Holds(page, part)) << part;
     }
     JsonObject json(ReportJson(report).c_str());
@@ -156,7 +98,7 @@ TEST(ReportOutput, ShowsNothingHostile)
     EXPECT_EQ(read, "\x1b]0;owned\x07\u202e<script>alert('1')</script>\"&\ufffd\n");
 }
 
-TEST(ReportOutput, StaysSoundWhateverByteOfTheLogChanges)
+TEST(ReportOutput, IsSafeWhicheverByteOfTheLogChanges)
 {
     LogText log;
     log.Start(0, kLauncher, "a\\n").End(1000, kLauncher, "a\\n", 201, 256);
@@ -175,25 +117,47 @@ TEST(ReportOutput, StaysSoundWhateverByteOfTheLogChanges)
     }
 }
 
-TEST(ReportHtml, LoadsAndRunsNothing)
+TEST(ReportHtml, LoadsNothing)
 {
     LogText log;
     log.Start(0, kLauncher, "a").End(1000, kLauncher, "a", 201, 256);
     const std::string page = ReportHtml(ReportOn(log), kLevelFile);
     EXPECT_TRUE(Holds(page, "default-src 'none'"));
-    for (const char* part : {"<script", "src=", "url(", "@import", "http:", "https:", "<link"}) {
+    EXPECT_EQ(page.substr(0, kPageMark.size()), kPageMark);
+    for (const char* part : {" src=", "url(", "@import", "http:", "https:", "<link", " style="}) {
         EXPECT_FALSE(Holds(page, part)) << part;
     }
 }
 
-TEST(ReportHtml, StaysSmallWhateverTheLog)
+TEST(ReportHtml, StaysSmallForManyRuns)
 {
     LogText log;
     for (int i = 0; i < 20000; ++i) {
         const Milliseconds time = Milliseconds{100} * i;
         log.Start(time, kLauncher, "a").End(time + 50, kLauncher, "a", 200 + i, i % 2 * 256);
     }
-    EXPECT_LT(ReportHtml(ReportOn(log), kLevelFile).size(), 200000U);
+    EXPECT_LT(ReportHtml(ReportOn(log), kLevelFile).size(), 60000U);
+}
+
+TEST(ReportHtml, StaysSmallForManyItems)
+{
+    // 200 items that crash for 20 hours, and 100,000 names.
+    LogText crashing;
+    for (int i = 0; i < 20000; ++i) {
+        const std::string name = "com.kestrane.helper.number-" + std::to_string(i % 200);
+        crashing.Start(3600 * i, kLauncher, name);
+        crashing.End(3600 * i + 900, kLauncher, name, 200 + i, i % 3 * 256);
+    }
+    const std::string page = ReportHtml(ReportOn(crashing), kLevelFile);
+    EXPECT_LT(page.size(), 300000U);
+    EXPECT_TRUE(Holds(page, "number-199"));
+    LogText many;
+    for (int i = 0; i < 100000; ++i) {
+        many.End(i, kLauncher, "name-" + std::to_string(i), 200 + i, 256);
+    }
+    const std::string large = ReportHtml(ReportOn(many), kLevelFile);
+    EXPECT_LT(large.size(), 1000000U);
+    EXPECT_TRUE(Holds(large, "more items not shown"));
 }
 
 TEST(ReportJson, HasTheFigures)
@@ -207,7 +171,8 @@ TEST(ReportJson, HasTheFigures)
     EXPECT_EQ(static_cast<int>(item["starts"]), 2);
     EXPECT_EQ(static_cast<int>(item["ends"]), 1);
     EXPECT_EQ(static_cast<int>(item["longest_run_ms"]), 1250);
-    EXPECT_EQ(static_cast<std::string>(item["state"]), "running");
-    EXPECT_EQ(static_cast<std::string>(item["ended"][0]["how"]), "exit status 3");
+    EXPECT_EQ(static_cast<std::string>(item["state"]), "started");
+    EXPECT_EQ(static_cast<std::string>(item["causes"][0]["how"]), "exit status 3");
+    EXPECT_EQ(static_cast<int>(item["causes"][0]["exit_status"]), 3);
     EXPECT_FALSE(item["loop"].IsValid());
 }

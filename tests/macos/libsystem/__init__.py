@@ -1,0 +1,25 @@
+"""The model of libSystem, one module per subject."""
+
+from libsystem import (  # noqa: F401  (each declares its functions)
+    accounts,
+    clock,
+    files,
+    formats,
+    loader,
+    locales,
+    logging,
+    numbers,
+    pages,
+    processes,
+    signals,
+    stdio,
+    threads,
+)
+
+STARTERS = [loader, locales, stdio, signals, processes]
+
+
+def prepare(machine):
+    """What the modules put into the program's memory; before its images are bound."""
+    for module in STARTERS:
+        module.prepare(machine)

@@ -1,0 +1,78 @@
+"""Runs one macOS program as this process: run.py ARCHITECTURE DIRECTORY FILE NAME [ARGUMENT...].
+
+FILE is the Mach-O file. NAME is the program's first argument, and what it believes to be its path.
+DIRECTORY (build/macos) holds what the model needs: the guest library, the
+cache of images, and a directory for reports of what must never happen.
+"""
+
+import gc
+import os
+import signal
+import sys
+import traceback
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+
+
+def undo_python():
+    """Takes back what Python has changed: it ignores two signals, catches one, and sets LC_CTYPE.
+    Returns the environment that the process was given."""
+    for number in (signal.SIGPIPE, signal.SIGXFSZ):
+        signal.signal(number, signal.SIG_DFL)
+    if signal.getsignal(signal.SIGINT) != signal.SIG_IGN:
+        signal.signal(signal.SIGINT, signal.SIG_DFL)
+    with open("/proc/self/environ", "rb") as file:
+        return [entry for entry in file.read().split(b"\0") if entry]
+
+
+def run(architecture, directory, file, arguments):
+    path = arguments[0]
+    environment = undo_python()
+    import libsystem
+    from machine import BrokenProgram, Machine, Missing
+
+    try:
+        machine = Machine(
+            architecture,
+            f"{directory}/guest/{architecture}",
+            f"{directory}/cache",
+            libsystem.prepare,
+        )
+        machine.load_program(file, path)
+        gc.freeze()
+        gc.disable()
+        status = machine.run([os.fsencode(argument) for argument in arguments], environment)
+    except BrokenProgram as error:
+        report(directory, architecture, f"{path}: {error}", kept=False)
+        Machine.end_by_signal(signal.SIGSEGV)
+    except Exception as error:
+        kept = not isinstance(error, Missing)
+        report(
+            directory,
+            architecture,
+            f"{path}: {error}\n{traceback.format_exc() if kept else ''}",
+            kept=True,
+        )
+        status = 70
+    os._exit(status)
+
+
+def report(directory, architecture, text, kept):
+    """On descriptor 2, which a program may have closed; what must never happen in a file, too."""
+    try:
+        if os.isatty(2) or not os.path.samestat(os.fstat(2), os.stat("/dev/null")):
+            os.write(2, f"run.py: {text}\n".encode())
+    except OSError:
+        pass
+    if kept:
+        try:
+            with open(
+                f"{directory}/reports/{architecture}/{os.getpid()}", "a", encoding="utf-8"
+            ) as file:
+                file.write(text + "\n")
+        except OSError:
+            pass
+
+
+if __name__ == "__main__":
+    run(sys.argv[1], sys.argv[2], sys.argv[3], sys.argv[4:])

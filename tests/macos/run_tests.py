@@ -1,0 +1,193 @@
+"""Runs the tests of one architecture on Linux: run_tests.py ARCHITECTURE [PATTERN].
+
+Unit tests, the command line of launchlist against its golden outputs, and the end-to-end tests with
+the staged bundle (stage.py). What left_out.txt names is left out. PATTERN, a regular expression,
+chooses tests by name.
+"""
+
+import os
+import re
+import shutil
+import subprocess
+import sys
+import time
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parents[2]
+MACOS = ROOT / "build/macos"
+TIMEOUT = 180
+# An emulated walk over this many items takes as long as one over 20,000 otherwise.
+MANY = "400"
+
+
+def read_left_out():
+    """Names of tests, and for unit tests the patterns of GoogleTest, with the reasons."""
+    found = {}
+    for line in (ROOT / "tests/macos/left_out.txt").read_text(encoding="utf-8").splitlines():
+        if line and not line.startswith("#"):
+            name, _, reason = line.partition(": ")
+            assert reason and name not in found, line
+            found[name] = reason
+    return found
+
+
+class Tests:
+    def __init__(self, architecture, pattern):
+        self.architecture = architecture
+        self.pattern = re.compile(pattern)
+        self.left_out = read_left_out()
+        self.used = set()
+        self.failed = []
+        self.built = MACOS / architecture
+        self.reports = MACOS / "reports" / architecture
+
+    def is_left_out(self, name):
+        if name in self.left_out:
+            self.used.add(name)
+        return name in self.left_out
+
+    def skipped_parts(self, prefix):
+        """What is left out of one program or file."""
+        names = [name for name in self.left_out if name.startswith(prefix + "/")]
+        self.used.update(names)
+        return [name[len(prefix) + 1 :] for name in names]
+
+    def check(self, name, command, environment, directory=None):
+        if not self.pattern.search(name):
+            return
+        began = time.monotonic()
+        output = None
+        try:
+            done = subprocess.run(
+                [str(part) for part in command],
+                env={**os.environ, **environment},
+                cwd=directory,
+                stdin=subprocess.DEVNULL,
+                stdout=subprocess.PIPE,
+                stderr=subprocess.STDOUT,
+                timeout=TIMEOUT,
+                check=False,
+            )
+            output, status = done.stdout, done.returncode
+        except subprocess.TimeoutExpired as error:
+            output, status = error.stdout or b"", f"none after {TIMEOUT} s"
+        reports = self.take_reports()
+        well = status == 0 and not reports
+        seconds = time.monotonic() - began
+        print(
+            f"{'ok' if well else 'FAILED':6} {seconds:6.1f} s  {self.architecture} {name}",
+            flush=True,
+        )
+        if not well:
+            self.failed.append(name)
+            print(output.decode(errors="replace")[-4000:], f"status {status}", *reports, sep="\n")
+
+    def take_reports(self):
+        """What the model has reported; each makes a test fail, whatever its status."""
+        found = []
+        for file in sorted(self.reports.iterdir()):
+            found.append(file.read_text(encoding="utf-8"))
+            file.unlink()
+        return found
+
+    def run_unit_tests(self):
+        for program in sorted(self.built.glob("tests/*/*")):
+            if not program.is_file() or not os.access(program, os.X_OK) or program.suffix:
+                continue
+            name = program.name
+            if self.is_left_out(name):
+                continue
+            arguments = []
+            parts = self.skipped_parts(name)
+            if parts:
+                arguments = ["--gtest_filter=-" + ":".join(parts)]
+            if name.startswith("fuzz_"):
+                seeds = name[len("fuzz_") : -len("_seeds")]
+                arguments = [ROOT / "tests/fuzz/seeds" / seeds]
+            self.check(
+                name,
+                [*self.namespace(), *self.interpreter(program), *arguments],
+                {
+                    "DYLD_LIBRARY_PATH": str(self.built / "qv7log"),
+                },
+            )
+
+    def namespace(self):
+        """No test reaches a process outside, whatever it signals."""
+        command = ["bwrap", "--unshare-pid", "--die-with-parent", "--new-session"]
+        command += ["--ro-bind", "/", "/", "--proc", "/proc", "--dev", "/dev", "--tmpfs", "/tmp"]
+        return command + ["--bind", MACOS, MACOS, "--ro-bind", ROOT / "tests", ROOT / "tests"]
+
+    def interpreter(self, program):
+        python = ROOT / "build/venv/macos/bin/python"
+        return [
+            python,
+            "-IB",
+            ROOT / "tests/macos/run.py",
+            self.architecture,
+            MACOS,
+            program,
+            program,
+        ]
+
+    def run_launchlist(self):
+        launchlist = self.built / "run/stage/Kestrane.app/Contents/MacOS/launchlist"
+        script = ROOT / "tests/launchlist/command_line_test.py"
+        command = [*self.namespace(), shutil.which("python3"), "-B", script, launchlist]
+        self.check("launchlist_command_line_test", command, {})
+
+    def run_end_to_end(self):
+        run = self.built / "run"
+        environment = {
+            "KESTRANE_STAGE": str(run / "stage"),
+            "KESTRANE_HELPERS": str(run / "helpers"),
+            "KESTRANE_OTHER_LOG": str(run / "other_log"),
+            "KESTRANE_WRITABLE": str(MACOS),
+            "KESTRANE_MANY": MANY,
+        }
+        for file in sorted((ROOT / "tests/end_to_end").glob("*_test.py")):
+            name = f"end_to_end/{file.stem}"
+            if self.is_left_out(name):
+                continue
+            skipped = self.skipped_parts(name)
+            cases = [case for case in cases_of(file) if case not in skipped]
+            command = [shutil.which("python3"), "-B", file, *cases]
+            self.check(name, command, environment)
+
+
+def cases_of(file):
+    """The names of a file's cases, as the harness takes them."""
+    listing = (
+        "import sys, os; sys.argv = ['x']; sys.path.insert(0, os.path.dirname(sys.argv[0]));"
+        f"sys.path.insert(0, {str(file.parent)!r}); import runpy, unittest, importlib;"
+        f"m = importlib.import_module({file.stem!r}); "
+        "s = unittest.defaultTestLoader.loadTestsFromModule(m);"
+        "f = lambda t: [t] if isinstance(t, unittest.TestCase) else sum(map(f, t), []);"
+        "print(*(c.id().split('.', 1)[1] for c in f(s)), sep='\\n')"
+    )
+    python = shutil.which("python3")
+    environment = {**os.environ, "KESTRANE_STAGE": "", "KESTRANE_HELPERS": ""}
+    done = subprocess.run(
+        [python, "-B", "-c", listing], env=environment, check=True, capture_output=True, text=True
+    )
+    return done.stdout.split()
+
+
+def main():
+    architecture = sys.argv[1]
+    tests = Tests(architecture, sys.argv[2] if len(sys.argv) > 2 else "")
+    tests.reports.mkdir(parents=True, exist_ok=True)
+    tests.take_reports()
+    tests.run_unit_tests()
+    tests.run_launchlist()
+    tests.run_end_to_end()
+    unknown = set(tests.left_out) - tests.used
+    if unknown:
+        tests.failed += unknown
+        print("left_out.txt names what does not exist:", *sorted(unknown), sep="\n  ")
+    print(f"{architecture}: {len(tests.failed)} failed; left out: {len(tests.used)}")
+    return 1 if tests.failed else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,24 @@
+// Without a fork handler, the records of a forked child would carry its parent's process id.
+#include <errno.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <filesystem>
+
+#include "tests/qv7log/read_log.h"
+
+// Replaces the system's function.
+extern "C" int pthread_atfork(void (*)(), void (*)(), void (*)())
+{
+    return ENOMEM;
+}
+
+TEST(InitLogger, FailsIfTheForkHandlerCannotBeRegistered)
+{
+    TempFolder folder;
+    EXPECT_EQ(InitLogger((folder / "log").c_str()), ENOMEM);
+    ILog* log = nullptr;
+    EXPECT_EQ(GetLogger(LOGKIND_FILE, "test", LOGLEVEL_ERROR, &log), EINVAL);
+    EXPECT_EQ(log, nullptr);
+    EXPECT_FALSE(std::filesystem::exists(folder / "log"));
+}

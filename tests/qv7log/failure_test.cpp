@@ -1,0 +1,319 @@
+// Failures: directories and links that prevent a start, a log that is removed or replaced, and
+// errors of `write`, which this test replaces.
+#include <dlfcn.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <limits.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <deque>
+#include <string>
+#include <vector>
+
+#include "qv7log/limits.h"
+#include "tests/qv7log/read_log.h"
+
+using Strings = std::vector<std::string>;
+
+namespace {
+
+// What the next calls of write do. 0: write everything. A positive number: fail with this errno.
+// A negative number: write only this many bytes. Without a script, every call writes everything.
+std::deque<int> g_script;
+int g_calls = 0;
+
+}  // namespace
+
+extern "C" ssize_t write(int descriptor, const void* data, size_t size)
+{
+    using Write = ssize_t (*)(int, const void*, size_t);
+    static const Write next = reinterpret_cast<Write>(dlsym(RTLD_NEXT, "write"));
+    ++g_calls;
+    int step = 0;
+    if (!g_script.empty()) {
+        step = g_script.front();
+        g_script.pop_front();
+    }
+    if (step > 0) {
+        errno = step;
+        return -1;
+    }
+    return next(descriptor, data, step < 0 ? static_cast<size_t>(-step) : size);
+}
+
+namespace {
+
+void LogText(ILog* log, const std::string& text)
+{
+    Log(log, LOGLEVEL_ERROR, "%s", text.c_str());
+}
+
+class WriteFailure : public testing::Test
+{
+protected:
+    WriteFailure() : m_path(m_folder / "log"), m_log(StartLog(m_path)) { g_script.clear(); }
+    ~WriteFailure() override { g_script.clear(); }
+
+    TempFolder m_folder;
+    const std::string m_path;
+    ILog* const m_log;
+};
+
+TEST_F(WriteFailure, OneRecordIsOneWrite)
+{
+    g_calls = 0;
+    LogText(m_log, "short");
+    LogText(m_log, std::string(60000, '\x1b'));
+    EXPECT_EQ(g_calls, 2);
+}
+
+TEST_F(WriteFailure, AnInterruptedWriteIsRepeated)
+{
+    g_script = {EINTR, EINTR, 0};
+    LogText(m_log, "one");
+    EXPECT_EQ(Texts(m_path), Strings{"one"});
+}
+
+TEST_F(WriteFailure, AShortWriteIsRepeatedWhole)
+{
+    g_script = {-30};
+    LogText(m_log, "one");
+    LogText(m_log, "two");
+    const Content content = ReadLog(m_path);
+    ASSERT_EQ(content.records.size(), 2U);
+    EXPECT_EQ(content.records[0].text, "one");
+    ASSERT_EQ(content.others.size(), 1U);
+    EXPECT_EQ(content.others[0].size(), 30U);
+}
+
+TEST_F(WriteFailure, LostRecordsAreReportedBeforeTheNextWrittenRecord)
+{
+    for (const int error : {ENOSPC, EIO, EFBIG}) {
+        TempFolder folder;
+        ILog* const log = StartLog(folder / "log");
+        LogText(log, "before");
+        g_script = {error, error, error};
+        LogText(log, "a");
+        LogText(log, "b");
+        LogText(log, "c");
+        ASSERT_TRUE(g_script.empty());
+        LogText(log, "after");
+        LogText(log, "later");
+        EXPECT_EQ(Texts(folder / "log"),
+                  (Strings{"before", "[QV7LOG    ] 3 records were lost", "after", "later"}));
+    }
+}
+
+TEST_F(WriteFailure, AReportThatCannotBeWrittenIsRepeatedLater)
+{
+    g_script = {ENOSPC, ENOSPC, ENOSPC, 0, ENOSPC};
+    LogText(m_log, "a");
+    LogText(m_log, "b");  // the report cannot be written either
+    LogText(m_log, "c");
+    LogText(m_log, "d");  // the report is written, the record is not
+    LogText(m_log, "e");
+    EXPECT_EQ(Texts(m_path), (Strings{"[QV7LOG    ] 3 records were lost",
+                                      "[QV7LOG    ] 1 records were lost", "e"}));
+}
+
+TEST_F(WriteFailure, ATornRecordIsLostAndLeavesTheNextOneReadable)
+{
+    g_script = {-40, ENOSPC};
+    LogText(m_log, "a");
+    LogText(m_log, "b");
+    g_script = {-40, -20};
+    LogText(m_log, "c");
+    LogText(m_log, "d");
+    const Content content = ReadLog(m_path);
+    Strings texts;
+    for (const qv7log::Record& record : content.records) {
+        texts.push_back(record.text);
+    }
+    EXPECT_EQ(texts, (Strings{"[QV7LOG    ] 1 records were lost", "b",
+                              "[QV7LOG    ] 1 records were lost", "d"}));
+    EXPECT_EQ(content.others.size(), 2U);
+}
+
+TEST_F(WriteFailure, AForkedChildReportsOnlyItsOwnLosses)
+{
+    g_script = {ENOSPC, ENOSPC};
+    LogText(m_log, "a");
+    LogText(m_log, "b");
+    const pid_t child = fork();
+    if (child == 0) {
+        LogText(m_log, "child");
+        g_script = {EIO};
+        LogText(m_log, "c");
+        LogText(m_log, "child again");
+        _exit(0);
+    }
+    ASSERT_EQ(waitpid(child, nullptr, 0), child);
+    LogText(m_log, "parent");
+    EXPECT_EQ(Texts(m_path), (Strings{"child", "[QV7LOG    ] 1 records were lost", "child again",
+                                      "[QV7LOG    ] 2 records were lost", "parent"}));
+}
+
+TEST_F(WriteFailure, AFailingLogNeverBlocksTheCaller)
+{
+    g_calls = 0;
+    for (int i = 0; i < 1000; ++i) {
+        g_script = {EIO};
+        LogText(m_log, "x");
+    }
+    EXPECT_EQ(g_calls, 1000);
+    g_script.clear();
+    LogText(m_log, "y");
+    EXPECT_EQ(Texts(m_path), (Strings{"[QV7LOG    ] 1000 records were lost", "y"}));
+}
+
+// Waits until the log checks its path again: in a burst, it does so once per millisecond.
+void NextMillisecond()
+{
+    timespec start;
+    timespec now;
+    clock_gettime(CLOCK_REALTIME, &start);
+    do {
+        clock_gettime(CLOCK_REALTIME, &now);
+    } while (now.tv_nsec / 1000000 == start.tv_nsec / 1000000);
+}
+
+TEST_F(WriteFailure, ARemovedLogIsCreatedAgainAtOnce)
+{
+    LogText(m_log, "one");
+    for (int i = 0; i < 100; ++i) {
+        ASSERT_EQ(unlink(m_path.c_str()), 0);
+        LogText(m_log, "two");
+        ASSERT_EQ(Texts(m_path), Strings{"two"});
+    }
+}
+
+TEST_F(WriteFailure, AReplacedLogIsFollowed)
+{
+    LogText(m_log, "one");
+    ASSERT_EQ(rename(m_path.c_str(), (m_folder / "away").c_str()), 0);
+    WriteFile(m_path, "");
+    NextMillisecond();
+    LogText(m_log, "two");
+    EXPECT_EQ(Texts(m_path), Strings{"two"});
+    EXPECT_EQ(Texts(m_folder / "away"), Strings{"one"});
+}
+
+TEST_F(WriteFailure, ARemovedDirectoryIsCreatedAgain)
+{
+    const std::string path = m_folder / "a/b/log";
+    ILog* const log = StartLog(path);
+    unlink(path.c_str());
+    unlink((path + ".lock").c_str());
+    ASSERT_EQ(rmdir((m_folder / "a/b").c_str()), 0);
+    ASSERT_EQ(rmdir((m_folder / "a").c_str()), 0);
+    LogText(log, "two");
+    EXPECT_EQ(Texts(path), Strings{"two"});
+    for (int i = 0; i < 10; ++i) {
+        LogText(log, std::string(1000, 'x'));
+    }
+    EXPECT_TRUE(Exists(path + ".1"));
+}
+
+TEST_F(WriteFailure, ASymbolicLinkInPlaceOfTheLogIsNotFollowed)
+{
+    WriteFile(m_folder / "target", "");
+    LogText(m_log, "one");
+    ASSERT_EQ(rename(m_path.c_str(), (m_folder / "away").c_str()), 0);
+    ASSERT_EQ(symlink((m_folder / "target").c_str(), m_path.c_str()), 0);
+    NextMillisecond();
+    LogText(m_log, "two");
+    EXPECT_EQ(ReadFile(m_folder / "target"), "");
+    EXPECT_EQ(Texts(m_folder / "away"), (Strings{"one", "two"}));
+    for (int i = 0; i < 10; ++i) {
+        LogText(m_log, std::string(1000, 'x'));
+    }
+    EXPECT_EQ(ReadFile(m_folder / "target"), "");
+    EXPECT_EQ(Texts(m_folder / "away").size(), 12U);
+}
+
+TEST_F(WriteFailure, RecordsAreLostAndCountedWhileTheLogCannotBeCreatedAgain)
+{
+    LogText(m_log, "one");
+    unlink(m_path.c_str());
+    ASSERT_EQ(mkdir(m_path.c_str(), 0700), 0);
+    LogText(m_log, "two");
+    LogText(m_log, "three");
+    ASSERT_EQ(rmdir(m_path.c_str()), 0);
+    LogText(m_log, "four");
+    EXPECT_EQ(Texts(m_path), (Strings{"[QV7LOG    ] 2 records were lost", "four"}));
+}
+
+TEST_F(WriteFailure, ALogThatCannotBeRotatedGrows)
+{
+    // Directories in place of the old files cannot be removed.
+    mkdir((m_path + ".1").c_str(), 0700);
+    for (int number = 2; number <= 6; ++number) {
+        mkdir((m_path + "." + std::to_string(number)).c_str(), 0700);
+        mkdir((m_path + "." + std::to_string(number) + "/x").c_str(), 0700);
+    }
+    for (int i = 0; i < 20; ++i) {
+        LogText(m_log, std::string(1000, 'x'));
+    }
+    Content content;
+    ReadInto(content, m_path);
+    EXPECT_EQ(content.records.size(), 20U);
+}
+
+TEST(InitLogger, ReturnsTheErrnoOfWhatFailed)
+{
+    TempFolder folder;
+    WriteFile(folder / "file", "");
+    mkdir((folder / "folder").c_str(), 0700);
+    WriteFile(folder / "target", "");
+    ASSERT_EQ(symlink((folder / "target").c_str(), (folder / "link").c_str()), 0);
+    ASSERT_EQ(symlink((folder / "missing").c_str(), (folder / "dangling").c_str()), 0);
+    ASSERT_EQ(mkfifo((folder / "pipe").c_str(), 0600), 0);
+    struct Row
+    {
+        std::string path;
+        int error;
+    };
+    const Row rows[] = {
+        {folder / "folder", EISDIR},
+        {folder / "file/log", ENOTDIR},
+        {folder / "file/a/log", ENOTDIR},
+        {folder / "link", ELOOP},
+        {folder / "dangling", ELOOP},
+        {folder / "pipe", ENXIO},
+        {"", EISDIR},
+        {"/dev/null", EINVAL},
+        {folder / std::string(300, 'x'), ENAMETOOLONG},
+        {std::string(PATH_MAX, '/'), ENAMETOOLONG},
+    };
+    for (const Row& row : rows) {
+        EXPECT_EQ(InitLogger(row.path.c_str()), row.error) << row.path.substr(0, 100);
+    }
+    EXPECT_FALSE(Exists(folder / "missing"));
+}
+
+// Runs as another user, because root can write to every directory.
+TEST(InitLogger, ReturnsTheErrnoOfAnUnwritableDirectory)
+{
+    TempFolder folder;
+    const std::string path = folder / "log";
+    const std::string deeper = folder / "a/log";
+    ASSERT_EQ(chmod(folder.path().c_str(), 0555), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        if (getuid() == 0 && setuid(65534) != 0) {
+            _exit(1);
+        }
+        const bool as_expected =
+            InitLogger(path.c_str()) == EACCES && InitLogger(deeper.c_str()) == EACCES;
+        _exit(as_expected ? 0 : 2);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+}
+
+}  // namespace

@@ -1,0 +1,453 @@
+// Tests the library through its public interface. A log is rotated at 4 KiB here.
+#include <errno.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <limits.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "qv7log/limits.h"
+#include "tests/qv7log/read_log.h"
+#include "tests/support/wait_until.h"
+
+using Strings = std::vector<std::string>;
+
+namespace {
+
+constexpr LOGLEVEL kLevels[] = {LOGLEVEL{-1},      LOGLEVEL{0},      LOGLEVEL_DEBUG,
+                                LOGLEVEL_MESSAGE,  LOGLEVEL_WARNING, LOGLEVEL_ERROR,
+                                LOGLEVEL_CRITICAL, LOGLEVEL_VERBOSE};
+
+mode_t Mode(const std::string& path)
+{
+    struct stat status = {};
+    EXPECT_EQ(lstat(path.c_str(), &status), 0) << path;
+    return status.st_mode & 07777;
+}
+
+// A text of which five fill the log.
+std::string FifthOfALog(int number)
+{
+    return std::to_string(number) + std::string(qv7log::kRotateSize / 5, '.');
+}
+
+void LogText(ILog* log, const std::string& text)
+{
+    Log(log, LOGLEVEL_ERROR, "%s", text.c_str());
+}
+
+// A process that holds the rotation lock of the log at `path` until Release.
+class LockHolder
+{
+public:
+    explicit LockHolder(const std::string& path)
+    {
+        int locked[2];
+        if (pipe(locked) != 0 || pipe(m_release) != 0) {
+            return;
+        }
+        m_process = fork();
+        if (m_process == 0) {
+            close(m_release[1]);
+            struct flock lock = {};
+            lock.l_type = F_WRLCK;
+            lock.l_whence = SEEK_SET;
+            char byte = '1';
+            if (fcntl(open((path + ".lock").c_str(), O_RDWR | O_CREAT, 0600), F_SETLK, &lock) ==
+                0) {
+                (void)!write(locked[1], &byte, 1);
+                (void)!read(m_release[0], &byte, 1);
+            }
+            _exit(0);
+        }
+        close(locked[1]);
+        close(m_release[0]);
+        char byte = 0;
+        m_holds = read(locked[0], &byte, 1) == 1;
+        close(locked[0]);
+    }
+
+    bool Holds() const { return m_holds; }
+
+    // Ends the process and waits until it has exited.
+    void Release()
+    {
+        close(m_release[1]);
+        EXPECT_EQ(waitpid(m_process, nullptr, 0), m_process);
+    }
+
+private:
+    int m_release[2] = {-1, -1};
+    pid_t m_process = -1;
+    bool m_holds = false;
+};
+
+TEST(LogV, WritesLevelsFromTheThresholdOnAndAllWithVerbose)
+{
+    struct Row
+    {
+        LOGLEVEL threshold;
+        Strings passed;
+    };
+    const Row rows[] = {
+        {LOGLEVEL_DEBUG, {"1", "2", "4", "8", "16"}},
+        {LOGLEVEL_MESSAGE, {"2", "4", "8", "16"}},
+        {LOGLEVEL_WARNING, {"4", "8", "16"}},
+        {LOGLEVEL_ERROR, {"8", "16"}},
+        {LOGLEVEL_CRITICAL, {"16"}},
+        {LOGLEVEL_VERBOSE, {"-1", "0", "1", "2", "4", "8", "16", "17"}},
+    };
+    for (const Row& row : rows) {
+        TempFolder folder;
+        ILog* const log = StartLog(folder / "log", row.threshold);
+        ASSERT_NE(log, nullptr);
+        for (const LOGLEVEL level : kLevels) {
+            Log(log, level, "%d", level);
+        }
+        EXPECT_EQ(Texts(folder / "log"), row.passed) << row.threshold;
+    }
+}
+
+TEST(LogV, WritesTimeLevelNameProcessAndText)
+{
+    TempFolder folder;
+    ILog* const log = StartLog(folder / "log");
+    timespec before;
+    clock_gettime(CLOCK_REALTIME, &before);
+    Log(log, LOGLEVEL_ERROR, "[LAUNCHER  ] %s %d is killed. ret = %d, status = %d", "a", 5, 5, 9);
+    const std::string line = ReadFile(folder / "log");
+    const std::string rest = " ERROR    test[" + std::to_string(getpid()) +
+                             "] [LAUNCHER  ] a 5 is killed. ret = 5, status = 9\n";
+    ASSERT_EQ(line.size(), 24 + rest.size());
+    EXPECT_EQ(line.substr(24), rest);
+    struct tm parts = {};
+    strptime(line.c_str(), "%Y-%m-%dT%H:%M:%S", &parts);
+    EXPECT_LE(timegm(&parts) - before.tv_sec, 5);
+    EXPECT_GE(timegm(&parts) - before.tv_sec, 0);
+}
+
+TEST(LogV, PreservesErrno)
+{
+    TempFolder folder;
+    ILog* const log = StartLog(folder / "log");
+    for (int i = 0; i < 30; ++i) {  // includes a rotation
+        errno = ENOENT;
+        Log(log, LOGLEVEL_ERROR, "%s%300s", strerror(errno), "");
+        ASSERT_EQ(errno, ENOENT);
+    }
+}
+
+TEST(LogV, KeepsTextsUpTo64KiBAndMarksLongerOnes)
+{
+    struct Row
+    {
+        std::size_t size;
+        std::size_t cut;
+    };
+    const Row rows[] = {{0, 0},    {2046, 0},  {2047, 0},  {2048, 0},  {2049, 0},
+                        {5000, 0}, {65535, 0}, {65536, 0}, {65537, 1}, {200000, 200000 - 65536}};
+    for (const Row& row : rows) {
+        for (const char filler : {'a', '\x1b', '\xff'}) {
+            TempFolder folder;
+            ILog* const log = StartLog(folder / "log");
+            const std::string text(row.size, filler);
+            LogText(log, text);
+            const Content content = ReadLog(folder / "log");
+            ASSERT_EQ(content.records.size(), 1U) << row.size;
+            EXPECT_EQ(content.records[0].text, text.substr(0, row.size - row.cut)) << row.size;
+            EXPECT_EQ(content.records[0].cut, row.cut);
+        }
+    }
+}
+
+TEST(LogV, CutsBetweenCharacters)
+{
+    TempFolder folder;
+    ILog* const log = StartLog(folder / "log");
+    std::string text(65535, 'a');
+    text += "\xc3\xa9";
+    LogText(log, text);
+    const Content content = ReadLog(folder / "log");
+    ASSERT_EQ(content.records.size(), 1U);
+    EXPECT_EQ(content.records[0].text, std::string(65535, 'a'));
+    EXPECT_EQ(content.records[0].cut, 2U);
+}
+
+TEST(LogV, KeepsANulInTheText)
+{
+    TempFolder folder;
+    ILog* const log = StartLog(folder / "log");
+    Log(log, LOGLEVEL_ERROR, "a%cb", 0);
+    EXPECT_EQ(Texts(folder / "log"), Strings{std::string("a\0b", 3)});
+}
+
+TEST(LogV, WritesTheFormatIfItCannotBeFormatted)
+{
+    TempFolder folder;
+    ILog* const log = StartLog(folder / "log");
+    const std::string tail(5000, '.');
+    Log(log, LOGLEVEL_ERROR, "[LAUNCHER  ] %ls!", L"x");
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+    Log(log, LOGLEVEL_ERROR, ("%ls" + tail).c_str(), L"x");
+#pragma GCC diagnostic pop
+    EXPECT_EQ(Texts(folder / "log"), (Strings{"[LAUNCHER  ] %ls!", "%ls" + tail}));
+}
+
+TEST(GetLogger, RefusesOtherKinds)
+{
+    TempFolder folder;
+    ASSERT_EQ(InitLogger((folder / "log").c_str()), 0);
+    for (const int kind : {-1, 0, 1, 3, 2 << 16}) {
+        ILog* log = nullptr;
+        EXPECT_NE(GetLogger(kind, "launcher", LOGLEVEL_ERROR, &log), 0);
+        EXPECT_EQ(log, nullptr) << kind;
+    }
+    ILog* log = nullptr;
+    EXPECT_EQ(GetLogger(LOGKIND_FILE, "launcher", LOGLEVEL_ERROR, &log), 0);
+    EXPECT_NE(KeepReachable(log), nullptr);
+}
+
+TEST(GetLogger, EscapesAndCutsTheName)
+{
+    TempFolder folder;
+    ASSERT_EQ(InitLogger((folder / "log").c_str()), 0);
+    ILog* log = nullptr;
+    GetLogger(LOGKIND_FILE, "a b[1]\n", LOGLEVEL_ERROR, &log);
+    Log(KeepReachable(log), LOGLEVEL_ERROR, "x");
+    GetLogger(LOGKIND_FILE, std::string(100, '\x1b').c_str(), LOGLEVEL_ERROR, &log);
+    Log(KeepReachable(log), LOGLEVEL_ERROR, "y");
+    const Content content = ReadLog(folder / "log");
+    ASSERT_EQ(content.records.size(), 2U);
+    EXPECT_EQ(content.records[0].name, "a b[1]\n");
+    EXPECT_EQ(content.records[1].name, std::string(64, '\x1b'));
+}
+
+TEST(InitLogger, CreatesDirectoriesAndFilesForTheUserOnly)
+{
+    for (const mode_t mask : std::initializer_list<mode_t>{0, 022, 077, 0177, 0200, 0400, 0777}) {
+        TempFolder folder;
+        const mode_t before = umask(static_cast<mode_t>(mask));
+        ILog* const log = StartLog(folder / "a//b/log");
+        ASSERT_NE(log, nullptr) << mask;
+        for (int i = 0; i < 11; ++i) {
+            LogText(log, FifthOfALog(i));
+        }
+        umask(before);
+        EXPECT_EQ(Mode(folder / "a"), 0700U);
+        EXPECT_EQ(Mode(folder / "a/b"), 0700U);
+        for (const char* name : {"a/b/log", "a/b/log.1", "a/b/log.2", "a/b/log.lock"}) {
+            EXPECT_EQ(Mode(folder / name), 0600U) << name;
+        }
+    }
+}
+
+TEST(InitLogger, KeepsTheModeOfAnExistingLog)
+{
+    TempFolder folder;
+    WriteFile(folder / "log", "");
+    chmod((folder / "log").c_str(), 0640);
+    ASSERT_NE(StartLog(folder / "log"), nullptr);
+    EXPECT_EQ(Mode(folder / "log"), 0640U);
+}
+
+TEST(InitLogger, AppendsToAnExistingLog)
+{
+    TempFolder folder;
+    LogText(StartLog(folder / "log"), "one");
+    LogText(StartLog(folder / "log"), "two");
+    EXPECT_EQ(Texts(folder / "log"), (Strings{"one", "two"}));
+}
+
+TEST(InitLogger, ResolvesARelativePathOnce)
+{
+    TempFolder folder;
+    char before[PATH_MAX];
+    ASSERT_NE(getcwd(before, sizeof before), nullptr);
+    ASSERT_EQ(chdir(folder.path().c_str()), 0);
+    ILog* const log = StartLog("a/log");
+    ASSERT_EQ(chdir(before), 0);
+    ASSERT_NE(log, nullptr);
+    for (int i = 0; i < 6; ++i) {
+        LogText(log, FifthOfALog(i));
+    }
+    EXPECT_EQ(Texts(folder / "a/log").size(), 6U);
+    EXPECT_TRUE(Exists(folder / "a/log.1"));
+}
+
+#ifdef __linux__
+// Changes to a new directory below `start` whose path has `length` bytes.
+void EnterDirectoryOfLength(const std::string& start, std::size_t length)
+{
+    ASSERT_EQ(chdir(start.c_str()), 0);
+    for (std::size_t used = start.size(); used < length;) {
+        // Leaves at least a slash and one character for a further component.
+        const std::size_t left = length - used - 1;
+        const std::string name(left > 250 ? std::min<std::size_t>(200, left - 2) : left, 'd');
+        ASSERT_EQ(mkdir(name.c_str(), 0700), 0);
+        ASSERT_EQ(chdir(name.c_str()), 0);
+        used += 1 + name.size();
+    }
+}
+
+TEST(InitLogger, RejectsARelativePathThatIsTooLongWithTheWorkingDirectory)
+{
+    char before[PATH_MAX];
+    ASSERT_NE(getcwd(before, sizeof before), nullptr);
+    const struct
+    {
+        std::size_t length;  // Of the working directory.
+        std::int32_t result;
+    } cases[] = {{PATH_MAX - 20, 0}, {PATH_MAX - 2, ENAMETOOLONG}, {PATH_MAX - 1, ERANGE}};
+    for (const auto& c : cases) {
+        TempFolder folder;
+        EnterDirectoryOfLength(folder.path(), c.length);
+        EXPECT_EQ(InitLogger("l"), c.result) << c.length;
+        ASSERT_EQ(chdir(before), 0);
+    }
+}
+#endif
+
+TEST(InitLogger, OpensAnotherLogWhenCalledAgain)
+{
+    TempFolder folder;
+    ILog* const first = StartLog(folder / "first");
+    ILog* const second = StartLog(folder / "second");
+    LogText(first, "1");
+    LogText(second, "2");
+    EXPECT_EQ(Texts(folder / "first"), Strings{"1"});
+    EXPECT_EQ(Texts(folder / "second"), Strings{"2"});
+}
+
+TEST(Rotation, KeepsFiveOldFilesWithTheNewestAsNumberOne)
+{
+    TempFolder folder;
+    ILog* const log = StartLog(folder / "log");
+    Strings all;
+    for (int i = 0; i < 50; ++i) {
+        all.push_back(FifthOfALog(i));
+        LogText(log, all.back());
+    }
+    // Five texts fill a log. Five old files are left, and the log is empty.
+    const Strings kept = Texts(folder / "log");
+    EXPECT_EQ(kept, Strings(all.end() - static_cast<std::ptrdiff_t>(kept.size()), all.end()));
+    EXPECT_EQ(kept.size(), 25U);
+    for (int number = 1; number <= 5; ++number) {
+        const std::string old = ReadFile(folder / ("log." + std::to_string(number)));
+        EXPECT_GE(old.size(), static_cast<std::size_t>(qv7log::kRotateSize));
+        EXPECT_LT(old.size(), static_cast<std::size_t>(qv7log::kRotateSize) * 6 / 5 + 100);
+    }
+    EXPECT_FALSE(Exists(folder / "log.6"));
+    EXPECT_FALSE(Exists(folder / "log.0"));
+}
+
+TEST(Rotation, HappensAtTheFirstRecordOfAFullLog)
+{
+    TempFolder folder;
+    WriteFile(folder / "log", std::string(qv7log::kRotateSize, '\n'));
+    ILog* const log = StartLog(folder / "log");
+    LogText(log, "one");
+    LogText(log, "two");
+    EXPECT_GT(ReadFile(folder / "log.1").size(), static_cast<std::size_t>(qv7log::kRotateSize));
+    EXPECT_EQ(ReadFile(folder / "log").find("one"), std::string::npos);
+    EXPECT_NE(ReadFile(folder / "log").find("two"), std::string::npos);
+}
+
+TEST(Rotation, FillsAGapInsteadOfRemovingTheOldest)
+{
+    TempFolder folder;
+    for (const int number : {1, 2, 4, 5}) {
+        WriteFile(folder / ("log." + std::to_string(number)), std::to_string(number));
+    }
+    ILog* const log = StartLog(folder / "log");
+    LogText(log, std::string(qv7log::kRotateSize, 'x'));
+    EXPECT_EQ(ReadFile(folder / "log.2"), "1");
+    EXPECT_EQ(ReadFile(folder / "log.3"), "2");
+    EXPECT_EQ(ReadFile(folder / "log.4"), "4");
+    EXPECT_EQ(ReadFile(folder / "log.5"), "5");
+}
+
+TEST(Rotation, MayBeDoneByAForkedChild)
+{
+    TempFolder folder;
+    ILog* const log = StartLog(folder / "log");
+    const pid_t child = fork();
+    if (child == 0) {
+        for (int i = 0; i < 20; ++i) {
+            LogText(log, FifthOfALog(i));
+        }
+        _exit(0);
+    }
+    ASSERT_EQ(waitpid(child, nullptr, 0), child);
+    EXPECT_TRUE(Exists(folder / "log.4"));
+    LogText(log, "the parent's");
+    EXPECT_EQ(Texts(folder / "log").size(), 21U);
+    EXPECT_FALSE(Exists(folder / "log.5"));
+}
+
+TEST(Rotation, IsNoticedByAForkedChild)
+{
+    TempFolder folder;
+    ILog* const log = StartLog(folder / "log");
+    int go[2];
+    ASSERT_EQ(pipe(go), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        close(go[1]);
+        char byte;
+        (void)!read(go[0], &byte, 1);
+        LogText(log, "the child's");
+        _exit(0);
+    }
+    for (int i = 0; i < 5; ++i) {
+        LogText(log, FifthOfALog(i));
+    }
+    EXPECT_TRUE(Exists(folder / "log.1"));
+    close(go[0]);
+    close(go[1]);
+    ASSERT_EQ(waitpid(child, nullptr, 0), child);
+    EXPECT_NE(ReadFile(folder / "log").find("the child's"), std::string::npos);
+}
+
+TEST(Rotation, IsPostponedWhileAnotherProcessHoldsTheLock)
+{
+    TempFolder folder;
+    ILog* const log = StartLog(folder / "log");
+    LockHolder holder(folder / "log");
+    ASSERT_TRUE(holder.Holds());
+    std::atomic<bool> logged = false;
+    std::thread logging([&] {
+        for (int i = 0; i < 6; ++i) {
+            LogText(log, FifthOfALog(i));
+        }
+        logged = true;
+    });
+    EXPECT_TRUE(WaitUntil([&] { return logged.load(); }));
+    EXPECT_FALSE(Exists(folder / "log.1"));
+    holder.Release();
+    logging.join();
+    LogText(log, FifthOfALog(6));
+    EXPECT_TRUE(Exists(folder / "log.1"));
+    EXPECT_EQ(Texts(folder / "log").size(), 7U);
+}
+
+TEST(Rotation, CreatesTheLockFileAgainAfterItsRemoval)
+{
+    TempFolder folder;
+    ILog* const log = StartLog(folder / "log");
+    unlink((folder / "log.lock").c_str());
+    for (int i = 0; i < 5; ++i) {
+        LogText(log, FifthOfALog(i));
+    }
+    EXPECT_TRUE(Exists(folder / "log.1"));
+    EXPECT_TRUE(Exists(folder / "log.lock"));
+}
+
+}  // namespace

@@ -1,0 +1,49 @@
+"""The JSON output of launchlist against its published schemas.
+
+    output_schema_test.py LAUNCHLIST SCHEMAS LISTS
+
+SCHEMAS contains check.schema.json and explain.schema.json; LISTS contains launch lists.
+"""
+
+import json
+import pathlib
+import subprocess
+import sys
+import unittest
+
+import jsonschema
+
+
+def run(*arguments):
+    return subprocess.run([LAUNCHLIST, *arguments], capture_output=True, check=False).stdout
+
+
+class OutputSchema(unittest.TestCase):
+    def validator(self, name):
+        schema = json.loads((SCHEMAS / f"{name}.schema.json").read_text(encoding="utf-8"))
+        jsonschema.Draft202012Validator.check_schema(schema)
+        return jsonschema.Draft202012Validator(schema)
+
+    def test_every_list_is_checked_and_explained_as_the_schema_says(self):
+        check, explain = self.validator("check"), self.validator("explain")
+        lists = sorted(LISTS.glob("*.json"))
+        self.assertGreater(len(lists), 100)
+        check.validate(json.loads(run("check", "--json", "/nowhere", *lists)))
+        for path in lists:
+            with self.subTest(path.name):
+                explain.validate(json.loads(run("explain", "--json", path)))
+
+    def test_the_schema_is_not_empty(self):
+        check, explain = self.validator("check"), self.validator("explain")
+        self.assertFalse(check.is_valid({"format_version": 1}))
+        self.assertFalse(check.is_valid({"format_version": 2, "lists": []}))
+        output = json.loads(run("explain", "--json", LISTS / "good.json"))
+        self.assertTrue(explain.is_valid(output))
+        output["outcomes"][0]["signal"] = 9
+        self.assertFalse(explain.is_valid(output), "a launcher that keeps running has no signal")
+
+
+if __name__ == "__main__":
+    LAUNCHLIST = sys.argv[1]
+    SCHEMAS, LISTS = map(pathlib.Path, sys.argv[2:])
+    unittest.main(argv=sys.argv[:1])

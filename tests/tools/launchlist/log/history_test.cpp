@@ -1,0 +1,330 @@
+#include "tools/launchlist/log/history.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/tools/launchlist/log/report_on.h"
+
+using namespace launchlist;
+
+namespace {
+
+constexpr Milliseconds kHour = 3600000;
+
+// A stop at `time`: each item is killed, one restart pause after the one before.
+void Stop(LogText& log, Milliseconds time, const std::vector<std::string>& names, int process,
+          int child = 900)
+{
+    for (const std::string& name : names) {
+        log.End(time, process, name, child++, kKilled);
+        time += 51;
+    }
+}
+
+}  // namespace
+
+TEST(History, InfersFailedStartsFromProcessesThatContinueTheItem)
+{
+    LogText log;
+    log.Start(0, kLauncher, "good").Start(1, kLauncher, "bad");
+    for (int i = 0; i < 10; ++i) {
+        log.Start(51 + 50 * i, 300 + i, "bad");
+    }
+    log.End(1000, kLauncher, "good", 201, kKilled).End(1051, kLauncher, "bad", 300, kKilled);
+    const Report report = ReportOn(log);
+    ASSERT_EQ(report.launchers.size(), 1U);
+    EXPECT_EQ(report.launchers[0].end, LauncherEnd::kStopped);
+    const ItemReport& bad = ItemOf(report, "bad");
+    EXPECT_EQ(bad.failed_starts, 10U);
+    EXPECT_EQ(bad.ends, 0U);  // What ended was a supervisor, not the program.
+    EXPECT_FALSE(bad.shortest);
+    EXPECT_EQ(bad.running, 0);
+    EXPECT_EQ(ItemOf(report, "good").failed_starts, 0U);
+    EXPECT_EQ(ItemOf(report, "good").stops, 1U);
+}
+
+TEST(History, AttributesANewProcessToAFailedStartWithinASecondOnly)
+{
+    const struct
+    {
+        Milliseconds time;
+        std::size_t launchers, failed_starts;
+    } kTable[] = {{5999, 2, 0}, {6000, 1, 1}, {7000, 1, 1}, {7001, 2, 0}};
+    for (const auto& row : kTable) {
+        LogText log;
+        log.Start(6000, kLauncher, "a").Start(row.time, 300, "a");
+        const Report report = ReportOn(log);
+        EXPECT_EQ(report.launchers.size(), row.launchers) << row.time;
+        EXPECT_EQ(ItemOf(report, "a").failed_starts, row.failed_starts) << row.time;
+    }
+}
+
+TEST(History, DoesNotAttributeANewProcessToARunThatHasEnded)
+{
+    LogText log;
+    log.Start(0, kLauncher, "a").End(100, kLauncher, "a", 201, 0).Start(150, 300, "a");
+    const Report report = ReportOn(log);
+    EXPECT_EQ(report.launchers.size(), 2U);
+    EXPECT_EQ(ItemOf(report, "a").failed_starts, 0U);
+}
+
+TEST(History, InfersFailedStartsFromTheEndOfASupervisorWithoutDebugRecords)
+{
+    LogText log;
+    log.End(500, kLauncher, "good", 201, 0);
+    // Process 300 wrote about the item, so it was a supervisor; its own child did run.
+    log.End(600, 300, "bad", 301, kExit3).End(1000, kLauncher, "bad", 300, kKilled);
+    const Report report = ReportOn(log);
+    EXPECT_EQ(report.launchers.size(), 1U);
+    EXPECT_EQ(ItemOf(report, "bad").failed_starts, 1U);
+    EXPECT_EQ(ItemOf(report, "bad").ends, 1U);
+}
+
+TEST(History, DoesNotConfuseAnEarlierLauncherWithAChildOfTheSameId)
+{
+    LogText log;
+    log.Start(0, 300, "a").End(500, 300, "a", 301, kKilled);
+    log.Start(60000, kLauncher, "a").End(61000, kLauncher, "a", 300, kExit3);
+    const Report report = ReportOn(log);
+    EXPECT_EQ(report.launchers.size(), 2U);
+    EXPECT_EQ(ItemOf(report, "a").failed_starts, 0U);
+    EXPECT_EQ(ItemOf(report, "a").ends, 2U);
+}
+
+TEST(History, DetectsAChildThatTurnsOutToBeALauncher)
+{
+    LogText log;
+    log.Start(0, kLauncher, "a").Start(1, kLauncher, "b");
+    // Killed, and another one started at once.
+    log.Start(60, 500, "a").Start(61, 500, "b");
+    const Report report = ReportOn(log);
+    ASSERT_EQ(report.launchers.size(), 2U);
+    EXPECT_EQ(report.launchers[0].end, LauncherEnd::kVanished);
+    EXPECT_FALSE(report.launchers[0].is_certain);
+    for (const char* name : {"a", "b"}) {
+        EXPECT_EQ(ItemOf(report, name).starts, 2U);
+        EXPECT_EQ(ItemOf(report, name).failed_starts, 0U);
+    }
+}
+
+TEST(History, RecognisesAStop)
+{
+    LogText log;
+    log.Start(0, kLauncher, "a").Start(1, kLauncher, "b");
+    Stop(log, kHour, {"b", "a"}, kLauncher);
+    const Report report = ReportOn(log);
+    ASSERT_EQ(report.launchers.size(), 1U);
+    EXPECT_EQ(report.launchers[0].end, LauncherEnd::kStopped);
+    EXPECT_TRUE(report.launchers[0].is_certain);
+    for (const char* name : {"a", "b"}) {
+        const ItemReport& item = ItemOf(report, name);
+        EXPECT_EQ(item.stops, 1U);
+        EXPECT_EQ(item.crashes, 0U);
+        EXPECT_EQ(item.state, State::kStopped);
+        EXPECT_EQ(item.severity, Severity::kHealthy);
+    }
+}
+
+TEST(History, TreatsTheStopOfAnItemInItsPauseAsOne)
+{
+    LogText log;
+    log.Start(0, kLauncher, "a").Start(1, kLauncher, "b");
+    log.End(kHour - 20, kLauncher, "b", 300, kExit3).End(kHour, kLauncher, "a", 200, kKilled);
+    const Report report = ReportOn(log);
+    EXPECT_EQ(report.launchers[0].end, LauncherEnd::kStopped);
+    EXPECT_EQ(ItemOf(report, "b").crashes, 1U);
+    EXPECT_EQ(ItemOf(report, "b").state, State::kEnded);
+}
+
+TEST(History, DoesNotCallALauncherStoppedWhoseChildWasKilledJustNow)
+{
+    LogText log;
+    log.Start(0, kLauncher, "a").End(kHour, kLauncher, "a", 200, kKilled);
+    ReportRange range;
+    range.now = At(kHour + 999);
+    const Report now = ReportOn(log, range);
+    EXPECT_NE(now.launchers[0].end, LauncherEnd::kStopped);
+    EXPECT_EQ(ItemOf(now, "a").possible_stops, 1U);
+    range.now = At(kHour + 1000);
+    const Report later = ReportOn(log, range);
+    EXPECT_EQ(later.launchers[0].end, LauncherEnd::kStopped);
+    EXPECT_FALSE(later.launchers[0].is_certain);  // It may have been killed right afterwards.
+}
+
+TEST(History, CallsAKillACrashIfTheItemIsRestarted)
+{
+    LogText log;
+    log.Start(0, kLauncher, "a").End(1000, kLauncher, "a", 200, kKilled);
+    log.Start(1050, kLauncher, "a");
+    const ItemReport item = ItemOf(ReportOn(log), "a");
+    EXPECT_EQ(item.crashes, 1U);
+    EXPECT_EQ(item.stops + item.possible_stops, 0U);
+}
+
+TEST(History, WithoutDebugRecordsAKillInTheEndMayBeAStop)
+{
+    LogText log;
+    log.End(1000, kLauncher, "a", 200, kKilled);
+    const Report report = ReportOn(log);
+    EXPECT_EQ(report.launchers[0].end, LauncherEnd::kUnknown);
+    EXPECT_EQ(ItemOf(report, "a").possible_stops, 1U);
+    EXPECT_EQ(ItemOf(report, "a").crashes, 0U);
+    EXPECT_EQ(ItemOf(report, "a").state, State::kUnknown);
+}
+
+TEST(History, WithoutDebugRecordsAKillLongBeforeTheLaunchersLastRecordIsACrash)
+{
+    LogText log;
+    log.End(1000, kLauncher, "a", 200, kKilled).End(kHour, kLauncher, "b", 201, kExit3);
+    EXPECT_EQ(ItemOf(ReportOn(log), "a").crashes, 1U);
+}
+
+TEST(History, WithoutDebugRecordsRecognisesAStopByItsOrder)
+{
+    LogText log;
+    log.End(1000, kLauncher, "a", 200, 0);
+    Stop(log, kHour, {"a", "b", "c"}, kLauncher);
+    const Report report = ReportOn(log);
+    EXPECT_EQ(report.launchers[0].end, LauncherEnd::kStopped);
+    EXPECT_FALSE(report.launchers[0].is_certain);
+    EXPECT_EQ(ItemOf(report, "a").stops, 1U);
+    EXPECT_EQ(ItemOf(report, "b").stops, 1U);
+}
+
+TEST(History, DoesNotTakeSimultaneousKillsForAStop)
+{
+    LogText log;
+    log.End(kHour, kLauncher, "a", 200, kKilled).End(kHour + 1, kLauncher, "b", 201, kKilled);
+    EXPECT_NE(ReportOn(log).launchers[0].end, LauncherEnd::kStopped);
+}
+
+TEST(History, RecognisesARejectedList)
+{
+    LogText log;
+    log.Start(0, kLauncher, "a");
+    log.Add(1, "ERROR", kLauncher, "[LAUNCHER  ] Error while parsing saved json string.");
+    log.End(20, kLauncher, "a", 200, kKilled);
+    const Report report = ReportOn(log);
+    EXPECT_EQ(report.launchers[0].end, LauncherEnd::kRejected);
+    EXPECT_EQ(ItemOf(report, "a").stops, 1U);
+}
+
+TEST(History, CallsALauncherVanishedWhenAnotherStartsItsItems)
+{
+    LogText log;
+    log.Start(0, kLauncher, "a").Start(1, kLauncher, "b").Start(kHour, 400, "a");
+    log.Start(kHour + 1, 400, "b").End(2 * kHour, 400, "a", 500, kExit3);
+    const Report report = ReportOn(log);
+    ASSERT_EQ(report.launchers.size(), 2U);
+    EXPECT_EQ(report.launchers[0].end, LauncherEnd::kVanished);
+    EXPECT_EQ(report.launchers[1].end, LauncherEnd::kRunning);
+    EXPECT_EQ(ItemOf(report, "b").state, State::kRunning);
+}
+
+TEST(History, DoesNotCallALauncherVanishedThatHasOtherItems)
+{
+    LogText log;
+    log.Start(0, kLauncher, "a").Start(kHour, 400, "b");
+    EXPECT_EQ(ReportOn(log).launchers[0].end, LauncherEnd::kUnknown);
+}
+
+TEST(History, SeparatesLaunchersThatUseAProcessIdInTurn)
+{
+    LogText log;
+    log.Start(0, kLauncher, "a").Start(1, kLauncher, "b");
+    Stop(log, 5000, {"a", "b"}, kLauncher);
+    log.Start(995000, kLauncher, "a").Start(995001, kLauncher, "b");
+    const Report report = ReportOn(log);
+    ASSERT_EQ(report.launchers.size(), 2U);
+    EXPECT_EQ(report.launchers[0].end, LauncherEnd::kStopped);
+    EXPECT_EQ(ItemOf(report, "a").restarts, 0U);
+}
+
+TEST(History, SeparatesALauncherFromAKilledOneOfTheSameId)
+{
+    LogText log;
+    log.Start(0, kLauncher, "a").Start(990000, kLauncher, "a");
+    const Report report = ReportOn(log);
+    ASSERT_EQ(report.launchers.size(), 2U);
+    EXPECT_EQ(report.launchers[0].end, LauncherEnd::kVanished);
+    EXPECT_TRUE(report.launchers[0].is_certain);
+    // Nothing shows how long the first run lasted.
+    EXPECT_EQ(ItemOf(report, "a").running, 0);
+}
+
+TEST(History, WithoutDebugRecordsInventsNoRunAcrossAStop)
+{
+    LogText log;
+    Stop(log, 5000, {"a", "b"}, kLauncher);
+    log.End(995000, kLauncher, "a", 500, kTerminated);
+    const Report report = ReportOn(log);
+    EXPECT_EQ(report.launchers.size(), 2U);
+    EXPECT_EQ(ItemOf(report, "a").unknown_runs, 2U);
+    EXPECT_FALSE(ItemOf(report, "a").longest);
+    // With one item only, nothing shows whether there was a stop.
+    LogText single;
+    single.End(5000, kLauncher, "a", 500, kKilled).End(995000, kLauncher, "a", 501, kTerminated);
+    EXPECT_EQ(ItemOf(ReportOn(single), "a").unknown_runs, 2U);
+}
+
+TEST(History, DoesNotCallAnItemRunningThatWasStartedInTheEnd)
+{
+    LogText log;
+    log.Start(0, kLauncher, "a");
+    EXPECT_EQ(ItemOf(ReportOn(log), "a").state, State::kStarted);
+    log.Add(999, "ERROR", kLauncher, "[LAUNCHER  ] There is an item has no name.");
+    EXPECT_EQ(ItemOf(ReportOn(log), "a").state, State::kStarted);
+    log.Add(1000, "ERROR", kLauncher, "[LAUNCHER  ] There is an item has no name.");
+    EXPECT_EQ(ItemOf(ReportOn(log), "a").state, State::kRunning);
+}
+
+TEST(History, DoesNotCallAnItemRunningWhoseStartsFailed)
+{
+    LogText log;
+    log.Start(0, kLauncher, "a").Start(50, 300, "a").Start(100, 301, "a");
+    EXPECT_EQ(ItemOf(ReportOn(log), "a").state, State::kFailing);
+    log.Add(5000, "ERROR", kLauncher, "[LAUNCHER  ] There is an item has no name.");
+    const ItemReport item = ItemOf(ReportOn(log), "a");
+    EXPECT_EQ(item.state, State::kUnknown);
+    EXPECT_EQ(item.failed_starts, 2U);
+    EXPECT_EQ(item.running, 0);
+}
+
+TEST(History, CallsTheEndThatALaterItemOfTheSameNameCausesAStop)
+{
+    LogText log;
+    log.Start(0, kLauncher, "a").Start(20, kLauncher, "a").End(21, kLauncher, "a", 200, kKilled);
+    log.Add(5000, "ERROR", kLauncher, "[LAUNCHER  ] There is an item has no name.");
+    const ItemReport item = ItemOf(ReportOn(log), "a");
+    EXPECT_EQ(item.stops, 1U);
+    EXPECT_EQ(item.crashes, 0U);
+    EXPECT_EQ(item.state, State::kRunning);
+}
+
+TEST(History, KnowsItemsThatNeverRan)
+{
+    LogText log;
+    log.Start(0, kLauncher, "a");
+    log.Add(1, "ERROR", 201, "[LAUNCHER  ] program path of a is empty");
+    log.Start(2, kLauncher, "b");
+    log.Add(3, "ERROR", kLauncher, "[LAUNCHER  ] Failed to fork b");
+    log.Add(4, "ERROR", kLauncher, "[LAUNCHER  ] There is an item has no name.");
+    const Report report = ReportOn(log);
+    EXPECT_EQ(report.launchers.size(), 1U);
+    EXPECT_EQ(report.nameless_items, 1U);
+    EXPECT_EQ(ItemOf(report, "a").no_program, 1U);
+    EXPECT_EQ(ItemOf(report, "a").failed_starts, 0U);
+    EXPECT_EQ(ItemOf(report, "a").state, State::kFailing);
+    EXPECT_EQ(ItemOf(report, "b").failed_forks, 1U);
+    EXPECT_EQ(ItemOf(report, "b").failed_starts, 0U);
+    EXPECT_EQ(ItemOf(report, "b").state, State::kAbandoned);
+}
+
+TEST(History, ConcludesNothingFromAMissingRestartWhereRecordsAreMissing)
+{
+    LogText log;
+    log.Start(0, kLauncher, "a").Start(1, kLauncher, "b").End(100, kLauncher, "a", 200, kExit3);
+    log.Raw("torn\n").End(9000, kLauncher, "b", 201, kExit3);
+    const ItemReport item = ItemOf(ReportOn(log), "a");
+    EXPECT_EQ(item.down, 0);
+    EXPECT_EQ(item.unknown, 8900);
+}

@@ -1,0 +1,111 @@
+#include "tools/launchlist/output/timeline.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/tools/launchlist/log/report_on.h"
+
+using namespace launchlist;
+
+namespace {
+
+// The cells of item `index`, one character each.
+std::string Signs(const Report& report, std::size_t index, std::size_t count)
+{
+    std::string text;
+    for (const TimelineCell& cell :
+         Timeline(report.items[index], *report.first, *report.last, count)) {
+        text += "?.=s~|x!"[static_cast<int>(cell.cell)];
+    }
+    return text;
+}
+
+}  // namespace
+
+TEST(Timeline, ShowsTheGravestOfEachCell)
+{
+    LogText log;
+    log.Start(0, kLauncher, "a").End(3900, kLauncher, "a", 201, 0);
+    log.Start(5100, kLauncher, "a").End(5200, kLauncher, "a", 202, 0);
+    log.Start(5300, kLauncher, "a").End(5400, kLauncher, "a", 203, 256);
+    log.Start(7000, kLauncher, "a").Start(7001, kLauncher, "b");
+    log.End(10000, kLauncher, "b", 204, 0);
+    const Report report = ReportOn(log);
+    EXPECT_EQ(Signs(report, 0, 10), "===|.x.===");
+    EXPECT_EQ(Signs(report, 1, 10),
+              "??????"
+              "?==|");
+}
+
+TEST(Timeline, ShowsUnknownWhereTheLogDoesNotSay)
+{
+    LogText log;
+    log.End(2500, kLauncher, "a", 201, 0).End(4500, kLauncher, "a", 202, 256);
+    log.Add(0, "ERROR", 77, "[LAUNCHER  ] news").End(10000, kLauncher, "b", 203, 0);
+    EXPECT_EQ(Signs(ReportOn(log), 0, 10), "??|=x?????");
+}
+
+TEST(Timeline, ShowsUnknownAfterALauncherWasKilled)
+{
+    LogText log;
+    log.Start(0, kLauncher, "a").Start(1, kLauncher, "b").End(3900, kLauncher, "b", 201, 256);
+    log.Start(3950, kLauncher, "b").Start(9950, 400, "a").Start(9960, 400, "b");
+    log.End(10000, 400, "b", 203, 0);
+    EXPECT_EQ(Signs(ReportOn(log), 0, 10), "====??????");
+}
+
+TEST(Timeline, ShowsFailedStartsWithoutARun)
+{
+    LogText log;
+    log.Start(0, kLauncher, "other").Start(500, kLauncher, "a").Start(550, 300, "a");
+    log.End(10000, kLauncher, "other", 200, 0);
+    EXPECT_EQ(Signs(ReportOn(log), 1, 10), "!" + std::string(9, '?'));
+}
+
+TEST(Timeline, ShowsAStop)
+{
+    LogText log;
+    log.Start(0, kLauncher, "a").Start(1, kLauncher, "b").End(4500, kLauncher, "a", 200, 9);
+    log.End(4560, kLauncher, "b", 201, 9).Add(10000, "ERROR", 77, "[LAUNCHER  ] news");
+    EXPECT_EQ(Signs(ReportOn(log), 0, 10), "====s.....");
+}
+
+TEST(Timeline, OfOneMomentHasACell)
+{
+    LogText log;
+    log.End(5, kLauncher, "a", 200, 0);
+    EXPECT_EQ(Signs(ReportOn(log), 0, 3), "|??");
+}
+
+TEST(Timeline, OfTwoMomentsBeginsAndEndsWithThem)
+{
+    LogText log;
+    log.End(0, kLauncher, "a", 200, 0).End(1, kLauncher, "a", 201, 256);
+    EXPECT_EQ(Signs(ReportOn(log), 0, 4), "|??x");
+}
+
+TEST(Timeline, CountsTheCausesOfACell)
+{
+    LogText log;
+    for (int i = 0; i < 6; ++i) {
+        log.End(100 * i, kLauncher, "a", 200 + i, i < 4 ? 256 : 11);
+    }
+    const Report report = ReportOn(log);
+    const auto cells = Timeline(report.items[0], *report.first, *report.last, 1);
+    ASSERT_EQ(cells.size(), 1U);
+    EXPECT_EQ(cells[0].Marks(), 6U);
+    EXPECT_EQ(cells[0].causes.at({true, 256}), 4U);
+    EXPECT_EQ(cells[0].causes.at({true, 11}), 2U);
+}
+
+TEST(Stretches, JoinEqualCells)
+{
+    const auto stretches = Stretches({Cell::kRunning, Cell::kRunning, Cell::kCrash});
+    ASSERT_EQ(stretches.size(), 2U);
+    EXPECT_EQ(stretches[0].begin, 0U);
+    EXPECT_EQ(stretches[0].end, 2U);
+    EXPECT_EQ(stretches[1].cell, Cell::kCrash);
+    EXPECT_EQ(stretches[1].end, 3U);
+}

@@ -1,0 +1,23 @@
+// Argument vectors that are too long for the system.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/launchlist/list/finding_kinds.h"
+
+namespace launchlist {
+
+struct TooLong
+{
+    Kind kind;          // kArgumentTooLong or kArgumentsTooLong.
+    std::size_t index;  // Of the argument that is too long by itself, in the vector.
+    std::string message;
+};
+
+// Why execv would refuse `arguments`, with the environment and the stack limit of this process.
+std::optional<TooLong> FindTooLong(const std::vector<std::string>& arguments);
+
+}  // namespace launchlist

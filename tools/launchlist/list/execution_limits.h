@@ -1,0 +1,38 @@
+// What the system accepts when a program is executed.
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+namespace launchlist {
+
+// The longest single argument in bytes, without its NUL; 0 if only the sum is limited.
+std::size_t MaxArgumentLength();
+
+// How many bytes the system accepts for arguments and environment together, with the stack limit of
+// this process; 0 if unknown.
+std::size_t MaxArgumentBytes();
+
+// How many of these bytes the environment of this process takes; 0 if unknown.
+std::size_t EnvironmentBytes();
+
+// How many scripts may be each other's interpreters, the program itself included.
+int MaxScriptDepth();
+
+// How many bytes of a script's first line the system reads.
+std::size_t MaxInterpreterLine();
+
+// What the first bytes of a program say about it.
+enum class BinaryFormat
+{
+    kNone,     // Not a binary format of this system.
+    kNative,   // Can be executed, as far as its header says.
+    kForeign,  // Built for another processor.
+    kDamaged   // The right format, but not executable: an object file, or cut off.
+};
+
+// `head` holds the first bytes of the file at `path`. For a native program `interpreter` receives
+// the path of the dynamic loader that it asks for, if it can be read.
+BinaryFormat FormatOf(const std::string& head, int descriptor, std::string& interpreter);
+
+}  // namespace launchlist

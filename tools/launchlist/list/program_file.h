@@ -1,0 +1,39 @@
+// Whether the system could execute a program.
+//
+// Looks at the file and its first bytes, and for a script at its interpreter. Executes nothing.
+// The answer holds for this machine, this user, this directory and this moment.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+
+#include "tools/launchlist/list/finding_kinds.h"
+
+namespace launchlist {
+
+struct ProgramFile
+{
+    std::optional<Kind> problem;  // A kind of kProgram...; nothing if the program can be executed.
+    std::string message;          // `"/x" does not exist`
+    std::string fix;
+
+    // Whether execv would fail. A foreign program may be one that the system can emulate.
+    bool CannotRun() const
+    {
+        return problem && *problem != Kind::kProgramForeign && *problem != Kind::kProgramRelative;
+    }
+};
+
+// Examines programs and remembers the answers: many items may name one program.
+class ProgramFiles
+{
+public:
+    // `path` must not be empty.
+    const ProgramFile& Examine(const std::string& path);
+
+private:
+    std::map<std::string, ProgramFile> m_known;
+};
+
+}  // namespace launchlist

@@ -1,0 +1,25 @@
+// The figures of one item, computed from its runs.
+#pragma once
+
+#include <vector>
+
+#include "tools/launchlist/log/report_data.h"
+
+namespace launchlist {
+
+// A part of the report's time in which an item was certainly running, or certainly not.
+struct Presence
+{
+    Milliseconds from = 0;
+    Milliseconds to = 0;
+    bool is_running = false;
+};
+
+// The parts for which one of the two is known, in order and without overlap, between `first` and
+// `last`. Where two launchers supervise items of one name, running prevails.
+std::vector<Presence> PresenceOf(const ItemReport& item, Milliseconds first, Milliseconds last);
+
+// Fills in the figures of `item` for the time from `first` to `last`, and drops the runs outside.
+void Summarize(ItemReport& item, Milliseconds first, Milliseconds last);
+
+}  // namespace launchlist

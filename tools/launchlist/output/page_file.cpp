@@ -1,0 +1,122 @@
+#include "tools/launchlist/output/page_file.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+#include "tools/launchlist/output/report_output.h"
+
+namespace launchlist {
+
+namespace {
+
+constexpr int kMaxNames = 100;
+
+bool Fail(std::string& error)
+{
+    error = std::strerror(errno);
+    return false;
+}
+
+// Whether the file at `path`, which is a regular file, begins like a page.
+bool IsPage(const std::string& path)
+{
+    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    if (descriptor < 0) {
+        return false;
+    }
+    std::string begin(kPageMark.size(), '\0');
+    const ssize_t count = read(descriptor, begin.data(), begin.size());
+    close(descriptor);
+    return count == static_cast<ssize_t>(begin.size()) && begin == kPageMark;
+}
+
+bool MayReplace(const std::string& path, const std::vector<LogFile>& inputs, bool is_forced,
+                std::string& error)
+{
+    struct stat status = {};
+    if (lstat(path.c_str(), &status) != 0) {
+        return errno == ENOENT || Fail(error);
+    }
+    if (S_ISLNK(status.st_mode)) {
+        error = "is a symbolic link; name the file itself";
+        return false;
+    }
+    if (!S_ISREG(status.st_mode)) {
+        error = "exists and is not a regular file";
+        return false;
+    }
+    const FileId id(status.st_dev, status.st_ino);
+    const auto is_same = [&](const LogFile& input) { return input.is_open && input.id == id; };
+    if (std::any_of(inputs.begin(), inputs.end(), is_same)) {
+        error = "is one of the logs that the report is about";
+        return false;
+    }
+    if (!is_forced && status.st_size > 0 && !IsPage(path)) {
+        error = "exists and is not a page of launchlist; --force replaces it";
+        return false;
+    }
+    return true;
+}
+
+// Creates a file beside `path` and opens it; -1 on failure.
+int CreateBeside(const std::string& path, std::string& name)
+{
+    for (int number = 0; number < kMaxNames; ++number) {
+        name = path + ".new-" + std::to_string(getpid()) + "-" + std::to_string(number);
+        const int descriptor =
+            open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
+        if (descriptor >= 0 || errno != EEXIST) {
+            return descriptor;
+        }
+    }
+    return -1;
+}
+
+bool WriteAll(int descriptor, std::string_view bytes)
+{
+    while (!bytes.empty()) {
+        const ssize_t count = write(descriptor, bytes.data(), bytes.size());
+        if (count >= 0) {
+            bytes.remove_prefix(static_cast<std::size_t>(count));
+        } else if (errno != EINTR) {
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+bool WritePage(const std::string& path, std::string_view page, const std::vector<LogFile>& inputs,
+               bool is_forced, std::string& error)
+{
+    if (!MayReplace(path, inputs, is_forced, error)) {
+        return false;
+    }
+    std::string name;
+    const int descriptor = CreateBeside(path, name);
+    if (descriptor < 0) {
+        return Fail(error);
+    }
+    // The umask may have taken bits away.
+    bool is_written = fchmod(descriptor, 0600) == 0 && WriteAll(descriptor, page);
+    is_written = is_written || Fail(error);
+    if (close(descriptor) != 0 && is_written) {
+        is_written = Fail(error);
+    }
+    if (is_written && std::rename(name.c_str(), path.c_str()) != 0) {
+        is_written = Fail(error);
+    }
+    if (!is_written) {
+        unlink(name.c_str());
+    }
+    return is_written;
+}
+
+}  // namespace launchlist

@@ -1,0 +1,19 @@
+// Writing the report's page to a file without destroying anything else.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tools/launchlist/log/log_reader.h"
+
+namespace launchlist {
+
+// Replaces `path` by a file of `page`, at once and with the mode 0600, because it shows what the
+// log contains. Fails without a change if `path` is a symbolic link, is not a regular file, or is
+// one of `inputs`. Without `is_forced` it also fails if `path` is a file that is not a page of
+// ours. On false, `error` says why.
+bool WritePage(const std::string& path, std::string_view page, const std::vector<LogFile>& inputs,
+               bool is_forced, std::string& error);
+
+}  // namespace launchlist

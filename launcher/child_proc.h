@@ -1,8 +1,8 @@
 // Keeps one item of the launch list running.
 //
 // A supervisor thread starts the item's program, waits until it ends, logs the end and restarts the
-// program after kRestartPause, until the object is destroyed. docs/launch-list.md describes items,
-// programs and arguments.
+// program after kRestartPause, until the object is destroyed. docs/man/launch-list.5 describes
+// items, programs and arguments.
 //
 // Threads: an object must be created and destroyed by one thread at a time, and never destroyed by
 //          its own supervisor: the thread's join with itself ends the process.

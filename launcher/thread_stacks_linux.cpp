@@ -65,8 +65,8 @@ constexpr std::size_t kStackSize = 512 * 1024;
 // Bounds the address space in use, which is 1 GiB. A thread beyond it costs a fork more.
 constexpr std::size_t kSlotCount = 2048;
 
-// Of glibc 2. Releases shortly before 2.41 are left out: a distribution may have given them the
-// walk over all threads.
+// The last minor version of glibc 2 with which the range is used. Since 2.41, fork() visits the
+// descriptors of all threads in the child. A distribution may have added that to 2.39 and 2.40.
 constexpr int kLastMinorVersion = 38;
 
 // MADV_GUARD_INSTALL, since Linux 6.13; the headers are older. It makes a page inaccessible without

@@ -186,6 +186,8 @@ const char* ParseLength(const char* at, Length& length)
     }
 }
 
+// Some of these types are the same on one platform and differ on another.
+// NOLINTBEGIN(bugprone-branch-clone)
 intmax_t TakeSigned(Length length, Arguments& arguments)
 {
     switch (length) {
@@ -233,11 +235,14 @@ uintmax_t TakeUnsigned(Length length, Arguments& arguments)
     }
     return va_arg(arguments.list, unsigned);
 }
+// NOLINTEND(bugprone-branch-clone)
 
 // The digits of a number, at the end of a buffer.
 class Digits
 {
 public:
+    // Only the digits are read, so the rest of m_digits stays uninitialised.
+    // cppcheck-suppress uninitMemberVar
     Digits(uintmax_t value, unsigned base, bool upper)
     {
         const char* const digits = upper ? "0123456789ABCDEF" : "0123456789abcdef";
@@ -249,6 +254,7 @@ public:
 
     // The decimal digits, with constant divisions.
     template <typename Unsigned>
+    // cppcheck-suppress uninitMemberVar
     explicit Digits(Unsigned value)
     {
         do {
@@ -324,7 +330,7 @@ void PutInteger(Output& output, const Conversion& conversion, bool negative, uin
         conversion.has_precision
             ? std::min(static_cast<std::size_t>(conversion.precision), kMaxWidth)
             : 1;
-    std::string_view prefix = "";
+    std::string_view prefix;
     if (is_signed) {
         prefix = negative ? "-" : conversion.plus ? "+" : conversion.blank ? " " : "";
     } else if (conversion.alternate && base == 16 && value != 0) {
@@ -383,7 +389,7 @@ __attribute__((noinline)) bool PutBySystem(Output& output, const Conversion& con
     *end = '\0';
     const int precision = conversion.has_precision
                               ? std::min(conversion.precision, static_cast<int>(kMaxWidth))
-                              : -1;  // as if left out
+                              : -1;  // as if there were none
     char* const out = output.Free();
     const std::size_t space = output.FreeSpace();
 #pragma GCC diagnostic push

@@ -150,7 +150,7 @@ void Logger::FormatLong(const Heading& heading, char* line, std::size_t size, co
         size = size == kUnformattable ? 0 : size;
     } else {
         size = strlen(format);
-        memcpy(text, format, space);
+        std::copy_n(format, space, text);
     }
     std::string_view kept(text, std::min(size, space));
     if (kept.size() < size) {

@@ -605,11 +605,10 @@ void RotatingFile::Rotate(pid_t process, std::int64_t now)
     if (lock >= 0) {
         // While no other process rotates: is the file at the path still ours, and is it full?
         struct stat status;
-        if (!IsAtPath(status)) {
-            SwitchToFileAtPath();
-        } else if (status.st_size < kRotateSize) {
+        const bool is_ours = IsAtPath(status);
+        if (is_ours && status.st_size < kRotateSize) {
             m_size.store(status.st_size);
-        } else if (ShiftFiles()) {
+        } else if (!is_ours || ShiftFiles()) {
             SwitchToFileAtPath();
         } else {
             failed = true;

@@ -2,8 +2,8 @@
 //
 // Threads:  every function except Open and Close may be called at any time, also in a forked child.
 //           Only one thread of a process at a time rotates or reopens the file; only one process at
-//           a time rotates it. No other waits for them, except briefly if there is no file to write
-//           to.
+//           a time rotates it. Other threads and processes do not wait, except briefly if there is
+//           nothing to write to.
 // Lifetime: never destroyed once it is in use: threads log while the exit-time destructors run.
 // Errors:   the caller counts the records that could not be written, in `lost`.
 #pragma once

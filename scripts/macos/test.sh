@@ -5,7 +5,7 @@
 #   scripts/macos/test.sh [PATTERN]     only the tests whose names match the regular expression
 #   scripts/macos/test.sh --self-test   breaks programs and the model on purpose and sees tests fail
 #
-# Needs build/macos (scripts/build_macos.sh). What cannot run is in tests/macos/left_out.txt; what is
+# Needs build/macos (scripts/macos/build.sh). What cannot run is in tests/macos/left_out.txt; what is
 # proven and what is not, in docs/macos.md.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
@@ -14,7 +14,7 @@ cd "$(dirname "$0")/../.."
 . scripts/macos/guest.sh
 
 [ -d build/macos/Kestrane.app ] ||
-    fail "There is no bundle build/macos/Kestrane.app; build it with scripts/build_macos.sh and start again."
+    fail "There is no bundle build/macos/Kestrane.app; build it with scripts/macos/build.sh and start again."
 need_build_tools
 need_command bwrap bubblewrap -
 install_or_fail

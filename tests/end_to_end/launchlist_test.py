@@ -1,7 +1,6 @@
 """Compares the output of launchlist with what the launcher does."""
 
 import json
-import os
 import shutil
 import subprocess
 

@@ -1,5 +1,5 @@
-// Runs a fuzz target on each file of the folders on the command line, once. For compilers without
-// libFuzzer, and for the ordinary tests.
+// Runs a fuzz target once on each file in the directories on the command line. For compilers
+// without libFuzzer, and for the ordinary tests.
 #include <cstdio>
 #include <filesystem>
 #include <fstream>

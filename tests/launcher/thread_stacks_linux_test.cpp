@@ -560,7 +560,7 @@ TEST(ThreadStack, IsCopiedWhileItsThreadIsJoined)
         std::this_thread::yield();
     }
     EXPECT_EQ(ValueInChild(of_joined), 5);
-    // A fork of its own does not change that.
+    // A fork by the joined thread does not change that.
     const volatile int* const local = of_joined.exchange(nullptr);
     forks = true;
     while (of_joined == nullptr) {
@@ -569,7 +569,7 @@ TEST(ThreadStack, IsCopiedWhileItsThreadIsJoined)
     EXPECT_EQ(ValueInChild(local), 5);
     ends = true;
     joining.join();
-    // The next one on the same stack is left out again.
+    // The child does not get the stack of the next thread that uses the same memory.
     if (HasWipedStacks()) {
         const volatile int* of_other = nullptr;
         const Threads other(1, [&](int) {

@@ -1,8 +1,8 @@
 """Runs the tests of one architecture on Linux: run_tests.py ARCHITECTURE [PATTERN].
 
 Unit tests, the command line of launchlist against its golden outputs, and the end-to-end tests with
-the staged bundle (stage.py). What left_out.txt names is left out. PATTERN, a regular expression,
-chooses tests by name.
+the staged bundle (stage.py). The tests that left_out.txt names are skipped. PATTERN, a regular
+expression, chooses tests by name.
 """
 
 import os
@@ -47,7 +47,7 @@ class Tests:
         return name in self.left_out
 
     def skipped_parts(self, prefix):
-        """What is left out of one program or file."""
+        """The tests of one program or file that are skipped."""
         names = [name for name in self.left_out if name.startswith(prefix + "/")]
         self.used.update(names)
         return [name[len(prefix) + 1 :] for name in names]
@@ -132,7 +132,7 @@ class Tests:
 
     def run_launchlist(self):
         launchlist = self.built / "run/stage/Kestrane.app/Contents/MacOS/launchlist"
-        script = ROOT / "tests/launchlist/command_line_test.py"
+        script = ROOT / "tests/tools/launchlist/command_line_test.py"
         command = [*self.namespace(), shutil.which("python3"), "-B", script, launchlist]
         self.check("launchlist_command_line_test", command, {})
 
@@ -184,8 +184,8 @@ def main():
     unknown = set(tests.left_out) - tests.used
     if unknown:
         tests.failed += unknown
-        print("left_out.txt names what does not exist:", *sorted(unknown), sep="\n  ")
-    print(f"{architecture}: {len(tests.failed)} failed; left out: {len(tests.used)}")
+        print("left_out.txt names tests that do not exist:", *sorted(unknown), sep="\n  ")
+    print(f"{architecture}: {len(tests.failed)} failed; skipped: {len(tests.used)}")
     return 1 if tests.failed else 0
 
 

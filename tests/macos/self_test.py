@@ -42,7 +42,15 @@ class SelfTest(unittest.TestCase):
             here=HERE, change=change, architecture=architecture, directory=self.directory,
             program=program,
         )  # fmt: skip
-        command = ["bwrap", "--unshare-pid", "--die-with-parent", "--new-session", "--ro-bind", "/", "/"]
+        command = [
+            "bwrap",
+            "--unshare-pid",
+            "--die-with-parent",
+            "--new-session",
+            "--ro-bind",
+            "/",
+            "/",
+        ]
         command += ["--proc", "/proc", "--dev", "/dev", "--tmpfs", "/tmp"]
         command += ["--bind", self.directory, self.directory, sys.executable, "-IB", "-c", code]
         done = subprocess.run(
@@ -77,7 +85,12 @@ class SelfTest(unittest.TestCase):
         stage.write_script(script, architecture, launcher)
         test = f"{stage.ROOT}/tests/end_to_end/plain_test.py"
         done = subprocess.run(
-            [shutil.which("python3"), "-B", test, "Plain.test_what_is_no_list_ends_it_with_a_record"],
+            [
+                shutil.which("python3"),
+                "-B",
+                test,
+                "Plain.test_what_is_no_list_ends_it_with_a_record",
+            ],
             env={
                 **os.environ,
                 "KESTRANE_STAGE": staged,

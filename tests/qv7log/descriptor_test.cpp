@@ -122,7 +122,7 @@ TEST(LogDescriptor, IsClosedWhenInitLoggerFails)
 
 TEST(LogDescriptor, IsIndependentOfTheLockFile)
 {
-    for (const unsigned type : {S_IFDIR + 0U, S_IFLNK + 0U, S_IFIFO + 0U, S_IFREG + 0U}) {
+    for (const mode_t type : std::initializer_list<mode_t>{S_IFDIR, S_IFLNK, S_IFIFO, S_IFREG}) {
         TempFolder folder;
         const std::string path = folder / "log";
         const std::string lock = folder / "log.lock";

@@ -40,10 +40,12 @@ std::atomic<std::int64_t> g_now = 0;
 std::atomic<int> g_checks = 0;
 std::function<void()> g_on_check;
 
+#ifdef __linux__
 // A path that cannot be renamed, and the number of attempts to rename anything.
 std::string g_unmovable;
 int g_renames = 0;
 std::function<void()> g_on_rename;
+#endif
 
 // This many of the next writes of this thread fail as if the descriptor were closed.
 thread_local int g_closed_writes = 0;

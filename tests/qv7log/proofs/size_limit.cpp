@@ -51,7 +51,7 @@ std::string SizeLimitReached(const std::string& folder, int rounds)
             return "the limit was never reached\n";
         }
         LogNumber(StartLog(path), kLastWriter, 0);
-        const std::string wrong = CheckKeptOrCounted(ReadLog(path), written);
+        std::string wrong = CheckKeptOrCounted(ReadLog(path), written);
         if (!wrong.empty()) {
             return wrong;
         }

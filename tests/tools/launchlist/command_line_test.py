@@ -168,7 +168,12 @@ def run(*arguments, **options):
 
 def run_with_input(data, *arguments):
     return subprocess.run(
-        [LAUNCHLIST, *arguments], cwd=HERE, env=ENVIRONMENT, check=False, input=data, capture_output=True
+        [LAUNCHLIST, *arguments],
+        cwd=HERE,
+        env=ENVIRONMENT,
+        check=False,
+        input=data,
+        capture_output=True,
     )
 
 
@@ -334,7 +339,9 @@ class CommandLine(unittest.TestCase):
         plain = json.loads(run_with_input(log, "report", "--json", "-").stdout)
         self.assertEqual("-", plain["files"][0]["path"])
         self.assertGreater(plain["records"], 0)
-        compressed = run_with_input(gzip.compress(log[:500]) + gzip.compress(log[500:]), "report", "--json", "-")
+        compressed = run_with_input(
+            gzip.compress(log[:500]) + gzip.compress(log[500:]), "report", "--json", "-"
+        )
         self.assertEqual(0, compressed.returncode, compressed.stderr)
         if b"this build cannot read" not in compressed.stdout:
             self.assertEqual(plain["items"], json.loads(compressed.stdout)["items"])

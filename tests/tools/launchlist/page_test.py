@@ -220,7 +220,9 @@ class Page(unittest.TestCase):
         self.open_healthy()
         names = self.names()
         self.assertIn("crasher", names)
-        self.assertTrue(any(name.startswith("\\x1b[31m\\u{202e}</style><script>") for name in names))
+        self.assertTrue(
+            any(name.startswith("\\x1b[31m\\u{202e}</style><script>") for name in names)
+        )
 
     def test_the_worst_comes_first(self):
         self.open(*VIEWS[0][1:])

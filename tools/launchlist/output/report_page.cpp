@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <cmath>
 
 #include "tools/launchlist/base/text.h"
 #include "tools/launchlist/output/page_axis.h"
@@ -82,10 +81,20 @@ constexpr MarkShape kMarks[] = {{Cell::kCrash, "x", "crashed", false, 12},
                                 {Cell::kStop, "s", "killed by its launcher", true, 5},
                                 {Cell::kMaybeStop, "k", "killed, perhaps at a stop", true, 5}};
 
+// The number of digits of `count`, less one: 0 for 1 to 9, 1 for 10 to 99.
+int OrderOfMagnitude(std::size_t count)
+{
+    int order = 0;
+    for (; count >= 10; count /= 10) {
+        ++order;
+    }
+    return order;
+}
+
 // Where many events fall into one cell, its mark is higher, by the order of magnitude.
 std::string MarkPath(const MarkShape& shape, double x, std::size_t count)
 {
-    const double share = std::min(1.0, 0.4 + 0.2 * std::log10(static_cast<double>(count)));
+    const double share = std::min(1.0, 0.4 + 0.2 * OrderOfMagnitude(count));
     const double height = shape.max_height * share;
     return string_format(shape.is_top ? "M%.0f 0v%.0f" : "M%.0f 12v-%.0f", x, height);
 }

@@ -154,13 +154,15 @@ bool IsForLinux(const std::string& name)
            name == "program_foreign" || name == "program_damaged";
 }
 
+#ifdef __linux__
+constexpr bool kOnLinux = true;
+#else
+constexpr bool kOnLinux = false;
+#endif
+
 bool CanBeChecked(const std::string& name)
 {
-#ifdef __linux__
-    return !name.empty();
-#else
-    return !IsForLinux(name);
-#endif
+    return kOnLinux || !IsForLinux(name);
 }
 
 // Writes the reader's depth limit as {DEPTH+0}, because it depends on the version of jsoncpp.
@@ -351,9 +353,9 @@ TEST(FindingKinds, HaveTheSeverityOfTheTableInStartedItems)
 
 TEST(FindingKinds, ArePublishedWithAnExampleOfEach)
 {
-#ifdef __linux__
-    ExpectKept(KESTRANE_DOCS "/finding-kinds.md", Page());
-#endif
+    if (kOnLinux) {
+        ExpectKept(KESTRANE_DOCS "/finding-kinds.md", Page());
+    }
 }
 
 TEST(CheckList, CountsFindingsBeyondOneThousandOfAKind)

@@ -5,6 +5,7 @@ import errno
 import os
 import re
 import resource
+import shutil
 import signal
 import unittest
 
@@ -17,6 +18,7 @@ from launcher import (
     SANITIZE,
     STAY,
     UNIQUE_USER,
+    WORK,
     LauncherTest,
     LimitedUserTest,
     counts_threads,
@@ -117,6 +119,30 @@ class Fork(LimitedUserTest):
         )
         self.assertEqual(-signal.SIGKILL, self.ended[same_user])
         self.assertNotIn(other_user, self.ended)
+        self.assert_left_behind(["sleep"])
+
+    def test_in_the_chain_of_a_program_that_cannot_be_executed_kills_every_process(self):
+        same_user = self.spawn(["/bin/sleep", "1000"], before=lambda: self.become_limited(ENOUGH))
+        other_user = self.spawn(["/bin/sleep", "1000"])
+        # The program disappears only when the launcher's map has the item. A child that was forked
+        # earlier has a copy of the map without it, and signals nobody.
+        program = shutil.copy(STAY, WORK + "/program")
+        launcher = self.start_limited(numbered(item("a", program)), ENOUGH)
+        (first,) = self.wait_for_starts(1)
+        launcher.settle()
+        os.remove(program)
+        os.kill(first.pid, signal.SIGKILL)
+        # Each child becomes a supervisor and forks another one, until the limit. Nobody stops the
+        # launcher; the child that cannot fork exits and signals every process of its user.
+        self.assertEqual(-signal.SIGKILL, launcher.wait())
+        self.wait_for(lambda: self.reap() or same_user in self.ended, "the signal to every process")
+        self.assertEqual(-signal.SIGKILL, self.ended[same_user])
+        self.assertNotIn(other_user, self.ended)
+        log = [text for _, text in launcher.log()]
+        self.assertEqual("[LAUNCHER  ] Failed to fork a", log.pop())
+        # The launcher, its supervisor and the other process leave room for this many.
+        began = [start_text("a"), end_text("a", first.pid, 9)]
+        self.assertEqual(began + [start_text("a")] * (ENOUGH - 2), log)
         self.assert_left_behind(["sleep"])
 
 

@@ -1,0 +1,562 @@
+"""SIGTERM at every library call of the launcher, on every thread.
+
+KESTRANE_MOMENTS has the arguments, see scripts/check/moments.sh. A run is described by a plan, see
+tests/moments/moments.cpp; on the command line it follows the number of items. docs/faults.md
+describes the outcomes.
+"""
+
+import collections
+import concurrent.futures
+import ctypes
+import json
+import mmap
+import os
+import re
+import signal
+import struct
+import subprocess
+import sys
+import time
+
+import namespace
+from launcher import APPLICATION, LAUNCHER, WORK, LauncherTest, item, numbered
+from log import parse_record, read_lines
+from namespace import HELPERS
+from processes import processes, read_status
+
+LIBRARY = HELPERS + "/moments.so"
+RECORD = WORK + "/record"
+RECORD_SIZE = 1 << 20
+LIST = WORK + "/list.json"
+# What ends a run that neither ends nor waits as the library sees it. Such a run fails the sweep.
+WATCHDOG = 20
+ADDR_NO_RANDOMIZE = 0x0040000
+
+TERMINATED = "ended by signal 15"
+GROUP_KILLED = "ended by signal 9, with its process group"
+ABORTED = "aborted"
+ABORTED_LEFT = "aborted, helpers keep running"
+CRASHED = "crashed"
+CRASHED_LEFT = "crashed, helpers keep running"
+HUNG = "hung"
+LOST = "waited for a second SIGTERM, then status 1"
+UNKILLED = "waited for an unkilled child, then status 1"
+UNKILLED_AND_LOST = "waited for an unkilled child and a second SIGTERM, then status 1"
+LEFT = "status 1, but helpers keep running"
+STOPPED = "status 1"
+CHILD_ENDED = "the child alone ended, and was started again"
+NO_EFFECT = "no effect"
+
+ENDS = {
+    1: STOPPED,
+    -signal.SIGTERM: TERMINATED,
+    -signal.SIGKILL: GROUP_KILLED,
+    -signal.SIGABRT: ABORTED,
+    -signal.SIGSEGV: CRASHED,
+    -signal.SIGBUS: CRASHED,
+    -signal.SIGILL: CRASHED,
+}
+WITH_HELPERS_LEFT = {ABORTED: ABORTED_LEFT, CRASHED: CRASHED_LEFT}
+
+NAMESPACES_AT_ONCE = 2
+
+
+class Run(LauncherTest):
+    """Runs plans one after another; from standard input, results to standard output."""
+
+    def test_plans(self):
+        self.prepare()
+        job = json.load(sys.stdin)
+        self.items = job["items"]
+        self.write(
+            LIST,
+            json.dumps(numbered(*(item(str(i), "/bin/sleep", "1000") for i in range(self.items)))),
+        )
+        for plan in job["plans"]:
+            print(json.dumps(self.run_plan(plan, job.get("trace", False))), flush=True)
+
+    def prepare(self):
+        # The same addresses in each run: how a crash shows depends on them.
+        ctypes.CDLL(None).personality(ADDR_NO_RANDOMIZE)
+        self.set_level("[LOG]\nLEVEL=DEBUG\n")
+        # Otherwise the first run would make it, with calls that the others do not have.
+        os.makedirs(os.path.dirname(self.log_path()))
+        with open(RECORD, "wb") as file:
+            file.truncate(RECORD_SIZE)
+        with open(RECORD, "r+b") as file:
+            self.record = mmap.mmap(file.fileno(), RECORD_SIZE)
+
+    def run_plan(self, plan, trace):
+        self.record[:4] = bytes(4)
+        if os.path.exists(self.log_path()):
+            os.remove(self.log_path())
+        pid = os.posix_spawn(
+            LAUNCHER,
+            [LAUNCHER, APPLICATION, LIST],
+            {
+                "LD_PRELOAD": LIBRARY,
+                "KESTRANE_PLAN": plan + (" trace yes" if trace else ""),
+                "KESTRANE_RECORD": RECORD,
+                "KESTRANE_TEST_STARTS": self.starts_path,
+            },
+            setpgroup=0,
+        )
+        signal.alarm(WATCHDOG)
+        self.stuck = False
+        signal.signal(signal.SIGALRM, lambda *_: self.end_stuck(pid))
+        _, status = os.waitpid(pid, 0)
+        signal.alarm(0)
+        code = os.waitstatus_to_exitcode(status)
+        left = self.left_behind(code)
+        size = struct.unpack("<I", self.record[:4])[0]
+        lines = self.record[4 : 4 + size].decode().splitlines()
+        if self.stuck:
+            code = None
+        return {"plan": plan, "code": code, "left": left, "lines": lines, "log": self.log()}
+
+    def log(self):
+        return [
+            (record.level, record.text) for record in map(parse_record, read_lines(self.log_path()))
+        ]
+
+    def end_stuck(self, pid):
+        self.stuck = True
+        os.kill(pid, signal.SIGKILL)
+
+    def left_behind(self, code):
+        """The processes that stay, once all that were killed are gone. Ends them."""
+        left = []
+        end = time.monotonic() + 5
+        while True:
+            try:
+                pid, _ = os.waitpid(-1, os.WNOHANG)
+            except ChildProcessError:
+                return left
+            if pid == 0:
+                alive = [process.pid for process in processes() if self.stays(process.pid)]
+                if len(alive) == len(processes()) or time.monotonic() > end:
+                    left = alive
+                    self.kill_all()
+                    return left
+                time.sleep(0.0005)
+
+    def stays(self, pid):
+        try:
+            status = read_status(f"/proc/{pid}/status")
+        except (FileNotFoundError, ProcessLookupError):
+            return False
+        pending = int(status.get("SigPnd", "0"), 16) | int(status.get("ShdPnd", "0"), 16)
+        return status["State"].startswith("S") and not pending & 1 << (signal.SIGKILL - 1)
+
+
+def run_plans(items, plans, trace=False):
+    """Runs plans in a namespace; what Run.run_plan returns for each."""
+    done = namespace.run_in_namespace(
+        [os.path.abspath(__file__), "Run.test_plans"],
+        input=json.dumps({"items": items, "plans": plans, "trace": trace}),
+        stdout=subprocess.PIPE,
+        text=True,
+    )
+    lines = done.stdout.splitlines()
+    if done.returncode != 0 or len(lines) != len(plans):
+        raise RuntimeError("a namespace failed: " + done.stdout[-3000:])
+    return [json.loads(line) for line in lines]
+
+
+# The permitted outcomes, by phase and threads: those of one item, and those that more items add. A
+# sweep that finds another one fails, and so does one that does not find all of them.
+
+PHASES = ("no-handler", "start", "walk", "steady", "restart", "stop")
+
+PERMITTED = {
+    ("no-handler", "main"): ({TERMINATED}, set()),
+    # No item exists, so the handler only notifies, and nobody waits yet.
+    ("start", "main"): ({LOST}, set()),
+    ("start", "main and supervisor"): ({ABORTED, GROUP_KILLED, LOST}, set()),
+    ("walk", "main"): ({GROUP_KILLED, HUNG, LOST, STOPPED}, set()),
+    ("walk", "supervisor"): ({ABORTED, GROUP_KILLED, LOST}, {ABORTED_LEFT, LEFT}),
+    ("walk", "main and supervisor"): (
+        {ABORTED, CRASHED, GROUP_KILLED, HUNG, LOST, STOPPED},
+        {CRASHED_LEFT, LEFT},
+    ),
+    # The item is not in the child's copy of the map yet.
+    ("walk", "child"): ({NO_EFFECT}, set()),
+    ("steady", "main"): ({STOPPED}, set()),
+    ("steady", "supervisor"): ({ABORTED}, {ABORTED_LEFT}),
+    # The second one waits until the handler has returned.
+    ("steady", "main and main"): ({STOPPED}, set()),
+    ("steady", "main and supervisor"): ({CRASHED, HUNG}, {ABORTED, ABORTED_LEFT, CRASHED_LEFT}),
+    ("restart", "main"): ({STOPPED, UNKILLED}, set()),
+    # A supervisor that takes SIGTERM when its fork unblocks signals has not stored the id of its new
+    # child yet.
+    ("restart", "supervisor"): ({ABORTED, ABORTED_LEFT}, set()),
+    ("restart", "main and supervisor"): ({CRASHED}, {ABORTED_LEFT, CRASHED_LEFT}),
+    # Until the child has stored the 0 that fork returns, it has the id of the child before it.
+    ("restart", "child"): ({CHILD_ENDED, GROUP_KILLED}, set()),
+}
+
+
+def permitted(items, *place):
+    with_one, with_more = PERMITTED.get(place, (set(), set()))
+    return with_one | with_more if items > 1 else with_one
+
+
+# What came of a run.
+
+END_RECORD = re.compile(r"\[LAUNCHER  \] (\d+) (\d+) is killed. ret = (-?\d+), status = (\d+)")
+
+
+def outcome_of(result):
+    """The outcome in words; None if the run did not reach a moment of its plan."""
+    lines = result["lines"]
+    if result["code"] is None:
+        return "neither ended nor waited"
+    sent = [line.split() for line in lines if line.startswith("signal ")]
+    if len(sent) != result["plan"].count("signal "):
+        return None
+    words = {line.split()[0] for line in lines}
+    if "ignored" in words:
+        return "ignored a second SIGTERM"
+    if "hung" in words:
+        return HUNG
+    if "endless" in words:
+        return "starts children again without an end"
+    outcome = ENDS.get(result["code"], f"ended with {result['code']}")
+    if outcome == STOPPED:
+        return outcome_of_stop(result, words, any(step[1].startswith("c") for step in sent))
+    if result["left"] and outcome in WITH_HELPERS_LEFT:
+        return WITH_HELPERS_LEFT[outcome]
+    return outcome + (", but left processes behind" if result["left"] else "")
+
+
+def outcome_of_stop(result, words, child_signalled):
+    left = result["left"]
+    children = [line.split()[1:] for line in result["lines"] if line.startswith("child ")]
+    ends = collections.Counter()
+    unusual = 0
+    for level, text in result["log"]:
+        end = END_RECORD.fullmatch(text)
+        if level == "ERROR" and end is None:
+            return f"status 1, but logged {text}"
+        if end is not None:
+            ends[end[2]] += 1
+            unusual += end[2] != end[3] or end[4] != "9"
+    ended = [pid for pid, _ in children if int(pid) not in left]
+    if any(ends[pid] != 1 for pid in ended) or unusual > child_signalled:
+        return "status 1, but not each end was logged once"
+    if left:
+        return LEFT
+    if child_signalled:
+        return CHILD_ENDED if unusual else NO_EFFECT
+    if "unkilled" in words:
+        return UNKILLED_AND_LOST if "lost" in words else UNKILLED
+    return LOST if "lost" in words else STOPPED
+
+
+def place_of(result):
+    """Where SIGTERM was delivered: the phase of the first, and the kinds of threads."""
+    sent = [line.split() for line in result["lines"] if line.startswith("signal ")]
+    kinds = {"m": "main", "s": "supervisor", "c": "child"}
+    return sent[0][3], " and ".join(sorted(kinds[step[1][0]] for step in sent))
+
+
+# The coordinates of a sweep.
+
+ALLOCATIONS = ("malloc", "calloc", "realloc", "free")
+
+
+def traced(items, plan):
+    """The moments of each thread as (number, call), and all lines, of a run with this plan."""
+    lines = run_plans(items, [plan], trace=True)[0]["lines"]
+    moments = collections.defaultdict(list)
+    for line in lines:
+        if line.startswith("at "):
+            _, thread, number, call = line.split(" ", 3)
+            moments[thread].append((int(number), call))
+    return moments, lines
+
+
+def before(lines, stop):
+    """The moments before the first line that begins like this."""
+    found = []
+    for line in lines:
+        if line.startswith(stop):
+            break
+        if line.startswith("at "):
+            _, thread, number, call = line.split(" ", 3)
+            found.append((thread, int(number), call))
+    return found
+
+
+def thinned(moments):
+    """Without the moments in the middle of a row of allocations: they differ from their neighbours
+    only for the thread itself."""
+    calls = [call in ALLOCATIONS for _, call in moments]
+    return [
+        moment
+        for i, moment in enumerate(moments)
+        if not all(calls[max(i - 2, 0) : i + 3]) or i < 2 or i + 2 >= len(calls)
+    ]
+
+
+def sampled(moments):
+    """The thinned moments, and every fifth of the others."""
+    kept = thinned(moments)
+    return [moment for i, moment in enumerate(moments) if moment in kept or i % 5 == 0]
+
+
+def numbers(moments):
+    return [number for number, _ in moments]
+
+
+class Sweep:
+    """All plans for a number of items."""
+
+    def __init__(self, items):
+        self.items = items
+        moments, lines = traced(items, "")
+        planned = before(lines, "ordinary")
+        self.all = [(thread, number) for thread, number, _ in planned]
+        # Names of the first start's moments, and of a restart's.
+        self.supervisors = [f"s{i}" for i in range(items)]
+        self.waits = {
+            thread: next(n for n, call in moments[thread] if call == "waitpid, waiting")
+            for thread in self.supervisors
+        }
+        self.first = {
+            thread: [m for m in moments[thread] if m[0] <= self.waits[thread]]
+            for thread in self.supervisors
+        }
+        again = [
+            (number, call)
+            for thread, number, call in planned
+            if thread == "s0" and number > self.waits["s0"]
+        ]
+        self.restart = [m for m in again if m[1] != "waitpid, waiting"]
+        self.condition = next(
+            number for number, call in moments["main"] if call == "pthread_cond_wait, waiting"
+        )
+        creations = [n for n, call in moments["main"] if call == "pthread_create"]
+        self.created = dict(zip(self.supervisors, creations))
+        # main's moments once a supervisor exists.
+        self.walk = {
+            thread: [m for m in moments["main"] if creation < m[0] <= self.condition]
+            for thread, creation in self.created.items()
+        }
+
+    def plans(self):
+        # Those that tell the most come first.
+        yield from self.stop_held()
+        yield from self.two_signals()
+        yield from self.two_supervisors()
+        yield from self.one_signal()
+        yield from self.one_signal_one_held()
+
+    def one_signal(self):
+        for thread, number in self.all:
+            yield f"signal {thread} {number}"
+
+    def one_signal_one_held(self):
+        # All pairs of moments with one item; more items add orders among the supervisors.
+        moments = list if self.items == 1 else sampled
+        for thread in self.supervisors:
+            # The walk, and a supervisor on its way to its first child.
+            for main in numbers(moments(self.walk[thread])):
+                for held in numbers(thinned(self.first[thread])):
+                    yield f"signal main {main} hold {thread} {held}"
+            for main in numbers(thinned(self.walk[thread])):
+                for number in numbers(moments(self.first[thread])):
+                    plan = f"signal {thread} {number} hold {thread} {number} hold main {main}"
+                    yield plan
+                    if self.items > 1:
+                        yield plan + " order main"
+        # main waits, and a supervisor restarts its child.
+        for number in numbers(self.restart):
+            yield f"signal main {self.condition} hold s0 {number}"
+
+    def two_supervisors(self):
+        for other in self.supervisors[1:]:
+            for number in numbers(self.restart):
+                yield f"signal {other} {self.waits[other]} hold s0 {number}"
+
+    def stop_held(self):
+        """The handler is held at each call, so that the supervisors overtake it."""
+        first = f"signal main {self.condition}"
+        for main in self.handler(first):
+            yield f"{first} hold main {main}"
+
+    def handler(self, plan):
+        """main's moments in its handler."""
+        _, lines = traced(self.items, plan)
+        start = next(i for i, line in enumerate(lines) if line.startswith("signal main"))
+        handled = before(lines[start:], "handled main")
+        return numbers(thinned([(n, call) for thread, n, call in handled if thread == "main"]))
+
+    def after(self, plan):
+        """Every moment after the first signal of a plan."""
+        _, lines = traced(self.items, plan)
+        start = next(i for i, line in enumerate(lines) if line.startswith("signal "))
+        return [(thread, n) for thread, n, _ in before(lines[start:], "no line")]
+
+    def two_signals(self):
+        steady = f"signal main {self.condition}"
+        # The second at each call of the stop.
+        for thread, number in self.after(steady):
+            yield f"{steady} signal {thread} {number}"
+        # The second on a supervisor, with main's handler at each call.
+        for main in self.handler(steady):
+            for thread in self.supervisors:
+                yield f"{steady} hold main {main} signal {thread} {self.waits[thread]}"
+        # The first in the restart or in the walk, the second on the supervisor at work.
+        for number in numbers(self.restart):
+            yield f"{steady} hold s0 {number} signal s0 {number}"
+        for thread in self.supervisors:
+            for main in numbers(thinned(self.walk[thread])):
+                plan = f"signal main {main}"
+                for number in numbers(thinned(self.first[thread])):
+                    if number != self.waits[thread]:
+                        yield f"{plan} hold {thread} {number} signal {thread} {number}"
+                yield f"{plan} signal {thread} {self.waits[thread]}"
+
+
+# The sweep.
+
+PLANS_PER_NAMESPACE = 150
+
+
+def sweep(items, plans=None):
+    """The results of all plans, in no order."""
+    plans = list(dict.fromkeys(plans or Sweep(items).plans()))
+    chunks = [plans[i : i + PLANS_PER_NAMESPACE] for i in range(0, len(plans), PLANS_PER_NAMESPACE)]
+    with concurrent.futures.ThreadPoolExecutor(NAMESPACES_AT_ONCE) as pool:
+        try:
+            for results in pool.map(lambda chunk: run_plans(items, chunk), chunks):
+                yield from results
+        finally:
+            pool.shutdown(cancel_futures=True)
+
+
+def show(items, plan):
+    result = run_plans(items, [plan])[0]
+    outcome = outcome_of(result)
+    if outcome is None:
+        print("The run does not reach these moments.")
+        return 1
+    print("\n".join(result["lines"]))
+    for level, text in result["log"]:
+        print(f"log {level} {text}")
+    if result["left"]:
+        print("left behind:", *result["left"])
+    print(f"{': '.join(place_of(result))}: {outcome}")
+    return 0
+
+
+def main():
+    arguments = os.environ.get("KESTRANE_MOMENTS", "").split()
+    if arguments and arguments[0].isdigit():
+        sys.exit(show(int(arguments[0]), plan_of(arguments[1:])))
+    items = [int(word) for word in arguments if word.isdigit()] or [1, 2]
+    tables = {count: Table(count) for count in items}
+    for table in tables.values():
+        began = time.monotonic()
+        table.fill(until_failure="--until-failure" in arguments)
+        table.show()
+        print(f"{table.runs} runs in {time.monotonic() - began:.0f} s", flush=True)
+    complete = "--until-failure" not in arguments or not any(
+        table.not_permitted() for table in tables.values()
+    )
+    failures = [text for table in tables.values() for text in table.failures(complete)]
+    for failure in failures:
+        print(f"FAILED: {failure}")
+    if "--document" in arguments and not failures:
+        document(tables)
+    sys.exit(1 if failures else 0)
+
+
+class Table:
+    """What the sweep of a number of items found."""
+
+    def __init__(self, items):
+        self.items = items
+        self.runs = 0
+        self.found = collections.defaultdict(list)  # plans, by phase, threads and outcome
+        self.unreached = []
+
+    def fill(self, until_failure=False):
+        for result in sweep(self.items):
+            self.runs += 1
+            outcome = outcome_of(result)
+            if outcome is not None:
+                self.found[(*place_of(result), outcome)].append(result["plan"])
+            elif "hold" not in result["plan"] and result["plan"].count("signal") == 1:
+                self.unreached.append(result["plan"])
+            if until_failure and self.not_permitted():
+                return
+
+    def not_permitted(self):
+        return [row for row in self.found if row[2] not in permitted(self.items, *row[:2])]
+
+    def failures(self, complete=True):
+        for row in sorted(self.not_permitted()):
+            yield f"{': '.join(row)} is not permitted: {self.items} {shortest(self.found[row])}"
+        for plan in self.unreached:
+            yield f"{self.items} {plan} was not reached"
+        # Three items reach what two do.
+        if complete and self.items <= 2:
+            for place in PERMITTED:
+                for outcome in sorted(permitted(self.items, *place)):
+                    if (*place, outcome) not in self.found:
+                        yield f"{': '.join(place)}: {outcome} was not reached with {self.items}"
+
+    def show(self):
+        for row in sorted(self.found, key=order_of):
+            plans = self.found[row]
+            place = f"{row[0]}: {row[1]}"
+            print(f"{place:32}{row[2]:66}{len(plans):6}  {self.items} {shortest(plans)}")
+
+
+def order_of(row):
+    return PHASES.index(row[0]), len(row[1].split()), row[1:]
+
+
+def shortest(plans):
+    """The plan with the fewest steps, as on the command line."""
+    plan = min(plans, key=lambda text: (len(text.split()), [len(text), text]))
+    return plan.removeprefix("signal ")
+
+
+BEGIN, END = "<!-- The table is written by scripts/check/moments.sh --document. -->", "<!-- end -->"
+
+
+def document(tables):
+    """Writes the table of docs/faults.md."""
+    rows = sorted({row for table in tables.values() for row in table.found}, key=order_of)
+    lines = [
+        "| Phase | SIGTERM on | Outcome | "
+        + " | ".join(f"{n} item{'s' * (n > 1)}" for n in tables)
+        + " | Shortest run |",
+        "|---" * (4 + len(tables)) + "|",
+    ]
+    for row in rows:
+        counts = [str(len(table.found.get(row, []))) for table in tables.values()]
+        items, table = next((n, table) for n, table in tables.items() if row in table.found)
+        example = f"`{items} {shortest(table.found[row])}`"
+        lines.append("| " + " | ".join([*row, *counts, example]) + " |")
+    root = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+    path = root + "/docs/faults.md"
+    with open(path, encoding="utf-8") as file:
+        head, rest = file.read().split(BEGIN)
+    tail = rest.split(END, 1)[1]
+    with open(path, "w", encoding="utf-8") as file:
+        file.write(head + BEGIN + "\n\n" + "\n".join(lines) + "\n\n" + END + tail)
+
+
+def plan_of(words):
+    """The plan of a command line: the first pair needs no word before it."""
+    return " ".join(words if words[0] in ("signal", "hold", "order") else ["signal", *words])
+
+
+if __name__ == "__main__":
+    if os.getpid() == 1:
+        sys.exit(namespace.run_here(sys.argv[1]))
+    main()

@@ -1,5 +1,5 @@
-// A helper with periodic work: counts the entries of a directory and writes the number to a file, at
-// the given interval.
+// A helper with periodic work: counts the entries of a directory and writes the number to a file,
+// at the given interval.
 //
 //     indexer DIRECTORY RESULT-FILE SECONDS
 #include <chrono>

@@ -9,10 +9,14 @@
 
 #define EXPORT __attribute__((visibility("default")))
 
-enum { kKeys = 128 };
+enum
+{
+    kKeys = 128
+};
 
 // What pthread_t points to. The blocks of thread-local variables follow.
-struct thread {
+struct thread
+{
     int error;
     void* values[kKeys];
 };

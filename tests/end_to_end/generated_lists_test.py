@@ -10,6 +10,7 @@ import os
 import random
 import subprocess
 import time
+import unittest
 
 import namespace
 from launcher import APPLICATION, BUNDLE, LAUNCHER, SANITIZE, STAY, WORK, LauncherTest
@@ -96,7 +97,7 @@ PATHS = [
 ]
 COUNTS = ["1", "", Raw("[]"), Raw("{}"), -1, -2, -3, 1.9, True, None, 2**32 + 1, 2**64 - 1, 3]
 # The sanitizers give the supervisors larger stacks.
-LARGE_COUNTS = [] if SANITIZE else [61_438, 65_535, 100_000, 2**31 - 1]
+LARGE_COUNTS = [61_438, 65_535, 100_000, 2**31 - 1]
 ARGUMENTS = [
     [("0", Raw("[]"))],
     [("0", "x"), ("1", Raw("{}"))],
@@ -267,6 +268,7 @@ def expected(item):
     return [argument.encode() for argument in item["arguments"]] or [b""]
 
 
+@unittest.skipIf(SANITIZE, "lists that overrun a stack on purpose make sanitizers report")
 class GeneratedLists(LauncherTest):
     def setUp(self):
         super().setUp()

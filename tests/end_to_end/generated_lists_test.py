@@ -96,7 +96,6 @@ PATHS = [
     Raw(f'"{PROGRAMS}/0\\u0000rest"'),
 ]
 COUNTS = ["1", "", Raw("[]"), Raw("{}"), -1, -2, -3, 1.9, True, None, 2**32 + 1, 2**64 - 1, 3]
-# The sanitizers give the supervisors larger stacks.
 LARGE_COUNTS = [61_438, 65_535, 100_000, 2**31 - 1]
 ARGUMENTS = [
     [("0", Raw("[]"))],

@@ -19,6 +19,7 @@ import subprocess
 import sys
 import tempfile
 import termios
+import threading
 import time
 import tty
 import unittest
@@ -185,15 +186,19 @@ def run_in_terminal(arguments, columns, **variables):
     with subprocess.Popen(
         [LAUNCHLIST, *arguments], cwd=HERE, env={**ENVIRONMENT, **variables}, stdout=terminal
     ) as process:
-        os.close(terminal)
+
+        def end_output():
+            process.wait()
+            os.write(terminal, b"\0")
+
+        # The terminal stays open until all is read: Linux can lose what a closed one still holds.
+        threading.Thread(target=end_output).start()
         output = b""
-        try:
-            while chunk := os.read(controller, 4096):
-                output += chunk
-        except OSError:
-            pass  # EIO on Linux: the terminal has been closed.
+        while not output.endswith(b"\0"):
+            output += os.read(controller, 4096)
+    os.close(terminal)
     os.close(controller)
-    return process.returncode, output
+    return process.returncode, output[:-1]
 
 
 def as_kept(output):

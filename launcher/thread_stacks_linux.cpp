@@ -46,7 +46,6 @@
 #include <gnu/libc-version.h>
 #include <malloc.h>
 #include <pthread.h>
-#include <signal.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -56,11 +55,12 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "launcher/supervision.h"
+
 namespace {
 
-// What a thread has on macOS, in place of 8 MiB. Not less: the argument vector of an item lives on
-// the stack ("argc").
-constexpr std::size_t kStackSize = 512 * 1024;
+// In place of 8 MiB.
+constexpr std::size_t kStackSize = kSupervisorStackSize;
 
 // Bounds the address space in use, which is 1 GiB. A thread beyond it costs a fork more.
 constexpr std::size_t kSlotCount = 2048;
@@ -169,18 +169,8 @@ void GuardStackOfGlibc()
     guarded = guard != 0 || madvise(lowest, g_page_size, kGuardInstall) == 0;
 }
 
-// What the thread that forks blocked before.
-thread_local sigset_t t_signals;
-
-// In the middle of a fork, a thread holds locks of glibc that other threads need for a fork or an
-// allocation. If it ran the SIGTERM handler there, the handler would wait forever for these
-// threads. glibc takes the locks after this, and blocks signals itself only while the system copies
-// the process. The cheaper a fork is, the more of it lies outside of that.
 void BeforeFork()
 {
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &t_signals);
     if (const Slot* const slot = SlotOf(pthread_self())) {
         Keep(*slot);
     } else {
@@ -193,13 +183,11 @@ void AfterForkInParent()
     if (const Slot* const slot = SlotOf(pthread_self())) {
         Wipe(*slot);
     }
-    pthread_sigmask(SIG_SETMASK, &t_signals, nullptr);
 }
 
 void AfterForkInChild()
 {
     g_in_forked_child = true;
-    pthread_sigmask(SIG_SETMASK, &t_signals, nullptr);
 }
 
 bool IsUnlimited(decltype(RLIMIT_AS) resource)

@@ -4,7 +4,6 @@
 #include <gnu/libc-version.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
-#include <signal.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
@@ -62,21 +61,6 @@ bool GlibcSuits()
 {
     return std::strncmp(RealGlibcVersion(), "2.", 2) == 0 &&
            std::atoi(RealGlibcVersion() + 2) <= 38;
-}
-
-bool IsBlocked(int signal)
-{
-    sigset_t signals;
-    pthread_sigmask(SIG_BLOCK, nullptr, &signals);
-    return sigismember(&signals, signal) == 1;
-}
-
-bool g_blocked_in_fork = false;
-
-// Registered before the source under test does so, and therefore called after its handler.
-__attribute__((constructor(101))) void NoteSignalsInFork()
-{
-    pthread_atfork([] { g_blocked_in_fork = IsBlocked(SIGTERM); }, nullptr, nullptr);
 }
 
 }  // namespace
@@ -513,23 +497,6 @@ TEST(ThreadStack, LetsAChildStartThreads)
                       _exit(value);
                   }),
                   kLeft);
-    });
-}
-
-TEST(ThreadStack, TakesNoSignalInTheMiddleOfAFork)
-{
-    RunInThread([] {
-        sigset_t usr1;
-        sigemptyset(&usr1);
-        sigaddset(&usr1, SIGUSR1);
-        pthread_sigmask(SIG_BLOCK, &usr1, nullptr);
-        g_blocked_in_fork = false;
-        EXPECT_EQ(
-            WaitStatusOfChild([] { _exit(IsBlocked(SIGUSR1) && !IsBlocked(SIGTERM) ? 7 : 1); }),
-            kLeft);
-        EXPECT_TRUE(g_blocked_in_fork);
-        EXPECT_TRUE(IsBlocked(SIGUSR1));
-        EXPECT_FALSE(IsBlocked(SIGTERM));
     });
 }
 

@@ -215,10 +215,10 @@ std::int32_t InitLogger(const char* path)
         delete file;
         return error;
     }
-    // Two descriptors of one file would follow a rotation at different times, so that the records
+    // Two descriptors of one log would follow a rotation at different times, so that the records
     // of a thread would be out of order.
     for (RotatingFile* open = qv7log::g_files.load(); open != nullptr; open = open->next) {
-        if (open->HasSameFile(*file)) {
+        if (open->IsSameLog(*file)) {
             file->Close();
             delete file;
             qv7log::g_file.store(open);

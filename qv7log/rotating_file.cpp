@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <string_view>
 
 #include "qv7log/limits.h"
 #include "qv7log/rename_exclusive.h"
@@ -133,6 +134,22 @@ bool ReplaceOwnDescriptor(int file, int number)
 bool IsSameFile(const struct stat& a, const struct stat& b)
 {
     return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+// The part of an absolute path after its last slash.
+const char* NameIn(const char* path)
+{
+    return path + std::string_view(path).rfind('/') + 1;
+}
+
+// stat() of the directory of the absolute path `path`.
+bool StatDirectory(const char* path, struct stat& status)
+{
+    char directory[PATH_MAX];
+    const auto size = static_cast<std::size_t>(NameIn(path) - path);
+    memcpy(directory, path, size);
+    directory[size] = '\0';
+    return stat(directory, &status) == 0;
 }
 
 // Only one thread of a process may change a file at a time. Returns false if another one does. The
@@ -263,12 +280,16 @@ void RotatingFile::Close()
     }
 }
 
-bool RotatingFile::HasSameFile(const RotatingFile& other) const
+bool RotatingFile::IsSameLog(const RotatingFile& other) const
 {
     struct stat mine;
     struct stat others;
-    return fstat(m_file, &mine) == 0 && fstat(other.m_file, &others) == 0 &&
-           IsSameFile(mine, others);
+    if (fstat(m_file, &mine) == 0 && fstat(other.m_file, &others) == 0 &&
+        IsSameFile(mine, others)) {
+        return true;
+    }
+    return strcmp(NameIn(m_path), NameIn(other.m_path)) == 0 && StatDirectory(m_path, mine) &&
+           StatDirectory(other.m_path, others) && IsSameFile(mine, others);
 }
 
 // Stores `path` as an absolute path, because the program may chdir().

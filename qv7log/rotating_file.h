@@ -34,8 +34,10 @@ public:
 
     void Close();
 
-    // Whether both objects have the same file open.
-    bool HasSameFile(const RotatingFile& other) const;
+    // Whether both objects are the same log: they have the same file open, or have the same path,
+    // however it is spelled. In the second case another process may have rotated the log in
+    // between.
+    bool IsSameLog(const RotatingFile& other) const;
 
     // Must be called before each record. Reopens the log if the open file is no longer the one at
     // the log's path, because another process has rotated it, or someone has moved or removed it.

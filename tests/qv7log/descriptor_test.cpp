@@ -108,6 +108,27 @@ TEST(LogDescriptor, KeepsItsNumberInRotations)
               0);
 }
 
+TEST(LogDescriptor, IsSharedByAllPathsOfALogAlsoAfterARotation)
+{
+    TempFolder folder;
+    EXPECT_EQ(InDaemon([&] {
+                  InitLogger((folder / "log").c_str());
+                  const int open = CountOpenDescriptors();
+                  InitLogger((folder.path() + "//log").c_str());
+                  if (CountOpenDescriptors() != open) {
+                      return 1;
+                  }
+                  rename((folder / "log").c_str(), (folder / "log.1").c_str());
+                  InitLogger((folder.path() + "/./log").c_str());
+                  if (CountOpenDescriptors() != open) {
+                      return 2;
+                  }
+                  InitLogger((folder / "other").c_str());
+                  return CountOpenDescriptors() > open ? 0 : 3;
+              }),
+              0);
+}
+
 TEST(LogDescriptor, IsClosedWhenInitLoggerFails)
 {
     TempFolder folder;

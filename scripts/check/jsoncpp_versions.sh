@@ -53,9 +53,10 @@ build_jsoncpp() {
     rm -rf "$prefix.partial"
 }
 
-# Prints the targets that the tests run: each has the name of its test; launchlist is tested as well.
+# Prints the targets that the tests run: each has the name of its test; launchlist is tested as well,
+# also with the example list, whose programs it looks for.
 test_targets() {
-    echo launchlist
+    echo launchlist examples
     ninja -C "$1" -t targets all | sed -n 's/: phony$//p' | grep -E "$tests" | grep -v /
 }
 

@@ -23,23 +23,22 @@ namespace {
 
 std::string Ours(const char* format, ...)
 {
-    std::vector<char> text(qv7log::kMaxWidth * 2);
+    static char text[qv7log::kMaxWidth * 2];
     va_list arguments;
     va_start(arguments, format);
-    const std::size_t size =
-        qv7log::FormatText(text.data(), text.size(), format, arguments, ENOENT);
+    const std::size_t size = qv7log::FormatText(text, sizeof text, format, arguments, ENOENT);
     va_end(arguments);
-    return size == kUnformattable ? "unformattable" : std::string(text.data(), size);
+    return size == kUnformattable ? "unformattable" : std::string(text, size);
 }
 
 std::string Systems(const char* format, ...)
 {
-    std::vector<char> text(qv7log::kMaxWidth * 2);
+    static char text[qv7log::kMaxWidth * 2];
     va_list arguments;
     va_start(arguments, format);
-    const int size = vsnprintf(text.data(), text.size(), format, arguments);
+    const int size = vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
-    return size < 0 ? "unformattable" : std::string(text.data(), static_cast<std::size_t>(size));
+    return size < 0 ? "unformattable" : std::string(text, static_cast<std::size_t>(size));
 }
 
 // All flags, widths and precisions that `kind` allows, as in "%-+8.3".

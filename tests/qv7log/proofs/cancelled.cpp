@@ -9,11 +9,14 @@
 
 namespace {
 
-void* LogUntilCancelled(void* log)
+ILog* g_log = nullptr;
+
+// Nothing here has a destructor: glibc runs destructors for a cancelled thread, but cannot run
+// those of libc++.
+void* LogUntilCancelled(void* text)
 {
-    const std::string text(static_cast<std::size_t>(qv7log::kRotateSize), '.');
     for (;;) {
-        Log(static_cast<ILog*>(log), LOGLEVEL_ERROR, "%s", text.c_str());
+        Log(g_log, LOGLEVEL_ERROR, "%s", static_cast<const char*>(text));
         pthread_testcancel();
     }
 }
@@ -23,11 +26,12 @@ void* LogUntilCancelled(void* log)
 std::string ThreadsCancelled(const std::string& folder, int threads)
 {
     const std::string path = folder + "/log";
-    ILog* const log = StartLog(path);
+    g_log = StartLog(path);
+    std::string text(static_cast<std::size_t>(qv7log::kRotateSize), '.');
     std::mt19937 random(5);
     for (int i = 0; i < threads; ++i) {
         pthread_t thread;
-        if (pthread_create(&thread, nullptr, LogUntilCancelled, log) != 0) {
+        if (pthread_create(&thread, nullptr, LogUntilCancelled, text.data()) != 0) {
             return "no thread\n";
         }
         std::this_thread::sleep_for(microseconds(random() % 1000));
@@ -38,7 +42,7 @@ std::string ThreadsCancelled(const std::string& folder, int threads)
                 unlink(file.c_str());
             }
         }
-        LogNumber(log, 0, i);
+        LogNumber(g_log, 0, i);
         struct stat status = {};
         if (stat(path.c_str(), &status) != 0 || status.st_size > 4 * qv7log::kRotateSize) {
             return "nobody rotates after thread " + std::to_string(i) + "\n";

@@ -148,6 +148,13 @@ std::size_t History::WriterOf(const Event& event, std::int64_t process, std::siz
         entry->second = m_writers.size();
         return NewWriter(process, time);
     }
+    // Programs that something else kills one after another leave the same records as a stop, so
+    // this is still counted as one launcher. But nothing is concluded from one side of the silence
+    // about the other.
+    std::size_t killed = 0;
+    if (!writer.writes_starts && time - writer.last >= kSilence && FindStop(writer, killed)) {
+        writer.may_be_other_after = writer.last;
+    }
     // It writes about a second item: a launcher after all.
     if (writer.parent != kNone && (item == kNone || writer.item != item)) {
         Run& run = m_items[writer.item].runs[writer.parent_run];
@@ -182,16 +189,13 @@ bool History::IsReused(Writer& writer, const Event& event, std::size_t item,
             return run.role != Role::kFailed && run.start && time - *run.start >= kReuse;
         }
     }
-    if (silence < kReuse) {
+    if (silence < kReuse || !writer.writes_starts || !is_whole) {
         return false;
     }
     std::size_t killed = 0;
-    if (writer.writes_starts) {
-        const bool is_orphan = event.kind == EventKind::kEnd && supervision != nullptr &&
-                               supervision->run == kNone && supervision->older == kNone;
-        return is_whole && (is_orphan || (writer.open_runs == 0 && FindStop(writer, killed)));
-    }
-    return silence >= kSilence && FindStop(writer, killed) && killed >= 2;
+    const bool is_orphan = event.kind == EventKind::kEnd && supervision != nullptr &&
+                           supervision->run == kNone && supervision->older == kNone;
+    return is_orphan || (writer.open_runs == 0 && FindStop(writer, killed));
 }
 
 // The item's last attempt, if a new process that starts the item may be its child.
@@ -273,10 +277,10 @@ void History::AddEnd(const Event& event, std::size_t index, std::size_t item_ind
         number = item.runs.size();
         item.runs.emplace_back();
         item.runs.back().launcher = static_cast<std::uint32_t>(index);
-        // A kill and a long silence after it may have been a stop.
-        const bool may_be_other = supervision.is_killed &&
-                                  time - supervision.last_end >= kSilence &&
-                                  writer.last - supervision.last_end < kLongestKill;
+        const bool may_be_other = MayBeOther(writer, supervision);
+        if (supervision.last != kNone && may_be_other && supervision.is_killed) {
+            item.runs[supervision.last].cause = Cause::kMaybeLauncher;
+        }
         if (supervision.last != kNone && !may_be_other && !writer.writes_starts) {
             item.runs.back().start = supervision.last_end + kPause;
             item.runs[supervision.last].down_until = supervision.last_end + kPause;
@@ -354,6 +358,13 @@ void History::AddForkFailed(std::size_t index, std::size_t item_index, Milliseco
     }
 }
 
+// Whether a stop may have followed the last end, so that another launcher of the same process id
+// wrote the later records.
+bool History::MayBeOther(const Writer& writer, const Supervision& supervision)
+{
+    return writer.may_be_other_after && supervision.last_end <= *writer.may_be_other_after;
+}
+
 // Whether the last ends look like a stop: children killed with signal 9 one after another, none of
 // them restarted, and nothing left that would still have run. Counts the killed ones.
 bool History::FindStop(Writer& writer, std::size_t& killed)
@@ -376,10 +387,11 @@ bool History::FindStop(Writer& writer, std::size_t& killed)
     }
     killed = kills.size() - first;
     writer.stop_from = kills[first];
-    // Without DEBUG records, another item would have been killed, too, unless it was in its pause.
+    // Without DEBUG records, another item would have been killed, too, unless it was in its pause;
+    // and a stopped launcher writes nothing after the last kill.
     const auto is_during = [&](Milliseconds end) { return end >= kills[first] - kSettled; };
-    return writer.writes_starts ||
-           (first == 0 && std::all_of(others.begin(), others.end(), is_during));
+    return writer.writes_starts || (first == 0 && writer.last <= kills.back() + kPause &&
+                                    std::all_of(others.begin(), others.end(), is_during));
 }
 
 // Whether another launcher started all that this one had running, after its last record.
@@ -433,24 +445,27 @@ void History::DecideCauses(std::size_t index)
 {
     Writer& writer = m_writers[index];
     const Writer& root = m_writers[m_roots[index]];
-    const bool is_stopped = root.end == LauncherEnd::kStopped || root.end == LauncherEnd::kRejected;
+    // Without DEBUG records the programs may have been killed by something else, and restarted.
+    const bool is_stop_proven = root.end == LauncherEnd::kRejected ||
+                                (root.end == LauncherEnd::kStopped && root.writes_starts);
     writer.ForEach([&](std::size_t item, Supervision& supervision) {
         if (supervision.last == kNone || supervision.run != kNone) {
             return;
         }
         Run& run = m_items[item].runs[supervision.last];
-        const Milliseconds later = root.alive_until - supervision.last_end;
+        const Milliseconds later =
+            MayBeOther(root, supervision) ? 0 : root.alive_until - supervision.last_end;
         // A restart would have been logged, and its record is not missing.
         const bool is_complete = writer.writes_starts && supervision.gaps == m_gaps;
         if (supervision.is_killed) {
-            const bool is_in_stop = is_stopped && (root.end == LauncherEnd::kRejected ||
-                                                   supervision.last_end >= root.stop_from);
+            const bool is_in_stop = is_stop_proven && (root.end == LauncherEnd::kRejected ||
+                                                       supervision.last_end >= root.stop_from);
             const bool is_not_restarted = is_complete && later >= kSettled;
             run.cause = is_in_stop || is_not_restarted               ? Cause::kLauncher
                         : !writer.writes_starts && later >= kSilence ? Cause::kProgram
                                                                      : Cause::kMaybeLauncher;
         }
-        run.is_final = is_stopped || (is_complete && later >= kSettled);
+        run.is_final = is_stop_proven || (is_complete && later >= kSettled);
     });
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -64,6 +65,8 @@ private:
         LauncherEnd end = LauncherEnd::kUnknown;
         bool is_certain = true;
         Milliseconds stop_from = 0;  // Of a stop: the first end that it caused.
+        // Records after this time may be another launcher's.
+        std::optional<Milliseconds> may_be_other_after;
 
         Supervision* Find(std::size_t index);
         Supervision& Get(std::size_t index);
@@ -99,6 +102,7 @@ private:
     void AdoptChild(std::int64_t child, std::size_t parent, std::size_t item, std::size_t run,
                     std::optional<Milliseconds> since);
 
+    static bool MayBeOther(const Writer& writer, const Supervision& supervision);
     static bool FindStop(Writer& writer, std::size_t& killed);
     bool IsReplaced(std::size_t writer);
     void DecideEnd(std::size_t writer, Milliseconds last_record, Milliseconds now);

@@ -173,21 +173,47 @@ TEST(History, WithoutDebugRecordsAKillInTheEndMayBeAStop)
 
 TEST(History, WithoutDebugRecordsAKillLongBeforeTheLaunchersLastRecordIsACrash)
 {
+    // "b" was running before the kill of "a" and was not killed, so this was no stop.
     LogText log;
-    log.End(1000, kLauncher, "a", 200, kKilled).End(kHour, kLauncher, "b", 201, kExit3);
+    log.End(1000, kLauncher, "b", 199, kExit3).End(9000, kLauncher, "a", 200, kKilled);
+    log.End(kHour, kLauncher, "b", 201, kExit3);
     EXPECT_EQ(ItemOf(ReportOn(log), "a").crashes, 1U);
 }
 
-TEST(History, WithoutDebugRecordsRecognisesAStopByItsOrder)
+TEST(History, WithoutDebugRecordsRecognisesAProbableStopByItsOrder)
 {
     LogText log;
     log.End(1000, kLauncher, "a", 200, 0);
     Stop(log, kHour, {"a", "b", "c"}, kLauncher);
+    log.End(kHour + 5000, 700, "d", 701, kExit3);
     const Report report = ReportOn(log);
     EXPECT_EQ(report.launchers[0].end, LauncherEnd::kStopped);
     EXPECT_FALSE(report.launchers[0].is_certain);
-    EXPECT_EQ(ItemOf(report, "a").stops, 1U);
-    EXPECT_EQ(ItemOf(report, "b").stops, 1U);
+    for (const char* name : {"a", "b"}) {
+        EXPECT_EQ(ItemOf(report, name).possible_stops, 1U);
+        EXPECT_EQ(ItemOf(report, name).stops, 0U);
+        // Perhaps it was killed by something else, and restarted.
+        EXPECT_EQ(ItemOf(report, name).state, State::kUnknown);
+    }
+    EXPECT_EQ(ItemOf(report, "b").down, 0);
+}
+
+TEST(History, WithoutDebugRecordsDoesNotTakeTwoKillsOfALauncherThatContinuesForAStop)
+{
+    // Seconds after the kills, and after a silence that another launcher of the same id may
+    // explain.
+    for (const Milliseconds later : {Milliseconds{3000}, Milliseconds{120000}}) {
+        LogText log;
+        Stop(log, 5000, {"a", "b", "c"}, kLauncher);
+        log.End(5200 + later, kLauncher, "a", 500, kExit3);
+        const Report report = ReportOn(log);
+        ASSERT_EQ(report.launchers.size(), 1U) << later;
+        EXPECT_NE(report.launchers[0].end, LauncherEnd::kStopped) << later;
+        for (const char* name : {"b", "c"}) {
+            EXPECT_EQ(ItemOf(report, name).stops, 0U) << later;
+            EXPECT_EQ(ItemOf(report, name).down, 0) << later;
+        }
+    }
 }
 
 TEST(History, DoesNotTakeSimultaneousKillsForAStop)
@@ -251,19 +277,25 @@ TEST(History, SeparatesALauncherFromAKilledOneOfTheSameId)
     EXPECT_EQ(ItemOf(report, "a").running, 0);
 }
 
-TEST(History, WithoutDebugRecordsInventsNoRunAcrossAStop)
+TEST(History, WithoutDebugRecordsInventsNoRunAcrossAPossibleStop)
 {
     LogText log;
     Stop(log, 5000, {"a", "b"}, kLauncher);
-    log.End(995000, kLauncher, "a", 500, kTerminated);
+    log.End(995000, kLauncher, "c", 499, 0);
+    log.End(995500, kLauncher, "a", 500, kTerminated);
     const Report report = ReportOn(log);
-    EXPECT_EQ(report.launchers.size(), 2U);
-    EXPECT_EQ(ItemOf(report, "a").unknown_runs, 2U);
-    EXPECT_FALSE(ItemOf(report, "a").longest);
+    const ItemReport& item = ItemOf(report, "a");
+    EXPECT_EQ(item.unknown_runs, 2U);
+    EXPECT_FALSE(item.longest);
+    EXPECT_EQ(item.down, 0);
+    EXPECT_EQ(item.possible_stops, 1U);
+    EXPECT_EQ(item.crashes, 1U);
+    EXPECT_EQ(ItemOf(report, "b").possible_stops, 1U);
     // With one item only, nothing shows whether there was a stop.
     LogText single;
     single.End(5000, kLauncher, "a", 500, kKilled).End(995000, kLauncher, "a", 501, kTerminated);
     EXPECT_EQ(ItemOf(ReportOn(single), "a").unknown_runs, 2U);
+    EXPECT_EQ(ItemOf(ReportOn(single), "a").possible_stops, 1U);
 }
 
 TEST(History, DoesNotCallAnItemRunningThatWasStartedInTheEnd)

@@ -407,7 +407,7 @@ bool History::IsReplaced(std::size_t index)
         if (successor == kNone) {
             for (const std::size_t other : m_items[item].writers) {
                 if (other > index && m_writers[other].parent == kNone &&
-                    m_writers[other].first > writer.alive_until) {
+                    m_writers[other].first > writer.last) {
                     successor = other;
                     break;
                 }
@@ -433,7 +433,7 @@ void History::DecideEnd(std::size_t index, Milliseconds last_record, Millisecond
     } else if (writer.open_runs > 0 && (writer.is_gone || IsReplaced(index))) {
         writer.end = LauncherEnd::kVanished;
         writer.is_certain = writer.is_gone;
-    } else if (writer.alive_until >= last_record && !has_stop && !writer.is_gone &&
+    } else if (writer.last >= last_record && !has_stop && !writer.is_gone &&
                writer.CountItems() > 0 &&
                (writer.open_runs > 0 || !is_settled || !writer.writes_starts)) {
         writer.end = LauncherEnd::kRunning;
@@ -454,7 +454,7 @@ void History::DecideCauses(std::size_t index)
         }
         Run& run = m_items[item].runs[supervision.last];
         const Milliseconds later =
-            MayBeOther(root, supervision) ? 0 : root.alive_until - supervision.last_end;
+            MayBeOther(writer, supervision) ? 0 : writer.last - supervision.last_end;
         // A restart would have been logged, and its record is not missing.
         const bool is_complete = writer.writes_starts && supervision.gaps == m_gaps;
         if (supervision.is_killed) {
@@ -465,11 +465,13 @@ void History::DecideCauses(std::size_t index)
                         : !writer.writes_starts && later >= kSilence ? Cause::kProgram
                                                                      : Cause::kMaybeLauncher;
         }
-        run.is_final = is_stop_proven || (is_complete && later >= kSettled);
+        run.is_final =
+            (is_stop_proven && writer.parent == kNone) || (is_complete && later >= kSettled);
     });
 }
 
-// Fills in when the item was certainly running, and when it was certainly not.
+// Fills in when the item was certainly running, and when it was certainly not. Only the launcher's
+// own records prove that it was alive: children that could not execute their program outlive it.
 void History::FinishRuns(Item& item, Milliseconds last_record)
 {
     for (std::size_t i = 0; i < item.runs.size(); ++i) {
@@ -490,9 +492,9 @@ void History::FinishRuns(Item& item, Milliseconds last_record)
             }
         } else if (run.role != Role::kFailed) {
             const bool has_run = run.is_open && run.start && writer.parent == kNone &&
-                                 root.alive_until - *run.start >= kSettled;
+                                 root.last - *run.start >= kSettled;
             run.role = has_run ? Role::kRun : Role::kAttempt;
-            run.to = has_run ? root.alive_until : run.from;
+            run.to = has_run ? root.last : run.from;
         }
         if (!run.down_until && (run.is_final || run.is_abandoned)) {
             if (i + 1 == item.runs.size()) {
@@ -527,14 +529,7 @@ void History::FindRoots()
 void History::Finish(Report& report, Milliseconds now)
 {
     const Milliseconds last_record = report.last_record.value_or(0);
-    for (Writer& writer : m_writers) {
-        writer.alive_until = writer.last;
-    }
     FindRoots();
-    for (std::size_t i = 0; i < m_writers.size(); ++i) {
-        Writer& root = m_writers[m_roots[i]];
-        root.alive_until = std::max(root.alive_until, m_writers[i].last);
-    }
     std::vector<std::uint32_t> numbers(m_writers.size());
     for (std::size_t i = 0; i < m_writers.size(); ++i) {
         Writer& writer = m_writers[i];

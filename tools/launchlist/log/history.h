@@ -49,8 +49,7 @@ private:
         std::int64_t process = 0;
         Milliseconds first = 0;
         Milliseconds last = 0;
-        Milliseconds alive_until = 0;  // Of a launcher: the last record of it or such a child.
-        std::size_t parent = kNone;    // Of such a child: the writer that started it.
+        std::size_t parent = kNone;  // Of such a child: the writer that started it.
         std::size_t parent_run = kNone;
         bool writes_starts = false;
         bool has_ends = false;

@@ -246,6 +246,27 @@ TEST(History, CallsALauncherVanishedWhenAnotherStartsItsItems)
     EXPECT_EQ(ItemOf(report, "b").state, State::kRunning);
 }
 
+TEST(History, TakesNoRecordOfAChildForASignOfLifeOfItsLauncher)
+{
+    // The launcher is killed after 2 s; the children of "missing" continue.
+    LogText log;
+    log.Start(0, kLauncher, "a").Start(1, kLauncher, "missing").Start(51, 300, "missing");
+    log.Start(1900, kLauncher, "b");
+    for (int i = 1; i < 100; ++i) {
+        log.Start(51 + 50 * i, 300 + i, "missing");
+    }
+    const Report alone = ReportOn(log);
+    ASSERT_EQ(alone.launchers.size(), 1U);
+    EXPECT_EQ(alone.launchers[0].end, LauncherEnd::kUnknown);
+    EXPECT_EQ(ItemOf(alone, "a").running, 1900);
+    EXPECT_EQ(ItemOf(alone, "a").state, State::kUnknown);
+    // Another launcher starts the same items while they do.
+    log.Start(3000, 800, "a").Start(3001, 800, "b").Start(3002, 800, "missing");
+    const Report replaced = ReportOn(log);
+    ASSERT_EQ(replaced.launchers.size(), 2U);
+    EXPECT_EQ(replaced.launchers[0].end, LauncherEnd::kVanished);
+}
+
 TEST(History, DoesNotCallALauncherVanishedThatHasOtherItems)
 {
     LogText log;

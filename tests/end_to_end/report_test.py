@@ -252,7 +252,8 @@ class Truth(LauncherTest):
                     entry["crashes"]
                     + entry["clean_ends"]
                     + entry["stops"]
-                    + entry["possible_stops"],
+                    + entry["possible_stops"]
+                    + entry["unknown_ends"],
                 )
                 self.assertEqual(ends[name, 0], entry["clean_ends"])
                 if not is_stopped:

@@ -303,6 +303,9 @@ void History::AddEnd(const Event& event, std::size_t index, std::size_t item_ind
         supervision.last_end = time;
         supervision.is_killed = IsKill(run.how);
     }
+    if (!run.how.is_seen) {
+        run.cause = Cause::kUnknown;
+    }
     writer.has_ends = true;
     if (event.child != writer.process) {
         AdoptChild(event.child, index, item_index, number, run.start);
@@ -480,6 +483,10 @@ void History::FinishRuns(Item& item, Milliseconds last_record)
         const Writer& root = m_writers[m_roots[run.launcher]];
         run.from = run.to = run.start.value_or(run.end.value_or(0));
         if (run.role != Role::kFailed && run.end) {
+            if (run.cause == Cause::kUnknown) {
+                run.down_until.reset();
+                continue;
+            }
             if (run.start && *run.start <= *run.end) {
                 run.to = *run.end;
             } else if (!run.start && run.is_first && writer.writes_starts &&

@@ -132,6 +132,8 @@ private:
             ++m_item.stops;
         } else if (run.cause == Cause::kMaybeLauncher) {
             ++m_item.possible_stops;
+        } else if (run.cause == Cause::kUnknown) {
+            ++m_item.unknown_ends;
         } else {
             ++(run.IsCrash() ? m_item.crashes : m_item.clean_ends);
             ++m_item.causes[run.how];
@@ -284,6 +286,9 @@ private:
             if (run.cause == Cause::kLauncher) {
                 return State::kStopped;
             }
+            if (run.cause == Cause::kUnknown) {
+                return State::kUnknown;
+            }
             if (run.is_final) {
                 return State::kEnded;
             }
@@ -318,7 +323,7 @@ private:
         if (is_frequent || m_item.failed_starts + m_item.no_program + m_item.failed_forks > 0) {
             return Severity::kTroubled;
         }
-        return m_item.crashes > 0 ? Severity::kNotable : Severity::kHealthy;
+        return m_item.crashes + m_item.unknown_ends > 0 ? Severity::kNotable : Severity::kHealthy;
     }
 
     ItemReport& m_item;
@@ -331,7 +336,7 @@ private:
 
 std::optional<Milliseconds> Run::Length() const
 {
-    if (!start || !end || *end < *start) {
+    if (!start || !end || *end < *start || cause == Cause::kUnknown) {
         return std::nullopt;
     }
     return *end - *start;

@@ -56,9 +56,10 @@ enum class Role
 // Why a run ended.
 enum class Cause
 {
-    kProgram,       // The program ended, or something other than the launcher killed it.
-    kLauncher,      // The launcher killed it: a stop, or a later item of the same name.
-    kMaybeLauncher  // Killed with signal 9 as the last thing that is known; perhaps by a stop.
+    kProgram,        // The program ended, or something other than the launcher killed it.
+    kLauncher,       // The launcher killed it: a stop, or a later item of the same name.
+    kMaybeLauncher,  // Killed with signal 9 as the last thing that is known; perhaps by a stop.
+    kUnknown         // waitpid failed: whether, when and how the program ended is unknown.
 };
 
 // One run of a program, or an attempt at one.
@@ -83,7 +84,7 @@ struct Run
 
     Run() : is_first(false), is_open(false), is_final(false), is_abandoned(false) {}
 
-    // Nothing where an end is unknown or the clock was set back in between.
+    // Nothing where an end is unknown, not seen, or earlier than the start.
     std::optional<Milliseconds> Length() const;
     // Ended without the launcher's doing, and not with exit status 0.
     bool IsCrash() const;
@@ -132,7 +133,7 @@ enum class State
 enum class Severity
 {
     kHealthy,
-    kNotable,   // It ended unexpectedly, though seldom.
+    kNotable,   // It ended unexpectedly, though seldom, or an end was not seen.
     kTroubled,  // It ended often.
     kBroken     // It ends often at the end of the report, or does not run at all.
 };
@@ -148,7 +149,8 @@ struct ItemReport
     std::size_t crashes = 0;                 // not with status 0, and not by the launcher;
     std::size_t clean_ends = 0;              // with status 0, and not by the launcher;
     std::size_t stops = 0;                   // by the launcher;
-    std::size_t possible_stops = 0;          // by signal 9 at the end of what is known.
+    std::size_t possible_stops = 0;          // by signal 9 at the end of what is known;
+    std::size_t unknown_ends = 0;            // waitpid failed.
     std::map<EndCause, std::size_t> causes;  // Of the crashes and clean ends.
     std::optional<Milliseconds> shortest;
     std::optional<Milliseconds> median;

@@ -109,6 +109,7 @@ void PutItem(JsonWriter& json, const ItemReport& item)
     json.Count("clean_ends", item.clean_ends);
     json.Count("stops", item.stops);
     json.Count("possible_stops", item.possible_stops);
+    json.Count("unknown_ends", item.unknown_ends);
     PutCauses(json, item);
     json.Count("shortest_run_ms", item.shortest);
     json.Count("median_run_ms", item.median);

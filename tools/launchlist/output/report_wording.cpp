@@ -256,6 +256,10 @@ std::vector<std::string> ItemNotes(const ItemReport& item)
     } else if (item.crashes > 0) {
         notes.push_back("crashed " + Times(item.crashes));
     }
+    if (item.unknown_ends > 0) {
+        notes.push_back("waitpid failed " + Times(item.unknown_ends) +
+                        ": when and how the program ended is unknown");
+    }
     return notes;
 }
 
@@ -272,6 +276,7 @@ std::string EndsOf(const ItemReport& item)
     }
     add("killed by its launcher", item.stops);
     add("killed by SIGKILL, perhaps at a stop", item.possible_stops);
+    add("unknown: waitpid failed", item.unknown_ends);
     return text;
 }
 

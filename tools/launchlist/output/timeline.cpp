@@ -94,6 +94,8 @@ void MarkRun(Row& row, const Run& run)
             ++cell->maybe_stops;
             Row::Raise(*cell, Cell::kMaybeStop);
             break;
+        case Cause::kUnknown:
+            break;
         case Cause::kProgram:
             ++cell->causes[run.how];
             Row::Raise(*cell, run.IsCrash() ? Cell::kCrash : Cell::kEnd);

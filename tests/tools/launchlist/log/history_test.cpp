@@ -381,3 +381,26 @@ TEST(History, ConcludesNothingFromAMissingRestartWhereRecordsAreMissing)
     EXPECT_EQ(item.down, 0);
     EXPECT_EQ(item.unknown, 8900);
 }
+
+TEST(History, CallsAnEndUnknownIfWaitpidFailed)
+{
+    LogText log;
+    log.Start(0, kLauncher, "a");
+    for (int i = 0; i < 6; ++i) {
+        log.Add(1000 * i + 900, "ERROR", kLauncher,
+                "[LAUNCHER  ] a 200 is killed. ret = -1, status = 0");
+        log.Start(1000 * i + 1000, kLauncher, "a");
+    }
+    const ItemReport item = ItemOf(ReportOn(log), "a");
+    EXPECT_EQ(item.ends, 6U);
+    EXPECT_EQ(item.unknown_ends, 6U);
+    EXPECT_EQ(item.crashes + item.clean_ends + item.stops + item.possible_stops, 0U);
+    EXPECT_TRUE(item.causes.empty());
+    EXPECT_FALSE(item.rate);
+    EXPECT_FALSE(item.loop);
+    EXPECT_EQ(item.severity, Severity::kNotable);
+    // The program may have continued to run, or may have ended at any time.
+    EXPECT_EQ(item.unknown_runs, 6U);
+    EXPECT_EQ(item.running, 0);
+    EXPECT_EQ(item.down, 0);
+}

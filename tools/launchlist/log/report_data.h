@@ -32,7 +32,7 @@ enum class LauncherEnd
     kRunning,   // It wrote the last record of the log, and had a program to supervise.
     kStopped,   // It killed its children one after another and restarted none.
     kVanished,  // Another launcher started its items, or another process got its id; no stop.
-    kRejected   // It could not use its list, and exits by itself.
+    kRejected   // It could not use its list or create a thread, and ends by itself.
 };
 
 struct Launcher

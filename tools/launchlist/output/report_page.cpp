@@ -256,7 +256,7 @@ public:
         page += m_report.first ? "<main data-from=\"" + std::to_string(*m_report.first) +
                                      "\" data-to=\"" + std::to_string(*m_report.last) + "\">\n"
                                : "<main>\n";
-        if (!m_items.empty()) {
+        if (m_report.first) {
             page += Summary();
         }
         page += Launchers();
@@ -280,10 +280,14 @@ private:
     std::string Summary() const
     {
         std::string section = Heading("summary", "Problems");
-        if (m_bad == 0) {
+        const std::vector<std::string> problems = LauncherProblems(m_report);
+        if (m_bad == 0 && problems.empty()) {
             return section + "<p>No problems found.</p>\n</section>\n";
         }
         section += "<ol class=\"worst\">\n";
+        for (const std::string& problem : problems) {
+            section += "<li class=\"troubled\">" + html(problem) + "</li>\n";
+        }
         for (std::size_t i = 0; i < std::min(m_bad, kMaxProblems); ++i) {
             const ItemReport& item = *m_items[i];
             const std::vector<std::string> notes = ItemNotes(item);

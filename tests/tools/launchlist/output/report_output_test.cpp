@@ -69,6 +69,17 @@ TEST(ReportText, ReportsAnEmptyLog)
     EXPECT_EQ(Text(ReportOn(LogText())), "no records\n");
 }
 
+TEST(ReportOutput, FindsProblemsOfLaunchersWithoutItems)
+{
+    LogText log;
+    log.Add(0, "ERROR", kLauncher, "[LAUNCHER  ] Error while parsing saved json string.");
+    const Report report = ReportOn(log);
+    for (const std::string& output : {Text(report), ReportHtml(report, kLevelFile)}) {
+        EXPECT_FALSE(Holds(output, "No problems found.")) << output;
+        EXPECT_TRUE(Holds(output, "launcher 100 could not use its list")) << output;
+    }
+}
+
 TEST(ReportOutput, EscapesHostileText)
 {
     LogText log;

@@ -240,6 +240,14 @@ void History::AddStart(std::size_t index, std::size_t item_index, Milliseconds t
     }
     writer.writes_starts = true;
     Supervision& supervision = SupervisionOf(index, item_index);
+    // Another supervisor of the same process: a later item of the same name replaces the earlier
+    // one, whose own supervisor would have paused first.
+    const bool is_replaced = supervision.last != kNone && supervision.run == kNone &&
+                             supervision.is_killed && time >= supervision.last_end &&
+                             time - supervision.last_end < kStopGap;
+    if (is_replaced) {
+        item.runs[supervision.last].cause = Cause::kLauncher;
+    }
     if (supervision.last != kNone && supervision.run == kNone) {
         item.runs[supervision.last].down_until = time;
     }
@@ -258,7 +266,7 @@ void History::AddStart(std::size_t index, std::size_t item_index, Milliseconds t
     item.runs.emplace_back();
     Run& run = item.runs.back();
     run.start = time;
-    run.is_first = supervision.last == kNone;
+    run.is_first = supervision.last == kNone || is_replaced;
     run.is_open = true;
     run.launcher = static_cast<std::uint32_t>(index);
     item.last_start = supervision.run;
@@ -558,7 +566,9 @@ void History::Finish(Report& report, Milliseconds now)
         report.items.emplace_back();
         ItemReport& result = report.items.back();
         result.name = std::move(item.name);
+        // The child of an item without a program writes at any level, and is not its supervisor.
         result.lacks_starts =
+            item.writers.empty() ||
             std::any_of(item.writers.begin(), item.writers.end(),
                         [&](std::size_t writer) { return !m_writers[writer].writes_starts; });
         for (Run& run : item.runs) {

@@ -353,6 +353,32 @@ TEST(History, CallsTheEndThatALaterItemOfTheSameNameCausesAStop)
     EXPECT_EQ(item.state, State::kRunning);
 }
 
+TEST(History, CallsAnEndAStopIfALaterItemOfTheSameNameStartsSoonerThanARestart)
+{
+    const struct
+    {
+        Milliseconds start;
+        std::size_t stops, crashes, restarts;
+    } kTable[] = {{1001, 1, 0, 0}, {1048, 1, 0, 0}, {1049, 0, 1, 1}};
+    for (const auto& row : kTable) {
+        LogText log;
+        log.Start(0, kLauncher, "a").End(1000, kLauncher, "a", 200, kKilled);
+        log.Start(row.start, kLauncher, "a");
+        const ItemReport item = ItemOf(ReportOn(log), "a");
+        EXPECT_EQ(item.starts, 2U) << row.start;
+        EXPECT_EQ(item.stops, row.stops) << row.start;
+        EXPECT_EQ(item.crashes, row.crashes) << row.start;
+        EXPECT_EQ(item.restarts, row.restarts) << row.start;
+    }
+}
+
+TEST(History, WithoutDebugRecordsTheStartsOfAnItemWithoutAProgramAreUnknown)
+{
+    LogText log;
+    log.Add(0, "ERROR", 201, "[LAUNCHER  ] program path of a is empty");
+    EXPECT_FALSE(ItemOf(ReportOn(log), "a").starts);
+}
+
 TEST(History, KnowsItemsThatNeverRan)
 {
     LogText log;

@@ -226,7 +226,7 @@ private:
         }
         const Milliseconds latest = std::max(intervals.back(), m_last - m_ends.back());
         std::sort(intervals.begin(), intervals.end());
-        return latest <= std::max(3 * intervals[(intervals.size() - 1) / 2], 10 * kSecond);
+        return latest <= std::max(3 * intervals[(intervals.size() - 1) / 2], 2 * kSecond);
     }
 
     // Whether the item stayed down after an end at `time` or later.

@@ -141,10 +141,10 @@ enum class Severity
 struct ItemReport
 {
     std::string name;
-    bool lacks_starts = false;  // A launcher of this item wrote no DEBUG records.
+    bool lacks_starts = false;  // The log holds no DEBUG records of a launcher of this item.
     std::vector<Milliseconds> no_program_times;
     std::vector<Milliseconds> failed_fork_times;
-    std::optional<std::size_t> starts;       // Nothing where a launcher wrote no DEBUG records.
+    std::optional<std::size_t> starts;       // Nothing where DEBUG records are missing.
     std::size_t ends = 0;                    // All of them:
     std::size_t crashes = 0;                 // not with status 0, and not by the launcher;
     std::size_t clean_ends = 0;              // with status 0, and not by the launcher;

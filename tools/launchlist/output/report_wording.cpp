@@ -240,8 +240,8 @@ std::vector<std::string> ReportNotes(const Report& report, const std::string& le
     const auto lacks_starts = [](const ItemReport& item) { return !item.starts; };
     if (std::any_of(report.items.begin(), report.items.end(), lacks_starts)) {
         notes.push_back(
-            "Starts and first runs are unknown where a launcher wrote no DEBUG records. To log "
-            "them, set LEVEL=DEBUG in the section [LOG] of " +
+            "Starts and first runs are unknown where the log holds no DEBUG records. To log them, "
+            "set LEVEL=DEBUG in the section [LOG] of " +
             (level_file.empty() ? "the log.ini of the user whose launcher wrote the log"
                                 : printable(level_file)) +
             " and restart the launcher.");
@@ -256,8 +256,9 @@ std::vector<std::string> ReportNotes(const Report& report, const std::string& le
                         (report.lost_records == 1 ? "is" : "are") + " missing from the log.");
     }
     if (report.clock_set_back > 0) {
-        notes.push_back("The clock was set back " + Times(report.clock_set_back) +
-                        "; times and lengths around it are unreliable.");
+        notes.push_back("A time in the log is a second or more before the preceding one (" +
+                        Times(report.clock_set_back) +
+                        "), as after the clock was set back; lengths around it may be wrong.");
     }
     if (report.other_records > 0) {
         notes.push_back(counted(report.other_records, "record") +

@@ -116,3 +116,15 @@ TEST(LauncherText, SaysWhatTheRecordsShow)
         EXPECT_EQ(LauncherText(launcher), records + row.words);
     }
 }
+
+TEST(ReportNotes, SayWhatTheLogShows)
+{
+    LogText log;
+    log.End(5000, kLauncher, "a", 200, 0).End(0, kLauncher, "a", 201, 0);
+    const std::vector<std::string> notes = ReportNotes(ReportOn(log), "");
+    ASSERT_EQ(notes.size(), 2U);
+    EXPECT_EQ(notes[0].find("Starts and first runs are unknown where the log holds no DEBUG "), 0U);
+    EXPECT_EQ(notes[1],
+              "A time in the log is a second or more before the preceding one (once), as after the "
+              "clock was set back; lengths around it may be wrong.");
+}

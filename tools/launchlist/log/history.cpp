@@ -3,6 +3,7 @@
 #include <signal.h>
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "launcher/supervision.h"
@@ -416,13 +417,17 @@ bool History::IsReplaced(std::size_t index)
             return;
         }
         if (successor == kNone) {
-            for (const std::size_t other : m_items[item].writers) {
-                if (other > index && m_writers[other].parent == kNone &&
-                    m_writers[other].first > writer.last) {
-                    successor = other;
-                    break;
-                }
+            const std::vector<std::size_t>& launchers = m_items[item].launchers;
+            const auto is_before = [&](Milliseconds time, std::size_t other) {
+                return time < m_writers[other].first;
+            };
+            auto next =
+                std::upper_bound(launchers.begin(), launchers.end(), writer.last, is_before);
+            // Where the clock was set back, an earlier launcher may have a later time.
+            while (next != launchers.end() && *next < index) {
+                ++next;
             }
+            successor = next == launchers.end() ? kNone : *next;
         }
         is_replaced = successor != kNone && m_writers[successor].Find(item) != nullptr;
     });
@@ -541,10 +546,25 @@ void History::FindRoots()
     }
 }
 
+// Fills in the launchers of each item, so that a later one is found without a search through all.
+void History::SortLaunchers()
+{
+    const auto is_launcher = [&](std::size_t writer) { return m_writers[writer].parent == kNone; };
+    const auto began_before = [&](std::size_t a, std::size_t b) {
+        return m_writers[a].first < m_writers[b].first;
+    };
+    for (Item& item : m_items) {
+        std::copy_if(item.writers.begin(), item.writers.end(), std::back_inserter(item.launchers),
+                     is_launcher);
+        std::stable_sort(item.launchers.begin(), item.launchers.end(), began_before);
+    }
+}
+
 void History::Finish(Report& report, Milliseconds now)
 {
     const Milliseconds last_record = report.last_record.value_or(0);
     FindRoots();
+    SortLaunchers();
     std::vector<std::uint32_t> numbers(m_writers.size());
     for (std::size_t i = 0; i < m_writers.size(); ++i) {
         Writer& writer = m_writers[i];

@@ -79,6 +79,7 @@ private:
         std::string name;
         std::vector<Run> runs;
         std::vector<std::size_t> writers;
+        std::vector<std::size_t> launchers;  // Those that are one, by their first record.
         std::vector<Milliseconds> no_program;
         std::vector<Milliseconds> failed_forks;
         std::size_t last_start = kNone;  // The run that was started last.
@@ -107,6 +108,7 @@ private:
     void DecideEnd(std::size_t writer, Milliseconds last_record, Milliseconds now);
     void DecideCauses(std::size_t writer);
     void FindRoots();
+    void SortLaunchers();
     void FinishRuns(Item& item, Milliseconds last_record);
 
     std::vector<Item> m_items;

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "tests/tools/launchlist/log/report_on.h"
 
 using namespace launchlist;
@@ -244,6 +246,27 @@ TEST(History, CallsALauncherVanishedWhenAnotherStartsItsItems)
     EXPECT_EQ(report.launchers[0].end, LauncherEnd::kVanished);
     EXPECT_EQ(report.launchers[1].end, LauncherEnd::kRunning);
     EXPECT_EQ(ItemOf(report, "b").state, State::kRunning);
+}
+
+TEST(History, FindsTheLauncherThatFollowsAmongOverlappingOnes)
+{
+    // Launchers 1 to 9 begin every second and run for 4.5 seconds; each supervises "a" and "b".
+    LogText log;
+    for (int second = 0; second < 15; ++second) {
+        for (int i = std::max(1, second - 4); i <= std::min(9, second); ++i) {
+            if (i == second) {
+                log.Start(1000 * second, i, "a").Start(1000 * second, i, "b");
+            } else if (i == second - 4) {
+                log.Add(1000 * second, "ERROR", i, "[LAUNCHER  ] There is an item has no name.");
+            }
+        }
+    }
+    const Report report = ReportOn(log);
+    ASSERT_EQ(report.launchers.size(), 9U);
+    for (std::size_t i = 0; i < 9; ++i) {
+        // The last one to begin did so at 9 s.
+        EXPECT_EQ(report.launchers[i].end == LauncherEnd::kVanished, i + 1 + 4 < 9) << i + 1;
+    }
 }
 
 TEST(History, TakesNoRecordOfAChildForASignOfLifeOfItsLauncher)

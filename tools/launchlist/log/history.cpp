@@ -90,7 +90,7 @@ void History::Add(const Event& event, std::int64_t process, Milliseconds time)
     const std::size_t known = m_writers.size();
     // The child of an item without a program writes this one record only, and is not a supervisor.
     if (event.kind == EventKind::kNoProgram) {
-        AddNoProgram(item, time);
+        AddNoProgram(item, process, time);
         return;
     }
     const std::size_t writer = WriterOf(event, process, item, time);
@@ -312,6 +312,11 @@ void History::AddEnd(const Event& event, std::size_t index, std::size_t item_ind
         supervision.last_end = time;
         supervision.is_killed = IsKill(run.how);
     }
+    if (event.child == item.child_without_program) {
+        run.role = Role::kFailed;
+        run.lacks_program = true;
+        item.child_without_program = 0;
+    }
     if (!run.how.is_seen) {
         run.cause = Cause::kUnknown;
     }
@@ -344,13 +349,16 @@ void History::AdoptChild(std::int64_t child, std::size_t parent, std::size_t ite
     m_by_process.erase(found);
 }
 
-void History::AddNoProgram(std::size_t index, Milliseconds time)
+void History::AddNoProgram(std::size_t index, std::int64_t child, Milliseconds time)
 {
     Item& item = m_items[index];
     item.no_program.push_back(time);
+    item.child_without_program = child;
     if (item.last_start != kNone && item.runs[item.last_start].is_open) {
-        item.runs[item.last_start].role = Role::kFailed;
-        item.runs[item.last_start].down_until = time;
+        Run& run = item.runs[item.last_start];
+        run.role = Role::kFailed;
+        run.lacks_program = true;
+        run.down_until = time;
     }
 }
 

@@ -84,6 +84,7 @@ private:
         std::vector<Milliseconds> failed_forks;
         std::size_t last_start = kNone;  // The run that was started last.
         std::size_t last_starter = kNone;
+        std::int64_t child_without_program = 0;  // The last such child.
     };
 
     std::size_t ItemOf(std::string_view name);
@@ -98,7 +99,7 @@ private:
     void AddStart(std::size_t writer, std::size_t item, Milliseconds time, bool is_new);
     void AddEnd(const Event& event, std::size_t writer, std::size_t item, Milliseconds time);
     void AddForkFailed(std::size_t writer, std::size_t item, Milliseconds time);
-    void AddNoProgram(std::size_t item, Milliseconds time);
+    void AddNoProgram(std::size_t item, std::int64_t child, Milliseconds time);
     void AdoptChild(std::int64_t child, std::size_t parent, std::size_t item, std::size_t run,
                     std::optional<Milliseconds> since);
 

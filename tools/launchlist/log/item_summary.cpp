@@ -100,14 +100,17 @@ private:
         std::size_t starts = 0;
         std::vector<Milliseconds> restarts;
         for (const Run& run : m_item.runs) {
+            // Failed forks and items without a program are counted separately.
+            const bool is_failed =
+                run.role == Role::kFailed && !run.is_abandoned && !run.lacks_program;
             const bool starts_within = run.start && IsWithin(*run.start);
             if (starts_within) {
                 ++starts;
-                m_item.failed_starts += run.role == Role::kFailed && !run.is_abandoned ? 1 : 0;
+                m_item.failed_starts += is_failed ? 1 : 0;
                 if (!run.is_first) {
                     restarts.push_back(*run.start);
                 }
-            } else if (!run.start && run.role == Role::kFailed) {
+            } else if (!run.start && is_failed) {
                 ++m_item.failed_starts;
             }
             if (EndsWithin(run)) {
@@ -115,7 +118,6 @@ private:
             }
         }
         m_item.no_program = CountWithin(m_item.no_program_times);
-        m_item.failed_starts -= std::min(m_item.failed_starts, m_item.no_program);
         m_item.failed_forks = CountWithin(m_item.failed_fork_times);
         if (!m_item.lacks_starts) {
             m_item.starts = starts;

@@ -77,12 +77,20 @@ struct Run
     std::uint32_t launcher = 0;
     Role role = Role::kRun;
     Cause cause = Cause::kProgram;
-    bool is_first : 1;      // Of its supervisor, as far as the log goes.
-    bool is_open : 1;       // Neither an end nor a later start of its supervisor is known.
-    bool is_final : 1;      // Its supervisor did not restart it.
-    bool is_abandoned : 1;  // It could not be forked.
+    bool is_first : 1;       // Of its supervisor, as far as the log goes.
+    bool is_open : 1;        // Neither an end nor a later start of its supervisor is known.
+    bool is_final : 1;       // Its supervisor did not restart it.
+    bool is_abandoned : 1;   // It could not be forked.
+    bool lacks_program : 1;  // Its child logged that the item has no program.
 
-    Run() : is_first(false), is_open(false), is_final(false), is_abandoned(false) {}
+    Run()
+        : is_first(false),
+          is_open(false),
+          is_final(false),
+          is_abandoned(false),
+          lacks_program(false)
+    {
+    }
 
     // Nothing where an end is unknown, not seen, or earlier than the start.
     std::optional<Milliseconds> Length() const;

@@ -140,6 +140,18 @@ TEST(ReportHtml, LoadsNothing)
     }
 }
 
+TEST(ReportHtml, DrawsMarksAsHighAsTheyAreFrequent)
+{
+    // One crash among 999 exits with status 0, all in one cell.
+    LogText log;
+    for (int i = 0; i < 1000; ++i) {
+        log.End(i, kLauncher, "a", 200 + i, i == 500 ? kExit3 : 0);
+    }
+    log.Start(100000000, kLauncher, "b");
+    const std::string page = ReportHtml(ReportOn(log), kLevelFile);
+    EXPECT_TRUE(Holds(page, "<path class=x stroke-width=3.2 d=\"M2 12v-5\"/>")) << page;
+}
+
 TEST(ReportHtml, StaysSmallForManyRuns)
 {
     LogText log;

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <sstream>
 #include <string>
 
 #include "tools/launchlist/base/text.h"
@@ -61,8 +62,14 @@ int RunCommand(int argc, char** argv)
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        // Help and version are printed here. CLI11's messages contain the arguments unchanged.
-        return error.get_exit_code() == 0 ? app.exit(error) : FailOnUsage(error.what());
+        // CLI11's messages contain the arguments unchanged.
+        if (error.get_exit_code() != 0) {
+            return FailOnUsage(error.what());
+        }
+        // Help or version. CLI11 would not notice that its output cannot be written.
+        std::ostringstream text;
+        app.exit(error, text, text);
+        return Print(text.str(), kNothing);
     }
     return check->parsed()     ? RunCheck(list_options)
            : explain->parsed() ? RunExplain(list_options)

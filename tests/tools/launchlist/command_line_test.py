@@ -282,7 +282,11 @@ class CommandLine(unittest.TestCase):
     def test_what_cannot_be_printed_is_a_failure(self):
         if not os.path.exists("/dev/full"):
             self.skipTest("no /dev/full")
-        for arguments in ("check lists/good.json", "explain lists/good.json", "report logs/mixed"):
+        helps = ["--help", "--version", "check --help", "explain --help", "report --help"]
+        for arguments in (
+            *("check lists/good.json", "explain lists/good.json", "report logs/mixed"),
+            *("report --json logs/mixed", *helps),
+        ):
             with self.subTest(arguments), open("/dev/full", "wb") as full:
                 result = run(*arguments.split(), stdout=full)
                 self.assertEqual(3, result.returncode)
@@ -364,7 +368,7 @@ class CommandLine(unittest.TestCase):
         for logs in ("logs/mixed", "logs/none logs/no_starts", "logs/empty"):
             report = json.loads(run("report", "--json", *logs.split()).stdout)
             validator.validate(report)
-            broken = {**report, "format": 1}
+            broken = {**report, "format_version": 2}
             self.assertFalse(validator.is_valid(broken))
             self.assertFalse(validator.is_valid({**report, "unknown": 1}))
 

@@ -248,6 +248,39 @@ class Page(unittest.TestCase):
         collator = self.script("return arguments[0].sort((a, b) => a.localeCompare(b))", names)
         self.assertEqual(collator, names)
 
+    def test_items_of_unknown_median_come_last_when_sorted_by_it(self):
+        self.open(*VIEWS[0][1:])
+        self.browser.find_element("css selector", "#sort option[value=median]").click()
+        for medians in self.script(
+            "return [...document.querySelectorAll('.items')].map(list => "
+            "[...list.querySelectorAll('article')].map(card => [...card.querySelectorAll('li')]"
+            ".find(li => li.textContent.startsWith('median')).querySelector('data').value))"
+        ):
+            known = [int(median) for median in medians if median != "null"]
+            self.assertEqual(sorted(known), known)
+            self.assertEqual([str(median) for median in known], medians[: len(known)])
+        self.assertIn("null", medians)
+
+    def test_a_tip_across_midnight_names_both_days(self):
+        log = os.path.join(self.folder, "days")
+        page = os.path.join(self.folder, "days.html")
+        with open(log, "w", encoding="utf-8") as file:
+            # A cell of the bar is an hour.
+            for moment in ("20T12:00", "20T23:30", "25T12:00"):
+                file.write(
+                    f"2026-11-{moment}:00.000Z ERROR    launcher[100] [LAUNCHER  ] "
+                    "a 200 is killed. ret = 200, status = 0\n"
+                )
+        subprocess.run(
+            [launchlist, "report", "--html", page, log], stdout=subprocess.DEVNULL, check=True
+        )
+        self.browser.get("file://" + page)
+        self.script("arguments[0].focus()", self.browser.find_element("css selector", ".bar"))
+        tip = self.browser.find_element("id", "tip")
+        self.assertIn("2026-11-20 12:00:00 to 13:00:00 UTC: ", tip.text)
+        ActionChains(self.browser).send_keys(Keys.ARROW_RIGHT).perform()
+        self.assertIn("2026-11-20 23:00:00 to 2026-11-21 00:00:00 UTC: ", tip.text)
+
     def test_a_bar_names_count_and_causes_on_hover_and_focus(self):
         self.open(*VIEWS[0][1:])
         bar = self.browser.find_element("css selector", "article .bar")

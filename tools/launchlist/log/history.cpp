@@ -3,6 +3,7 @@
 #include <signal.h>
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "launcher/supervision.h"
@@ -89,7 +90,7 @@ void History::Add(const Event& event, std::int64_t process, Milliseconds time)
     const std::size_t known = m_writers.size();
     // The child of an item without a program writes this one record only, and is not a supervisor.
     if (event.kind == EventKind::kNoProgram) {
-        AddNoProgram(item, time);
+        AddNoProgram(item, process, time);
         return;
     }
     const std::size_t writer = WriterOf(event, process, item, time);
@@ -148,6 +149,13 @@ std::size_t History::WriterOf(const Event& event, std::int64_t process, std::siz
         entry->second = m_writers.size();
         return NewWriter(process, time);
     }
+    // Programs that something else kills one after another leave the same records as a stop, so
+    // this is still counted as one launcher. But nothing is concluded from one side of the silence
+    // about the other.
+    std::size_t killed = 0;
+    if (!writer.writes_starts && time - writer.last >= kSilence && FindStop(writer, killed)) {
+        writer.may_be_other_after = writer.last;
+    }
     // It writes about a second item: a launcher after all.
     if (writer.parent != kNone && (item == kNone || writer.item != item)) {
         Run& run = m_items[writer.item].runs[writer.parent_run];
@@ -182,16 +190,13 @@ bool History::IsReused(Writer& writer, const Event& event, std::size_t item,
             return run.role != Role::kFailed && run.start && time - *run.start >= kReuse;
         }
     }
-    if (silence < kReuse) {
+    if (silence < kReuse || !writer.writes_starts || !is_whole) {
         return false;
     }
     std::size_t killed = 0;
-    if (writer.writes_starts) {
-        const bool is_orphan = event.kind == EventKind::kEnd && supervision != nullptr &&
-                               supervision->run == kNone && supervision->older == kNone;
-        return is_whole && (is_orphan || (writer.open_runs == 0 && FindStop(writer, killed)));
-    }
-    return silence >= kSilence && FindStop(writer, killed) && killed >= 2;
+    const bool is_orphan = event.kind == EventKind::kEnd && supervision != nullptr &&
+                           supervision->run == kNone && supervision->older == kNone;
+    return is_orphan || (writer.open_runs == 0 && FindStop(writer, killed));
 }
 
 // The item's last attempt, if a new process that starts the item may be its child.
@@ -236,6 +241,14 @@ void History::AddStart(std::size_t index, std::size_t item_index, Milliseconds t
     }
     writer.writes_starts = true;
     Supervision& supervision = SupervisionOf(index, item_index);
+    // Another supervisor of the same process: a later item of the same name replaces the earlier
+    // one, whose own supervisor would have paused first.
+    const bool is_replaced = supervision.last != kNone && supervision.run == kNone &&
+                             supervision.is_killed && time >= supervision.last_end &&
+                             time - supervision.last_end < kStopGap;
+    if (is_replaced) {
+        item.runs[supervision.last].cause = Cause::kLauncher;
+    }
     if (supervision.last != kNone && supervision.run == kNone) {
         item.runs[supervision.last].down_until = time;
     }
@@ -254,7 +267,7 @@ void History::AddStart(std::size_t index, std::size_t item_index, Milliseconds t
     item.runs.emplace_back();
     Run& run = item.runs.back();
     run.start = time;
-    run.is_first = supervision.last == kNone;
+    run.is_first = supervision.last == kNone || is_replaced;
     run.is_open = true;
     run.launcher = static_cast<std::uint32_t>(index);
     item.last_start = supervision.run;
@@ -273,10 +286,10 @@ void History::AddEnd(const Event& event, std::size_t index, std::size_t item_ind
         number = item.runs.size();
         item.runs.emplace_back();
         item.runs.back().launcher = static_cast<std::uint32_t>(index);
-        // A kill and a long silence after it may have been a stop.
-        const bool may_be_other = supervision.is_killed &&
-                                  time - supervision.last_end >= kSilence &&
-                                  writer.last - supervision.last_end < kLongestKill;
+        const bool may_be_other = MayBeOther(writer, supervision);
+        if (supervision.last != kNone && may_be_other && supervision.is_killed) {
+            item.runs[supervision.last].cause = Cause::kMaybeLauncher;
+        }
         if (supervision.last != kNone && !may_be_other && !writer.writes_starts) {
             item.runs.back().start = supervision.last_end + kPause;
             item.runs[supervision.last].down_until = supervision.last_end + kPause;
@@ -298,6 +311,14 @@ void History::AddEnd(const Event& event, std::size_t index, std::size_t item_ind
         supervision.gaps = m_gaps;
         supervision.last_end = time;
         supervision.is_killed = IsKill(run.how);
+    }
+    if (event.child == item.child_without_program) {
+        run.role = Role::kFailed;
+        run.lacks_program = true;
+        item.child_without_program = 0;
+    }
+    if (!run.how.is_seen) {
+        run.cause = Cause::kUnknown;
     }
     writer.has_ends = true;
     if (event.child != writer.process) {
@@ -328,13 +349,16 @@ void History::AdoptChild(std::int64_t child, std::size_t parent, std::size_t ite
     m_by_process.erase(found);
 }
 
-void History::AddNoProgram(std::size_t index, Milliseconds time)
+void History::AddNoProgram(std::size_t index, std::int64_t child, Milliseconds time)
 {
     Item& item = m_items[index];
     item.no_program.push_back(time);
+    item.child_without_program = child;
     if (item.last_start != kNone && item.runs[item.last_start].is_open) {
-        item.runs[item.last_start].role = Role::kFailed;
-        item.runs[item.last_start].down_until = time;
+        Run& run = item.runs[item.last_start];
+        run.role = Role::kFailed;
+        run.lacks_program = true;
+        run.down_until = time;
     }
 }
 
@@ -352,6 +376,13 @@ void History::AddForkFailed(std::size_t index, std::size_t item_index, Milliseco
         supervision.run = kNone;
         --m_writers[index].open_runs;
     }
+}
+
+// Whether a stop may have followed the last end, so that another launcher of the same process id
+// wrote the later records.
+bool History::MayBeOther(const Writer& writer, const Supervision& supervision)
+{
+    return writer.may_be_other_after && supervision.last_end <= *writer.may_be_other_after;
 }
 
 // Whether the last ends look like a stop: children killed with signal 9 one after another, none of
@@ -376,10 +407,11 @@ bool History::FindStop(Writer& writer, std::size_t& killed)
     }
     killed = kills.size() - first;
     writer.stop_from = kills[first];
-    // Without DEBUG records, another item would have been killed, too, unless it was in its pause.
+    // Without DEBUG records, another item would have been killed, too, unless it was in its pause;
+    // and a stopped launcher writes nothing after the last kill.
     const auto is_during = [&](Milliseconds end) { return end >= kills[first] - kSettled; };
-    return writer.writes_starts ||
-           (first == 0 && std::all_of(others.begin(), others.end(), is_during));
+    return writer.writes_starts || (first == 0 && writer.last <= kills.back() + kPause &&
+                                    std::all_of(others.begin(), others.end(), is_during));
 }
 
 // Whether another launcher started all that this one had running, after its last record.
@@ -393,13 +425,17 @@ bool History::IsReplaced(std::size_t index)
             return;
         }
         if (successor == kNone) {
-            for (const std::size_t other : m_items[item].writers) {
-                if (other > index && m_writers[other].parent == kNone &&
-                    m_writers[other].first > writer.alive_until) {
-                    successor = other;
-                    break;
-                }
+            const std::vector<std::size_t>& launchers = m_items[item].launchers;
+            const auto is_before = [&](Milliseconds time, std::size_t other) {
+                return time < m_writers[other].first;
+            };
+            auto next =
+                std::upper_bound(launchers.begin(), launchers.end(), writer.last, is_before);
+            // Where the clock was set back, an earlier launcher may have a later time.
+            while (next != launchers.end() && *next < index) {
+                ++next;
             }
+            successor = next == launchers.end() ? kNone : *next;
         }
         is_replaced = successor != kNone && m_writers[successor].Find(item) != nullptr;
     });
@@ -421,7 +457,7 @@ void History::DecideEnd(std::size_t index, Milliseconds last_record, Millisecond
     } else if (writer.open_runs > 0 && (writer.is_gone || IsReplaced(index))) {
         writer.end = LauncherEnd::kVanished;
         writer.is_certain = writer.is_gone;
-    } else if (writer.alive_until >= last_record && !has_stop && !writer.is_gone &&
+    } else if (writer.last >= last_record && !has_stop && !writer.is_gone &&
                writer.CountItems() > 0 &&
                (writer.open_runs > 0 || !is_settled || !writer.writes_starts)) {
         writer.end = LauncherEnd::kRunning;
@@ -433,28 +469,33 @@ void History::DecideCauses(std::size_t index)
 {
     Writer& writer = m_writers[index];
     const Writer& root = m_writers[m_roots[index]];
-    const bool is_stopped = root.end == LauncherEnd::kStopped || root.end == LauncherEnd::kRejected;
+    // Without DEBUG records the programs may have been killed by something else, and restarted.
+    const bool is_stop_proven = root.end == LauncherEnd::kRejected ||
+                                (root.end == LauncherEnd::kStopped && root.writes_starts);
     writer.ForEach([&](std::size_t item, Supervision& supervision) {
         if (supervision.last == kNone || supervision.run != kNone) {
             return;
         }
         Run& run = m_items[item].runs[supervision.last];
-        const Milliseconds later = root.alive_until - supervision.last_end;
+        const Milliseconds later =
+            MayBeOther(writer, supervision) ? 0 : writer.last - supervision.last_end;
         // A restart would have been logged, and its record is not missing.
         const bool is_complete = writer.writes_starts && supervision.gaps == m_gaps;
         if (supervision.is_killed) {
-            const bool is_in_stop = is_stopped && (root.end == LauncherEnd::kRejected ||
-                                                   supervision.last_end >= root.stop_from);
+            const bool is_in_stop = is_stop_proven && (root.end == LauncherEnd::kRejected ||
+                                                       supervision.last_end >= root.stop_from);
             const bool is_not_restarted = is_complete && later >= kSettled;
             run.cause = is_in_stop || is_not_restarted               ? Cause::kLauncher
                         : !writer.writes_starts && later >= kSilence ? Cause::kProgram
                                                                      : Cause::kMaybeLauncher;
         }
-        run.is_final = is_stopped || (is_complete && later >= kSettled);
+        run.is_final =
+            (is_stop_proven && writer.parent == kNone) || (is_complete && later >= kSettled);
     });
 }
 
-// Fills in when the item was certainly running, and when it was certainly not.
+// Fills in when the item was certainly running, and when it was certainly not. Only the launcher's
+// own records prove that it was alive: children that could not execute their program outlive it.
 void History::FinishRuns(Item& item, Milliseconds last_record)
 {
     for (std::size_t i = 0; i < item.runs.size(); ++i) {
@@ -463,6 +504,10 @@ void History::FinishRuns(Item& item, Milliseconds last_record)
         const Writer& root = m_writers[m_roots[run.launcher]];
         run.from = run.to = run.start.value_or(run.end.value_or(0));
         if (run.role != Role::kFailed && run.end) {
+            if (run.cause == Cause::kUnknown) {
+                run.down_until.reset();
+                continue;
+            }
             if (run.start && *run.start <= *run.end) {
                 run.to = *run.end;
             } else if (!run.start && run.is_first && writer.writes_starts &&
@@ -475,9 +520,9 @@ void History::FinishRuns(Item& item, Milliseconds last_record)
             }
         } else if (run.role != Role::kFailed) {
             const bool has_run = run.is_open && run.start && writer.parent == kNone &&
-                                 root.alive_until - *run.start >= kSettled;
+                                 root.last - *run.start >= kSettled;
             run.role = has_run ? Role::kRun : Role::kAttempt;
-            run.to = has_run ? root.alive_until : run.from;
+            run.to = has_run ? root.last : run.from;
         }
         if (!run.down_until && (run.is_final || run.is_abandoned)) {
             if (i + 1 == item.runs.size()) {
@@ -509,17 +554,25 @@ void History::FindRoots()
     }
 }
 
+// Fills in the launchers of each item, so that a later one is found without a search through all.
+void History::SortLaunchers()
+{
+    const auto is_launcher = [&](std::size_t writer) { return m_writers[writer].parent == kNone; };
+    const auto began_before = [&](std::size_t a, std::size_t b) {
+        return m_writers[a].first < m_writers[b].first;
+    };
+    for (Item& item : m_items) {
+        std::copy_if(item.writers.begin(), item.writers.end(), std::back_inserter(item.launchers),
+                     is_launcher);
+        std::stable_sort(item.launchers.begin(), item.launchers.end(), began_before);
+    }
+}
+
 void History::Finish(Report& report, Milliseconds now)
 {
     const Milliseconds last_record = report.last_record.value_or(0);
-    for (Writer& writer : m_writers) {
-        writer.alive_until = writer.last;
-    }
     FindRoots();
-    for (std::size_t i = 0; i < m_writers.size(); ++i) {
-        Writer& root = m_writers[m_roots[i]];
-        root.alive_until = std::max(root.alive_until, m_writers[i].last);
-    }
+    SortLaunchers();
     std::vector<std::uint32_t> numbers(m_writers.size());
     for (std::size_t i = 0; i < m_writers.size(); ++i) {
         Writer& writer = m_writers[i];
@@ -541,7 +594,9 @@ void History::Finish(Report& report, Milliseconds now)
         report.items.emplace_back();
         ItemReport& result = report.items.back();
         result.name = std::move(item.name);
+        // The child of an item without a program writes at any level, and is not its supervisor.
         result.lacks_starts =
+            item.writers.empty() ||
             std::any_of(item.writers.begin(), item.writers.end(),
                         [&](std::size_t writer) { return !m_writers[writer].writes_starts; });
         for (Run& run : item.runs) {

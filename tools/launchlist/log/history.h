@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -48,8 +49,7 @@ private:
         std::int64_t process = 0;
         Milliseconds first = 0;
         Milliseconds last = 0;
-        Milliseconds alive_until = 0;  // Of a launcher: the last record of it or such a child.
-        std::size_t parent = kNone;    // Of such a child: the writer that started it.
+        std::size_t parent = kNone;  // Of such a child: the writer that started it.
         std::size_t parent_run = kNone;
         bool writes_starts = false;
         bool has_ends = false;
@@ -64,6 +64,8 @@ private:
         LauncherEnd end = LauncherEnd::kUnknown;
         bool is_certain = true;
         Milliseconds stop_from = 0;  // Of a stop: the first end that it caused.
+        // Records after this time may be another launcher's.
+        std::optional<Milliseconds> may_be_other_after;
 
         Supervision* Find(std::size_t index);
         Supervision& Get(std::size_t index);
@@ -77,10 +79,12 @@ private:
         std::string name;
         std::vector<Run> runs;
         std::vector<std::size_t> writers;
+        std::vector<std::size_t> launchers;  // Those that are one, by their first record.
         std::vector<Milliseconds> no_program;
         std::vector<Milliseconds> failed_forks;
         std::size_t last_start = kNone;  // The run that was started last.
         std::size_t last_starter = kNone;
+        std::int64_t child_without_program = 0;  // The last such child.
     };
 
     std::size_t ItemOf(std::string_view name);
@@ -95,15 +99,17 @@ private:
     void AddStart(std::size_t writer, std::size_t item, Milliseconds time, bool is_new);
     void AddEnd(const Event& event, std::size_t writer, std::size_t item, Milliseconds time);
     void AddForkFailed(std::size_t writer, std::size_t item, Milliseconds time);
-    void AddNoProgram(std::size_t item, Milliseconds time);
+    void AddNoProgram(std::size_t item, std::int64_t child, Milliseconds time);
     void AdoptChild(std::int64_t child, std::size_t parent, std::size_t item, std::size_t run,
                     std::optional<Milliseconds> since);
 
+    static bool MayBeOther(const Writer& writer, const Supervision& supervision);
     static bool FindStop(Writer& writer, std::size_t& killed);
     bool IsReplaced(std::size_t writer);
     void DecideEnd(std::size_t writer, Milliseconds last_record, Milliseconds now);
     void DecideCauses(std::size_t writer);
     void FindRoots();
+    void SortLaunchers();
     void FinishRuns(Item& item, Milliseconds last_record);
 
     std::vector<Item> m_items;

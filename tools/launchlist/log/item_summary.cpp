@@ -100,14 +100,17 @@ private:
         std::size_t starts = 0;
         std::vector<Milliseconds> restarts;
         for (const Run& run : m_item.runs) {
+            // Failed forks and items without a program are counted separately.
+            const bool is_failed =
+                run.role == Role::kFailed && !run.is_abandoned && !run.lacks_program;
             const bool starts_within = run.start && IsWithin(*run.start);
             if (starts_within) {
                 ++starts;
-                m_item.failed_starts += run.role == Role::kFailed && !run.is_abandoned ? 1 : 0;
+                m_item.failed_starts += is_failed ? 1 : 0;
                 if (!run.is_first) {
                     restarts.push_back(*run.start);
                 }
-            } else if (!run.start && run.role == Role::kFailed) {
+            } else if (!run.start && is_failed) {
                 ++m_item.failed_starts;
             }
             if (EndsWithin(run)) {
@@ -115,7 +118,6 @@ private:
             }
         }
         m_item.no_program = CountWithin(m_item.no_program_times);
-        m_item.failed_starts -= std::min(m_item.failed_starts, m_item.no_program);
         m_item.failed_forks = CountWithin(m_item.failed_fork_times);
         if (!m_item.lacks_starts) {
             m_item.starts = starts;
@@ -132,6 +134,8 @@ private:
             ++m_item.stops;
         } else if (run.cause == Cause::kMaybeLauncher) {
             ++m_item.possible_stops;
+        } else if (run.cause == Cause::kUnknown) {
+            ++m_item.unknown_ends;
         } else {
             ++(run.IsCrash() ? m_item.crashes : m_item.clean_ends);
             ++m_item.causes[run.how];
@@ -224,7 +228,7 @@ private:
         }
         const Milliseconds latest = std::max(intervals.back(), m_last - m_ends.back());
         std::sort(intervals.begin(), intervals.end());
-        return latest <= std::max(3 * intervals[(intervals.size() - 1) / 2], 10 * kSecond);
+        return latest <= std::max(3 * intervals[(intervals.size() - 1) / 2], 2 * kSecond);
     }
 
     // Whether the item stayed down after an end at `time` or later.
@@ -284,6 +288,9 @@ private:
             if (run.cause == Cause::kLauncher) {
                 return State::kStopped;
             }
+            if (run.cause == Cause::kUnknown) {
+                return State::kUnknown;
+            }
             if (run.is_final) {
                 return State::kEnded;
             }
@@ -318,7 +325,7 @@ private:
         if (is_frequent || m_item.failed_starts + m_item.no_program + m_item.failed_forks > 0) {
             return Severity::kTroubled;
         }
-        return m_item.crashes > 0 ? Severity::kNotable : Severity::kHealthy;
+        return m_item.crashes + m_item.unknown_ends > 0 ? Severity::kNotable : Severity::kHealthy;
     }
 
     ItemReport& m_item;
@@ -331,7 +338,7 @@ private:
 
 std::optional<Milliseconds> Run::Length() const
 {
-    if (!start || !end || *end < *start) {
+    if (!start || !end || *end < *start || cause == Cause::kUnknown) {
         return std::nullopt;
     }
     return *end - *start;

@@ -157,7 +157,7 @@ bool HasCore(const EndCause& cause)
 std::string EndInWords(const EndCause& cause)
 {
     if (!cause.is_seen) {
-        return "end not seen (waitpid failed)";
+        return "unknown: waitpid failed";
     }
     if (const auto status = ExitStatusOf(cause)) {
         return "exit status " + std::to_string(*status);

@@ -71,8 +71,12 @@ private:
                 return;
             }
             open_file.file.error = std::strerror(errno);
+            if (stat(path.c_str(), &status) == 0) {
+                open_file.file.has_id = true;
+                open_file.file.id = FileId(status.st_dev, status.st_ino);
+            }
         } else {
-            open_file.file.is_open = true;
+            open_file.file.has_id = true;
             open_file.file.id = FileId(status.st_dev, status.st_ino);
             if (!m_seen.insert(open_file.file.id).second) {
                 close(open_file.descriptor);

@@ -32,7 +32,7 @@ enum class LauncherEnd
     kRunning,   // It wrote the last record of the log, and had a program to supervise.
     kStopped,   // It killed its children one after another and restarted none.
     kVanished,  // Another launcher started its items, or another process got its id; no stop.
-    kRejected   // It could not use its list, and exits by itself.
+    kRejected   // It could not use its list or create a thread, and ends by itself.
 };
 
 struct Launcher
@@ -56,9 +56,10 @@ enum class Role
 // Why a run ended.
 enum class Cause
 {
-    kProgram,       // The program ended, or something other than the launcher killed it.
-    kLauncher,      // The launcher killed it: a stop, or a later item of the same name.
-    kMaybeLauncher  // Killed with signal 9 as the last thing that is known; perhaps by a stop.
+    kProgram,        // The program ended, or something other than the launcher killed it.
+    kLauncher,       // The launcher killed it: a stop, or a later item of the same name.
+    kMaybeLauncher,  // Killed with signal 9 as the last thing that is known; perhaps by a stop.
+    kUnknown         // waitpid failed: whether, when and how the program ended is unknown.
 };
 
 // One run of a program, or an attempt at one.
@@ -76,14 +77,22 @@ struct Run
     std::uint32_t launcher = 0;
     Role role = Role::kRun;
     Cause cause = Cause::kProgram;
-    bool is_first : 1;      // Of its supervisor, as far as the log goes.
-    bool is_open : 1;       // Neither an end nor a later start of its supervisor is known.
-    bool is_final : 1;      // Its supervisor did not restart it.
-    bool is_abandoned : 1;  // It could not be forked.
+    bool is_first : 1;       // Of its supervisor, as far as the log goes.
+    bool is_open : 1;        // Neither an end nor a later start of its supervisor is known.
+    bool is_final : 1;       // Its supervisor did not restart it.
+    bool is_abandoned : 1;   // It could not be forked.
+    bool lacks_program : 1;  // Its child logged that the item has no program.
 
-    Run() : is_first(false), is_open(false), is_final(false), is_abandoned(false) {}
+    Run()
+        : is_first(false),
+          is_open(false),
+          is_final(false),
+          is_abandoned(false),
+          lacks_program(false)
+    {
+    }
 
-    // Nothing where an end is unknown or the clock was set back in between.
+    // Nothing where an end is unknown, not seen, or earlier than the start.
     std::optional<Milliseconds> Length() const;
     // Ended without the launcher's doing, and not with exit status 0.
     bool IsCrash() const;
@@ -132,7 +141,7 @@ enum class State
 enum class Severity
 {
     kHealthy,
-    kNotable,   // It ended unexpectedly, though seldom.
+    kNotable,   // It ended unexpectedly, though seldom, or an end was not seen.
     kTroubled,  // It ended often.
     kBroken     // It ends often at the end of the report, or does not run at all.
 };
@@ -140,15 +149,16 @@ enum class Severity
 struct ItemReport
 {
     std::string name;
-    bool lacks_starts = false;  // A launcher of this item wrote no DEBUG records.
+    bool lacks_starts = false;  // The log holds no DEBUG records of a launcher of this item.
     std::vector<Milliseconds> no_program_times;
     std::vector<Milliseconds> failed_fork_times;
-    std::optional<std::size_t> starts;       // Nothing where a launcher wrote no DEBUG records.
+    std::optional<std::size_t> starts;       // Nothing where DEBUG records are missing.
     std::size_t ends = 0;                    // All of them:
     std::size_t crashes = 0;                 // not with status 0, and not by the launcher;
     std::size_t clean_ends = 0;              // with status 0, and not by the launcher;
     std::size_t stops = 0;                   // by the launcher;
-    std::size_t possible_stops = 0;          // by signal 9 at the end of what is known.
+    std::size_t possible_stops = 0;          // by signal 9 at the end of what is known;
+    std::size_t unknown_ends = 0;            // waitpid failed.
     std::map<EndCause, std::size_t> causes;  // Of the crashes and clean ends.
     std::optional<Milliseconds> shortest;
     std::optional<Milliseconds> median;

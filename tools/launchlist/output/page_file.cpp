@@ -52,7 +52,7 @@ bool MayReplace(const std::string& path, const std::vector<LogFile>& inputs, boo
         return false;
     }
     const FileId id(status.st_dev, status.st_ino);
-    const auto is_same = [&](const LogFile& input) { return input.is_open && input.id == id; };
+    const auto is_same = [&](const LogFile& input) { return input.has_id && input.id == id; };
     if (std::any_of(inputs.begin(), inputs.end(), is_same)) {
         error = "is one of the logs that the report is about";
         return false;

@@ -7,7 +7,7 @@
 
 namespace launchlist {
 
-inline constexpr char kReportScriptHash[] = "sha256-SRxzNoSqUpGIpaYffXN/fI5ahxqQOZawZuxre1/7PoM=";
+inline constexpr char kReportScriptHash[] = "sha256-RIJTljXyDjJ+k5wAFkCyfYxhoIBHfPgV84gKD13fHIQ=";
 
 inline constexpr char kReportScript[] = R"js(
 "use strict";
@@ -19,15 +19,17 @@ inline constexpr char kReportScript[] = R"js(
   const healthy = document.getElementById("healthy");
   const wasOpen = healthy && healthy.open;
   const name = item => (a => a.title || a.textContent)(item.querySelector("h3 a"));
-  const figure = (item, label) => Number(all("li", item).find(
-    li => li.textContent.startsWith(label)).querySelector("data").value) || 0;
+  const value = (item, label) => all("li", item).find(
+    li => li.textContent.startsWith(label)).querySelector("data").value;
+  const figure = (item, label) => Number(value(item, label)) || 0;
+  const median = item => value(item, "median") === "null" ? Infinity : figure(item, "median");
   const order = new Map(items.map((item, index) => [item, index]));
   const orders = {
     worst: (a, b) => order.get(a) - order.get(b),
     name: (a, b) => name(a).localeCompare(name(b)),
     crashes: (a, b) => figure(b, "crashes") - figure(a, "crashes"),
     restarts: (a, b) => figure(b, "restarts") - figure(a, "restarts"),
-    median: (a, b) => figure(a, "median") - figure(b, "median"),
+    median: (a, b) => median(a) === median(b) ? 0 : median(a) - median(b),
   };
   const search = document.getElementById("search");
   const found = document.getElementById("found");
@@ -64,8 +66,10 @@ inline constexpr char kReportScript[] = R"js(
     const cells = Number(bar.dataset.n);
     const words = (bar.dataset.c || "").split("|");
     const total = mark.causes.reduce((sum, cause) => sum + cause[1], 0);
-    tip.textContent = time(from + span * mark.cell / cells) + " to " +
-      time(from + span * (mark.cell + 1) / cells).slice(11) + " UTC: " + total +
+    const begin = time(from + span * mark.cell / cells);
+    const end = time(from + span * (mark.cell + 1) / cells);
+    const isOneDay = begin.slice(0, 10) === end.slice(0, 10);
+    tip.textContent = begin + " to " + (isOneDay ? end.slice(11) : end) + " UTC: " + total +
       (total === 1 ? " event: " : " events: ") +
       mark.causes.map(([cause, count]) => (special[cause] || words[cause]) + " (" + count + ")").join(", ");
     const box = bar.getBoundingClientRect();

@@ -7,7 +7,7 @@ namespace launchlist {
 namespace {
 
 // Raised whenever a program that reads the JSON would have to change.
-constexpr int kFormat = 2;
+constexpr int kFormatVersion = 3;
 
 void PutTime(JsonWriter& json, const char* key, const std::optional<Milliseconds>& time)
 {
@@ -109,6 +109,7 @@ void PutItem(JsonWriter& json, const ItemReport& item)
     json.Count("clean_ends", item.clean_ends);
     json.Count("stops", item.stops);
     json.Count("possible_stops", item.possible_stops);
+    json.Count("unknown_ends", item.unknown_ends);
     PutCauses(json, item);
     json.Count("shortest_run_ms", item.shortest);
     json.Count("median_run_ms", item.median);
@@ -133,7 +134,7 @@ void WriteReportJson(const Report& report, const std::function<void(std::string_
 {
     JsonWriter json(write);
     json.BeginObject();
-    json.Count("format", kFormat);
+    json.Count("format_version", kFormatVersion);
     PutFiles(json, report);
     PutTime(json, "from", report.first);
     PutTime(json, "to", report.last);

@@ -91,7 +91,7 @@ int OrderOfMagnitude(std::size_t count)
     return order;
 }
 
-// Where many events fall into one cell, its mark is higher, by the order of magnitude.
+// Where many events of the kind fall into one cell, its mark is higher, by the order of magnitude.
 std::string MarkPath(const MarkShape& shape, double x, std::size_t count)
 {
     const double share = std::min(1.0, 0.4 + 0.2 * OrderOfMagnitude(count));
@@ -122,7 +122,7 @@ public:
             for (std::size_t i = 0; i < m_cells.size(); ++i) {
                 if (m_cells[i].cell == shape.cell) {
                     path += MarkPath(shape, (static_cast<double>(i) + 0.5) * width,
-                                     std::max<std::size_t>(m_cells[i].Marks(), 1));
+                                     m_cells[i].CountOf(shape.cell));
                 }
             }
             if (!path.empty()) {
@@ -256,7 +256,7 @@ public:
         page += m_report.first ? "<main data-from=\"" + std::to_string(*m_report.first) +
                                      "\" data-to=\"" + std::to_string(*m_report.last) + "\">\n"
                                : "<main>\n";
-        if (!m_items.empty()) {
+        if (m_report.first) {
             page += Summary();
         }
         page += Launchers();
@@ -280,10 +280,14 @@ private:
     std::string Summary() const
     {
         std::string section = Heading("summary", "Problems");
-        if (m_bad == 0) {
+        const std::vector<std::string> problems = LauncherProblems(m_report);
+        if (m_bad == 0 && problems.empty()) {
             return section + "<p>No problems found.</p>\n</section>\n";
         }
         section += "<ol class=\"worst\">\n";
+        for (const std::string& problem : problems) {
+            section += "<li class=\"troubled\">" + html(problem) + "</li>\n";
+        }
         for (std::size_t i = 0; i < std::min(m_bad, kMaxProblems); ++i) {
             const ItemReport& item = *m_items[i];
             const std::vector<std::string> notes = ItemNotes(item);
@@ -400,7 +404,10 @@ private:
                               "\" stroke-width=\"4\" d=\"" + MarkPath(shape, 6, 1000) + "\"/>",
                           shape.words);
         }
-        return list + "<li>\u25b6 a launcher begins</li>\n<li>\u25a0 a launcher ends</li>\n</ul>\n";
+        return list +
+               "<li>height of a mark: 1, 10, 100 or 1,000 events and more</li>\n"
+               "<li>\u25b6 first record of a launcher</li>\n"
+               "<li>\u25a0 last record of a launcher that ended</li>\n</ul>\n";
     }
 
     std::string Log() const

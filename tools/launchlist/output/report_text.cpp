@@ -56,8 +56,11 @@ public:
     {
         std::string text = styled(ReportTitle(m_report), Style::kBold, m_color) + "\n";
         text += Launchers();
+        if (m_report.first) {
+            text += "\n" + Problems();
+        }
         if (!m_items.empty()) {
-            text += "\n" + Problems() + "\n" + Table() + Omitted() + "\n" + TimelineRows();
+            text += "\n" + Table() + Omitted() + "\n" + TimelineRows();
             const std::string ends = Ends();
             text += ends.empty() ? "" : "\n" + ends;
         }
@@ -88,6 +91,10 @@ private:
     {
         std::string text;
         std::size_t count = 0;
+        for (const std::string& problem : LauncherProblems(m_report)) {
+            text += "  " + styled(problem, Style::kRed, m_color) + "\n";
+            ++count;
+        }
         for (const ItemReport* item : m_items) {
             for (const std::string& note : ItemNotes(*item)) {
                 if (count < kMaxProblems) {

@@ -30,6 +30,11 @@ Figure LengthFigure(const char* label, const char* key, const std::optional<Mill
     return {label, key, FormatDuration(*length), std::to_string(*length)};
 }
 
+std::string TitleOf(const Launcher& launcher)
+{
+    return "launcher " + std::to_string(launcher.process);
+}
+
 // "123 an hour", "1.5 an hour".
 std::string HourlyRate(double per_hour)
 {
@@ -112,22 +117,59 @@ std::string LauncherText(const Launcher& launcher)
             how = launcher.is_certain ? "stopped" : "probably stopped";
             break;
         case LauncherEnd::kVanished:
-            how = std::string("vanished: no stop is logged, and ") +
-                  (launcher.is_certain ? "its process id was used again"
-                                       : "a later launcher started its items");
+            how = launcher.is_certain
+                      ? "vanished: no stop is logged, and another process got its id"
+                      : "probably vanished: no stop is logged, and a later launcher started its "
+                        "items";
             break;
         case LauncherEnd::kRejected:
-            how = "exited: it could not use its list";
+            // A thread that cannot be created leaves the same record.
+            how = "could not use its list, or could not create a thread";
             break;
         case LauncherEnd::kRunning:
-            how = "still running then";
+            how = "running at the last record of the log";
             break;
         case LauncherEnd::kUnknown:
-            how = "how it ended is unknown";
+            how = "unknown whether it still runs";
             break;
     }
-    return "launcher " + std::to_string(launcher.process) + ": " +
-           FormatRange(launcher.from, launcher.to) + ", " + how;
+    return TitleOf(launcher) + ": records from " + FormatRange(launcher.from, launcher.to) + "; " +
+           how;
+}
+
+std::vector<std::string> LauncherProblems(const Report& report)
+{
+    std::vector<const Launcher*> rejected;
+    std::vector<const Launcher*> vanished;
+    for (const Launcher* launcher : LaunchersOf(report)) {
+        if (launcher->end == LauncherEnd::kRejected) {
+            rejected.push_back(launcher);
+        } else if (launcher->end == LauncherEnd::kVanished) {
+            vanished.push_back(launcher);
+        }
+    }
+    const auto who = [](const std::vector<const Launcher*>& launchers) {
+        return launchers.size() == 1 ? TitleOf(*launchers[0])
+                                     : std::to_string(launchers.size()) + " launchers";
+    };
+    std::vector<std::string> problems;
+    if (!rejected.empty()) {
+        problems.push_back(who(rejected) + " could not use " +
+                           (rejected.size() == 1 ? "its" : "their") +
+                           " list, or could not create a thread; `launchlist check` shows the "
+                           "mistakes of a list");
+    }
+    if (!vanished.empty()) {
+        const auto is_certain = [](const Launcher* launcher) { return launcher->is_certain; };
+        const bool are_certain = std::all_of(vanished.begin(), vanished.end(), is_certain);
+        problems.push_back(who(vanished) + (are_certain ? "" : " probably") + " vanished, " +
+                           (vanished.size() == 1 ? "after " : "the last after ") +
+                           FormatForPeople(vanished.back()->to) + " UTC");
+    }
+    if (report.nameless_items > 0) {
+        problems.push_back("items without a name were skipped " + Times(report.nameless_items));
+    }
+    return problems;
 }
 
 std::string ItemTitle(const ItemReport& item)
@@ -198,8 +240,8 @@ std::vector<std::string> ReportNotes(const Report& report, const std::string& le
     const auto lacks_starts = [](const ItemReport& item) { return !item.starts; };
     if (std::any_of(report.items.begin(), report.items.end(), lacks_starts)) {
         notes.push_back(
-            "Starts and first runs are unknown where a launcher wrote no DEBUG records. To log "
-            "them, set LEVEL=DEBUG in the section [LOG] of " +
+            "Starts and first runs are unknown where the log holds no DEBUG records. To log them, "
+            "set LEVEL=DEBUG in the section [LOG] of " +
             (level_file.empty() ? "the log.ini of the user whose launcher wrote the log"
                                 : printable(level_file)) +
             " and restart the launcher.");
@@ -214,20 +256,14 @@ std::vector<std::string> ReportNotes(const Report& report, const std::string& le
                         (report.lost_records == 1 ? "is" : "are") + " missing from the log.");
     }
     if (report.clock_set_back > 0) {
-        notes.push_back("The clock was set back " + Times(report.clock_set_back) +
-                        "; times and lengths around it are unreliable.");
+        notes.push_back("A time in the log is a second or more before the preceding one (" +
+                        Times(report.clock_set_back) +
+                        "), as after the clock was set back; lengths around it may be wrong.");
     }
     if (report.other_records > 0) {
         notes.push_back(counted(report.other_records, "record") +
                         (report.other_records == 1 ? " was" : " were") +
                         " ignored: written by another program, or with an unknown text.");
-    }
-    if (report.nameless_items > 0) {
-        notes.push_back("Items without a name were skipped " + Times(report.nameless_items) + ".");
-    }
-    if (report.rejected_lists > 0) {
-        notes.push_back("A launcher rejected its list and exited " + Times(report.rejected_lists) +
-                        "; `launchlist check` shows why.");
     }
     return notes;
 }
@@ -256,6 +292,10 @@ std::vector<std::string> ItemNotes(const ItemReport& item)
     } else if (item.crashes > 0) {
         notes.push_back("crashed " + Times(item.crashes));
     }
+    if (item.unknown_ends > 0) {
+        notes.push_back("waitpid failed " + Times(item.unknown_ends) +
+                        ": when and how the program ended is unknown");
+    }
     return notes;
 }
 
@@ -272,6 +312,7 @@ std::string EndsOf(const ItemReport& item)
     }
     add("killed by its launcher", item.stops);
     add("killed by SIGKILL, perhaps at a stop", item.possible_stops);
+    add("unknown: waitpid failed", item.unknown_ends);
     return text;
 }
 

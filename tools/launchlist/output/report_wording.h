@@ -10,9 +10,12 @@ namespace launchlist {
 
 std::string ReportTitle(const Report& report);
 
-// "launcher 4711: 2026-11-21 02:00:00 to 05:04:00 UTC, stopped".
+// "launcher 4711: records from 2026-11-21 02:00:00 to 05:04:00 UTC; stopped".
 std::string LauncherText(const Launcher& launcher);
 const char* WordOf(LauncherEnd end);
+
+// What is wrong with launchers and lists, a sentence for each kind; empty if nothing is.
+std::vector<std::string> LauncherProblems(const Report& report);
 
 // The launchers that wrote records within the time of the report, in their order.
 std::vector<const Launcher*> LaunchersOf(const Report& report);

@@ -73,6 +73,9 @@ private:
 
 void MarkRun(Row& row, const Run& run)
 {
+    if (run.is_abandoned || run.lacks_program) {
+        return;  // Marked where this was logged.
+    }
     if (run.role == Role::kFailed) {
         const auto time = run.start ? run.start : run.end;
         if (TimelineCell* cell = time ? row.At(*time) : nullptr) {
@@ -94,6 +97,8 @@ void MarkRun(Row& row, const Run& run)
             ++cell->maybe_stops;
             Row::Raise(*cell, Cell::kMaybeStop);
             break;
+        case Cause::kUnknown:
+            break;
         case Cause::kProgram:
             ++cell->causes[run.how];
             Row::Raise(*cell, run.IsCrash() ? Cell::kCrash : Cell::kEnd);
@@ -102,13 +107,24 @@ void MarkRun(Row& row, const Run& run)
 
 }  // namespace
 
-std::size_t TimelineCell::Marks() const
+std::size_t TimelineCell::CountOf(Cell kind) const
 {
-    std::size_t marks = stops + maybe_stops + failed;
-    for (const auto& [cause, count] : causes) {
-        marks += count;
+    switch (kind) {
+        case Cell::kStop:
+            return stops;
+        case Cell::kMaybeStop:
+            return maybe_stops;
+        case Cell::kFailed:
+            return failed;
+        default:
+            break;
     }
-    return marks;
+    std::size_t total = 0;
+    for (const auto& [cause, count] : causes) {
+        const Cell kind_of_cause = ExitStatusOf(cause) == 0 ? Cell::kEnd : Cell::kCrash;
+        total += kind_of_cause == kind ? count : 0;
+    }
+    return total;
 }
 
 std::vector<TimelineCell> Timeline(const ItemReport& item, Milliseconds first, Milliseconds last,
@@ -124,6 +140,7 @@ std::vector<TimelineCell> Timeline(const ItemReport& item, Milliseconds first, M
     for (const auto* times : {&item.no_program_times, &item.failed_fork_times}) {
         for (const Milliseconds time : *times) {
             if (TimelineCell* cell = row.At(time)) {
+                ++cell->failed;
                 Row::Raise(*cell, Cell::kFailed);
             }
         }

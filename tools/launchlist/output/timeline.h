@@ -33,7 +33,8 @@ struct TimelineCell
     std::size_t failed = 0;
     std::map<EndCause, std::size_t> causes;  // Of the other ends.
 
-    std::size_t Marks() const;
+    // How many events of one kind, from kStop on.
+    std::size_t CountOf(Cell kind) const;
 };
 
 // `count` cells for the time from `first` to `last`.

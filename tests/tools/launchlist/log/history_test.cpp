@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "tests/tools/launchlist/log/report_on.h"
 
 using namespace launchlist;
@@ -173,21 +175,47 @@ TEST(History, WithoutDebugRecordsAKillInTheEndMayBeAStop)
 
 TEST(History, WithoutDebugRecordsAKillLongBeforeTheLaunchersLastRecordIsACrash)
 {
+    // "b" was running before the kill of "a" and was not killed, so this was no stop.
     LogText log;
-    log.End(1000, kLauncher, "a", 200, kKilled).End(kHour, kLauncher, "b", 201, kExit3);
+    log.End(1000, kLauncher, "b", 199, kExit3).End(9000, kLauncher, "a", 200, kKilled);
+    log.End(kHour, kLauncher, "b", 201, kExit3);
     EXPECT_EQ(ItemOf(ReportOn(log), "a").crashes, 1U);
 }
 
-TEST(History, WithoutDebugRecordsRecognisesAStopByItsOrder)
+TEST(History, WithoutDebugRecordsRecognisesAProbableStopByItsOrder)
 {
     LogText log;
     log.End(1000, kLauncher, "a", 200, 0);
     Stop(log, kHour, {"a", "b", "c"}, kLauncher);
+    log.End(kHour + 5000, 700, "d", 701, kExit3);
     const Report report = ReportOn(log);
     EXPECT_EQ(report.launchers[0].end, LauncherEnd::kStopped);
     EXPECT_FALSE(report.launchers[0].is_certain);
-    EXPECT_EQ(ItemOf(report, "a").stops, 1U);
-    EXPECT_EQ(ItemOf(report, "b").stops, 1U);
+    for (const char* name : {"a", "b"}) {
+        EXPECT_EQ(ItemOf(report, name).possible_stops, 1U);
+        EXPECT_EQ(ItemOf(report, name).stops, 0U);
+        // Perhaps it was killed by something else, and restarted.
+        EXPECT_EQ(ItemOf(report, name).state, State::kUnknown);
+    }
+    EXPECT_EQ(ItemOf(report, "b").down, 0);
+}
+
+TEST(History, WithoutDebugRecordsDoesNotTakeTwoKillsOfALauncherThatContinuesForAStop)
+{
+    // Seconds after the kills, and after a silence that another launcher of the same id may
+    // explain.
+    for (const Milliseconds later : {Milliseconds{3000}, Milliseconds{120000}}) {
+        LogText log;
+        Stop(log, 5000, {"a", "b", "c"}, kLauncher);
+        log.End(5200 + later, kLauncher, "a", 500, kExit3);
+        const Report report = ReportOn(log);
+        ASSERT_EQ(report.launchers.size(), 1U) << later;
+        EXPECT_NE(report.launchers[0].end, LauncherEnd::kStopped) << later;
+        for (const char* name : {"b", "c"}) {
+            EXPECT_EQ(ItemOf(report, name).stops, 0U) << later;
+            EXPECT_EQ(ItemOf(report, name).down, 0) << later;
+        }
+    }
 }
 
 TEST(History, DoesNotTakeSimultaneousKillsForAStop)
@@ -218,6 +246,48 @@ TEST(History, CallsALauncherVanishedWhenAnotherStartsItsItems)
     EXPECT_EQ(report.launchers[0].end, LauncherEnd::kVanished);
     EXPECT_EQ(report.launchers[1].end, LauncherEnd::kRunning);
     EXPECT_EQ(ItemOf(report, "b").state, State::kRunning);
+}
+
+TEST(History, FindsTheLauncherThatFollowsAmongOverlappingOnes)
+{
+    // Launchers 1 to 9 begin every second and run for 4.5 seconds; each supervises "a" and "b".
+    LogText log;
+    for (int second = 0; second < 15; ++second) {
+        for (int i = std::max(1, second - 4); i <= std::min(9, second); ++i) {
+            if (i == second) {
+                log.Start(1000 * second, i, "a").Start(1000 * second, i, "b");
+            } else if (i == second - 4) {
+                log.Add(1000 * second, "ERROR", i, "[LAUNCHER  ] There is an item has no name.");
+            }
+        }
+    }
+    const Report report = ReportOn(log);
+    ASSERT_EQ(report.launchers.size(), 9U);
+    for (std::size_t i = 0; i < 9; ++i) {
+        // The last one to begin did so at 9 s.
+        EXPECT_EQ(report.launchers[i].end == LauncherEnd::kVanished, i + 1 + 4 < 9) << i + 1;
+    }
+}
+
+TEST(History, TakesNoRecordOfAChildForASignOfLifeOfItsLauncher)
+{
+    // The launcher is killed after 2 s; the children of "missing" continue.
+    LogText log;
+    log.Start(0, kLauncher, "a").Start(1, kLauncher, "missing").Start(51, 300, "missing");
+    log.Start(1900, kLauncher, "b");
+    for (int i = 1; i < 100; ++i) {
+        log.Start(51 + 50 * i, 300 + i, "missing");
+    }
+    const Report alone = ReportOn(log);
+    ASSERT_EQ(alone.launchers.size(), 1U);
+    EXPECT_EQ(alone.launchers[0].end, LauncherEnd::kUnknown);
+    EXPECT_EQ(ItemOf(alone, "a").running, 1900);
+    EXPECT_EQ(ItemOf(alone, "a").state, State::kUnknown);
+    // Another launcher starts the same items while they do.
+    log.Start(3000, 800, "a").Start(3001, 800, "b").Start(3002, 800, "missing");
+    const Report replaced = ReportOn(log);
+    ASSERT_EQ(replaced.launchers.size(), 2U);
+    EXPECT_EQ(replaced.launchers[0].end, LauncherEnd::kVanished);
 }
 
 TEST(History, DoesNotCallALauncherVanishedThatHasOtherItems)
@@ -251,19 +321,25 @@ TEST(History, SeparatesALauncherFromAKilledOneOfTheSameId)
     EXPECT_EQ(ItemOf(report, "a").running, 0);
 }
 
-TEST(History, WithoutDebugRecordsInventsNoRunAcrossAStop)
+TEST(History, WithoutDebugRecordsInventsNoRunAcrossAPossibleStop)
 {
     LogText log;
     Stop(log, 5000, {"a", "b"}, kLauncher);
-    log.End(995000, kLauncher, "a", 500, kTerminated);
+    log.End(995000, kLauncher, "c", 499, 0);
+    log.End(995500, kLauncher, "a", 500, kTerminated);
     const Report report = ReportOn(log);
-    EXPECT_EQ(report.launchers.size(), 2U);
-    EXPECT_EQ(ItemOf(report, "a").unknown_runs, 2U);
-    EXPECT_FALSE(ItemOf(report, "a").longest);
+    const ItemReport& item = ItemOf(report, "a");
+    EXPECT_EQ(item.unknown_runs, 2U);
+    EXPECT_FALSE(item.longest);
+    EXPECT_EQ(item.down, 0);
+    EXPECT_EQ(item.possible_stops, 1U);
+    EXPECT_EQ(item.crashes, 1U);
+    EXPECT_EQ(ItemOf(report, "b").possible_stops, 1U);
     // With one item only, nothing shows whether there was a stop.
     LogText single;
     single.End(5000, kLauncher, "a", 500, kKilled).End(995000, kLauncher, "a", 501, kTerminated);
     EXPECT_EQ(ItemOf(ReportOn(single), "a").unknown_runs, 2U);
+    EXPECT_EQ(ItemOf(ReportOn(single), "a").possible_stops, 1U);
 }
 
 TEST(History, DoesNotCallAnItemRunningThatWasStartedInTheEnd)
@@ -300,6 +376,32 @@ TEST(History, CallsTheEndThatALaterItemOfTheSameNameCausesAStop)
     EXPECT_EQ(item.state, State::kRunning);
 }
 
+TEST(History, CallsAnEndAStopIfALaterItemOfTheSameNameStartsSoonerThanARestart)
+{
+    const struct
+    {
+        Milliseconds start;
+        std::size_t stops, crashes, restarts;
+    } kTable[] = {{1001, 1, 0, 0}, {1048, 1, 0, 0}, {1049, 0, 1, 1}};
+    for (const auto& row : kTable) {
+        LogText log;
+        log.Start(0, kLauncher, "a").End(1000, kLauncher, "a", 200, kKilled);
+        log.Start(row.start, kLauncher, "a");
+        const ItemReport item = ItemOf(ReportOn(log), "a");
+        EXPECT_EQ(item.starts, 2U) << row.start;
+        EXPECT_EQ(item.stops, row.stops) << row.start;
+        EXPECT_EQ(item.crashes, row.crashes) << row.start;
+        EXPECT_EQ(item.restarts, row.restarts) << row.start;
+    }
+}
+
+TEST(History, WithoutDebugRecordsTheStartsOfAnItemWithoutAProgramAreUnknown)
+{
+    LogText log;
+    log.Add(0, "ERROR", 201, "[LAUNCHER  ] program path of a is empty");
+    EXPECT_FALSE(ItemOf(ReportOn(log), "a").starts);
+}
+
 TEST(History, KnowsItemsThatNeverRan)
 {
     LogText log;
@@ -327,4 +429,27 @@ TEST(History, ConcludesNothingFromAMissingRestartWhereRecordsAreMissing)
     const ItemReport item = ItemOf(ReportOn(log), "a");
     EXPECT_EQ(item.down, 0);
     EXPECT_EQ(item.unknown, 8900);
+}
+
+TEST(History, CallsAnEndUnknownIfWaitpidFailed)
+{
+    LogText log;
+    log.Start(0, kLauncher, "a");
+    for (int i = 0; i < 6; ++i) {
+        log.Add(1000 * i + 900, "ERROR", kLauncher,
+                "[LAUNCHER  ] a 200 is killed. ret = -1, status = 0");
+        log.Start(1000 * i + 1000, kLauncher, "a");
+    }
+    const ItemReport item = ItemOf(ReportOn(log), "a");
+    EXPECT_EQ(item.ends, 6U);
+    EXPECT_EQ(item.unknown_ends, 6U);
+    EXPECT_EQ(item.crashes + item.clean_ends + item.stops + item.possible_stops, 0U);
+    EXPECT_TRUE(item.causes.empty());
+    EXPECT_FALSE(item.rate);
+    EXPECT_FALSE(item.loop);
+    EXPECT_EQ(item.severity, Severity::kNotable);
+    // The program may have continued to run, or may have ended at any time.
+    EXPECT_EQ(item.unknown_runs, 6U);
+    EXPECT_EQ(item.running, 0);
+    EXPECT_EQ(item.down, 0);
 }

@@ -230,6 +230,24 @@ TEST(ItemSummary, KnowsThatCrashesHaveCeased)
     EXPECT_EQ(item.severity, Severity::kTroubled);
 }
 
+TEST(ItemSummary, SaysThatALoopContinuesForThreeIntervalsOrTwoSeconds)
+{
+    const struct
+    {
+        Milliseconds length;  // The interval is 50 ms longer.
+        Milliseconds after;
+        bool continues;
+    } kTable[] = {{100, 2000, true}, {100, 2001, false}, {1950, 6000, true}, {1950, 6001, false}};
+    for (const auto& row : kTable) {
+        LogText log = Runs(10, row.length, kExit3);
+        const Milliseconds last = 10 * (row.length + 50) - 50;
+        log.Start(last + 50, kLauncher, "a");
+        log.Add(last + row.after, "ERROR", kLauncher, "[LAUNCHER  ] news");
+        EXPECT_EQ(ItemOf(ReportOn(log), "a").rate->continues, row.continues)
+            << row.length << " " << row.after;
+    }
+}
+
 TEST(ItemSummary, DoesNotTakeASingleLaterEndForTheContinuationOfALoop)
 {
     LogText log = Runs(20, 1000, kExit3);

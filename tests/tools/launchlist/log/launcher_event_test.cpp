@@ -113,7 +113,7 @@ TEST(EndInWords, DescribesStatusesAndSignals)
         {12, SIGSEGV | 0x80, "killed by SIGSEGV, core dumped"},
         {12, 126, "killed by signal 126"},
         {12, 0x137f, "wait status 4991"},
-        {-1, 0, "end not seen (waitpid failed)"},
+        {-1, 0, "unknown: waitpid failed"},
     };
     for (const auto& row : kTable) {
         EXPECT_EQ(EndInWords({row.result >= 0, row.wait_status}), row.words);

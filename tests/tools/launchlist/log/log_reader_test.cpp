@@ -1,6 +1,7 @@
 #include "tools/launchlist/log/log_reader.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -49,6 +50,30 @@ TEST(ReadLogs, ReadsOldFilesNumbered1To99)
         read.push_back(file.path);
     }
     EXPECT_EQ(read, (std::vector<std::string>{folder / "qv7log.99", folder / "qv7log.1", path}));
+}
+
+TEST(ReadLogs, IdentifiesAFileThatItCannotOpen)
+{
+    const TempFolder folder;
+    const std::string path = folder.Write("qv7log", "");
+    struct stat status = {};
+    ASSERT_EQ(stat(path.c_str(), &status), 0);
+    // Without a free descriptor, not even the superuser can open it.
+    rlimit limit = {};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlimit none = {0, limit.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    const std::vector<LogFile> files = ReadLogs({path}, {});
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    for (const LogFile& file : files) {
+        if (file.path == path) {
+            EXPECT_NE(file.error, "");
+            EXPECT_TRUE(file.has_id);
+            EXPECT_EQ(file.id, FileId(status.st_dev, status.st_ino));
+            return;
+        }
+    }
+    FAIL() << "not named";
 }
 
 TEST(ReadLogs, ReadsAFileWithTwoNamesOnce)

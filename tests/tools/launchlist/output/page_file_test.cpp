@@ -83,7 +83,7 @@ TEST_F(WritePageTest, NeverReplacesAnInput)
     struct stat status = {};
     ASSERT_EQ(stat(m_folder.Write("log", Page("old")).c_str(), &status), 0);
     LogFile input;
-    input.is_open = true;
+    input.has_id = true;
     input.id = FileId(status.st_dev, status.st_ino);
     m_inputs.push_back(input);
     for (const bool is_forced : {false, true}) {

@@ -69,6 +69,17 @@ TEST(ReportText, ReportsAnEmptyLog)
     EXPECT_EQ(Text(ReportOn(LogText())), "no records\n");
 }
 
+TEST(ReportOutput, FindsProblemsOfLaunchersWithoutItems)
+{
+    LogText log;
+    log.Add(0, "ERROR", kLauncher, "[LAUNCHER  ] Error while parsing saved json string.");
+    const Report report = ReportOn(log);
+    for (const std::string& output : {Text(report), ReportHtml(report, kLevelFile)}) {
+        EXPECT_FALSE(Holds(output, "No problems found.")) << output;
+        EXPECT_TRUE(Holds(output, "launcher 100 could not use its list")) << output;
+    }
+}
+
 TEST(ReportOutput, EscapesHostileText)
 {
     LogText log;
@@ -127,6 +138,18 @@ TEST(ReportHtml, LoadsNothing)
     for (const char* part : {" src=", "url(", "@import", "http:", "https:", "<link", " style="}) {
         EXPECT_FALSE(Holds(page, part)) << part;
     }
+}
+
+TEST(ReportHtml, DrawsMarksAsHighAsTheyAreFrequent)
+{
+    // One crash among 999 exits with status 0, all in one cell.
+    LogText log;
+    for (int i = 0; i < 1000; ++i) {
+        log.End(i, kLauncher, "a", 200 + i, i == 500 ? kExit3 : 0);
+    }
+    log.Start(100000000, kLauncher, "b");
+    const std::string page = ReportHtml(ReportOn(log), kLevelFile);
+    EXPECT_TRUE(Holds(page, "<path class=x stroke-width=3.2 d=\"M2 12v-5\"/>")) << page;
 }
 
 TEST(ReportHtml, StaysSmallForManyRuns)

@@ -56,6 +56,36 @@ TEST(Timeline, ShowsUnknownAfterALauncherWasKilled)
     EXPECT_EQ(Signs(ReportOn(log), 0, 10), "====??????");
 }
 
+TEST(Timeline, CountsWhatEachMarkStandsFor)
+{
+    for (const bool has_starts : {true, false}) {
+        LogText log;
+        if (has_starts) {
+            log.Start(0, kLauncher, "a").Start(0, kLauncher, "b");
+        }
+        log.Add(1, "ERROR", 201, "[LAUNCHER  ] program path of a is empty");
+        log.Add(1, "ERROR", kLauncher, "[LAUNCHER  ] Failed to fork b");
+        log.End(2, kLauncher, "a", 201, kKilled);
+        const Report report = ReportOn(log);
+        for (const ItemReport& item : report.items) {
+            const TimelineCell cell = Timeline(item, *report.first, *report.last, 1)[0];
+            EXPECT_EQ(cell.cell, Cell::kFailed) << item.name;
+            EXPECT_EQ(cell.CountOf(Cell::kFailed), 1U) << item.name;
+            // Its program never ran.
+            EXPECT_EQ(item.ends, 0U) << item.name;
+            EXPECT_EQ(item.failed_starts, 0U) << item.name;
+        }
+    }
+    LogText log;
+    for (int i = 0; i < 20; ++i) {
+        log.End(1000 * i, kLauncher, "a", 200 + i, i == 3 ? kExit3 : 0);
+    }
+    const Report report = ReportOn(log);
+    const TimelineCell cell = Timeline(report.items[0], *report.first, *report.last, 1)[0];
+    EXPECT_EQ(cell.CountOf(Cell::kCrash), 1U);
+    EXPECT_EQ(cell.CountOf(Cell::kEnd), 19U);
+}
+
 TEST(Timeline, ShowsFailedStartsWithoutARun)
 {
     LogText log;
@@ -95,7 +125,7 @@ TEST(Timeline, CountsTheCausesOfACell)
     const Report report = ReportOn(log);
     const auto cells = Timeline(report.items[0], *report.first, *report.last, 1);
     ASSERT_EQ(cells.size(), 1U);
-    EXPECT_EQ(cells[0].Marks(), 6U);
+    EXPECT_EQ(cells[0].CountOf(Cell::kCrash), 6U);
     EXPECT_EQ(cells[0].causes.at({true, 256}), 4U);
     EXPECT_EQ(cells[0].causes.at({true, 11}), 2U);
 }

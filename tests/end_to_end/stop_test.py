@@ -1,6 +1,5 @@
 """Stopping the launcher with SIGTERM."""
 
-import ctypes
 import os
 import signal
 import time
@@ -48,7 +47,7 @@ class Stop(LauncherTest):
         self.wait_for_starts(1)
         launcher.settle()
         supervisor = max(int(thread) for thread in os.listdir(f"/proc/{launcher.pid}/task"))
-        ctypes.CDLL(None).tgkill(launcher.pid, supervisor, signal.SIGTERM)
+        launcher.send_to_thread(supervisor, signal.SIGTERM)
         self.assertEqual(-signal.SIGABRT, launcher.wait())
         self.assertEqual([("DEBUG", start_text("a"))], launcher.log())
 

@@ -64,8 +64,15 @@ auto RetryInterrupted(Call call)
     return result;
 }
 
-// Opens the file at `path` and creates it if there is none; -1 with an errno. Never follows a
-// symbolic link and never blocks, as opening a pipe would.
+bool IsRegularFile(int file)
+{
+    struct stat status;
+    return fstat(file, &status) == 0 && S_ISREG(status.st_mode);
+}
+
+// Opens the regular file at `path` and creates it if there is none; -1 with an errno, which is
+// EINVAL for a file of another type. Never follows a symbolic link and never blocks, as opening a
+// pipe would.
 //
 // The umask does not apply to a file that is created here: with some masks nobody could open it
 // again. An existing file keeps its mode, which may be an administrator's choice.
@@ -75,6 +82,11 @@ int OpenOrCreate(const char* path, int flags)
     constexpr int kAttempts = 3;  // others may create or remove the file in between
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         int file = RetryInterrupted([&] { return open(path, flags); });
+        if (file >= 0 && !IsRegularFile(file)) {
+            close(file);
+            errno = EINVAL;
+            return -1;
+        }
         if (file >= 0 || errno != ENOENT) {
             return file;
         }
@@ -88,12 +100,6 @@ int OpenOrCreate(const char* path, int flags)
         }
     }
     return -1;
-}
-
-bool IsRegularFile(int file)
-{
-    struct stat status;
-    return fstat(file, &status) == 0 && S_ISREG(status.st_mode);
 }
 
 void CloseAndKeepErrno(int file)
@@ -243,8 +249,7 @@ int RotatingFile::Open(const char* path)
     }
     m_file = MoveUp(OpenOrCreate(m_path, O_WRONLY | O_APPEND | O_CLOEXEC), kFirstOwnDescriptor);
     struct stat status;
-    if (m_file < 0 || fcntl(m_inherited, F_SETFD, 0) != 0 || fstat(m_inherited, &status) != 0 ||
-        !IsRegularFile(m_file)) {
+    if (m_file < 0 || fcntl(m_inherited, F_SETFD, 0) != 0 || fstat(m_inherited, &status) != 0) {
         const int error = errno;
         Close();
         return error;
@@ -299,15 +304,9 @@ int RotatingFile::OpenLog()
     if (file < 0 && errno == ENOENT && CreateDirectories()) {
         file = OpenOrCreate(m_path, kFlags);
     }
-    if (file < 0) {
-        return -1;
+    if (file >= 0) {
+        fcntl(file, F_SETFL, O_APPEND);  // without O_NONBLOCK, which programs would inherit
     }
-    if (!IsRegularFile(file)) {
-        close(file);
-        errno = EINVAL;
-        return -1;
-    }
-    fcntl(file, F_SETFL, O_APPEND);  // without O_NONBLOCK, which programs would inherit
     return file;
 }
 
@@ -343,13 +342,7 @@ int RotatingFile::OpenLockFile()
     const std::size_t size = strlen(m_path);
     memcpy(m_to, m_path, size);
     memcpy(m_to + size, kSuffix, sizeof kSuffix);
-    const int file = MoveUp(OpenOrCreate(m_to, O_RDWR | O_CLOEXEC), kFirstOwnDescriptor);
-    if (file >= 0 && !IsRegularFile(file)) {
-        close(file);
-        errno = EINVAL;
-        return -1;
-    }
-    return file;
+    return MoveUp(OpenOrCreate(m_to, O_RDWR | O_CLOEXEC), kFirstOwnDescriptor);
 }
 
 // Locks the lock file. Returns its descriptor, or -1 with an errno: EAGAIN if another process holds

@@ -159,7 +159,8 @@ void EndChange()
 // default action ends the process.
 //
 // FitsSizeLimit makes the signal improbable, but another process may append to the file between
-// that check and the write.
+// that check and the write. Only Linux sends the signal to the thread that writes. macOS sends it
+// to the process, where any thread that does not block it may receive it.
 class SizeSignalBlocker
 {
 public:
@@ -428,7 +429,9 @@ bool RotatingFile::Append(const char* line, std::size_t size, pid_t process, std
     return false;
 }
 
-// Writes the record; -1 with an errno. Never causes a signal.
+// Writes the record; -1 with an errno. If the size of files is limited, the write does not cause
+// SIGXFSZ, except as described at SizeSignalBlocker. Without a limit, the signal is not blocked,
+// because that would cost four system calls per record.
 ssize_t RotatingFile::Write(const char* line, std::size_t size) const
 {
     const auto write_once = [&] {
@@ -454,8 +457,8 @@ bool RotatingFile::FitsSizeLimit(std::size_t size) const
                m_size_limit.load(std::memory_order_relaxed);
 }
 
-// A write beyond this limit sends SIGXFSZ, whose default action ends the process. Changing the
-// action would affect the program and its children.
+// Reads the process's limit for the size of a file. A write beyond it causes SIGXFSZ, whose default
+// action ends the process. Changing the action would affect the program and its children.
 void RotatingFile::ReadSizeLimit()
 {
     struct rlimit limit;

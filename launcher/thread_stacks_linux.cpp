@@ -22,12 +22,16 @@
 //   stack of a thread that is being joined is kept as well. (So does a pthread_create that fails;
 //   the launcher then ends.)
 // - pthread_join in the child would follow the links in an empty descriptor. The pthread_join
-//   defined here reports such a thread as joined, as glibc does for stacks that it allocated.
+//   defined here reports such a thread as joined, as glibc does for stacks that it allocated. The
+//   other functions that join (pthread_tryjoin_np, pthread_timedjoin_np, pthread_clockjoin_np) are
+//   not covered: they must not be called in a child, and a slot never becomes free after them.
+//   Nothing in the launcher calls them.
 // - Since 2.41, fork visits every thread of the list, to take back its buffer of getrandom. The
 //   child would crash, so the range is used with earlier versions only.
 //
-// A child of _Fork or clone, which run no fork handlers, would lose its own stack. Nothing in the
-// launcher calls them.
+// _Fork runs no fork handlers, nor does the system call clone: a child that they make with a copy
+// of the memory would lose its own stack. Nothing in the launcher calls them. A child that shares
+// the memory (CLONE_VM), as that of vfork or posix_spawn does, loses nothing.
 //
 // Outside of the range, threads have stacks of 512 KiB from glibc. That is the case
 //
@@ -42,6 +46,7 @@
 //
 // This is part of the program's start-up, before the first thread.
 #include <dlfcn.h>
+#include <errno.h>
 #include <fcntl.h>
 #include <gnu/libc-version.h>
 #include <malloc.h>
@@ -59,7 +64,6 @@
 
 namespace {
 
-// In place of 8 MiB.
 constexpr std::size_t kStackSize = kSupervisorStackSize;
 
 // Bounds the address space in use, which is 1 GiB. A thread beyond it costs a fork more.
@@ -77,6 +81,7 @@ constexpr int kGuardInstall = 102;
 struct Slot
 {
     std::atomic<bool> taken{false};
+    // A flag is enough: POSIX allows only one join of a thread at a time.
     std::atomic<bool> being_joined{false};
 };
 
@@ -110,8 +115,12 @@ Slot* SlotOf(pthread_t thread)
 void Keep(const Slot& slot)
 {
     if (madvise(AddressOf(slot), g_slot_size, MADV_KEEPONFORK) != 0) {
-        // The process may have no further mapping, which a part of the range needs. All of it needs
-        // none. A fork is more expensive then, but a child without a stack would crash.
+        // To mark a part of the range, the kernel may have to split a mapping, and the process may
+        // have as many mappings as it is allowed. To mark the whole range, it splits none. A fork
+        // is more expensive then, but a child without a stack would crash.
+        //
+        // This can only fail if the kernel has no memory for itself. If it then succeeds in the
+        // fork, the child crashes, and its item is restarted as after any other end.
         madvise(g_range, kSlotCount * g_slot_size, MADV_KEEPONFORK);
     }
 }
@@ -169,20 +178,26 @@ void GuardStackOfGlibc()
     guarded = guard != 0 || madvise(lowest, g_page_size, kGuardInstall) == 0;
 }
 
+// The fork handlers preserve errno: a caller of fork expects the errno of fork.
+
 void BeforeFork()
 {
+    const int error = errno;
     if (const Slot* const slot = SlotOf(pthread_self())) {
         Keep(*slot);
     } else {
         GuardStackOfGlibc();
     }
+    errno = error;
 }
 
 void AfterForkInParent()
 {
+    const int error = errno;
     if (const Slot* const slot = SlotOf(pthread_self())) {
         Wipe(*slot);
     }
+    errno = error;
 }
 
 void AfterForkInChild()
@@ -328,8 +343,9 @@ __attribute__((visibility("default"))) int pthread_join(pthread_t thread, void**
     Keep(*slot);
     const int error = NextJoin()(thread, result);
     slot->being_joined = false;
-    Wipe(*slot);
+    // After an error, the thread may still be running, and forking: its stack stays as it is.
     if (error == 0) {
+        Wipe(*slot);
         // The next thread finds an empty stack, as a new one is. The guard page stays.
         madvise(AddressOf(*slot) + g_page_size, kStackSize, MADV_DONTNEED);
         slot->taken = false;

@@ -119,8 +119,8 @@ void Keep(const Slot& slot)
         // have as many mappings as it is allowed. To mark the whole range, it splits none. A fork
         // is more expensive then, but a child without a stack would crash.
         //
-        // This can only fail if the kernel has no memory for itself. If it then succeeds in the
-        // fork, the child crashes, and its item is restarted as after any other end.
+        // The second call can only fail if the kernel runs out of memory. If the fork succeeds
+        // nevertheless, the child crashes, and its item is restarted as after any other end.
         madvise(g_range, kSlotCount * g_slot_size, MADV_KEEPONFORK);
     }
 }

@@ -1,8 +1,8 @@
 // A cheap fork for a process with a thread per item.
 //
-// fork copies what every thread added to the address space, so starting N items costs N squared.
-// The child needs one stack only, that of the thread that forks. This file lets fork skip the
-// others; docs/tuning.md has the figures.
+// fork copies what every thread added to the address space, so the cost of starting N items grows
+// with the square of N. The child needs one stack only, that of the thread that forks. This file
+// lets fork skip the others; docs/tuning.md has the figures.
 //
 // All stacks lie in one range of memory that is marked MADV_WIPEONFORK: a forked child finds the
 // range mapped, but empty, and fork copies neither page tables nor pages of it. Around each fork,
@@ -33,7 +33,7 @@
 // of the memory would lose its own stack. Nothing in the launcher calls them. A child that shares
 // the memory (CLONE_VM), as that of vfork or posix_spawn does, loses nothing.
 //
-// Outside of the range, threads have stacks of 512 KiB from glibc. That is the case
+// In these cases, threads have stacks of 512 KiB from glibc, outside of the range:
 //
 // - with a glibc that visits all threads;
 // - if the kernel has no MADV_WIPEONFORK (before Linux 4.14);
@@ -41,8 +41,8 @@
 //   space or the data segment is limited: the whole range would count, used or not;
 // - beyond the end of the range, and in a forked child.
 //
-// All threads share one heap, because the supervisors hardly allocate; the heaps of glibc, up to
-// eight per processor, are memory that a fork would copy, too.
+// All threads share one heap. By default, glibc creates up to eight per processor, which a fork
+// would copy as well, and the supervisors hardly allocate.
 //
 // This is part of the program's start-up, before the first thread.
 #include <dlfcn.h>
@@ -66,7 +66,7 @@ namespace {
 
 constexpr std::size_t kStackSize = kSupervisorStackSize;
 
-// Bounds the address space in use, which is 1 GiB. A thread beyond it costs a fork more.
+// Limits the range to 1 GiB of address space. A fork also copies the stack of each further thread.
 constexpr std::size_t kSlotCount = 2048;
 
 // The last minor version of glibc 2 with which the range is used. Since 2.41, fork() visits the
@@ -74,7 +74,7 @@ constexpr std::size_t kSlotCount = 2048;
 constexpr int kLastMinorVersion = 38;
 
 // MADV_GUARD_INSTALL, since Linux 6.13; the headers are older. It makes a page inaccessible without
-// a mapping of its own.
+// splitting its mapping.
 constexpr int kGuardInstall = 102;
 
 // The place of one stack in the range: a guard page, and the stack above it.
@@ -141,8 +141,8 @@ bool Guard(const Slot& slot)
                           : mprotect(lowest_page, g_page_size, PROT_NONE) == 0;
 }
 
-// A free slot with its guard page; null if there is none. Lock-free, because the SIGTERM handler
-// joins threads and may have interrupted this.
+// Takes a free slot and marks its guard page. Returns null if there is none, or if the page cannot
+// be marked. Lock-free, because the SIGTERM handler joins threads and may have interrupted this.
 Slot* TakeSlot()
 {
     if (g_range == nullptr || g_in_forked_child) {
@@ -160,8 +160,8 @@ Slot* TakeSlot()
     return nullptr;
 }
 
-// Marks the lowest page of a stack that glibc allocated without a guard page. Once in a thread; a
-// forked child has the mark as well.
+// Marks the lowest page of a stack that glibc allocated without a guard page. Each thread does this
+// once; a forked child has the mark as well.
 void GuardStackOfGlibc()
 {
     thread_local bool guarded = false;
@@ -211,7 +211,7 @@ bool IsUnlimited(decltype(RLIMIT_AS) resource)
     return getrlimit(resource, &limit) == 0 && limit.rlim_cur == RLIM_INFINITY;
 }
 
-// False under strict overcommit, and if that cannot be told.
+// False under strict overcommit, and if the kernel's mode is unknown.
 bool MayReserveMemory()
 {
     const int file = open("/proc/sys/vm/overcommit_memory", O_RDONLY | O_CLOEXEC);
@@ -249,14 +249,15 @@ char* MakeRange()
         munmap(range, size);
         return nullptr;
     }
-    // A huge page would hold four stacks, and 2 MiB. The advice fails where there are none.
+    // Otherwise the first access to a stack could allocate a huge page of 2 MiB. The advice fails
+    // if the kernel has no huge pages.
     madvise(range, size, MADV_NOHUGEPAGE);
     return static_cast<char*>(range);
 }
 
-// Of threads outside of the range. A guard page of glibc's makes two mappings of every stack;
-// without it the stacks join into one mapping, in which each thread marks its guard page before it
-// forks.
+// Sets the attributes of threads outside of the range. A guard page of glibc's makes two mappings
+// of every stack; without it the stacks join into one mapping, in which each thread marks its guard
+// page before it forks.
 void SetDefaults(bool marks_guards)
 {
     pthread_attr_t attributes;
@@ -288,8 +289,8 @@ auto NextJoin()
 bool SetUp()
 {
     mallopt(M_ARENA_MAX, 1);
-    // Here, because the first join may be that of a signal handler, which must not wait for the
-    // dynamic linker's lock.
+    // Both are looked up here, because the first join may be that of a signal handler, which must
+    // not wait for the dynamic linker's lock.
     NextCreate();
     NextJoin();
     const bool has_handlers = pthread_atfork(BeforeFork, AfterForkInParent, AfterForkInChild) == 0;
@@ -302,7 +303,7 @@ const bool g_set_up = SetUp();
 
 }  // namespace
 
-// Both are found before glibc's by everything in the process.
+// The dynamic linker finds these functions before glibc's, for every library in the process.
 extern "C" {
 
 __attribute__((visibility("default"))) int pthread_create(pthread_t* thread,

@@ -123,7 +123,7 @@ const char* ParseNumber(const char* at, int& number)
 {
     number = 0;
     for (; *at >= '0' && *at <= '9'; ++at) {
-        // Larger than any text, and far from an overflow.
+        // The limit is larger than any text, and prevents an overflow.
         number = std::min(number * 10 + (*at - '0'), 100'000'000);
     }
     return at;
@@ -304,7 +304,7 @@ void PutPadded(Output& output, const Conversion& conversion, std::string_view te
 
 void PutString(Output& output, const Conversion& conversion, const char* text)
 {
-    // Never more than SIZE_MAX / 2, which no text has.
+    // No text is longer than PTRDIFF_MAX.
     const std::size_t limit = conversion.has_precision
                                   ? static_cast<std::size_t>(conversion.precision)
                                   : static_cast<std::size_t>(PTRDIFF_MAX);
@@ -357,7 +357,7 @@ void PutInteger(Output& output, const Conversion& conversion, bool negative, uin
     }
 }
 
-// Lets snprintf convert one argument of type Value, which is what `length` says.
+// Lets snprintf convert one argument. `length` is the length modifier for the type Value.
 template <typename Value>
 __attribute__((noinline)) bool PutBySystem(Output& output, const Conversion& conversion,
                                            const char* length, Value value)

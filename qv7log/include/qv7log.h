@@ -30,13 +30,14 @@
 //            SIGXFSZ. Records that cannot be written are counted. Once writing works again, a
 //            record with the number lost comes first. errno is preserved.
 // Log:       one line per record, see docs/log-format.md. The log is never a symbolic link.
-// Files:     the lowest one that is free in InitLogger is for the programs that the process
-//            starts, which inherit it and write to the log through it. Records are written
-//            through another one, 3 or above, which is close-on-exec and has its own open file
-//            description: what a program does to the flags or the offset of the inherited one
-//            does not affect records. Both keep their numbers and follow a rotation. The process
-//            may close the first one or use its number for another file, which then stays as it
-//            is. It must not do so with the second one.
+// Files:     the log has two descriptors, which keep their numbers and follow a rotation. The
+//            first one has the lowest number that is free in InitLogger. It is for the programs
+//            that the process starts: they inherit it, and can write to the log through it.
+//            Records are written through the second one, 3 or above, which is close-on-exec and
+//            has its own open file description: what a program does to the flags or the offset
+//            of the inherited one does not affect records. The process may close the first one,
+//            or use its number for another file, which the library then leaves alone. It must
+//            not do so with the second one.
 #pragma once
 
 #include <cstdarg>

@@ -23,7 +23,8 @@ target_compile_options(kestrane_build INTERFACE
 
 # Sanitizers and coverage apply to all of our own code, the shared library included. With a sanitizer,
 # tests run under KESTRANE_TEST_LAUNCHER, which collects the sanitizer's reports.
-set(KESTRANE_SANITIZE "" CACHE STRING "Sanitizers to build with: \"address,undefined\" or \"thread\"")
+set(KESTRANE_SANITIZE "" CACHE STRING
+    "Sanitizers to build with: \"address,undefined\", \"thread\" or \"undefined\"")
 option(KESTRANE_COVERAGE "Count which lines and branches run" OFF)
 set(KESTRANE_TEST_LAUNCHER "")
 set(KESTRANE_TEST_TIMEOUT 120)

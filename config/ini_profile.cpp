@@ -29,10 +29,12 @@ std::string Lower(std::string text)
     return text;
 }
 
-// Reads the next line of `file`, trimmed; false at the end of the file. A read error gives an empty
-// line, and only end of file ends a search, so the search of a directory never ends. Other
-// components of the product were written against this; with a check they would continue with a
-// default where a file exists but cannot be read.
+// Reads the next line of `file` and trims it. Returns false once an earlier call has reached the
+// end of the file.
+//
+// A read error gives an empty line, and the search continues. A directory can be opened but not
+// read, so its search never ends. The product depends on this: if a read error ended the search,
+// components would continue with a default although the file exists.
 bool ReadLine(std::FILE* file, std::string& line)
 {
     if (std::feof(file)) {

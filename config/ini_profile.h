@@ -4,7 +4,8 @@
 //
 //     [LOG]            a section: brackets at both ends of the line, "[ log ]" is the same one
 //     LEVEL=DEBUG      a key and its value, which ends at the next "="
-//     LEVEL = DEBUG    another key, "LEVEL " with its blank: keys and values are not trimmed
+//     LEVEL = DEBUG    another key, "LEVEL ", and the value " DEBUG": only the ends of a line are
+//                      trimmed
 //     LEVEL=           no value: skipped, the search continues with the next line
 //
 // Section names and keys are not case-sensitive for A to Z. Only the first section with the name is
@@ -20,11 +21,12 @@
 #include <cstdint>
 #include <string>
 
-// Copies the value, or `default_value` if there is none, with a NUL into `buffer` and returns its
-// length. A value that needs more than `size` bytes counts as missing; a default that does gives 0
-// and leaves `buffer` unchanged. An empty value ("KEY==x") also gives the default.
-// A null `buffer` or a `size` of 0 gives 0. A negative `size` sets no limit: the caller must then
-// provide room for any value, of up to 2,047 bytes, and for the default.
+// Copies the value with a NUL into `buffer` and returns its length. Uses `default_value` instead if
+// there is no value, if it is empty ("KEY==x"), or if it needs more than `size` bytes. If the
+// default needs more as well, returns 0 and leaves `buffer` unchanged.
+//
+// Returns 0 for a null `buffer` or a `size` of 0. A negative `size` sets no limit: the caller must
+// then provide 2,047 bytes, which are enough for any value, or more if the default needs more.
 std::uint64_t GetPrivateProfileString(std::string section, std::string key,
                                       std::string default_value, char* buffer, std::int32_t size,
                                       std::string file);

@@ -91,8 +91,8 @@ void ChildProc::WaitForEnd()
 //
 // "argc" is deliberately unchecked, since the product's lists were written against that: -1 starts
 // the program with an empty argument vector, and a check for negative counts would refuse it. Below
-// -1, and with a vector that does not fit the stack, the writes leave the vector, and the child
-// usually crashes.
+// -1, and with a vector that does not fit the stack, writes go beyond the vector or the stack, and
+// the child usually crashes.
 void ChildProc::Execute(std::string& program)
 {
     const int count = ItemArgumentCount(m_item) + 1;

@@ -20,7 +20,8 @@ bool HasItem(JsonObject& list, int index);
 // A view of item `index`, which must exist.
 JsonObject GetItem(JsonObject& list, int index);
 
-// Whether the item has a "name" member; null counts as the empty name. An item without is skipped.
+// Whether the item has a "name" member; null counts as the empty name. An item without one is
+// skipped.
 bool HasName(JsonObject& item);
 
 // The item's name in the log and its key among the running items.

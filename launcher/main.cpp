@@ -88,8 +88,8 @@ void StartChildren(const std::string& app_name, const std::string& list)
     }
 }
 
-// Any wake-up counts as a stop request, a spurious one included. There is no flag to check: the
-// handler could only set one while `main` does not hold the mutex, and it takes no mutex.
+// Any wake-up counts as a stop request, a spurious one included: the product's stop is the
+// notification alone, and one that comes before the wait is lost.
 void WaitForStop()
 {
     std::unique_lock<std::mutex> lock(g_process_mutex);

@@ -11,8 +11,9 @@
 
 #include "launcher/child_proc.h"
 
-// One entry per running item, under the item's name; the only owner of its ChildProc. `main` fills
-// the map and the SIGTERM handler empties it, deliberately without a lock: the handler would wait
+// One entry per started item, under the item's name; the only owner of its ChildProc. The child of
+// an entry may be dead: during the restart pause, or for good after a failed fork. `main` fills the
+// map and the SIGTERM handler empties it, deliberately without a lock: the handler would wait
 // forever for a lock that the interrupted thread holds. A stop in the middle of the walk may
 // therefore crash the launcher.
 extern std::unordered_map<std::string, std::shared_ptr<ChildProc>> g_child_map;
@@ -31,9 +32,11 @@ void InitDaemon();
 //
 // The handler deliberately frees memory, takes locks and blocks for at least 50 ms per item, which
 // POSIX does not allow in a handler. The components that stop the launcher were written against
-// this: the stop takes effect at once, also in the middle of the walk, and when the launcher exits
-// with status 1, its children are dead and their ends are logged. A handler that only set a flag
-// would let the walk start further items first. The price:
+// this: the children are killed at once, and when the launcher exits with status 1, all of them are
+// dead and their ends are logged. A handler that only set a flag would leave the children running
+// until the end of the walk. The price:
+// - A stop in the middle of the walk kills the items started so far; `main` then starts the rest
+//   and waits for another SIGTERM.
 // - If the system runs the handler on a supervisor thread, the thread's join with itself ends the
 //   process.
 // - If the handler interrupts a fork, it may wait forever for supervisors that need the locks which

@@ -7,6 +7,7 @@
 // How long a supervisor waits between the end of its child and the next start.
 inline constexpr std::chrono::milliseconds kRestartPause(50);
 
-// The stack of a supervisor thread: the system's default on macOS, set at start-up on Linux. The
-// argument vector of an item lives on it, so its size limits "argc".
+// The size of a supervisor thread's stack in bytes. On macOS it is the system's default; on Linux,
+// where that is 8 MiB, the launcher sets it at start-up, except in builds with sanitizers that need
+// more. The argument vector of an item lives on the stack, so its size limits "argc".
 inline constexpr std::size_t kSupervisorStackSize = std::size_t{512} * 1024;

@@ -1,8 +1,8 @@
 // A cheap fork for a process with a thread per item.
 //
-// fork copies what every thread added to the address space, so starting N items costs N squared.
-// The child needs one stack only, that of the thread that forks. This file lets fork skip the
-// others; docs/tuning.md has the figures.
+// fork copies what every thread added to the address space, so the cost of starting N items grows
+// with the square of N. The child needs one stack only, that of the thread that forks. This file
+// lets fork skip the others; docs/tuning.md has the figures.
 //
 // All stacks lie in one range of memory that is marked MADV_WIPEONFORK: a forked child finds the
 // range mapped, but empty, and fork copies neither page tables nor pages of it. Around each fork,
@@ -22,14 +22,18 @@
 //   stack of a thread that is being joined is kept as well. (So does a pthread_create that fails;
 //   the launcher then ends.)
 // - pthread_join in the child would follow the links in an empty descriptor. The pthread_join
-//   defined here reports such a thread as joined, as glibc does for stacks that it allocated.
+//   defined here reports such a thread as joined, as glibc does for stacks that it allocated. The
+//   other functions that join (pthread_tryjoin_np, pthread_timedjoin_np, pthread_clockjoin_np) are
+//   not covered: they must not be called in a child, and a slot never becomes free after them.
+//   Nothing in the launcher calls them.
 // - Since 2.41, fork visits every thread of the list, to take back its buffer of getrandom. The
 //   child would crash, so the range is used with earlier versions only.
 //
-// A child of _Fork or clone, which run no fork handlers, would lose its own stack. Nothing in the
-// launcher calls them.
+// _Fork runs no fork handlers, nor does the system call clone: a child that they make with a copy
+// of the memory would lose its own stack. Nothing in the launcher calls them. A child that shares
+// the memory (CLONE_VM), as that of vfork or posix_spawn does, loses nothing.
 //
-// Outside of the range, threads have stacks of 512 KiB from glibc. That is the case
+// In these cases, threads have stacks of 512 KiB from glibc, outside of the range:
 //
 // - with a glibc that visits all threads;
 // - if the kernel has no MADV_WIPEONFORK (before Linux 4.14);
@@ -37,11 +41,12 @@
 //   space or the data segment is limited: the whole range would count, used or not;
 // - beyond the end of the range, and in a forked child.
 //
-// All threads share one heap, because the supervisors hardly allocate; the heaps of glibc, up to
-// eight per processor, are memory that a fork would copy, too.
+// All threads share one heap. By default, glibc creates up to eight per processor, which a fork
+// would copy as well, and the supervisors hardly allocate.
 //
 // This is part of the program's start-up, before the first thread.
 #include <dlfcn.h>
+#include <errno.h>
 #include <fcntl.h>
 #include <gnu/libc-version.h>
 #include <malloc.h>
@@ -59,10 +64,9 @@
 
 namespace {
 
-// In place of 8 MiB.
 constexpr std::size_t kStackSize = kSupervisorStackSize;
 
-// Bounds the address space in use, which is 1 GiB. A thread beyond it costs a fork more.
+// Limits the range to 1 GiB of address space. A fork also copies the stack of each further thread.
 constexpr std::size_t kSlotCount = 2048;
 
 // The last minor version of glibc 2 with which the range is used. Since 2.41, fork() visits the
@@ -70,13 +74,14 @@ constexpr std::size_t kSlotCount = 2048;
 constexpr int kLastMinorVersion = 38;
 
 // MADV_GUARD_INSTALL, since Linux 6.13; the headers are older. It makes a page inaccessible without
-// a mapping of its own.
+// splitting its mapping.
 constexpr int kGuardInstall = 102;
 
 // The place of one stack in the range: a guard page, and the stack above it.
 struct Slot
 {
     std::atomic<bool> taken{false};
+    // A flag is enough: POSIX allows only one join of a thread at a time.
     std::atomic<bool> being_joined{false};
 };
 
@@ -110,8 +115,12 @@ Slot* SlotOf(pthread_t thread)
 void Keep(const Slot& slot)
 {
     if (madvise(AddressOf(slot), g_slot_size, MADV_KEEPONFORK) != 0) {
-        // The process may have no further mapping, which a part of the range needs. All of it needs
-        // none. A fork is more expensive then, but a child without a stack would crash.
+        // To mark a part of the range, the kernel may have to split a mapping, and the process may
+        // have as many mappings as it is allowed. To mark the whole range, it splits none. A fork
+        // is more expensive then, but a child without a stack would crash.
+        //
+        // The second call can only fail if the kernel runs out of memory. If the fork succeeds
+        // nevertheless, the child crashes, and its item is restarted as after any other end.
         madvise(g_range, kSlotCount * g_slot_size, MADV_KEEPONFORK);
     }
 }
@@ -132,8 +141,8 @@ bool Guard(const Slot& slot)
                           : mprotect(lowest_page, g_page_size, PROT_NONE) == 0;
 }
 
-// A free slot with its guard page; null if there is none. Lock-free, because the SIGTERM handler
-// joins threads and may have interrupted this.
+// Takes a free slot and marks its guard page. Returns null if there is none, or if the page cannot
+// be marked. Lock-free, because the SIGTERM handler joins threads and may have interrupted this.
 Slot* TakeSlot()
 {
     if (g_range == nullptr || g_in_forked_child) {
@@ -151,8 +160,8 @@ Slot* TakeSlot()
     return nullptr;
 }
 
-// Marks the lowest page of a stack that glibc allocated without a guard page. Once in a thread; a
-// forked child has the mark as well.
+// Marks the lowest page of a stack that glibc allocated without a guard page. Each thread does this
+// once; a forked child has the mark as well.
 void GuardStackOfGlibc()
 {
     thread_local bool guarded = false;
@@ -169,20 +178,26 @@ void GuardStackOfGlibc()
     guarded = guard != 0 || madvise(lowest, g_page_size, kGuardInstall) == 0;
 }
 
+// The fork handlers preserve errno: a caller of fork expects the errno of fork.
+
 void BeforeFork()
 {
+    const int error = errno;
     if (const Slot* const slot = SlotOf(pthread_self())) {
         Keep(*slot);
     } else {
         GuardStackOfGlibc();
     }
+    errno = error;
 }
 
 void AfterForkInParent()
 {
+    const int error = errno;
     if (const Slot* const slot = SlotOf(pthread_self())) {
         Wipe(*slot);
     }
+    errno = error;
 }
 
 void AfterForkInChild()
@@ -196,7 +211,7 @@ bool IsUnlimited(decltype(RLIMIT_AS) resource)
     return getrlimit(resource, &limit) == 0 && limit.rlim_cur == RLIM_INFINITY;
 }
 
-// False under strict overcommit, and if that cannot be told.
+// False under strict overcommit, and if the kernel's mode is unknown.
 bool MayReserveMemory()
 {
     const int file = open("/proc/sys/vm/overcommit_memory", O_RDONLY | O_CLOEXEC);
@@ -234,14 +249,15 @@ char* MakeRange()
         munmap(range, size);
         return nullptr;
     }
-    // A huge page would hold four stacks, and 2 MiB. The advice fails where there are none.
+    // Otherwise the first access to a stack could allocate a huge page of 2 MiB. The advice fails
+    // if the kernel has no huge pages.
     madvise(range, size, MADV_NOHUGEPAGE);
     return static_cast<char*>(range);
 }
 
-// Of threads outside of the range. A guard page of glibc's makes two mappings of every stack;
-// without it the stacks join into one mapping, in which each thread marks its guard page before it
-// forks.
+// Sets the attributes of threads outside of the range. A guard page of glibc's makes two mappings
+// of every stack; without it the stacks join into one mapping, in which each thread marks its guard
+// page before it forks.
 void SetDefaults(bool marks_guards)
 {
     pthread_attr_t attributes;
@@ -273,8 +289,8 @@ auto NextJoin()
 bool SetUp()
 {
     mallopt(M_ARENA_MAX, 1);
-    // Here, because the first join may be that of a signal handler, which must not wait for the
-    // dynamic linker's lock.
+    // Both are looked up here, because the first join may be that of a signal handler, which must
+    // not wait for the dynamic linker's lock.
     NextCreate();
     NextJoin();
     const bool has_handlers = pthread_atfork(BeforeFork, AfterForkInParent, AfterForkInChild) == 0;
@@ -287,7 +303,7 @@ const bool g_set_up = SetUp();
 
 }  // namespace
 
-// Both are found before glibc's by everything in the process.
+// The dynamic linker finds these functions before glibc's, for every library in the process.
 extern "C" {
 
 __attribute__((visibility("default"))) int pthread_create(pthread_t* thread,
@@ -328,8 +344,9 @@ __attribute__((visibility("default"))) int pthread_join(pthread_t thread, void**
     Keep(*slot);
     const int error = NextJoin()(thread, result);
     slot->being_joined = false;
-    Wipe(*slot);
+    // After an error, the thread may still be running, and forking: its stack stays as it is.
     if (error == 0) {
+        Wipe(*slot);
         // The next thread finds an empty stack, as a new one is. The guard page stays.
         madvise(AddressOf(*slot) + g_page_size, kStackSize, MADV_DONTNEED);
         slot->taken = false;

@@ -11,8 +11,9 @@ namespace qv7log {
 // not at `begin`. A record contains no timestamp except its own, so a second one in a line begins a
 // new record. Returns `end` if there is neither.
 //
-// Examines each byte of the entry at most a fixed number of times and none after it, so that
-// reading a whole log takes time in proportion to its size. A template, so that a test can count.
+// Examines each byte of the entry at most a fixed number of times, and no byte beyond the entry, so
+// that reading a whole log takes time in proportion to its size. This is a template so that a test
+// can count these accesses.
 template <typename Iterator>
 Iterator FindEntryEnd(Iterator begin, Iterator end)
 {

@@ -123,7 +123,7 @@ const char* ParseNumber(const char* at, int& number)
 {
     number = 0;
     for (; *at >= '0' && *at <= '9'; ++at) {
-        // Larger than any text, and far from an overflow.
+        // The limit is larger than any text, and prevents an overflow.
         number = std::min(number * 10 + (*at - '0'), 100'000'000);
     }
     return at;
@@ -304,7 +304,7 @@ void PutPadded(Output& output, const Conversion& conversion, std::string_view te
 
 void PutString(Output& output, const Conversion& conversion, const char* text)
 {
-    // Never more than SIZE_MAX / 2, which no text has.
+    // No text is longer than PTRDIFF_MAX.
     const std::size_t limit = conversion.has_precision
                                   ? static_cast<std::size_t>(conversion.precision)
                                   : static_cast<std::size_t>(PTRDIFF_MAX);
@@ -357,7 +357,7 @@ void PutInteger(Output& output, const Conversion& conversion, bool negative, uin
     }
 }
 
-// Lets snprintf convert one argument of type Value, which is what `length` says.
+// Lets snprintf convert one argument. `length` is the length modifier for the type Value.
 template <typename Value>
 __attribute__((noinline)) bool PutBySystem(Output& output, const Conversion& conversion,
                                            const char* length, Value value)
@@ -404,7 +404,9 @@ __attribute__((noinline)) bool PutBySystem(Output& output, const Conversion& con
     return true;
 }
 
-// The description of `error` in English. strerror would translate it, under the locale's lock.
+// The description of `error` in English. strerror and glibc's strerror_r would translate it, under
+// the locale's lock. Before version 2.32, glibc has no other function: the description is then the
+// number.
 const char* DescribeError(int error, char* buffer, std::size_t size)
 {
 #ifdef __GLIBC__
@@ -420,6 +422,26 @@ const char* DescribeError(int error, char* buffer, std::size_t size)
 #endif
     snprintf(buffer, size, "Unknown error %d", error);
     return buffer;
+}
+
+// Whether the conversion is supported with its length. %lc and %ls are not; for other combinations
+// that are missing here, C17 does not define the type of the argument.
+bool SupportsLength(const Conversion& conversion)
+{
+    constexpr std::string_view kIntegers = "diouxX";
+    constexpr std::string_view kFloatingPoint = "aAeEfFgG";
+    const bool is_integer = kIntegers.find(conversion.kind) != std::string_view::npos;
+    const bool is_floating_point = kFloatingPoint.find(conversion.kind) != std::string_view::npos;
+    switch (conversion.length) {
+        case Length::kNone:
+            return true;
+        case Length::kLong:
+            return is_integer || is_floating_point;
+        case Length::kLongDouble:
+            return is_floating_point;
+        default:
+            return is_integer;
+    }
 }
 
 bool PutArgument(Output& output, const Conversion& conversion, Arguments& arguments)
@@ -447,15 +469,9 @@ bool PutArgument(Output& output, const Conversion& conversion, Arguments& argume
             return true;
         }
         case 's':
-            if (conversion.length != Length::kNone) {
-                return false;
-            }
             PutString(output, conversion, va_arg(arguments.list, const char*));
             return true;
         case 'c': {
-            if (conversion.length != Length::kNone) {
-                return false;
-            }
             const char c = static_cast<char>(va_arg(arguments.list, int));
             PutPadded(output, conversion, {&c, 1});
             return true;
@@ -492,6 +508,9 @@ __attribute__((noinline)) const char* PutConversion(Output& output, const char* 
     at = ParsePrecision(at, conversion, arguments);
     at = ParseLength(at, conversion.length);
     conversion.kind = *at;
+    if (!SupportsLength(conversion)) {
+        return nullptr;
+    }
     if (conversion.kind == 'm') {
         char buffer[64];
         PutString(output, conversion, DescribeError(error, buffer, sizeof buffer));

@@ -4,10 +4,12 @@
 // locale (%m, %ls, %lc in glibc). A child forked while another thread is inside setlocale() would
 // hang there. It is also slower than the conversions below.
 //
-// Supported are all conversions of C17 but these, which make a text unformattable: %n, %ls, %lc,
-// and arguments selected by position (%1$d). %m is replaced by the English description of an error
-// number. A width above kMaxWidth counts as kMaxWidth, and so does the precision of a number:
-// otherwise a wrong argument for %*d could block the caller for a minute.
+// Supported are the conversions of C17 except %n, %ls and %lc, the flag ' (%'d), and %m, which is
+// the English description of an error number. Every other conversion makes a text unformattable,
+// for example an argument selected by position (%1$d), or a length that C17 does not define for the
+// conversion (%Ld): the type of the argument would be unknown. A width above kMaxWidth counts as
+// kMaxWidth, and so does the precision of a number: otherwise a wrong argument for %*d could block
+// the caller for a minute.
 //
 // Threads: every function may be called at any time, also in a forked child. None takes a lock or
 //          uses the heap, except that the C library may do so for a floating-point number.

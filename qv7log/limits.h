@@ -23,7 +23,7 @@ constexpr int kOldFiles = QV7LOG_OLD_FILES;
 constexpr std::size_t kMaxText = 64 * 1024;
 
 // A record whose line fits into this many bytes does not use the heap. If anything in its text has
-// to be escaped, that requires four bytes for each byte of the text.
+// to be escaped, the line needs room for four bytes for each byte of the text.
 constexpr std::size_t kStackLine = 2048;
 
 // A longer program name is cut.

@@ -46,8 +46,8 @@ char* PutHeading(char* out, const Heading& heading);
 // `text` may be in the same buffer as `out`, if it ends where that space ends.
 char* PutText(char* out, std::string_view text);
 
-// Whether PutText would write `text` unchanged. False for some unusual texts to which that applies:
-// this examines single bytes, eight at a time.
+// True only if PutText would write `text` unchanged. May be false although PutText would: this
+// examines single bytes, eight at a time, and knows nothing about the characters that they form.
 bool IsPlain(std::string_view text);
 
 // Like PutText, but also escapes blanks and brackets, which would end the name.

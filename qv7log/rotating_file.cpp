@@ -65,8 +65,15 @@ auto RetryInterrupted(Call call)
     return result;
 }
 
-// Opens the file at `path` and creates it if there is none; -1 with an errno. Never follows a
-// symbolic link and never blocks, as opening a pipe would.
+bool IsRegularFile(int file)
+{
+    struct stat status;
+    return fstat(file, &status) == 0 && S_ISREG(status.st_mode);
+}
+
+// Opens the regular file at `path` and creates it if there is none; -1 with an errno, which is
+// EINVAL for a file of another type. Never follows a symbolic link and never blocks, as opening a
+// pipe would.
 //
 // The umask does not apply to a file that is created here: with some masks nobody could open it
 // again. An existing file keeps its mode, which may be an administrator's choice.
@@ -76,6 +83,11 @@ int OpenOrCreate(const char* path, int flags)
     constexpr int kAttempts = 3;  // others may create or remove the file in between
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         int file = RetryInterrupted([&] { return open(path, flags); });
+        if (file >= 0 && !IsRegularFile(file)) {
+            close(file);
+            errno = EINVAL;
+            return -1;
+        }
         if (file >= 0 || errno != ENOENT) {
             return file;
         }
@@ -89,12 +101,6 @@ int OpenOrCreate(const char* path, int flags)
         }
     }
     return -1;
-}
-
-bool IsRegularFile(int file)
-{
-    struct stat status;
-    return fstat(file, &status) == 0 && S_ISREG(status.st_mode);
 }
 
 void CloseAndKeepErrno(int file)
@@ -170,7 +176,8 @@ void EndChange()
 // default action ends the process.
 //
 // FitsSizeLimit makes the signal improbable, but another process may append to the file between
-// that check and the write.
+// that check and the write. Only Linux sends the signal to the thread that writes. macOS sends it
+// to the process, where any thread that does not block it may receive it.
 class SizeSignalBlocker
 {
 public:
@@ -260,8 +267,7 @@ int RotatingFile::Open(const char* path)
     }
     m_file = MoveUp(OpenOrCreate(m_path, O_WRONLY | O_APPEND | O_CLOEXEC), kFirstOwnDescriptor);
     struct stat status;
-    if (m_file < 0 || fcntl(m_inherited, F_SETFD, 0) != 0 || fstat(m_inherited, &status) != 0 ||
-        !IsRegularFile(m_file)) {
+    if (m_file < 0 || fcntl(m_inherited, F_SETFD, 0) != 0 || fstat(m_inherited, &status) != 0) {
         const int error = errno;
         Close();
         return error;
@@ -320,15 +326,9 @@ int RotatingFile::OpenLog()
     if (file < 0 && errno == ENOENT && CreateDirectories()) {
         file = OpenOrCreate(m_path, kFlags);
     }
-    if (file < 0) {
-        return -1;
+    if (file >= 0) {
+        fcntl(file, F_SETFL, O_APPEND);  // without O_NONBLOCK, which programs would inherit
     }
-    if (!IsRegularFile(file)) {
-        close(file);
-        errno = EINVAL;
-        return -1;
-    }
-    fcntl(file, F_SETFL, O_APPEND);  // without O_NONBLOCK, which programs would inherit
     return file;
 }
 
@@ -364,13 +364,7 @@ int RotatingFile::OpenLockFile()
     const std::size_t size = strlen(m_path);
     memcpy(m_to, m_path, size);
     memcpy(m_to + size, kSuffix, sizeof kSuffix);
-    const int file = MoveUp(OpenOrCreate(m_to, O_RDWR | O_CLOEXEC), kFirstOwnDescriptor);
-    if (file >= 0 && !IsRegularFile(file)) {
-        close(file);
-        errno = EINVAL;
-        return -1;
-    }
-    return file;
+    return MoveUp(OpenOrCreate(m_to, O_RDWR | O_CLOEXEC), kFirstOwnDescriptor);
 }
 
 // Locks the lock file. Returns its descriptor, or -1 with an errno: EAGAIN if another process holds
@@ -456,7 +450,9 @@ bool RotatingFile::Append(const char* line, std::size_t size, pid_t process, std
     return false;
 }
 
-// Writes the record; -1 with an errno. Never causes a signal.
+// Writes the record; -1 with an errno. If the size of files is limited, the write does not cause
+// SIGXFSZ, except as described at SizeSignalBlocker. Without a limit, the signal is not blocked,
+// because that would cost four system calls per record.
 ssize_t RotatingFile::Write(const char* line, std::size_t size) const
 {
     const auto write_once = [&] {
@@ -482,8 +478,8 @@ bool RotatingFile::FitsSizeLimit(std::size_t size) const
                m_size_limit.load(std::memory_order_relaxed);
 }
 
-// A write beyond this limit sends SIGXFSZ, whose default action ends the process. Changing the
-// action would affect the program and its children.
+// Reads the process's limit for the size of a file. A write beyond it causes SIGXFSZ, whose default
+// action ends the process. Changing the action would affect the program and its children.
 void RotatingFile::ReadSizeLimit()
 {
     struct rlimit limit;

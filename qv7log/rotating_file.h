@@ -26,10 +26,10 @@ public:
     // Opens the log at `path` and creates it and its directories if necessary. Returns 0 or an
     // errno, and then leaves nothing open.
     //
-    // The log has two descriptors, each with its own open file description. The lowest free one is
-    // for the programs that this process starts: they inherit it, and whatever they do to its flags
-    // or its offset has no effect on us. Records are written through the other one, which is
-    // close-on-exec. Neither ever changes its number, and both follow a rotation.
+    // The log has two descriptors, each with its own open file description. One has the lowest
+    // free number and is for the programs that this process starts: they inherit it, and whatever
+    // they do to its flags or its offset has no effect on us. Records are written through the other
+    // one, which is close-on-exec. Neither ever changes its number, and both follow a rotation.
     int Open(const char* path);
 
     void Close();
@@ -45,11 +45,12 @@ public:
     // only once per millisecond; records logged until then are in the file that was moved or
     // removed.
     //
-    // Returns the time, for Append.
+    // Returns the time of the call, for Append.
     std::int64_t ReopenIfMoved(pid_t process);
 
-    // Appends the record of `size` bytes at `line` with a single write. Returns false if it is in
-    // no file that has a name. `checked` is the result of ReopenIfMoved.
+    // Appends the record of `size` bytes at `line` with a single write. Returns false if it could
+    // not be written, or only to a file that has been removed. `checked` is the result of
+    // ReopenIfMoved.
     bool Append(const char* line, std::size_t size, pid_t process, std::int64_t checked);
 
     // Must be called in every forked child. Forgets that a thread of the parent was changing a

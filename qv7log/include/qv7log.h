@@ -22,19 +22,22 @@
 // Lifetime:  the library owns every ILog and never destroys one, nor anything that it uses to
 //            write: threads may log while the exit-time destructors run.
 // Errors:    after start-up no error is reported, and none ends or blocks the caller: not a full
-//            disk, not the limit for the size of a file (SIGXFSZ), not another process that
-//            rotates the log. The one exception is a log that was removed while another thread
-//            is creating it again: LogV waits for that thread, for at most a second. Records that
-//            cannot be written are counted. Once writing works again, a record with the number
-//            lost comes first. errno is preserved.
+//            disk, not the limit for the size of a file, not another process that rotates the
+//            log. Two exceptions: If the log was removed, and another thread is creating it
+//            again, LogV waits for that thread, for at most a second. If the limit for the size
+//            of a file is lowered during a burst of records or during a call, or on macOS if
+//            another process fills the file up to the limit during a call, the record may cause
+//            SIGXFSZ. Records that cannot be written are counted. Once writing works again, a
+//            record with the number lost comes first. errno is preserved.
 // Log:       one line per record, see docs/log-format.md. The log is never a symbolic link.
-// Files:     the lowest one that is free in InitLogger is for the programs that the process
-//            starts, which inherit it and write to the log through it. Records are written
-//            through another one, 3 or above, which is close-on-exec and has its own open file
-//            description: what a program does to the flags or the offset of the inherited one
-//            does not affect records. Both keep their numbers and follow a rotation. The process
-//            may close the first one or use its number for another file, which then stays as it
-//            is. It must not do so with the second one.
+// Files:     the log has two descriptors, which keep their numbers and follow a rotation. The
+//            first one has the lowest number that is free in InitLogger. It is for the programs
+//            that the process starts: they inherit it, and can write to the log through it.
+//            Records are written through the second one, 3 or above, which is close-on-exec and
+//            has its own open file description: what a program does to the flags or the offset
+//            of the inherited one does not affect records. The process may close the first one,
+//            or use its number for another file, which the library then leaves alone. It must
+//            not do so with the second one.
 #pragma once
 
 #include <cstdarg>
@@ -68,11 +71,13 @@ public:
     virtual void Reserved1() = 0;
     virtual void Reserved2() = 0;
 
-    // Writes one record if `level` reaches the threshold of the log. Its text is what vsnprintf
-    // makes of `format` and `arguments`, with these differences: %m is the English description of
-    // errno, and a width or the precision of a number counts as 65,536 if it is greater. %n, %ls,
-    // %lc, and arguments selected by position (%1$d) are not supported: the text is then the format
-    // itself. A text longer than 64 KiB is cut and marked as such.
+    // Writes one record if `level` reaches the threshold of the log. `format` may contain the
+    // conversions of C17 except %n, %ls and %lc, with the same results as in vsnprintf, the flag '
+    // (%'d), and %m, which is the English description of errno. If it contains any other
+    // conversion, such as %1$d or %Ld, the text is the format itself. A flag or a precision that
+    // C17 does not define for its conversion may or may not have an effect. A width, or the
+    // precision of a number, counts as 65,536 if it is greater. A text longer than 64 KiB is cut
+    // and marked as such.
     virtual void LogV(LOGLEVEL level, const char* format, va_list arguments)
         __attribute__((format(printf, 3, 0))) = 0;
 
@@ -92,6 +97,6 @@ QV7LOG_API std::int32_t InitLogger(const char* path);
 // Sets `*out` to a log for the program `name` and returns 0. `kind` must be LOGKIND_FILE. The log
 // writes records of `level` and above. As a threshold, VERBOSE lets every record pass; as the level
 // of a record, it is below all others. Returns an errno and leaves `*out` unchanged if `kind` is
-// unknown or InitLogger has not succeeded.
+// unknown, InitLogger has not succeeded, or there is no memory.
 QV7LOG_API std::int32_t GetLogger(std::int32_t kind, const char* name, LOGLEVEL level, ILog** out);
 }

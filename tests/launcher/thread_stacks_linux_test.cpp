@@ -547,6 +547,47 @@ TEST(ThreadStack, IsCopiedWhileItsThreadIsJoined)
     }
 }
 
+// The thread may be about to fork, and its child needs the stack.
+TEST(ThreadStack, IsNotWipedByAJoinThatFails)
+{
+    std::atomic<const volatile int*> of_detached{nullptr};
+    std::atomic<bool> ends{false};
+    std::atomic<bool> has_ended{false};
+    std::thread detached([&] {
+        volatile int local = 5;
+        of_detached = &local;
+        while (!ends) {
+            std::this_thread::yield();
+        }
+        has_ended = true;
+    });
+    const pthread_t thread = detached.native_handle();
+    detached.detach();
+    while (of_detached == nullptr) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(pthread_join(thread, nullptr), EINVAL);
+    EXPECT_EQ(ValueInChild(of_detached), 5);
+    ends = true;
+    while (!has_ended) {
+        std::this_thread::yield();
+    }
+}
+
+TEST(ThreadStack, LeavesErrnoToFork)
+{
+    RunInThread([] {
+        errno = EDOM;
+        const pid_t child = fork();
+        if (child == 0) {
+            _exit(0);
+        }
+        const int error = errno;
+        waitpid(child, nullptr, 0);
+        EXPECT_EQ(error, EDOM);
+    });
+}
+
 TEST(ThreadStack, LosesNoChildToThreadsThatAreJoined)
 {
     // The child of a fork completes what a join has begun.

@@ -1,5 +1,5 @@
 // Failures: directories and links that prevent a start, a log that is removed or replaced, and
-// errors of `write`, which this test replaces.
+// what `open` and `write` return, which this test replaces.
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -26,7 +26,24 @@ namespace {
 std::deque<int> g_script;
 int g_calls = 0;
 
+// The number of calls of open until one opens a device in place of the file; never if negative.
+int g_opens_until_device = -1;
+
 }  // namespace
+
+extern "C" int open(const char* path, int flags, ...)
+{
+    using Open = int (*)(const char*, int, ...);
+    static const Open next = reinterpret_cast<Open>(dlsym(RTLD_NEXT, "open"));
+    if (g_opens_until_device >= 0 && g_opens_until_device-- == 0) {
+        return next("/dev/null", O_WRONLY);
+    }
+    va_list arguments;
+    va_start(arguments, flags);
+    const int mode = (flags & O_CREAT) != 0 ? va_arg(arguments, int) : 0;
+    va_end(arguments);
+    return next(path, flags, mode);
+}
 
 extern "C" ssize_t write(int descriptor, const void* data, size_t size)
 {
@@ -293,6 +310,20 @@ TEST(InitLogger, ReturnsTheErrnoOfWhatFailed)
         EXPECT_EQ(InitLogger(row.path.c_str()), row.error) << row.path.substr(0, 100);
     }
     EXPECT_FALSE(Exists(folder / "missing"));
+}
+
+// The log is opened twice, and may be replaced in between.
+TEST(InitLogger, RefusesAFileThatBecomesADevice)
+{
+    TempFolder folder;
+    const std::string path = folder / "log";
+    WriteFile(path, "");
+    for (const int opens : {0, 1}) {
+        g_opens_until_device = opens;
+        errno = 0;
+        EXPECT_EQ(InitLogger(path.c_str()), EINVAL) << opens;
+        EXPECT_EQ(g_opens_until_device, -1);
+    }
 }
 
 // Runs as another user, because root can write to every directory.

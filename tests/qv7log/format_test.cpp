@@ -130,9 +130,31 @@ TEST(FormatText, DescribesTheGivenErrorInEnglish)
 
 TEST(FormatText, RefusesWhatIsNotSupported)
 {
-    for (const char* const format :
-         {"%ls", "%lc", "%n", "%1$d", "%", "%5", "%.", "%l", "%q", "%hs"}) {
+    for (const char* const format : {"%ls", "%lc", "%n", "%1$d", "%", "%5", "%.", "%l", "%q"}) {
         EXPECT_EQ(Ours(format, 1, 2), "unformattable") << format;
+    }
+}
+
+TEST(FormatText, RefusesLengthsThatAreUndefinedForTheConversion)
+{
+    struct Row
+    {
+        const char* length;
+        std::string kinds;
+    };
+    const std::string floating_point = "aAeEfFgG";
+    const std::string others = "cspm%";
+    const Row rows[] = {
+        {"L", "diouxX" + others},        {"l", others},
+        {"hh", floating_point + others}, {"h", floating_point + others},
+        {"ll", floating_point + others}, {"j", floating_point + others},
+        {"z", floating_point + others},  {"t", floating_point + others},
+    };
+    for (const Row& row : rows) {
+        for (const char kind : row.kinds) {
+            const std::string format = std::string("%") + row.length + kind;
+            EXPECT_EQ(Ours(format.c_str(), 1LL), "unformattable") << format;
+        }
     }
 }
 

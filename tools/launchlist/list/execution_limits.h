@@ -31,8 +31,12 @@ enum class BinaryFormat
     kDamaged   // The right format, but not executable: an object file, or cut off.
 };
 
-// `head` holds the first bytes of the file at `path`. For a native program `interpreter` receives
-// the path of the dynamic loader that it asks for, if it can be read.
-BinaryFormat FormatOf(const std::string& head, int descriptor, std::string& interpreter);
+// `head` holds the first bytes of an open file. For a native program `loader` receives the path of
+// the dynamic loader that it asks for; it stays as it is if there is none.
+BinaryFormat FormatOf(const std::string& head, int descriptor, std::string& loader);
+
+// Whether a file that starts with `loader_head` can be the loader of a native program that starts
+// with `head`.
+bool CanLoad(const std::string& loader_head, const std::string& head);
 
 }  // namespace launchlist

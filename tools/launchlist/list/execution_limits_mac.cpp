@@ -58,4 +58,10 @@ BinaryFormat FormatOf(const std::string& head, int, std::string&)
     return BinaryFormat::kNone;
 }
 
+// FormatOf names no loader: all programs of this system use the same one.
+bool CanLoad(const std::string&, const std::string&)
+{
+    return true;
+}
+
 }  // namespace launchlist

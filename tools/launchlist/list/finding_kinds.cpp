@@ -52,10 +52,13 @@ constexpr std::array<KindInfo, kKindCount> kKinds = {{
     {Kind::kProgramNotString, "program-not-string", kWarning,
      "A program is a number or a boolean; its text is used as the path.", "program_number"},
     {Kind::kProgramRelative, "program-relative", kWarning,
-     "A path is relative; it depends on the directory in which the launcher is started.",
+     "The path of the program, of its interpreter or of its loader is relative, so the directory "
+     "in "
+     "which the launcher is started decides which file it names.",
      "program_relative"},
     {Kind::kProgramRelativeUnusable, "program-relative-unusable", kError,
-     "A path is relative, and seen from this directory there is no such program.", "program_tilde"},
+     "As program-relative, and seen from this directory that file cannot be executed.",
+     "program_tilde"},
     {Kind::kProgramMissing, "program-missing", kError, "The program does not exist.",
      "program_not_there"},
     {Kind::kProgramInaccessible, "program-inaccessible", kError,
@@ -70,7 +73,8 @@ constexpr std::array<KindInfo, kKindCount> kKinds = {{
     {Kind::kProgramFormat, "program-format", kError,
      "The program has no format that the system can execute.", "program_text"},
     {Kind::kProgramInterpreter, "program-interpreter", kError,
-     "The interpreter that the program names cannot be executed.", "program_interpreter_missing"},
+     "The interpreter or the loader that the program needs cannot be executed.",
+     "program_interpreter_missing"},
     {Kind::kProgramForeign, "program-foreign", kWarning,
      "The program is built for another processor.", "program_foreign"},
 

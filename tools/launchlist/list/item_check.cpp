@@ -77,8 +77,8 @@ std::string EffectOf(const ProgramFile& file)
 {
     switch (*file.problem) {
         case Kind::kProgramRelative:
-            return "it is looked up in the directory in which the launcher is started; seen from "
-                   "this directory it can be executed";
+            return "the path is resolved in the directory in which the launcher is started; from "
+                   "this directory the program can be executed";
         case Kind::kProgramRelativeUnusable:
             return std::string("if the launcher is started in this directory, ") +
                    effects::kCannotExecute;

@@ -22,6 +22,9 @@ constexpr std::size_t kHeadSize = 1024;
 
 constexpr char kCorrectPath[] = "correct the path, or install the program";
 
+constexpr int kOpenFlags = O_RDONLY | O_CLOEXEC | O_NONBLOCK;
+
+ProgramFile ExamineAccess(const std::string& path);
 ProgramFile ExamineFile(const std::string& path, int depth);
 
 bool IsExecutableFile(const std::string& path)
@@ -73,6 +76,28 @@ std::string InterpreterOf(const std::string& head)
     return end == std::string::npos && limit < line_end ? "" : line.substr(begin, end - begin);
 }
 
+// What `file`, found out about the interpreter or loader at `path`, means for the program that
+// needs it. `role` is what it needs it as; `fix` is for one that cannot be executed.
+ProgramFile ExplainNeeded(const std::string& program, const std::string& role,
+                          const std::string& path, const ProgramFile& file, const std::string& fix)
+{
+    const bool is_relative = path[0] != '/';
+    const std::string subject = "the " + role + " of " + quoted(program);
+    if (!file.CannotRun()) {
+        return is_relative && !file.problem
+                   ? ProgramFile{Kind::kProgramRelative,
+                                 subject + " is given by a relative path, " + quoted(path),
+                                 "write its absolute path"}
+                   : file;
+    }
+    if (!is_relative && file.problem != Kind::kProgramRelativeUnusable) {
+        return {Kind::kProgramInterpreter, subject + " cannot be executed: " + file.message, fix};
+    }
+    return {Kind::kProgramRelativeUnusable,
+            subject + " cannot be executed, seen from this directory: " + file.message,
+            is_relative ? "write its absolute path" : file.fix};
+}
+
 ProgramFile ExamineScript(const std::string& path, const std::string& head, int depth)
 {
     const std::string interpreter = InterpreterOf(head);
@@ -94,23 +119,45 @@ ProgramFile ExamineScript(const std::string& path, const std::string& head, int 
                 quoted(path) + " needs more interpreters that are scripts than the system allows",
                 "use an interpreter that is not a script"};
     }
-    ProgramFile file = ExamineFile(interpreter, depth + 1);
-    if (!file.CannotRun()) {
-        return file;
-    }
-    return {Kind::kProgramInterpreter,
-            "the interpreter of " + quoted(path) + " cannot be executed: " + file.message,
-            "correct the first line, or install the interpreter"};
+    return ExplainNeeded(path, "interpreter", interpreter, ExamineFile(interpreter, depth + 1),
+                         "correct the first line, or install the interpreter");
 }
 
-ProgramFile ExamineContents(const std::string& path, int descriptor, int depth)
+// The first bytes of an open file; empty if they cannot be read.
+std::optional<std::string> ReadHead(int descriptor)
 {
     std::string head(kHeadSize, '\0');
     const ssize_t count = read(descriptor, head.data(), head.size());
     if (count < 0) {
-        return {};
+        return std::nullopt;
     }
     head.resize(static_cast<std::size_t>(count));
+    return head;
+}
+
+// `head` is that of the program that needs the loader.
+ProgramFile ExamineLoader(const std::string& loader, const std::string& head)
+{
+    ProgramFile file = ExamineAccess(loader);
+    const int descriptor = file.problem ? -1 : open(loader.c_str(), kOpenFlags);
+    if (descriptor < 0) {
+        return file;
+    }
+    const std::optional<std::string> loader_head = ReadHead(descriptor);
+    close(descriptor);
+    if (loader_head && !CanLoad(*loader_head, head)) {
+        return {Kind::kProgramFormat, quoted(loader) + " is not a loader for this program", ""};
+    }
+    return {};
+}
+
+ProgramFile ExamineContents(const std::string& path, int descriptor, int depth)
+{
+    const std::optional<std::string> contents = ReadHead(descriptor);
+    if (!contents) {
+        return {};
+    }
+    const std::string& head = *contents;
     if (head.empty()) {
         return {Kind::kProgramEmpty, quoted(path) + " is empty", "install the program again"};
     }
@@ -132,16 +179,13 @@ ProgramFile ExamineContents(const std::string& path, int descriptor, int depth)
         case BinaryFormat::kNative:
             break;
     }
-    if (!loader.empty() && access(loader.c_str(), F_OK) != 0) {
-        return {
-            Kind::kProgramInterpreter,
-            "the loader that " + quoted(path) + " needs, " + quoted(loader) + ", does not exist",
-            "install the program for this system"};
-    }
-    return {};
+    return loader.empty() ? ProgramFile()
+                          : ExplainNeeded(path, "loader", loader, ExamineLoader(loader, head),
+                                          "install the program for this system");
 }
 
-ProgramFile ExamineFile(const std::string& path, int depth)
+// What can be said about a file without reading it.
+ProgramFile ExamineAccess(const std::string& path)
 {
     struct stat status = {};
     if (stat(path.c_str(), &status) != 0) {
@@ -155,11 +199,17 @@ ProgramFile ExamineFile(const std::string& path, int depth)
         return {Kind::kProgramNotExecutable, quoted(path) + " is not executable",
                 "make it executable for the launcher's user (chmod +x)"};
     }
-    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    return {};
+}
+
+ProgramFile ExamineFile(const std::string& path, int depth)
+{
+    ProgramFile result = ExamineAccess(path);
+    const int descriptor = result.problem ? -1 : open(path.c_str(), kOpenFlags);
     if (descriptor < 0) {
-        return {};  // The permission to execute does not include that to read.
+        return result;  // The permission to execute does not include that to read.
     }
-    ProgramFile result = ExamineContents(path, descriptor, depth);
+    result = ExamineContents(path, descriptor, depth);
     close(descriptor);
     return result;
 }
@@ -211,8 +261,10 @@ ProgramFile ExamineRelative(const std::string& path)
 {
     ProgramFile file = ExamineFile(path, 0);
     if (!file.CannotRun()) {
-        return {Kind::kProgramRelative, quoted(path) + " is a relative path",
-                "write an absolute path"};
+        return file.problem == Kind::kProgramForeign
+                   ? file
+                   : ProgramFile{Kind::kProgramRelative, quoted(path) + " is a relative path",
+                                 "write an absolute path"};
     }
     const bool is_missing = file.problem == Kind::kProgramMissing;
     file.problem = Kind::kProgramRelativeUnusable;

@@ -46,6 +46,24 @@ std::string Replaces(int earlier, int later)
            "process group is, including the launcher";
 }
 
+std::string OfProgram(const ProgramFile& file)
+{
+    const std::string cannot_execute =
+        std::string(file.may_be_registered ? kUnlessRegistered : "") + kCannotExecute;
+    switch (*file.problem) {
+        case Kind::kProgramRelative:
+            return "the path is resolved in the directory in which the launcher is started; from "
+                   "this directory the program can be executed";
+        case Kind::kProgramRelativeUnusable:
+            return "if the launcher is started in this directory, " + cannot_execute;
+        case Kind::kProgramForeign:
+            return "the item runs only if the system can emulate that processor; otherwise " +
+                   cannot_execute;
+        default:
+            return cannot_execute;
+    }
+}
+
 std::string NotBefore(const std::string& member)
 {
     return "none until the mistake in \"" + member + "\" is fixed, which takes effect first";

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "launcher/supervision.h"
+#include "tools/launchlist/list/program_file.h"
 
 namespace launchlist::effects {
 
@@ -39,6 +40,11 @@ inline constexpr char kCannotExecute[] =
     "first, and when no more processes can be created, every process that the launcher may signal "
     "is killed";
 
+// Precedes kCannotExecute.
+inline constexpr char kUnlessRegistered[] =
+    "the item runs only if the system has an interpreter registered for such files (binfmt_misc); "
+    "otherwise ";
+
 // "argc" and "args".
 inline constexpr char kAbortsChild[] =
     "the item never runs: every child aborts before it executes the program, and the next one is "
@@ -68,6 +74,9 @@ std::string Skipped();
 
 // Item `earlier` is ended because item `later` has the same name.
 std::string Replaces(int earlier, int later);
+
+// A program with a problem.
+std::string OfProgram(const ProgramFile& file);
 
 // A mistake comes to nothing as long as one in `member`, which takes effect before it, is there.
 std::string NotBefore(const std::string& member);

@@ -22,6 +22,9 @@ int MaxScriptDepth();
 // How many bytes of a script's first line the system reads.
 std::size_t MaxInterpreterLine();
 
+// Where the system lists the interpreters that are registered for other formats; "" if it has none.
+const char* RegistrationDirectory();
+
 // What the first bytes of a program say about it.
 enum class BinaryFormat
 {

@@ -112,6 +112,11 @@ std::size_t MaxInterpreterLine()
     return 256;
 }
 
+const char* RegistrationDirectory()
+{
+    return "/proc/sys/fs/binfmt_misc";
+}
+
 BinaryFormat FormatOf(const std::string& head, int descriptor, std::string& loader)
 {
     if (head.compare(0, SELFMAG, ELFMAG) != 0) {

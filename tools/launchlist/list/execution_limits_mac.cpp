@@ -43,6 +43,11 @@ std::size_t MaxInterpreterLine()
     return 512;
 }
 
+const char* RegistrationDirectory()
+{
+    return "";
+}
+
 BinaryFormat FormatOf(const std::string& head, int, std::string&)
 {
     std::uint32_t magic = 0;

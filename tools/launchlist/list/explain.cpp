@@ -17,8 +17,11 @@ void ExplainExecution(ExplainedItem& item, ProgramFiles& files)
     const ProgramFile& file = files.Examine(*item.program);
     if (file.CannotRun()) {
         item.problem = file.message;
+        item.effect = effects::OfProgram(file);
+        item.may_be_registered = file.may_be_registered;
     } else if ((item.too_long = FindTooLong(*item.arguments))) {
         item.problem = item.too_long->message;
+        item.effect = effects::kCannotExecute;
     } else {
         if (file.problem) {
             item.note = file.message;
@@ -27,7 +30,6 @@ void ExplainExecution(ExplainedItem& item, ProgramFiles& files)
         return;
     }
     item.fate = Fate::kCannotExecute;
-    item.effect = effects::kCannotExecute;
 }
 
 // The arguments of an item whose program is not empty. Throws where the child aborts.
@@ -191,6 +193,8 @@ private:
             case Fate::kUndefined:
             case Fate::kMayOverrunStack:
                 return Runs::kPossibly;
+            case Fate::kCannotExecute:
+                return item.may_be_registered ? Runs::kPossibly : Runs::kNever;
             default:
                 return Runs::kNever;
         }

@@ -57,6 +57,7 @@ struct ExplainedItem
     std::optional<int> replaced_by;  // The item of the same name that ends this one.
     bool is_problem_in_args = false;  // Of an item whose child aborts: not in "argc".
     bool is_foreign = false;          // The program is built for another processor.
+    bool may_be_registered = false;   // See ProgramFile.
     std::optional<TooLong> too_long;  // Why the arguments cannot be passed.
 };
 

@@ -73,23 +73,6 @@ void CheckName(ItemToCheck& item)
     CheckTruncated(item, *name, Stage::kStart);
 }
 
-std::string EffectOf(const ProgramFile& file)
-{
-    switch (*file.problem) {
-        case Kind::kProgramRelative:
-            return "the path is resolved in the directory in which the launcher is started; from "
-                   "this directory the program can be executed";
-        case Kind::kProgramRelativeUnusable:
-            return std::string("if the launcher is started in this directory, ") +
-                   effects::kCannotExecute;
-        case Kind::kProgramForeign:
-            return "the item runs only if the system can emulate that processor; otherwise " +
-                   std::string(effects::kCannotExecute);
-        default:
-            return effects::kCannotExecute;
-    }
-}
-
 void CheckProgram(ItemToCheck& item)
 {
     const JsonMember* program = item.Find("program");
@@ -124,7 +107,8 @@ void CheckProgram(ItemToCheck& item)
     const ProgramFile& file = item.context.files.Examine(path);
     if (file.problem) {
         item.Add(*file.problem, Stage::kExecution, program->value.begin,
-                 MemberPath(item.path, "program"), file.message, EffectOf(file), file.fix);
+                 MemberPath(item.path, "program"), file.message, effects::OfProgram(file),
+                 file.fix);
     }
 }
 

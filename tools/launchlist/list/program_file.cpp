@@ -25,7 +25,7 @@ constexpr char kCorrectPath[] = "correct the path, or install the program";
 constexpr int kOpenFlags = O_RDONLY | O_CLOEXEC | O_NONBLOCK;
 
 ProgramFile ExamineAccess(const std::string& path);
-ProgramFile ExamineFile(const std::string& path, int depth);
+ProgramFile ExamineFile(const std::string& path, const RegisteredFormats& formats, int depth);
 
 bool IsExecutableFile(const std::string& path)
 {
@@ -91,14 +91,23 @@ ProgramFile ExplainNeeded(const std::string& program, const std::string& role,
                    : file;
     }
     if (!is_relative && file.problem != Kind::kProgramRelativeUnusable) {
-        return {Kind::kProgramInterpreter, subject + " cannot be executed: " + file.message, fix};
+        return {Kind::kProgramInterpreter, subject + " cannot be executed: " + file.message, fix,
+                file.may_be_registered};
     }
     return {Kind::kProgramRelativeUnusable,
             subject + " cannot be executed, seen from this directory: " + file.message,
-            is_relative ? "write its absolute path" : file.fix};
+            is_relative ? "write its absolute path" : file.fix, file.may_be_registered};
 }
 
-ProgramFile ExamineScript(const std::string& path, const std::string& head, int depth)
+ProgramFile TooManyInterpreters(const std::string& path)
+{
+    return {Kind::kProgramInterpreter,
+            quoted(path) + " needs more interpreters that are scripts than the system allows",
+            "use an interpreter that is not a script"};
+}
+
+ProgramFile ExamineScript(const std::string& path, const std::string& head,
+                          const RegisteredFormats& formats, int depth)
 {
     const std::string interpreter = InterpreterOf(head);
     if (interpreter.empty()) {
@@ -115,11 +124,10 @@ ProgramFile ExamineScript(const std::string& path, const std::string& head, int 
                 "save it with LF line ends instead of CR LF"};
     }
     if (depth >= MaxScriptDepth()) {
-        return {Kind::kProgramInterpreter,
-                quoted(path) + " needs more interpreters that are scripts than the system allows",
-                "use an interpreter that is not a script"};
+        return TooManyInterpreters(path);
     }
-    return ExplainNeeded(path, "interpreter", interpreter, ExamineFile(interpreter, depth + 1),
+    return ExplainNeeded(path, "interpreter", interpreter,
+                         ExamineFile(interpreter, formats, depth + 1),
                          "correct the first line, or install the interpreter");
 }
 
@@ -151,18 +159,27 @@ ProgramFile ExamineLoader(const std::string& loader, const std::string& head)
     return {};
 }
 
-ProgramFile ExamineContents(const std::string& path, int descriptor, int depth)
+ProgramFile ExamineContents(const std::string& path, int descriptor,
+                            const RegisteredFormats& formats, int depth)
 {
     const std::optional<std::string> contents = ReadHead(descriptor);
     if (!contents) {
         return {};
     }
     const std::string& head = *contents;
+    const std::string registered = formats.InterpreterOf(path, head);
+    if (!registered.empty()) {
+        return depth >= MaxScriptDepth()
+                   ? TooManyInterpreters(path)
+                   : ExplainNeeded(path, "registered interpreter", registered,
+                                   ExamineFile(registered, formats, depth + 1),
+                                   "install the interpreter");
+    }
     if (head.empty()) {
         return {Kind::kProgramEmpty, quoted(path) + " is empty", "install the program again"};
     }
     if (head.compare(0, 2, "#!") == 0) {
-        return ExamineScript(path, head, depth);
+        return ExamineScript(path, head, formats, depth);
     }
     std::string loader;
     switch (FormatOf(head, descriptor, loader)) {
@@ -175,7 +192,7 @@ ProgramFile ExamineContents(const std::string& path, int descriptor, int depth)
                     "install the program again"};
         case BinaryFormat::kNone:
             return {Kind::kProgramFormat, quoted(path) + " is neither a program nor a script",
-                    "start a script with a line such as \"#!/bin/sh\""};
+                    "start a script with a line such as \"#!/bin/sh\"", !formats.IsKnown()};
         case BinaryFormat::kNative:
             break;
     }
@@ -202,14 +219,14 @@ ProgramFile ExamineAccess(const std::string& path)
     return {};
 }
 
-ProgramFile ExamineFile(const std::string& path, int depth)
+ProgramFile ExamineFile(const std::string& path, const RegisteredFormats& formats, int depth)
 {
     ProgramFile result = ExamineAccess(path);
     const int descriptor = result.problem ? -1 : open(path.c_str(), kOpenFlags);
     if (descriptor < 0) {
         return result;  // The permission to execute does not include that to read.
     }
-    result = ExamineContents(path, descriptor, depth);
+    result = ExamineContents(path, descriptor, formats, depth);
     close(descriptor);
     return result;
 }
@@ -257,9 +274,9 @@ void ExplainRelative(const std::string& path, ProgramFile& file)
     }
 }
 
-ProgramFile ExamineRelative(const std::string& path)
+ProgramFile ExamineRelative(const std::string& path, const RegisteredFormats& formats)
 {
-    ProgramFile file = ExamineFile(path, 0);
+    ProgramFile file = ExamineFile(path, formats, 0);
     if (!file.CannotRun()) {
         return file.problem == Kind::kProgramForeign
                    ? file
@@ -279,11 +296,16 @@ ProgramFile ExamineRelative(const std::string& path)
 
 }  // namespace
 
+ProgramFiles::ProgramFiles() : m_formats(RegistrationDirectory()) {}
+
+ProgramFiles::ProgramFiles(const std::string& registrations) : m_formats(registrations) {}
+
 const ProgramFile& ProgramFiles::Examine(const std::string& path)
 {
     const auto [known, is_new] = m_known.try_emplace(path);
     if (is_new) {
-        known->second = path[0] == '/' ? ExamineFile(path, 0) : ExamineRelative(path);
+        known->second =
+            path[0] == '/' ? ExamineFile(path, m_formats, 0) : ExamineRelative(path, m_formats);
     }
     return known->second;
 }

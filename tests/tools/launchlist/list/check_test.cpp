@@ -26,6 +26,7 @@
 #include "tests/support/temp_directory.h"
 #include "tools/launchlist/base/files.h"
 #include "tools/launchlist/base/text.h"
+#include "tools/launchlist/list/effects.h"
 #include "tools/launchlist/list/explain.h"
 #include "tools/launchlist/output/list_output.h"
 
@@ -174,11 +175,18 @@ void HideDepthLimit(std::string& text)
     }
 }
 
+// Whether the system's registrations can be read differs; program_file_test.cpp tests both cases.
+void HideRegistrations(std::string& text)
+{
+    Replace(text, effects::kUnlessRegistered, "");
+}
+
 // What `check` prints about a list, with the directory of programs as @PROGRAMS@.
 std::string Printed(const std::string& name)
 {
     std::string text = FindingsText(name + ".json", CheckList(Contents(name)), false);
     Replace(text, ThePrograms().path(), "@PROGRAMS@");
+    HideRegistrations(text);
     if (name == "too_deep") {
         HideDepthLimit(text);
     }
@@ -248,6 +256,7 @@ std::string PageSection(const KindInfo& info)
     const std::string text = FindingsText("list.json", findings, false);
     section += text.substr(0, text.rfind("list.json: "));
     section += "```\n";
+    HideRegistrations(section);
     Replace(section, ThePrograms().path(), "/opt/example");
     Replace(section, "@PROGRAMS@", "/opt/example");
     return section;

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <sstream>
 #include <string>
 
 #include "tools/launchlist/base/text.h"
@@ -61,8 +62,12 @@ int RunCommand(int argc, char** argv)
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        // Help and version are printed here. CLI11's messages contain the arguments unchanged.
-        return error.get_exit_code() == 0 ? app.exit(error) : FailOnUsage(error.what());
+        if (error.get_exit_code() != 0) {
+            return FailOnUsage(error.what());  // CLI11's messages contain the arguments unchanged.
+        }
+        std::ostringstream help_or_version;
+        app.exit(error, help_or_version);
+        return Print(help_or_version.str(), kNothing);
     }
     return check->parsed()     ? RunCheck(list_options)
            : explain->parsed() ? RunExplain(list_options)

@@ -94,6 +94,8 @@ MISTAKES = [
     ("start \x1b]0;owned\x07", 'unknown command "start"'),
     ("explain", "LIST is required"),
     ("explain lists/good.json lists/good.json", "LIST"),
+    ("check - -", "LIST: - can be given only once"),
+    ("check - lists/good.json -", "LIST: - can be given only once"),
     ("check lists/good.json --\x1b]0;owned\x07", r"\x1b]0;owned\x07"),
     ("check --colour lists/good.json", "--colour"),
     ("report logs/mixed --since yesterday", 'invalid time "yesterday"; use 2026-11-21T02:26, 90s'),
@@ -282,7 +284,14 @@ class CommandLine(unittest.TestCase):
     def test_what_cannot_be_printed_is_a_failure(self):
         if not os.path.exists("/dev/full"):
             self.skipTest("no /dev/full")
-        for arguments in ("check lists/good.json", "explain lists/good.json", "report logs/mixed"):
+        for arguments in (
+            "check lists/good.json",
+            "explain lists/good.json",
+            "report logs/mixed",
+            "--help",
+            "check --help",
+            "--version",
+        ):
             with self.subTest(arguments), open("/dev/full", "wb") as full:
                 result = run(*arguments.split(), stdout=full)
                 self.assertEqual(3, result.returncode)

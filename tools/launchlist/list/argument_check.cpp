@@ -39,7 +39,8 @@ public:
         } else if (m_count > 0) {
             Add(Kind::kArgsMissing, Anchor(), m_args != nullptr ? m_path : m_item.path,
                 m_args != nullptr ? "\"args\" is null" : "there are no \"args\"",
-                "every argument that \"argc\" counts is empty", "add \"args\", or remove \"argc\"");
+                "every argument that \"argc\" counts is passed as an empty string",
+                "add \"args\", or remove \"argc\"");
         }
         CheckLength();
     }
@@ -94,7 +95,7 @@ private:
         }
         if (written != std::to_string(m_count)) {
             AddCount(Kind::kArgcValue, "\"argc\" is written as " + quoted(written),
-                     "it counts as " + std::to_string(m_count));
+                     "it is read as " + std::to_string(m_count));
         }
         return true;
     }
@@ -179,7 +180,7 @@ private:
         }
         Add(Kind::kArgsMissing, Anchor(), m_path,
             "\"argc\" is " + std::to_string(m_count) + ", but there is no argument " + names,
-            "each missing argument is passed as an empty one",
+            "each missing argument is passed as an empty string",
             "correct \"argc\", or add the arguments");
     }
 

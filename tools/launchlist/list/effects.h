@@ -16,8 +16,8 @@ inline constexpr char kIgnored[] = "it is ignored";
 
 // In items that are never started.
 inline constexpr char kAfterGap[] = "the item never runs: items after a gap are never reached";
-inline constexpr char kNotReached[] = "none as long as the item is not reached";
-inline constexpr char kNotNamed[] = "none as long as the item has no name";
+inline constexpr char kNotReached[] = "none until the launcher reaches the item";
+inline constexpr char kNotNamed[] = "none until the item has a name";
 
 // A program that is an object or an array.
 inline constexpr char kAbortsLauncher[] =
@@ -37,8 +37,8 @@ inline constexpr char kSignalsGroupOrSibling[] =
 inline constexpr char kCannotExecute[] =
     "the item never runs: every child that fails to execute the program becomes another supervisor "
     "of the item, so there is one more process every 50 ms; stopping the launcher kills only the "
-    "first, and when no more processes can be created, every process that the launcher may signal "
-    "is killed";
+    "first, and when no more processes can be created, the last one may kill every process that "
+    "the launcher may signal, including the launcher";
 
 // Precedes kCannotExecute.
 inline constexpr char kUnlessRegistered[] =

@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 
 #include "launcher/launch_item.h"
 #include "tools/launchlist/list/argument_vector.h"
+#include "tools/launchlist/list/check_context.h"
 #include "tools/launchlist/list/effects.h"
 
 namespace launchlist {
@@ -32,6 +34,34 @@ void ExplainExecution(ExplainedItem& item, ProgramFiles& files)
     item.fate = Fate::kCannotExecute;
 }
 
+// Appends the first `count` arguments. Looks up only those that "args" holds: the lookup of a
+// missing one adds it to the list. Throws where the child aborts.
+void AppendArguments(JsonObject& json, int count, ArgumentVector& arguments)
+{
+    if (count <= 0) {
+        return;
+    }
+    std::set<int> given;
+    for (const std::string& key : json["args"].GetKeys()) {
+        if (IsPlainNumber(key) && key.size() <= 9 && std::stoi(key) < count) {
+            given.insert(std::stoi(key));
+        }
+    }
+    ItemArgument(json, 0);  // Throws if "args" has the wrong type, whatever it holds.
+    int next = 0;
+    const auto append_missing = [&](int end) {
+        if (next < end) {
+            arguments.push_back({"", static_cast<std::size_t>(end - next)});
+        }
+    };
+    for (const int index : given) {
+        append_missing(index);
+        arguments.push_back({ItemArgument(json, index)});
+        next = index + 1;
+    }
+    append_missing(count);
+}
+
 // The arguments of an item whose program is not empty. Throws where the child aborts.
 void ExplainArguments(JsonObject& json, ExplainedItem& item, ProgramFiles& files)
 {
@@ -53,11 +83,9 @@ void ExplainArguments(JsonObject& json, ExplainedItem& item, ProgramFiles& files
     }
     item.arguments.emplace();
     if (count >= 0) {
-        item.arguments->push_back(*item.program);
+        item.arguments->push_back({*item.program});
     }
-    for (int i = 0; i < count; ++i) {
-        item.arguments->push_back(ItemArgument(json, i));
-    }
+    AppendArguments(json, count, *item.arguments);
     ExplainExecution(item, files);
     if (count == -1 && item.fate == Fate::kRuns) {
         item.note += (item.note.empty() ? "" : "; ") + std::string(effects::kEmptyVector);

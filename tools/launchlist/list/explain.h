@@ -45,7 +45,7 @@ struct ExplainedItem
     std::optional<std::string> program;
 
     // What execv is given, the program's path first. Only for an item that may run.
-    std::optional<std::vector<std::string>> arguments;
+    std::optional<ArgumentVector> arguments;
 
     Fate fate = Fate::kRuns;
     Runs runs = Runs::kNever;

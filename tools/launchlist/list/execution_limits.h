@@ -31,7 +31,7 @@ enum class BinaryFormat
     kNone,     // Not a binary format of this system.
     kNative,   // Can be executed, as far as its header says.
     kForeign,  // Built for another processor.
-    kDamaged   // The right format, but not executable: an object file, or cut off.
+    kDamaged   // The right format, but not executable: a library or object file, or cut off.
 };
 
 // `head` holds the first bytes of an open file. For a native program `loader` receives the path of

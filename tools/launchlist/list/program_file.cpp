@@ -187,9 +187,10 @@ ProgramFile ExamineContents(const std::string& path, int descriptor,
             return {Kind::kProgramForeign, quoted(path) + " is built for another processor",
                     "install the program for this processor"};
         case BinaryFormat::kDamaged:
-            return {Kind::kProgramFormat,
-                    quoted(path) + " is incomplete, or an object file rather than a program",
-                    "install the program again"};
+            return {
+                Kind::kProgramFormat,
+                quoted(path) + " is damaged, or a library or an object file rather than a program",
+                "install the program again"};
         case BinaryFormat::kNone:
             return {Kind::kProgramFormat, quoted(path) + " is neither a program nor a script",
                     "start a script with a line such as \"#!/bin/sh\"", !formats.IsKnown()};

@@ -8,6 +8,7 @@
 #include "tools/launchlist/list/argument_vector.h"
 #include "tools/launchlist/list/check_context.h"
 #include "tools/launchlist/list/effects.h"
+#include "tools/launchlist/list/problems.h"
 
 namespace launchlist {
 
@@ -34,20 +35,36 @@ void ExplainExecution(ExplainedItem& item, ProgramFiles& files)
     item.fate = Fate::kCannotExecute;
 }
 
-// Appends the first `count` arguments. Looks up only those that "args" holds: the lookup of a
-// missing one adds it to the list. Throws where the child aborts.
-void AppendArguments(JsonObject& json, int count, ArgumentVector& arguments)
+// The count of arguments. Throws where the child aborts; then `problem` is why.
+int ReadCount(JsonObject& json, std::string& problem)
+{
+    problem = problems::kArgcType;
+    if (json.HasObject("argc")) {
+        static_cast<void>(static_cast<double>(json["argc"]));  // Throws if it is not a number.
+    }
+    problem = problems::kArgcTooWide;
+    const int count = ItemArgumentCount(json);
+    problem.clear();
+    return count;
+}
+
+// Appends the first `count` arguments to those of `item`. Looks up only those that "args" holds:
+// the lookup of a missing one adds it to the list. Throws where the child aborts; then the item's
+// problem is why.
+void AppendArguments(JsonObject& json, int count, ExplainedItem& item)
 {
     if (count <= 0) {
         return;
     }
+    item.problem = problems::kArgsType;
     std::set<int> given;
     for (const std::string& key : json["args"].GetKeys()) {
         if (IsPlainNumber(key) && key.size() <= 9 && std::stoi(key) < count) {
             given.insert(std::stoi(key));
         }
     }
-    ItemArgument(json, 0);  // Throws if "args" has the wrong type, whatever it holds.
+    item.problem = problems::kArgumentType;
+    ArgumentVector& arguments = *item.arguments;
     int next = 0;
     const auto append_missing = [&](int end) {
         if (next < end) {
@@ -65,11 +82,11 @@ void AppendArguments(JsonObject& json, int count, ArgumentVector& arguments)
 // The arguments of an item whose program is not empty. Throws where the child aborts.
 void ExplainArguments(JsonObject& json, ExplainedItem& item, ProgramFiles& files)
 {
-    const int count = ItemArgumentCount(json);
+    const int count = ReadCount(json, item.problem);
     item.is_problem_in_args = true;
     if (count < -1) {
         item.fate = Fate::kUndefined;
-        item.problem = "\"argc\" is " + std::to_string(count);
+        item.problem = problems::ArgcIs(count);
         item.effect = effects::kUndefined;
         return;
     }
@@ -77,7 +94,7 @@ void ExplainArguments(JsonObject& json, ExplainedItem& item, ProgramFiles& files
     if (fit != StackFit::kFits) {
         const bool may_fit = fit == StackFit::kMayOverrun;
         item.fate = may_fit ? Fate::kMayOverrunStack : Fate::kOverrunsStack;
-        item.problem = "\"argc\" is " + std::to_string(count);
+        item.problem = problems::ArgcIs(count);
         item.effect = may_fit ? effects::kMayOverrunStack : effects::kOverrunsStack;
         return;
     }
@@ -85,7 +102,8 @@ void ExplainArguments(JsonObject& json, ExplainedItem& item, ProgramFiles& files
     if (count >= 0) {
         item.arguments->push_back({*item.program});
     }
-    AppendArguments(json, count, *item.arguments);
+    AppendArguments(json, count, item);
+    item.problem.clear();
     ExplainExecution(item, files);
     if (count == -1 && item.fate == Fate::kRuns) {
         item.note += (item.note.empty() ? "" : "; ") + std::string(effects::kEmptyVector);
@@ -105,8 +123,7 @@ public:
             m_explanation.items.push_back({});
             m_explanation.items.back().index = index;
             m_explanation.items.back().fate = Fate::kRejected;
-            m_explanation.items.back().problem =
-                "the item is not an object, or its \"name\" is an object or an array";
+            m_explanation.items.back().problem = problems::kItemType;
             ReadItem(list, index);
         }
     }
@@ -138,10 +155,12 @@ private:
         JsonObject json = GetItem(list, index);
         if (!HasName(json)) {
             m_explanation.items.back().fate = Fate::kSkipped;
-            m_explanation.items.back().problem = "the item has no \"name\"";
+            m_explanation.items.back().problem =
+                json.IsValid() ? problems::kNoName : problems::kItemIsNull;
             m_explanation.items.back().effect = effects::Skipped();
             return;
         }
+        m_explanation.items.back().problem = problems::kNameType;
         const std::string name = ItemName(json);
         ExplainedItem item = ExplainProgram(json, m_files);
         item.index = index;
@@ -247,17 +266,20 @@ private:
 ExplainedItem ExplainProgram(JsonObject& json, ProgramFiles& files)
 {
     ExplainedItem item;
+    const bool has_program = json.HasObject("program");  // Reading it adds a missing one.
     try {
         item.program = ItemProgram(json);
     } catch (const std::exception&) {
         item.fate = Fate::kAbortsLauncher;
-        item.problem = "\"program\" is an object or an array";
+        item.problem = problems::kProgramType;
         item.effect = effects::kAbortsLauncher;
         return item;
     }
     if (item.program->empty()) {
         item.fate = Fate::kSignalsGroup;
-        item.problem = "there is no program";
+        item.problem = !has_program                ? problems::kNoProgram
+                       : json["program"].IsValid() ? problems::kProgramIsEmpty
+                                                   : problems::kProgramIsNull;
         item.effect = effects::kSignalsGroupOrSibling;
         return item;
     }
@@ -266,8 +288,6 @@ ExplainedItem ExplainProgram(JsonObject& json, ProgramFiles& files)
     } catch (const std::exception&) {
         item.arguments.reset();
         item.fate = Fate::kAbortsChild;
-        item.problem = item.is_problem_in_args ? "\"args\", or an argument, has the wrong type"
-                                               : "\"argc\" is not a number, or beyond 64 bits";
         item.effect = effects::kAbortsChild;
     }
     return item;

@@ -367,6 +367,27 @@ TEST(FindingKinds, ArePublishedWithAnExampleOfEach)
     }
 }
 
+// Every problem that explain shows is the message of a finding.
+TEST(CheckList, UsesTheWordsOfExplain)
+{
+    std::size_t problems = 0;
+    for (const std::string& name : Lists()) {
+        std::set<std::string> messages;
+        for (const Finding& finding : CheckList(Contents(name)).shown) {
+            messages.insert(finding.path.substr(0, finding.path.find('/', 1)) + " " +
+                            finding.message);
+        }
+        for (const ExplainedItem& item : ExplainList(Contents(name)).items) {
+            if (!item.problem.empty()) {
+                ++problems;
+                EXPECT_EQ(messages.count("/" + std::to_string(item.index) + " " + item.problem), 1U)
+                    << name << ": " << item.problem;
+            }
+        }
+    }
+    EXPECT_GT(problems, 50U);
+}
+
 TEST(CheckList, CountsFindingsBeyondOneThousandOfAKind)
 {
     const Findings findings = CheckList(ListOfItems(2500, ", \"color\": 1"));

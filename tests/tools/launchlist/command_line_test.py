@@ -299,6 +299,18 @@ class CommandLine(unittest.TestCase):
                     b"launchlist: standard output: No space left on device\n", result.stderr
                 )
 
+    def test_the_manual_names_every_variable_that_is_read(self):
+        root = HERE.parents[2]
+        variables = {
+            name
+            for directory in ("tools/launchlist", "config")
+            for source in (root / directory).rglob("*.cpp")
+            for name in re.findall(r'getenv\("(\w+)"\)', source.read_text(encoding="utf-8"))
+        }
+        page = (root / "docs/man/launchlist.1").read_text(encoding="utf-8")
+        self.assertIn("PATH", variables)
+        self.assertEqual(variables, set(re.findall(r"^\.It Ev (\w+)$", page, re.MULTILINE)))
+
     def test_version(self):
         result = run("--version")
         self.assertEqual(0, result.returncode)

@@ -56,8 +56,8 @@ inline constexpr char kOverrunsStack[] =
     "the item never runs: the argument vector does not fit on the stack, so every child crashes "
     "before it executes the program, and the next one is started 50 ms later";
 inline constexpr char kMayOverrunStack[] =
-    "the argument vector may not fit on the stack; every child then crashes before it executes the "
-    "program, and the next one is started 50 ms later";
+    "the argument vector might not fit on the stack; if it does not, every child crashes before it "
+    "executes the program, and the next one is started 50 ms later";
 inline constexpr char kEmptyVector[] =
     "the program gets an empty argument vector, without even its own name; Linux (since 5.18) adds "
     "one empty argument";

@@ -44,7 +44,8 @@ struct ExplainedItem
     std::optional<std::string> name;
     std::optional<std::string> program;
 
-    // What execv is given, the program's path first. Only for an item that may run.
+    // What execv is given, the program's path first. Only for an item that certainly or
+    // possibly runs.
     std::optional<ArgumentVector> arguments;
 
     Fate fate = Fate::kRuns;

@@ -273,7 +273,8 @@ std::string Page()
         "\n"
         "An error means that the launcher ends, that a process group is signalled, or that an "
         "item\n"
-        "never runs. A mistake in an item that is never started is always reported as a warning.\n"
+        "never runs; its effect names the condition if there is one. A mistake in an item that is\n"
+        "never started is always reported as a warning.\n"
         "\n"
         "| Kind | Severity | Meaning |\n"
         "|---|---|---|\n";

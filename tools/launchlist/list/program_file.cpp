@@ -275,6 +275,13 @@ void ExplainRelative(const std::string& path, ProgramFile& file)
     }
 }
 
+// Those of this system, read once.
+const RegisteredFormats& SystemFormats()
+{
+    static const RegisteredFormats formats{RegistrationDirectory()};
+    return formats;
+}
+
 ProgramFile ExamineRelative(const std::string& path, const RegisteredFormats& formats)
 {
     ProgramFile file = ExamineFile(path, formats, 0);
@@ -297,7 +304,7 @@ ProgramFile ExamineRelative(const std::string& path, const RegisteredFormats& fo
 
 }  // namespace
 
-ProgramFiles::ProgramFiles() : m_formats(RegistrationDirectory()) {}
+ProgramFiles::ProgramFiles() : m_formats(SystemFormats()) {}
 
 ProgramFiles::ProgramFiles(const std::string& registrations) : m_formats(registrations) {}
 

@@ -9,6 +9,7 @@ import json
 import pathlib
 import subprocess
 import sys
+import tempfile
 import unittest
 
 import jsonschema
@@ -32,6 +33,21 @@ class OutputSchema(unittest.TestCase):
         for path in lists:
             with self.subTest(path.name):
                 explain.validate(json.loads(run("explain", "--json", path)))
+
+    def test_arguments_that_are_left_out_are_counted(self):
+        items = {
+            str(i): {"name": str(i), "program": "/bin/sh", "argc": 60_000} for i in range(4)
+        }
+        with tempfile.NamedTemporaryFile("w", encoding="utf-8") as file:
+            json.dump(items, file)
+            file.flush()
+            output = json.loads(run("explain", "--json", file.name))
+        explain = self.validator("explain")
+        explain.validate(output)
+        self.assertEqual(60_001, len(output["items"][2]["arguments"]))
+        self.assertEqual(60_001, output["items"][3]["argument_count"])
+        output["items"][3]["arguments"] = []
+        self.assertFalse(explain.is_valid(output))
 
     def test_the_schema_is_not_empty(self):
         check, explain = self.validator("check"), self.validator("explain")

@@ -45,6 +45,11 @@ CLI::App* AddCheckCommand(CLI::App& app, ListOptions& options)
     CLI::App* command = app.add_subcommand("check", "Find the mistakes in launch lists.");
     command->add_option("LIST", options.lists, "Launch lists; - is standard input")->required();
     command->add_flag("--json", options.json, "Print JSON");
+    command->callback([&options] {
+        if (std::count(options.lists.begin(), options.lists.end(), "-") > 1) {
+            throw CLI::ValidationError("LIST", "- can be given only once");
+        }
+    });
     command->footer(
         "Exit status: 0 no mistakes, 1 warnings only, 2 errors, 3 a list cannot be read.\n"
         "Example:\n  launchlist check helpers.json");

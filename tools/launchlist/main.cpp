@@ -62,14 +62,12 @@ int RunCommand(int argc, char** argv)
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        // CLI11's messages contain the arguments unchanged.
         if (error.get_exit_code() != 0) {
-            return FailOnUsage(error.what());
+            return FailOnUsage(error.what());  // CLI11's messages contain the arguments unchanged.
         }
-        // Help or version. CLI11 would not notice that its output cannot be written.
-        std::ostringstream text;
-        app.exit(error, text, text);
-        return Print(text.str(), kNothing);
+        std::ostringstream help_or_version;
+        app.exit(error, help_or_version);
+        return Print(help_or_version.str(), kNothing);
     }
     return check->parsed()     ? RunCheck(list_options)
            : explain->parsed() ? RunExplain(list_options)

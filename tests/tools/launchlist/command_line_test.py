@@ -94,6 +94,8 @@ MISTAKES = [
     ("start \x1b]0;owned\x07", 'unknown command "start"'),
     ("explain", "LIST is required"),
     ("explain lists/good.json lists/good.json", "LIST"),
+    ("check - -", "LIST: - can be given only once"),
+    ("check - lists/good.json -", "LIST: - can be given only once"),
     ("check lists/good.json --\x1b]0;owned\x07", r"\x1b]0;owned\x07"),
     ("check --colour lists/good.json", "--colour"),
     ("report logs/mixed --since yesterday", 'invalid time "yesterday"; use 2026-11-21T02:26, 90s'),
@@ -293,6 +295,18 @@ class CommandLine(unittest.TestCase):
                 self.assertEqual(
                     b"launchlist: standard output: No space left on device\n", result.stderr
                 )
+
+    def test_the_manual_names_every_variable_that_is_read(self):
+        root = HERE.parents[2]
+        variables = {
+            name
+            for directory in ("tools/launchlist", "config")
+            for source in (root / directory).rglob("*.cpp")
+            for name in re.findall(r'getenv\("(\w+)"\)', source.read_text(encoding="utf-8"))
+        }
+        page = (root / "docs/man/launchlist.1").read_text(encoding="utf-8")
+        self.assertIn("PATH", variables)
+        self.assertEqual(variables, set(re.findall(r"^\.It Ev (\w+)$", page, re.MULTILINE)))
 
     def test_version(self):
         result = run("--version")

@@ -7,6 +7,7 @@
 #include "tools/launchlist/base/text.h"
 #include "tools/launchlist/list/argument_vector.h"
 #include "tools/launchlist/list/effects.h"
+#include "tools/launchlist/list/problems.h"
 
 namespace launchlist {
 
@@ -39,7 +40,8 @@ public:
         } else if (m_count > 0) {
             Add(Kind::kArgsMissing, Anchor(), m_args != nullptr ? m_path : m_item.path,
                 m_args != nullptr ? "\"args\" is null" : "there are no \"args\"",
-                "every argument that \"argc\" counts is empty", "add \"args\", or remove \"argc\"");
+                "every argument that \"argc\" counts is passed as an empty string",
+                "add \"args\", or remove \"argc\"");
         }
         CheckLength();
     }
@@ -71,13 +73,12 @@ private:
             m_count = ItemArgumentCount(m_item.item);
         } catch (const std::exception&) {
             AddCount(Kind::kArgcType,
-                     m_argc->value.type == JsonType::kNumber
-                         ? "\"argc\" must fit 64 bits; got " + quoted(written)
-                         : "\"argc\" must be a number",
+                     m_argc->value.type == JsonType::kNumber ? problems::kArgcTooWide
+                                                             : problems::kArgcType,
                      effects::kAbortsChild);
             return false;
         }
-        const std::string is_count = "\"argc\" is " + std::to_string(m_count);
+        const std::string is_count = problems::ArgcIs(m_count);
         if (m_count < -1) {
             AddCount(Kind::kArgcUndefined, is_count, effects::kUndefined);
             return false;
@@ -94,7 +95,7 @@ private:
         }
         if (written != std::to_string(m_count)) {
             AddCount(Kind::kArgcValue, "\"argc\" is written as " + quoted(written),
-                     "it counts as " + std::to_string(m_count));
+                     "it is read as " + std::to_string(m_count));
         }
         return true;
     }
@@ -103,10 +104,10 @@ private:
     {
         constexpr char kWriteObject[] = "write {\"0\": \"first\", \"1\": \"second\", ...}";
         if (m_count > 0) {
-            Add(Kind::kArgsType, Anchor(), m_path, "\"args\" must be an object",
-                effects::kAbortsChild, kWriteObject);
+            Add(Kind::kArgsType, Anchor(), m_path, problems::kArgsType, effects::kAbortsChild,
+                kWriteObject);
         } else {
-            Add(Kind::kArgsIgnored, Anchor(), m_path, "\"args\" must be an object",
+            Add(Kind::kArgsIgnored, Anchor(), m_path, problems::kArgsType,
                 "it is ignored, because \"argc\" counts no arguments",
                 std::string(kWriteObject) + ", and \"argc\"");
         }
@@ -143,8 +144,8 @@ private:
         const std::string pointer = MemberPath(m_path, member.name);
         const std::size_t place = member.value.begin;
         if (member.value.type == JsonType::kArray || member.value.type == JsonType::kObject) {
-            Add(Kind::kArgumentType, place, pointer, "an argument must be a string",
-                effects::kAbortsChild, "write a string");
+            Add(Kind::kArgumentType, place, pointer, problems::kArgumentType, effects::kAbortsChild,
+                "write a string");
             return;
         }
         const std::string passed = ItemArgument(m_item.item, std::stoi(member.name));
@@ -179,7 +180,7 @@ private:
         }
         Add(Kind::kArgsMissing, Anchor(), m_path,
             "\"argc\" is " + std::to_string(m_count) + ", but there is no argument " + names,
-            "each missing argument is passed as an empty one",
+            "each missing argument is passed as an empty string",
             "correct \"argc\", or add the arguments");
     }
 

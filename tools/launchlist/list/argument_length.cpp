@@ -14,19 +14,21 @@ std::size_t Size(std::size_t length)
 
 }  // namespace
 
-std::optional<TooLong> FindTooLong(const std::vector<std::string>& arguments)
+std::optional<TooLong> FindTooLong(const ArgumentVector& arguments)
 {
     const std::size_t longest = MaxArgumentLength();
     std::size_t total = EnvironmentBytes();
-    for (std::size_t i = 0; i < arguments.size(); ++i) {
-        const std::size_t length = arguments[i].size();
+    std::size_t i = 0;
+    for (const ArgumentRun& run : arguments) {
+        const std::size_t length = run.text.size();
         if (longest != 0 && length > longest) {
             return TooLong{Kind::kArgumentTooLong, i,
                            "the argument has " + std::to_string(length) +
                                " bytes; the system accepts " + std::to_string(longest)};
         }
         // The system keeps the path of the program twice.
-        total += Size(length) + (i == 0 ? length + 1 : 0);
+        total += Size(length) * run.count + (i == 0 ? length + 1 : 0);
+        i += run.count;
     }
     const std::size_t most = MaxArgumentBytes();
     if (most != 0 && total > most) {

@@ -4,8 +4,8 @@
 #include <cstddef>
 #include <optional>
 #include <string>
-#include <vector>
 
+#include "tools/launchlist/list/argument_vector.h"
 #include "tools/launchlist/list/finding_kinds.h"
 
 namespace launchlist {
@@ -18,6 +18,6 @@ struct TooLong
 };
 
 // Why execv would refuse `arguments`, with the environment and the stack limit of this process.
-std::optional<TooLong> FindTooLong(const std::vector<std::string>& arguments);
+std::optional<TooLong> FindTooLong(const ArgumentVector& arguments);
 
 }  // namespace launchlist

@@ -1,14 +1,36 @@
-// How many arguments an item can have.
+// The argument vector of an item, and how many arguments it can have.
 //
 // The child builds the argument vector on the stack of a supervisor thread, one pointer for each
 // argument, one for the program and one for the null at the end. That limits "argc".
 #pragma once
 
 #include <cstddef>
+#include <string>
+#include <vector>
 
 #include "launcher/supervision.h"
 
 namespace launchlist {
+
+// An argument; or several that "args" does not hold, in a row, which are empty. Such a row takes no
+// more memory than one of them, because a short list can count very many.
+struct ArgumentRun
+{
+    std::string text;
+    std::size_t count = 1;
+};
+
+using ArgumentVector = std::vector<ArgumentRun>;
+
+// The number of arguments, the program's path included.
+inline std::size_t CountOf(const ArgumentVector& arguments)
+{
+    std::size_t count = 0;
+    for (const ArgumentRun& run : arguments) {
+        count += run.count;
+    }
+    return count;
+}
 
 // What the child's own calls may need of that stack while the vector lies on it: thread-local data,
 // the frames of the supervisor and those of the JSON library.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <map>
+#include <string_view>
 
 #include "launcher/launch_item.h"
 #include "tools/launchlist/base/text.h"
@@ -16,13 +17,32 @@ namespace {
 
 constexpr char kWriteList[] = "write an object with the items \"0\", \"1\", ...";
 
-// Whether the bytes are UTF-16. Its text starts with a mark, or with an ASCII character, since a
-// list does, so that one of the first two bytes is zero.
-bool IsUtf16(const std::string& bytes)
+// Says that the file is encoded in UTF-16 or UTF-32; "" if it is not. Such a file starts with a
+// byte order mark, or with ASCII characters, since a list does: then the first four bytes show
+// which.
+std::string DescribeWideEncoding(const std::string& bytes)
 {
-    return bytes.size() >= 2 &&
-           (bytes.compare(0, 2, "\xFF\xFE") == 0 || bytes.compare(0, 2, "\xFE\xFF") == 0 ||
-            (bytes[0] == '\0') != (bytes[1] == '\0'));
+    const auto starts_with = [&bytes](std::string_view mark) {
+        return bytes.compare(0, mark.size(), mark) == 0;
+    };
+    if (starts_with({"\xFF\xFE\0\0", 4}) || starts_with({"\0\0\xFE\xFF", 4})) {
+        return "the file is encoded in UTF-32";
+    }
+    if (starts_with("\xFF\xFE") || starts_with("\xFE\xFF")) {
+        return "the file is encoded in UTF-16";
+    }
+    std::string zeros;  // "0" for a zero byte, "x" for one of an ASCII character.
+    for (std::size_t i = 0; i < std::min<std::size_t>(bytes.size(), 4); ++i) {
+        const auto byte = static_cast<unsigned char>(bytes[i]);
+        zeros += byte == 0 ? "0" : byte < 0x80 ? "x" : "-";
+    }
+    if (zeros == "x0x0" || zeros == "0x0x") {
+        return "the file appears to be encoded in UTF-16: every second byte is zero";
+    }
+    if (zeros == "x000" || zeros == "000x") {
+        return "the file appears to be encoded in UTF-32: three of four bytes are zero";
+    }
+    return "";
 }
 
 void CheckBytes(const std::string& bytes, const std::string& text, Findings& findings)
@@ -108,7 +128,7 @@ private:
 
     void CheckKey(const JsonMember& member, const std::string& pointer)
     {
-        if (ResemblesNumber(member.name)) {
+        if (ResemblesNumber(member.name) && member.value.type == JsonType::kObject) {
             Add(Kind::kItemKey, member, quoted(member.name) + " is not written like an item number",
                 "the item is never started",
                 "write the number in digits alone, without leading zeros");
@@ -247,9 +267,10 @@ Findings CheckList(const std::string& bytes)
     }
     const std::string text = bytes.substr(0, bytes.find('\0'));
     const JsonSource source(text);
-    if (source.Fault() && IsUtf16(bytes)) {
-        findings.Add({Kind::kUtf16, 0, "", "the file is encoded in UTF-16",
-                      effects::RejectedAtStart(), "save it as UTF-8 without a byte order mark"});
+    const std::string encoding = source.Fault() ? DescribeWideEncoding(bytes) : "";
+    if (!encoding.empty()) {
+        findings.Add({Kind::kUtf16, 0, "", encoding, effects::RejectedAtStart(),
+                      "save it as UTF-8 without a byte order mark"});
         return findings;
     }
     CheckContext context = {source, findings, Positions(source), {}};

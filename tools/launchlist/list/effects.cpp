@@ -25,25 +25,42 @@ std::string RejectedAtItem(bool is_first, bool may_have_ended)
         return RejectedAtStart();
     }
     if (may_have_ended) {
-        return "the launcher reads no further items and ends, unless an item before this one has "
-               "ended it already";
+        return "the launcher reads no further items and ends, unless an earlier item ends it first";
     }
     return Logs(kListRejected) +
-           ", kills the child of every item before this one and ends with status 0; if one of them "
-           "has not forked its child yet, the whole process group is killed by signal 9 instead";
+           ", kills the children of the earlier items and ends with status 0; if one of these "
+           "items has not forked its child yet, signal 9 kills the whole process group instead, "
+           "including the launcher";
 }
 
 std::string Skipped()
 {
-    return Logs(kItemHasNoName) + " and continues with the next item: this one never runs";
+    return Logs(kItemHasNoName) + " and skips the item, which never runs";
 }
 
 std::string Replaces(int earlier, int later)
 {
-    return "when item " + std::to_string(later) + " starts, item " + std::to_string(earlier) +
-           " is ended: its child is killed by signal 9 or, if it has not been forked yet, the "
-           "whole "
-           "process group is, including the launcher";
+    return "starting item " + std::to_string(later) + " ends item " + std::to_string(earlier) +
+           ": signal 9 kills its child or, if that has not been forked yet, the whole process "
+           "group, including the launcher";
+}
+
+std::string OfProgram(const ProgramFile& file)
+{
+    const std::string cannot_execute =
+        std::string(file.may_be_registered ? kUnlessRegistered : "") + kCannotExecute;
+    switch (*file.problem) {
+        case Kind::kProgramRelative:
+            return "the path is resolved in the directory in which the launcher is started; from "
+                   "this directory the program can be executed";
+        case Kind::kProgramRelativeUnusable:
+            return "if the launcher is started in this directory, " + cannot_execute;
+        case Kind::kProgramForeign:
+            return "the item runs only if the system can emulate that processor; otherwise " +
+                   cannot_execute;
+        default:
+            return cannot_execute;
+    }
 }
 
 std::string NotBefore(const std::string& member)

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "launcher/supervision.h"
+#include "tools/launchlist/list/program_file.h"
 
 namespace launchlist::effects {
 
@@ -15,8 +16,8 @@ inline constexpr char kIgnored[] = "it is ignored";
 
 // In items that are never started.
 inline constexpr char kAfterGap[] = "the item never runs: items after a gap are never reached";
-inline constexpr char kNotReached[] = "none as long as the item is not reached";
-inline constexpr char kNotNamed[] = "none as long as the item has no name";
+inline constexpr char kNotReached[] = "none until the launcher reaches the item";
+inline constexpr char kNotNamed[] = "none until the item has a name";
 
 // A program that is an object or an array.
 inline constexpr char kAbortsLauncher[] =
@@ -36,8 +37,13 @@ inline constexpr char kSignalsGroupOrSibling[] =
 inline constexpr char kCannotExecute[] =
     "the item never runs: every child that fails to execute the program becomes another supervisor "
     "of the item, so there is one more process every 50 ms; stopping the launcher kills only the "
-    "first, and when no more processes can be created, every process that the launcher may signal "
-    "is killed";
+    "first, and when no more processes can be created, the last one may kill every process that "
+    "the launcher may signal, including the launcher";
+
+// Precedes kCannotExecute.
+inline constexpr char kUnlessRegistered[] =
+    "the item runs only if the system has an interpreter registered for such files (binfmt_misc); "
+    "otherwise ";
 
 // "argc" and "args".
 inline constexpr char kAbortsChild[] =
@@ -50,8 +56,8 @@ inline constexpr char kOverrunsStack[] =
     "the item never runs: the argument vector does not fit on the stack, so every child crashes "
     "before it executes the program, and the next one is started 50 ms later";
 inline constexpr char kMayOverrunStack[] =
-    "the argument vector may not fit on the stack; every child then crashes before it executes the "
-    "program, and the next one is started 50 ms later";
+    "the argument vector might not fit on the stack; if it does not, every child crashes before it "
+    "executes the program, and the next one is started 50 ms later";
 inline constexpr char kEmptyVector[] =
     "the program gets an empty argument vector, without even its own name; Linux (since 5.18) adds "
     "one empty argument";
@@ -68,6 +74,9 @@ std::string Skipped();
 
 // Item `earlier` is ended because item `later` has the same name.
 std::string Replaces(int earlier, int later);
+
+// A program with a problem.
+std::string OfProgram(const ProgramFile& file);
 
 // A mistake comes to nothing as long as one in `member`, which takes effect before it, is there.
 std::string NotBefore(const std::string& member);

@@ -22,17 +22,24 @@ int MaxScriptDepth();
 // How many bytes of a script's first line the system reads.
 std::size_t MaxInterpreterLine();
 
+// Where the system lists the interpreters that are registered for other formats; "" if it has none.
+const char* RegistrationDirectory();
+
 // What the first bytes of a program say about it.
 enum class BinaryFormat
 {
     kNone,     // Not a binary format of this system.
     kNative,   // Can be executed, as far as its header says.
     kForeign,  // Built for another processor.
-    kDamaged   // The right format, but not executable: an object file, or cut off.
+    kDamaged   // The right format, but not executable: a library or object file, or cut off.
 };
 
-// `head` holds the first bytes of the file at `path`. For a native program `interpreter` receives
-// the path of the dynamic loader that it asks for, if it can be read.
-BinaryFormat FormatOf(const std::string& head, int descriptor, std::string& interpreter);
+// `head` holds the first bytes of an open file. For a native program `loader` receives the path of
+// the dynamic loader that it asks for; it stays as it is if there is none.
+BinaryFormat FormatOf(const std::string& head, int descriptor, std::string& loader);
+
+// Whether a file that starts with `loader_head` can be the loader of a native program that starts
+// with `head`.
+bool CanLoad(const std::string& loader_head, const std::string& head);
 
 }  // namespace launchlist

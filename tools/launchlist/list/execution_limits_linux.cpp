@@ -1,8 +1,12 @@
 #include <elf.h>
+#include <limits.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
+#include <vector>
 
 #include "tools/launchlist/list/execution_limits.h"
 
@@ -21,25 +25,56 @@ constexpr Elf64_Half kMachine = EM_NONE;  // Nothing counts as foreign.
 constexpr Elf64_Half kOtherMachine = EM_NONE;
 #endif
 
-// The dynamic loader that a native 64-bit program asks for; "" if there is none.
-std::string LoaderOf(const Elf64_Ehdr& header, int descriptor)
+bool ReadAt(int descriptor, std::uint64_t offset, void* data, std::size_t size)
 {
-    for (int i = 0; i < std::min<int>(header.e_phnum, 64); ++i) {
-        Elf64_Phdr segment = {};
-        const auto offset =
-            static_cast<off_t>(header.e_phoff + sizeof segment * static_cast<std::size_t>(i));
-        if (pread(descriptor, &segment, sizeof segment, offset) != sizeof segment) {
-            return "";
-        }
-        if (segment.p_type != PT_INTERP || segment.p_filesz > 4096) {
-            continue;
-        }
-        std::string path(segment.p_filesz, '\0');
-        const ssize_t count =
-            pread(descriptor, path.data(), path.size(), static_cast<off_t>(segment.p_offset));
-        return count == static_cast<ssize_t>(path.size()) ? path.substr(0, path.find('\0')) : "";
+    const ssize_t count = pread(descriptor, data, size, static_cast<off_t>(offset));
+    return count == static_cast<ssize_t>(size);
+}
+
+// The checks of the kernel, which executes no program whose table of segments, or whose loader's
+// path, it cannot read.
+template <typename Header, typename Segment>
+BinaryFormat ReadSegments(const std::string& head, int descriptor, std::string& loader)
+{
+    constexpr std::size_t kMaxTableSize = 65536;
+    Header header = {};
+    if (head.size() < sizeof header) {
+        return BinaryFormat::kDamaged;
     }
-    return "";
+    std::memcpy(&header, head.data(), sizeof header);
+    if (header.e_phentsize != sizeof(Segment) || header.e_phnum == 0 ||
+        header.e_phnum > kMaxTableSize / sizeof(Segment)) {
+        return BinaryFormat::kDamaged;
+    }
+    std::vector<Segment> segments(header.e_phnum);
+    if (!ReadAt(descriptor, header.e_phoff, segments.data(), segments.size() * sizeof(Segment))) {
+        return BinaryFormat::kDamaged;
+    }
+    const auto names_loader = [](const Segment& segment) { return segment.p_type == PT_INTERP; };
+    const auto segment = std::find_if(segments.begin(), segments.end(), names_loader);
+    if (segment == segments.end()) {
+        return BinaryFormat::kNative;
+    }
+    if (segment->p_filesz < 2 || segment->p_filesz > PATH_MAX) {
+        return BinaryFormat::kDamaged;
+    }
+    std::string path(segment->p_filesz, '\0');
+    if (!ReadAt(descriptor, segment->p_offset, path.data(), path.size()) || path.back() != '\0') {
+        return BinaryFormat::kDamaged;
+    }
+    loader = path.c_str();
+    return BinaryFormat::kNative;
+}
+
+// The machine that an ELF header is for; it is at the same place in a 32-bit header. EM_NONE if
+// `head` is not such a header.
+Elf64_Half MachineOf(const std::string& head)
+{
+    Elf64_Half machine = EM_NONE;
+    if (head.size() >= sizeof(Elf32_Ehdr) && head.compare(0, SELFMAG, ELFMAG) == 0) {
+        std::memcpy(&machine, head.data() + offsetof(Elf64_Ehdr, e_machine), sizeof machine);
+    }
+    return machine;
 }
 
 }  // namespace
@@ -77,31 +112,39 @@ std::size_t MaxInterpreterLine()
     return 256;
 }
 
-BinaryFormat FormatOf(const std::string& head, int descriptor, std::string& interpreter)
+const char* RegistrationDirectory()
+{
+    return "/proc/sys/fs/binfmt_misc";
+}
+
+BinaryFormat FormatOf(const std::string& head, int descriptor, std::string& loader)
 {
     if (head.compare(0, SELFMAG, ELFMAG) != 0) {
         return BinaryFormat::kNone;
     }
-    Elf64_Ehdr header = {};
-    // Type and machine are at the same place in a 32-bit header.
     if (head.size() < sizeof(Elf32_Ehdr)) {
         return BinaryFormat::kDamaged;
     }
-    std::memcpy(&header, head.data(), std::min(head.size(), sizeof header));
-    if (kMachine != EM_NONE && header.e_machine != kMachine && header.e_machine != kOtherMachine) {
+    const Elf64_Half machine = MachineOf(head);
+    if (kMachine != EM_NONE && machine != kMachine && machine != kOtherMachine) {
         return BinaryFormat::kForeign;
     }
-    if (header.e_type != ET_EXEC && header.e_type != ET_DYN) {
+    Elf64_Half type = ET_NONE;
+    std::memcpy(&type, head.data() + offsetof(Elf64_Ehdr, e_type), sizeof type);
+    if (type != ET_EXEC && type != ET_DYN) {
         return BinaryFormat::kDamaged;
     }
-    if (header.e_machine == kMachine && header.e_ident[EI_CLASS] == ELFCLASS64) {
-        if (head.size() < sizeof header || header.e_phentsize != sizeof(Elf64_Phdr) ||
-            header.e_phnum == 0) {
-            return BinaryFormat::kDamaged;
-        }
-        interpreter = LoaderOf(header, descriptor);
+    if (kMachine == EM_NONE) {
+        return BinaryFormat::kNative;
     }
-    return BinaryFormat::kNative;
+    // The machine decides between 32 and 64 bits; the kernel does not read the class.
+    return machine == kMachine ? ReadSegments<Elf64_Ehdr, Elf64_Phdr>(head, descriptor, loader)
+                               : ReadSegments<Elf32_Ehdr, Elf32_Phdr>(head, descriptor, loader);
+}
+
+bool CanLoad(const std::string& loader_head, const std::string& head)
+{
+    return MachineOf(loader_head) != EM_NONE && MachineOf(loader_head) == MachineOf(head);
 }
 
 }  // namespace launchlist

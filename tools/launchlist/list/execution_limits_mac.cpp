@@ -2,17 +2,19 @@
 #include <sys/syslimits.h>
 
 #include <cstdint>
-#include <cstring>
 
 #include "tools/launchlist/list/execution_limits.h"
+#include "tools/launchlist/list/mach_o.h"
 
 namespace launchlist {
 
 namespace {
 
-// The first four bytes of a Mach-O file, and of one for several processors, in either byte order.
-constexpr std::uint32_t kMagics[] = {0xFEEDFACE, 0xFEEDFACF, 0xCEFAEDFE,
-                                     0xCFFAEDFE, 0xCAFEBABE, 0xBEBAFECA};
+#if defined(__aarch64__)
+constexpr std::uint32_t kProcessor = kMachArm64;
+#else
+constexpr std::uint32_t kProcessor = kMachX86_64;
+#endif
 
 }  // namespace
 
@@ -43,19 +45,20 @@ std::size_t MaxInterpreterLine()
     return 512;
 }
 
+const char* RegistrationDirectory()
+{
+    return "";
+}
+
 BinaryFormat FormatOf(const std::string& head, int, std::string&)
 {
-    std::uint32_t magic = 0;
-    if (head.size() < sizeof magic) {
-        return BinaryFormat::kNone;
-    }
-    std::memcpy(&magic, head.data(), sizeof magic);
-    for (const std::uint32_t known : kMagics) {
-        if (magic == known) {
-            return BinaryFormat::kNative;
-        }
-    }
-    return BinaryFormat::kNone;
+    return MachOFormatOf(head, kProcessor);
+}
+
+// FormatOf names no loader: all programs of this system use the same one.
+bool CanLoad(const std::string&, const std::string&)
+{
+    return true;
 }
 
 }  // namespace launchlist

@@ -2,10 +2,13 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 
 #include "launcher/launch_item.h"
 #include "tools/launchlist/list/argument_vector.h"
+#include "tools/launchlist/list/check_context.h"
 #include "tools/launchlist/list/effects.h"
+#include "tools/launchlist/list/problems.h"
 
 namespace launchlist {
 
@@ -17,8 +20,11 @@ void ExplainExecution(ExplainedItem& item, ProgramFiles& files)
     const ProgramFile& file = files.Examine(*item.program);
     if (file.CannotRun()) {
         item.problem = file.message;
+        item.effect = effects::OfProgram(file);
+        item.may_be_registered = file.may_be_registered;
     } else if ((item.too_long = FindTooLong(*item.arguments))) {
         item.problem = item.too_long->message;
+        item.effect = effects::kCannotExecute;
     } else {
         if (file.problem) {
             item.note = file.message;
@@ -27,17 +33,60 @@ void ExplainExecution(ExplainedItem& item, ProgramFiles& files)
         return;
     }
     item.fate = Fate::kCannotExecute;
-    item.effect = effects::kCannotExecute;
+}
+
+// The count of arguments. Throws where the child aborts; then `problem` is why.
+int ReadCount(JsonObject& json, std::string& problem)
+{
+    problem = problems::kArgcType;
+    if (json.HasObject("argc")) {
+        static_cast<void>(static_cast<double>(json["argc"]));  // Throws if it is not a number.
+    }
+    problem = problems::kArgcTooWide;
+    const int count = ItemArgumentCount(json);
+    problem.clear();
+    return count;
+}
+
+// Appends the first `count` arguments to those of `item`. Looks up only those that "args" holds:
+// the lookup of a missing one adds it to the list. Throws where the child aborts; then the item's
+// problem is why.
+void AppendArguments(JsonObject& json, int count, ExplainedItem& item)
+{
+    if (count <= 0) {
+        return;
+    }
+    item.problem = problems::kArgsType;
+    std::set<int> given;
+    for (const std::string& key : json["args"].GetKeys()) {
+        if (IsPlainNumber(key) && key.size() <= 9 && std::stoi(key) < count) {
+            given.insert(std::stoi(key));
+        }
+    }
+    item.problem = problems::kArgumentType;
+    ArgumentVector& arguments = *item.arguments;
+    int next = 0;
+    const auto append_missing = [&](int end) {
+        if (next < end) {
+            arguments.push_back({"", static_cast<std::size_t>(end - next)});
+        }
+    };
+    for (const int index : given) {
+        append_missing(index);
+        arguments.push_back({ItemArgument(json, index)});
+        next = index + 1;
+    }
+    append_missing(count);
 }
 
 // The arguments of an item whose program is not empty. Throws where the child aborts.
 void ExplainArguments(JsonObject& json, ExplainedItem& item, ProgramFiles& files)
 {
-    const int count = ItemArgumentCount(json);
+    const int count = ReadCount(json, item.problem);
     item.is_problem_in_args = true;
     if (count < -1) {
         item.fate = Fate::kUndefined;
-        item.problem = "\"argc\" is " + std::to_string(count);
+        item.problem = problems::ArgcIs(count);
         item.effect = effects::kUndefined;
         return;
     }
@@ -45,17 +94,16 @@ void ExplainArguments(JsonObject& json, ExplainedItem& item, ProgramFiles& files
     if (fit != StackFit::kFits) {
         const bool may_fit = fit == StackFit::kMayOverrun;
         item.fate = may_fit ? Fate::kMayOverrunStack : Fate::kOverrunsStack;
-        item.problem = "\"argc\" is " + std::to_string(count);
+        item.problem = problems::ArgcIs(count);
         item.effect = may_fit ? effects::kMayOverrunStack : effects::kOverrunsStack;
         return;
     }
     item.arguments.emplace();
     if (count >= 0) {
-        item.arguments->push_back(*item.program);
+        item.arguments->push_back({*item.program});
     }
-    for (int i = 0; i < count; ++i) {
-        item.arguments->push_back(ItemArgument(json, i));
-    }
+    AppendArguments(json, count, item);
+    item.problem.clear();
     ExplainExecution(item, files);
     if (count == -1 && item.fate == Fate::kRuns) {
         item.note += (item.note.empty() ? "" : "; ") + std::string(effects::kEmptyVector);
@@ -75,8 +123,7 @@ public:
             m_explanation.items.push_back({});
             m_explanation.items.back().index = index;
             m_explanation.items.back().fate = Fate::kRejected;
-            m_explanation.items.back().problem =
-                "the item is not an object, or its \"name\" is an object or an array";
+            m_explanation.items.back().problem = problems::kItemType;
             ReadItem(list, index);
         }
     }
@@ -108,10 +155,12 @@ private:
         JsonObject json = GetItem(list, index);
         if (!HasName(json)) {
             m_explanation.items.back().fate = Fate::kSkipped;
-            m_explanation.items.back().problem = "the item has no \"name\"";
+            m_explanation.items.back().problem =
+                json.IsValid() ? problems::kNoName : problems::kItemIsNull;
             m_explanation.items.back().effect = effects::Skipped();
             return;
         }
+        m_explanation.items.back().problem = problems::kNameType;
         const std::string name = ItemName(json);
         ExplainedItem item = ExplainProgram(json, m_files);
         item.index = index;
@@ -191,6 +240,8 @@ private:
             case Fate::kUndefined:
             case Fate::kMayOverrunStack:
                 return Runs::kPossibly;
+            case Fate::kCannotExecute:
+                return item.may_be_registered ? Runs::kPossibly : Runs::kNever;
             default:
                 return Runs::kNever;
         }
@@ -215,17 +266,20 @@ private:
 ExplainedItem ExplainProgram(JsonObject& json, ProgramFiles& files)
 {
     ExplainedItem item;
+    const bool has_program = json.HasObject("program");  // Reading it adds a missing one.
     try {
         item.program = ItemProgram(json);
     } catch (const std::exception&) {
         item.fate = Fate::kAbortsLauncher;
-        item.problem = "\"program\" is an object or an array";
+        item.problem = problems::kProgramType;
         item.effect = effects::kAbortsLauncher;
         return item;
     }
     if (item.program->empty()) {
         item.fate = Fate::kSignalsGroup;
-        item.problem = "there is no program";
+        item.problem = !has_program                ? problems::kNoProgram
+                       : json["program"].IsValid() ? problems::kProgramIsEmpty
+                                                   : problems::kProgramIsNull;
         item.effect = effects::kSignalsGroupOrSibling;
         return item;
     }
@@ -234,8 +288,6 @@ ExplainedItem ExplainProgram(JsonObject& json, ProgramFiles& files)
     } catch (const std::exception&) {
         item.arguments.reset();
         item.fate = Fate::kAbortsChild;
-        item.problem = item.is_problem_in_args ? "\"args\", or an argument, has the wrong type"
-                                               : "\"argc\" is not a number, or beyond 64 bits";
         item.effect = effects::kAbortsChild;
     }
     return item;

@@ -44,8 +44,9 @@ struct ExplainedItem
     std::optional<std::string> name;
     std::optional<std::string> program;
 
-    // What execv is given, the program's path first. Only for an item that may run.
-    std::optional<std::vector<std::string>> arguments;
+    // What execv is given, the program's path first. Only for an item that certainly or
+    // possibly runs.
+    std::optional<ArgumentVector> arguments;
 
     Fate fate = Fate::kRuns;
     Runs runs = Runs::kNever;
@@ -57,6 +58,7 @@ struct ExplainedItem
     std::optional<int> replaced_by;  // The item of the same name that ends this one.
     bool is_problem_in_args = false;  // Of an item whose child aborts: not in "argc".
     bool is_foreign = false;          // The program is built for another processor.
+    bool may_be_registered = false;   // See ProgramFile.
     std::optional<TooLong> too_long;  // Why the arguments cannot be passed.
 };
 

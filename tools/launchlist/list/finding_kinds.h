@@ -9,8 +9,9 @@
 
 namespace launchlist {
 
-// An error: the launcher ends, a process group is signalled, or an item never runs. Anything else
-// that may not be what the author of the list intended is a warning.
+// An error: the launcher ends, a process group is signalled, or an item never runs, perhaps under a
+// condition that the effect names. Anything else that may not be what the author of the list
+// intended is a warning.
 enum class Severity
 {
     kWarning,

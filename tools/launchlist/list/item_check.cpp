@@ -6,6 +6,7 @@
 #include "tools/launchlist/base/text.h"
 #include "tools/launchlist/list/argument_check.h"
 #include "tools/launchlist/list/effects.h"
+#include "tools/launchlist/list/problems.h"
 
 namespace launchlist {
 
@@ -52,7 +53,7 @@ void CheckName(ItemToCheck& item)
 {
     const JsonMember* name = item.Find("name");
     if (name == nullptr) {
-        item.Add(Kind::kNoName, Stage::kStart, item.offset, item.path, "the item has no \"name\"",
+        item.Add(Kind::kNoName, Stage::kStart, item.offset, item.path, problems::kNoName,
                  effects::Skipped(), "add a \"name\"");
         return;
     }
@@ -60,34 +61,17 @@ void CheckName(ItemToCheck& item)
     const std::string pointer = MemberPath(item.path, "name");
     const JsonType type = name->value.type;
     if (IsContainer(type)) {
-        item.Add(Kind::kNameType, Stage::kStart, place, pointer, "\"name\" must be a string",
+        item.Add(Kind::kNameType, Stage::kStart, place, pointer, problems::kNameType,
                  item.explained.effect, "write a string");
     } else if (type == JsonType::kNull || ItemName(item.item).empty()) {
         item.Add(Kind::kNameEmpty, Stage::kStart, place, pointer,
                  type == JsonType::kNull ? "\"name\" is null" : "\"name\" is empty",
                  "the log shows the item without a name", "write a name");
     } else if (type != JsonType::kString) {
-        item.Add(Kind::kNameNotString, Stage::kStart, place, pointer, "\"name\" must be a string",
+        item.Add(Kind::kNameNotString, Stage::kStart, place, pointer, problems::kNameType,
                  "the item is called " + quoted(ItemName(item.item)), "write a string");
     }
     CheckTruncated(item, *name, Stage::kStart);
-}
-
-std::string EffectOf(const ProgramFile& file)
-{
-    switch (*file.problem) {
-        case Kind::kProgramRelative:
-            return "it is looked up in the directory in which the launcher is started; seen from "
-                   "this directory it can be executed";
-        case Kind::kProgramRelativeUnusable:
-            return std::string("if the launcher is started in this directory, ") +
-                   effects::kCannotExecute;
-        case Kind::kProgramForeign:
-            return "the item runs only if the system can emulate that processor; otherwise " +
-                   std::string(effects::kCannotExecute);
-        default:
-            return effects::kCannotExecute;
-    }
 }
 
 void CheckProgram(ItemToCheck& item)
@@ -100,31 +84,33 @@ void CheckProgram(ItemToCheck& item)
                  fix);
     };
     if (program == nullptr) {
-        add(Kind::kNoProgram, "the item has no \"program\"", item.explained.effect,
+        add(Kind::kNoProgram, problems::kNoProgram, item.explained.effect,
             "add a \"program\" with an absolute path");
         return;
     }
     if (IsContainer(program->value.type)) {
-        add(Kind::kProgramType, "\"program\" must be a string", effects::kAbortsLauncher,
+        add(Kind::kProgramType, problems::kProgramType, effects::kAbortsLauncher,
             "write an absolute path");
         return;
     }
     const std::string path = ItemProgram(item.item);
     if (path.empty()) {
         add(Kind::kNoProgram,
-            program->value.type == JsonType::kNull ? "\"program\" is null" : "\"program\" is empty",
+            program->value.type == JsonType::kNull ? problems::kProgramIsNull
+                                                   : problems::kProgramIsEmpty,
             item.explained.effect, "write an absolute path");
         return;
     }
     if (program->value.type != JsonType::kString) {
-        add(Kind::kProgramNotString, "\"program\" must be a string", "the path is " + quoted(path),
+        add(Kind::kProgramNotString, problems::kProgramType, "the path is " + quoted(path),
             "write an absolute path");
     }
     CheckTruncated(item, *program, Stage::kProgram);
     const ProgramFile& file = item.context.files.Examine(path);
     if (file.problem) {
         item.Add(*file.problem, Stage::kExecution, program->value.begin,
-                 MemberPath(item.path, "program"), file.message, EffectOf(file), file.fix);
+                 MemberPath(item.path, "program"), file.message, effects::OfProgram(file),
+                 file.fix);
     }
 }
 
@@ -182,13 +168,13 @@ void CheckItem(ItemToCheck& item, JsonType type)
 {
     constexpr char kWriteObject[] = "write an object with \"name\" and \"program\"";
     if (type == JsonType::kNull) {
-        item.Add(Kind::kNoName, Stage::kStart, item.offset, item.path,
-                 "the item is null, so it has no name", effects::Skipped(), kWriteObject);
+        item.Add(Kind::kNoName, Stage::kStart, item.offset, item.path, problems::kItemIsNull,
+                 effects::Skipped(), kWriteObject);
         return;
     }
     if (type != JsonType::kObject) {
-        item.Add(Kind::kItemType, Stage::kStart, item.offset, item.path,
-                 "the item must be an object", item.explained.effect, kWriteObject);
+        item.Add(Kind::kItemType, Stage::kStart, item.offset, item.path, problems::kItemType,
+                 item.explained.effect, kWriteObject);
         return;
     }
     CheckReplaced(item.members, item.path, item.context);

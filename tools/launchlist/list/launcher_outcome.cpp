@@ -50,7 +50,7 @@ std::string TextOf(Condition condition)
         case Condition::kMacOs:
             return "only on macOS, depending on the names of the items";
         case Condition::kProcessLimit:
-            return "when no more processes can be created";
+            return "possible when no more processes can be created";
     }
     return "";
 }

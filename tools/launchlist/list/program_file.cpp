@@ -22,7 +22,10 @@ constexpr std::size_t kHeadSize = 1024;
 
 constexpr char kCorrectPath[] = "correct the path, or install the program";
 
-ProgramFile ExamineFile(const std::string& path, int depth);
+constexpr int kOpenFlags = O_RDONLY | O_CLOEXEC | O_NONBLOCK;
+
+ProgramFile ExamineAccess(const std::string& path);
+ProgramFile ExamineFile(const std::string& path, const RegisteredFormats& formats, int depth);
 
 bool IsExecutableFile(const std::string& path)
 {
@@ -73,7 +76,38 @@ std::string InterpreterOf(const std::string& head)
     return end == std::string::npos && limit < line_end ? "" : line.substr(begin, end - begin);
 }
 
-ProgramFile ExamineScript(const std::string& path, const std::string& head, int depth)
+// What `file`, found out about the interpreter or loader at `path`, means for the program that
+// needs it. `role` is what it needs it as; `fix` is for one that cannot be executed.
+ProgramFile ExplainNeeded(const std::string& program, const std::string& role,
+                          const std::string& path, const ProgramFile& file, const std::string& fix)
+{
+    const bool is_relative = path[0] != '/';
+    const std::string subject = "the " + role + " of " + quoted(program);
+    if (!file.CannotRun()) {
+        return is_relative && !file.problem
+                   ? ProgramFile{Kind::kProgramRelative,
+                                 subject + " is given by a relative path, " + quoted(path),
+                                 "write its absolute path"}
+                   : file;
+    }
+    if (!is_relative && file.problem != Kind::kProgramRelativeUnusable) {
+        return {Kind::kProgramInterpreter, subject + " cannot be executed: " + file.message, fix,
+                file.may_be_registered};
+    }
+    return {Kind::kProgramRelativeUnusable,
+            subject + " cannot be executed, seen from this directory: " + file.message,
+            is_relative ? "write its absolute path" : file.fix, file.may_be_registered};
+}
+
+ProgramFile TooManyInterpreters(const std::string& path)
+{
+    return {Kind::kProgramInterpreter,
+            quoted(path) + " needs more interpreters that are scripts than the system allows",
+            "use an interpreter that is not a script"};
+}
+
+ProgramFile ExamineScript(const std::string& path, const std::string& head,
+                          const RegisteredFormats& formats, int depth)
 {
     const std::string interpreter = InterpreterOf(head);
     if (interpreter.empty()) {
@@ -90,32 +124,62 @@ ProgramFile ExamineScript(const std::string& path, const std::string& head, int 
                 "save it with LF line ends instead of CR LF"};
     }
     if (depth >= MaxScriptDepth()) {
-        return {Kind::kProgramInterpreter,
-                quoted(path) + " needs more interpreters that are scripts than the system allows",
-                "use an interpreter that is not a script"};
+        return TooManyInterpreters(path);
     }
-    ProgramFile file = ExamineFile(interpreter, depth + 1);
-    if (!file.CannotRun()) {
-        return file;
-    }
-    return {Kind::kProgramInterpreter,
-            "the interpreter of " + quoted(path) + " cannot be executed: " + file.message,
-            "correct the first line, or install the interpreter"};
+    return ExplainNeeded(path, "interpreter", interpreter,
+                         ExamineFile(interpreter, formats, depth + 1),
+                         "correct the first line, or install the interpreter");
 }
 
-ProgramFile ExamineContents(const std::string& path, int descriptor, int depth)
+// The first bytes of an open file; empty if they cannot be read.
+std::optional<std::string> ReadHead(int descriptor)
 {
     std::string head(kHeadSize, '\0');
     const ssize_t count = read(descriptor, head.data(), head.size());
     if (count < 0) {
-        return {};
+        return std::nullopt;
     }
     head.resize(static_cast<std::size_t>(count));
+    return head;
+}
+
+// `head` is that of the program that needs the loader.
+ProgramFile ExamineLoader(const std::string& loader, const std::string& head)
+{
+    ProgramFile file = ExamineAccess(loader);
+    const int descriptor = file.problem ? -1 : open(loader.c_str(), kOpenFlags);
+    if (descriptor < 0) {
+        return file;
+    }
+    const std::optional<std::string> loader_head = ReadHead(descriptor);
+    close(descriptor);
+    if (loader_head && !CanLoad(*loader_head, head)) {
+        return {Kind::kProgramFormat, quoted(loader) + " is not a loader for this program", ""};
+    }
+    return {};
+}
+
+ProgramFile ExamineContents(const std::string& path, int descriptor,
+                            const RegisteredFormats& formats, int depth)
+{
+    const std::optional<std::string> contents = ReadHead(descriptor);
+    if (!contents) {
+        return {};
+    }
+    const std::string& head = *contents;
+    const std::string registered = formats.InterpreterOf(path, head);
+    if (!registered.empty()) {
+        return depth >= MaxScriptDepth()
+                   ? TooManyInterpreters(path)
+                   : ExplainNeeded(path, "registered interpreter", registered,
+                                   ExamineFile(registered, formats, depth + 1),
+                                   "install the interpreter");
+    }
     if (head.empty()) {
         return {Kind::kProgramEmpty, quoted(path) + " is empty", "install the program again"};
     }
     if (head.compare(0, 2, "#!") == 0) {
-        return ExamineScript(path, head, depth);
+        return ExamineScript(path, head, formats, depth);
     }
     std::string loader;
     switch (FormatOf(head, descriptor, loader)) {
@@ -123,25 +187,23 @@ ProgramFile ExamineContents(const std::string& path, int descriptor, int depth)
             return {Kind::kProgramForeign, quoted(path) + " is built for another processor",
                     "install the program for this processor"};
         case BinaryFormat::kDamaged:
-            return {Kind::kProgramFormat,
-                    quoted(path) + " is incomplete, or an object file rather than a program",
-                    "install the program again"};
+            return {
+                Kind::kProgramFormat,
+                quoted(path) + " is damaged, or a library or an object file rather than a program",
+                "install the program again"};
         case BinaryFormat::kNone:
             return {Kind::kProgramFormat, quoted(path) + " is neither a program nor a script",
-                    "start a script with a line such as \"#!/bin/sh\""};
+                    "start a script with a line such as \"#!/bin/sh\"", !formats.IsKnown()};
         case BinaryFormat::kNative:
             break;
     }
-    if (!loader.empty() && access(loader.c_str(), F_OK) != 0) {
-        return {
-            Kind::kProgramInterpreter,
-            "the loader that " + quoted(path) + " needs, " + quoted(loader) + ", does not exist",
-            "install the program for this system"};
-    }
-    return {};
+    return loader.empty() ? ProgramFile()
+                          : ExplainNeeded(path, "loader", loader, ExamineLoader(loader, head),
+                                          "install the program for this system");
 }
 
-ProgramFile ExamineFile(const std::string& path, int depth)
+// What can be said about a file without reading it.
+ProgramFile ExamineAccess(const std::string& path)
 {
     struct stat status = {};
     if (stat(path.c_str(), &status) != 0) {
@@ -155,11 +217,17 @@ ProgramFile ExamineFile(const std::string& path, int depth)
         return {Kind::kProgramNotExecutable, quoted(path) + " is not executable",
                 "make it executable for the launcher's user (chmod +x)"};
     }
-    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    return {};
+}
+
+ProgramFile ExamineFile(const std::string& path, const RegisteredFormats& formats, int depth)
+{
+    ProgramFile result = ExamineAccess(path);
+    const int descriptor = result.problem ? -1 : open(path.c_str(), kOpenFlags);
     if (descriptor < 0) {
-        return {};  // The permission to execute does not include that to read.
+        return result;  // The permission to execute does not include that to read.
     }
-    ProgramFile result = ExamineContents(path, descriptor, depth);
+    result = ExamineContents(path, descriptor, formats, depth);
     close(descriptor);
     return result;
 }
@@ -207,12 +275,21 @@ void ExplainRelative(const std::string& path, ProgramFile& file)
     }
 }
 
-ProgramFile ExamineRelative(const std::string& path)
+// Those of this system, read once.
+const RegisteredFormats& SystemFormats()
 {
-    ProgramFile file = ExamineFile(path, 0);
+    static const RegisteredFormats formats{RegistrationDirectory()};
+    return formats;
+}
+
+ProgramFile ExamineRelative(const std::string& path, const RegisteredFormats& formats)
+{
+    ProgramFile file = ExamineFile(path, formats, 0);
     if (!file.CannotRun()) {
-        return {Kind::kProgramRelative, quoted(path) + " is a relative path",
-                "write an absolute path"};
+        return file.problem == Kind::kProgramForeign
+                   ? file
+                   : ProgramFile{Kind::kProgramRelative, quoted(path) + " is a relative path",
+                                 "write an absolute path"};
     }
     const bool is_missing = file.problem == Kind::kProgramMissing;
     file.problem = Kind::kProgramRelativeUnusable;
@@ -227,11 +304,16 @@ ProgramFile ExamineRelative(const std::string& path)
 
 }  // namespace
 
+ProgramFiles::ProgramFiles() : m_formats(SystemFormats()) {}
+
+ProgramFiles::ProgramFiles(const std::string& registrations) : m_formats(registrations) {}
+
 const ProgramFile& ProgramFiles::Examine(const std::string& path)
 {
     const auto [known, is_new] = m_known.try_emplace(path);
     if (is_new) {
-        known->second = path[0] == '/' ? ExamineFile(path, 0) : ExamineRelative(path);
+        known->second =
+            path[0] == '/' ? ExamineFile(path, m_formats, 0) : ExamineRelative(path, m_formats);
     }
     return known->second;
 }

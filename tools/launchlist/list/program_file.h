@@ -9,6 +9,7 @@
 #include <string>
 
 #include "tools/launchlist/list/finding_kinds.h"
+#include "tools/launchlist/list/registered_formats.h"
 
 namespace launchlist {
 
@@ -18,7 +19,11 @@ struct ProgramFile
     std::string message;          // `"/x" does not exist`
     std::string fix;
 
-    // Whether execv would fail. A foreign program may be one that the system can emulate.
+    // Whether the system may know an interpreter for this file that this process cannot learn of.
+    bool may_be_registered = false;
+
+    // Whether execv would fail, or would do so in this directory. A foreign program may be one that
+    // the system can emulate.
     bool CannotRun() const
     {
         return problem && *problem != Kind::kProgramForeign && *problem != Kind::kProgramRelative;
@@ -29,10 +34,16 @@ struct ProgramFile
 class ProgramFiles
 {
 public:
+    ProgramFiles();
+
+    // With another directory of registrations than the system's; see RegisteredFormats.
+    explicit ProgramFiles(const std::string& registrations);
+
     // `path` must not be empty.
     const ProgramFile& Examine(const std::string& path);
 
 private:
+    RegisteredFormats m_formats;
     std::map<std::string, ProgramFile> m_known;
 };
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <optional>
+#include <utility>
 
 #include "tools/launchlist/base/text.h"
 #include "tools/launchlist/list/effects.h"
@@ -111,12 +112,26 @@ private:
             while (m_at < m_text.size() && IsWordCharacter(m_text[m_at])) {
                 ++m_at;
             }
-            m_comma.reset();
-            const std::optional<Cause> cause =
-                ExplainWord(m_text.substr(begin, m_at - begin), begin);
-            return cause && m_long_string ? m_long_string : cause;
+            return ReadWord(m_text.substr(begin, m_at - begin), begin);
         }
         return ReadSign();
+    }
+
+    // `word` ends where the next token begins.
+    std::optional<Cause> ReadWord(const std::string& word, std::size_t begin)
+    {
+        m_comma.reset();
+        const std::optional<Cause> cause = ExplainWord(word, begin);
+        const std::optional<std::size_t> string = std::exchange(m_string, std::nullopt);
+        if (!cause || !string) {
+            return cause;
+        }
+        return m_long_string ? m_long_string
+                             : Cause{*string,
+                                     "the string is followed by " + quoted(word) +
+                                         " without a comma or a colon",
+                                     "add the quotation mark that is missing at its end, or write "
+                                     "\\\" for one inside it"};
     }
 
     std::optional<Cause> ReadComment()
@@ -132,8 +147,7 @@ private:
     std::optional<Cause> ReadString()
     {
         const std::size_t begin = m_at;
-        const Cause unclosed = {begin, "the string is not closed",
-                                "add the missing quotation mark"};
+        Cause unclosed = {begin, "the string is not closed", "add the missing quotation mark"};
         bool has_line_end = false;
         for (++m_at; m_at < m_text.size() && m_text[m_at] != '"'; ++m_at) {
             has_line_end = has_line_end || m_text[m_at] == '\n' || m_text[m_at] == '\r';
@@ -144,6 +158,8 @@ private:
             return m_long_string ? m_long_string : unclosed;
         }
         ++m_at;
+        m_string = begin;
+        unclosed.message = "the string is not closed on the line on which it starts";
         m_long_string = has_line_end ? std::optional<Cause>(unclosed) : std::nullopt;
         return std::nullopt;
     }
@@ -161,6 +177,7 @@ private:
         }
         // A string over several lines may be meant, if the text continues as JSON does.
         m_long_string.reset();
+        m_string.reset();
         ++m_at;
         return std::nullopt;
     }
@@ -168,8 +185,9 @@ private:
     const std::string& m_text;
     const std::size_t m_fault;
     std::size_t m_at = 0;
-    std::optional<std::size_t> m_comma;  // The last token, if it is a comma.
-    std::optional<Cause> m_long_string;  // For the last token, if it is a string with a line end.
+    std::optional<std::size_t> m_comma;   // The last token, if it is a comma.
+    std::optional<std::size_t> m_string;  // The last token, if it is a string.
+    std::optional<Cause> m_long_string;   // For the last token, if it is a string with a line end.
 };
 
 // The reader's own finding in other words.

@@ -13,6 +13,12 @@ namespace launchlist {
 
 namespace {
 
+// A list of a few kilobytes can count gigabytes of arguments. Text shows a longer row of missing
+// ones as one with its number; JSON leaves out the arguments of an item with more than these once
+// it holds kMaxArguments.
+constexpr std::size_t kMaxRow = 100;
+constexpr std::size_t kMaxArguments = 200'000;
+
 Style StyleOf(Severity severity)
 {
     return severity == Severity::kError ? Style::kRed : Style::kYellow;
@@ -80,12 +86,17 @@ JsonObject ListObject(const CheckedList& list)
     return object;
 }
 
-// One argument vector as a line for a shell.
-std::string CommandLine(const std::vector<std::string>& arguments)
+// One argument vector as a line for a shell. Rows of more than `max_row` missing arguments are
+// abbreviated.
+std::string CommandLine(const ArgumentVector& arguments, std::size_t max_row)
 {
     std::string line;
-    for (const std::string& argument : arguments) {
-        line += (line.empty() ? "" : " ") + shell_word(argument);
+    for (const ArgumentRun& run : arguments) {
+        const std::string word = shell_word(run.text);
+        for (std::size_t i = 0; i < (run.count > max_row ? 1 : run.count); ++i) {
+            line += (line.empty() ? "" : " ") + word;
+        }
+        line += run.count > max_row ? " (" + std::to_string(run.count) + " times)" : "";
     }
     return line;
 }
@@ -107,8 +118,8 @@ std::string ItemText(const ExplainedItem& item, bool color)
         text += row("program", shell_word(*item.program));
     }
     if (item.arguments) {
-        text += row("arguments",
-                    item.arguments->empty() ? "(empty vector)" : CommandLine(*item.arguments));
+        text += row("arguments", item.arguments->empty() ? "(empty vector)"
+                                                         : CommandLine(*item.arguments, kMaxRow));
     }
     if (!item.problem.empty()) {
         text += row("problem", printable(item.problem));
@@ -169,7 +180,26 @@ const char* NameOf(Condition condition)
     return "none";
 }
 
-JsonObject ItemObject(const ExplainedItem& item)
+// `room` is how many more arguments the output may hold.
+void PutArguments(JsonObject& object, const ArgumentVector& arguments, std::size_t& room)
+{
+    const std::size_t count = CountOf(arguments);
+    if (count > std::max(room, kMaxRow)) {
+        PutNumber(object, "argument_count", count);
+        return;
+    }
+    room -= std::min(room, count);
+    JsonObject array = EmptyList();
+    for (const ArgumentRun& run : arguments) {
+        for (std::size_t i = 0; i < run.count; ++i) {
+            array.InsertArrayItem(run.text);
+        }
+    }
+    PutValue(object, "arguments", array);
+    PutText(object, "command", CommandLine(arguments, count));
+}
+
+JsonObject ItemObject(const ExplainedItem& item, std::size_t& room)
 {
     JsonObject object = JsonObject::GetEmptyObject();
     PutNumber(object, "index", item.index);
@@ -182,12 +212,7 @@ JsonObject ItemObject(const ExplainedItem& item)
         PutText(object, "program", *item.program);
     }
     if (item.arguments) {
-        JsonObject arguments = EmptyList();
-        for (const std::string& argument : *item.arguments) {
-            arguments.InsertArrayItem(argument);
-        }
-        PutValue(object, "arguments", arguments);
-        PutText(object, "command", CommandLine(*item.arguments));
+        PutArguments(object, *item.arguments, room);
     }
     if (item.replaces) {
         PutNumber(object, "replaces", *item.replaces);
@@ -313,8 +338,9 @@ std::string ExplanationText(const Explanation& explanation, bool color)
 std::string ExplanationJson(const std::string& list, const Explanation& explanation)
 {
     JsonObject items = EmptyList();
+    std::size_t room = kMaxArguments;
     for (const ExplainedItem& item : explanation.items) {
-        JsonObject object = ItemObject(item);
+        JsonObject object = ItemObject(item, room);
         items.InsertArrayItem(object);
     }
     JsonObject outcomes = EmptyList();

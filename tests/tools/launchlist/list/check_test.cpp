@@ -26,6 +26,7 @@
 #include "tests/support/temp_directory.h"
 #include "tools/launchlist/base/files.h"
 #include "tools/launchlist/base/text.h"
+#include "tools/launchlist/list/effects.h"
 #include "tools/launchlist/list/explain.h"
 #include "tools/launchlist/output/list_output.h"
 
@@ -174,11 +175,18 @@ void HideDepthLimit(std::string& text)
     }
 }
 
+// Whether the system's registrations can be read differs; program_file_test.cpp tests both cases.
+void HideRegistrations(std::string& text)
+{
+    Replace(text, effects::kUnlessRegistered, "");
+}
+
 // What `check` prints about a list, with the directory of programs as @PROGRAMS@.
 std::string Printed(const std::string& name)
 {
     std::string text = FindingsText(name + ".json", CheckList(Contents(name)), false);
     Replace(text, ThePrograms().path(), "@PROGRAMS@");
+    HideRegistrations(text);
     if (name == "too_deep") {
         HideDepthLimit(text);
     }
@@ -248,6 +256,7 @@ std::string PageSection(const KindInfo& info)
     const std::string text = FindingsText("list.json", findings, false);
     section += text.substr(0, text.rfind("list.json: "));
     section += "```\n";
+    HideRegistrations(section);
     Replace(section, ThePrograms().path(), "/opt/example");
     Replace(section, "@PROGRAMS@", "/opt/example");
     return section;
@@ -264,7 +273,8 @@ std::string Page()
         "\n"
         "An error means that the launcher ends, that a process group is signalled, or that an "
         "item\n"
-        "never runs. A mistake in an item that is never started is always reported as a warning.\n"
+        "never runs; its effect names the condition if there is one. A mistake in an item that is\n"
+        "never started is always reported as a warning.\n"
         "\n"
         "| Kind | Severity | Meaning |\n"
         "|---|---|---|\n";
@@ -356,6 +366,27 @@ TEST(FindingKinds, ArePublishedWithAnExampleOfEach)
     if (kOnLinux) {
         ExpectKept(KESTRANE_DOCS "/finding-kinds.md", Page());
     }
+}
+
+// Every problem that explain shows is the message of a finding.
+TEST(CheckList, UsesTheWordsOfExplain)
+{
+    std::size_t problems = 0;
+    for (const std::string& name : Lists()) {
+        std::set<std::string> messages;
+        for (const Finding& finding : CheckList(Contents(name)).shown) {
+            messages.insert(finding.path.substr(0, finding.path.find('/', 1)) + " " +
+                            finding.message);
+        }
+        for (const ExplainedItem& item : ExplainList(Contents(name)).items) {
+            if (!item.problem.empty()) {
+                ++problems;
+                EXPECT_EQ(messages.count("/" + std::to_string(item.index) + " " + item.problem), 1U)
+                    << name << ": " << item.problem;
+            }
+        }
+    }
+    EXPECT_GT(problems, 50U);
 }
 
 TEST(CheckList, CountsFindingsBeyondOneThousandOfAKind)

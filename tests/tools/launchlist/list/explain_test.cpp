@@ -23,6 +23,15 @@ ExplainedItem ItemWith(const std::string& more)
     return explanation.items.front();
 }
 
+std::vector<std::string> Written(const ArgumentVector& arguments)
+{
+    std::vector<std::string> texts;
+    for (const ArgumentRun& run : arguments) {
+        texts.insert(texts.end(), run.count, run.text);
+    }
+    return texts;
+}
+
 // A list of the items "0", "1" and so on.
 std::string ListOf(const std::vector<std::string>& items)
 {
@@ -69,11 +78,15 @@ TEST(Explain, GivesTheArgumentVector)
         {R"(, "argc": 2, "args": {"0": "x", "1": 7})", {"/bin/sh", "x", "7"}},
         {R"(, "argc": 2, "args": {"1": true})", {"/bin/sh", "", "true"}},
         {R"(, "argc": 1)", {"/bin/sh", ""}},
+        {R"(, "argc": 4, "args": {"2": "x", "02": "y", "4": "z"})", {"/bin/sh", "", "", "x", ""}},
+        {R"(, "argc": 12, "args": {"10": "x", "9": "y"})",
+         {"/bin/sh", "", "", "", "", "", "", "", "", "", "y", "x", ""}},
         {R"(, "argc": -1)", {}},
     };
     for (const auto& row : kTable) {
         const ExplainedItem item = ItemWith(row.more);
-        EXPECT_EQ(item.arguments, row.arguments) << row.more;
+        ASSERT_TRUE(item.arguments) << row.more;
+        EXPECT_EQ(Written(*item.arguments), row.arguments) << row.more;
         EXPECT_EQ(item.fate, Fate::kRuns) << row.more;
         EXPECT_EQ(item.runs, Runs::kCertainly) << row.more;
     }
@@ -216,4 +229,33 @@ TEST(ExplanationText, QuotesForAShell)
               "    arguments /bin/sh 'it'\\''s' \"$(printf 'a\\033\\047s')\"'\n'\n"
               "End of list (no item \"1\")\n"
               "The launcher keeps running until SIGTERM.\n");
+}
+
+TEST(Explanation, TakesLittleMemoryForManyMissingArguments)
+{
+    std::vector<std::string> items;
+    for (int i = 0; i < 2000; ++i) {
+        items.push_back(R"({"name": "item )" + std::to_string(i) +
+                        R"(", "program": "/bin/sh", "argc": 61438, "args": {"1": "x"}})");
+    }
+    const Explanation explanation = ExplainList(ListOf(items));
+    ASSERT_EQ(explanation.items.size(), 2000U);
+    for (const ExplainedItem& item : explanation.items) {
+        ASSERT_TRUE(item.arguments);
+        ASSERT_EQ(item.arguments->size(), 4U);
+        ASSERT_EQ(CountOf(*item.arguments), 61439U);
+    }
+    const std::string text = ExplanationText(explanation, false);
+    EXPECT_NE(text.find("    arguments /bin/sh '' x '' (61436 times)\n"), std::string::npos);
+    EXPECT_LT(text.size(), 200'000U);
+
+    // The first three fit into what the output may hold.
+    const std::string json = ExplanationJson("x", explanation);
+    EXPECT_LT(json.size(), 6'000'000U);
+    std::size_t left_out = 0;
+    for (std::size_t at = 0; (at = json.find("\"argument_count\" : 61439", at)) != json.npos;
+         ++at) {
+        ++left_out;
+    }
+    EXPECT_EQ(left_out, 1997U);
 }

@@ -30,7 +30,8 @@ def glibc_copies_stacks():
 
 
 @unittest.skipIf(
-    SANITIZE not in ("", "undefined"), "the other sanitizers keep the stacks of threads their own way"
+    SANITIZE not in ("", "undefined"),
+    "the other sanitizers keep the stacks of threads their own way",
 )
 class ThreadStacks(LauncherTest):
     def start_in(self, setting, launch_list):

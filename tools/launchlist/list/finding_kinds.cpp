@@ -52,9 +52,8 @@ constexpr std::array<KindInfo, kKindCount> kKinds = {{
     {Kind::kProgramNotString, "program-not-string", kWarning,
      "A program is a number or a boolean; its text is used as the path.", "program_number"},
     {Kind::kProgramRelative, "program-relative", kWarning,
-     "The path of the program, of its interpreter or of its loader is relative, so the directory "
-     "in "
-     "which the launcher is started decides which file it names.",
+     "The path of the program, of its interpreter or of its loader is relative, so the "
+     "directory in which the launcher is started decides which file it names.",
      "program_relative"},
     {Kind::kProgramRelativeUnusable, "program-relative-unusable", kError,
      "As program-relative, and seen from this directory that file cannot be executed.",

@@ -47,7 +47,7 @@ std::string Replaces(int earlier, int later)
 
 std::string OfProgram(const ProgramFile& file)
 {
-    const std::string cannot_execute =
+    std::string cannot_execute =
         std::string(file.may_be_registered ? kUnlessRegistered : "") + kCannotExecute;
     switch (*file.problem) {
         case Kind::kProgramRelative:

@@ -62,7 +62,7 @@ BinaryFormat ReadSegments(const std::string& head, int descriptor, std::string& 
     if (!ReadAt(descriptor, segment->p_offset, path.data(), path.size()) || path.back() != '\0') {
         return BinaryFormat::kDamaged;
     }
-    loader = path.c_str();
+    loader = path.substr(0, path.find('\0'));
     return BinaryFormat::kNative;
 }
 

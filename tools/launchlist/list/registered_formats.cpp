@@ -85,7 +85,9 @@ void RegisteredFormats::Read(const std::string& path)
             format.mask = FromHexadecimal(value);
         }
     }
-    format.mask.resize(format.magic.size(), '\xff');
+    while (format.mask.size() < format.magic.size()) {
+        format.mask += '\xff';
+    }
     m_formats.push_back(format);
 }
 

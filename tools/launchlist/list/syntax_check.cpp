@@ -121,7 +121,7 @@ private:
     std::optional<Cause> ReadWord(const std::string& word, std::size_t begin)
     {
         m_comma.reset();
-        const std::optional<Cause> cause = ExplainWord(word, begin);
+        std::optional<Cause> cause = ExplainWord(word, begin);
         const std::optional<std::size_t> string = std::exchange(m_string, std::nullopt);
         if (!cause || !string) {
             return cause;

@@ -38,7 +38,7 @@ public:
 
     std::string Add(const std::string& name, const std::string& contents) const
     {
-        const std::string path = m_directory.Write(name, contents);
+        std::string path = m_directory.Write(name, contents);
         EXPECT_EQ(chmod(path.c_str(), 0755), 0);
         return path;
     }

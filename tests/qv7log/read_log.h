@@ -1,4 +1,4 @@
-// What the tests of the log share: a variadic log call, and functions that read a log.
+// Shared by the tests of the log: a variadic log call, and functions that read a log.
 #pragma once
 
 #include <string>

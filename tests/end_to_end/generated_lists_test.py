@@ -328,7 +328,7 @@ class GeneratedLists(LauncherTest):
                 )
                 counts[ENDS[run.end]] = counts.get(ENDS[run.end], 0) + 1
                 counts["items that ran"] = counts.get("items that ran", 0) + len(run.wanted())
-        # Otherwise the lists prove little.
+        # With fewer of these, the lists would test little.
         self.assertGreater(counts.get("keeps-running", 0), LISTS // 5, counts)
         self.assertGreater(counts["items that ran"], LISTS // 2, counts)
         if LISTS >= 40:

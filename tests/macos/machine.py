@@ -232,7 +232,7 @@ class Machine:
         return None
 
     def set_errno(self, number):
-        """Sets the calling thread's errno to a number of macOS."""
+        """Sets the calling thread's errno to a macOS error number."""
         self.memory.set_u32(self.scheduler.current.address, number)
 
     def errno(self):

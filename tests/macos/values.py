@@ -142,7 +142,7 @@ _SIGNAL_TO_LINUX = {number: int(getattr(signal, name)) for name, number in SIGNA
 
 
 def errno_of(error):
-    """The number of macOS for an OSError."""
+    """The macOS error number for an OSError."""
     return _TO_MACOS[error.errno]
 
 

@@ -2,7 +2,7 @@
 //
 // The names and arguments are those of the Win32 profile functions; the rules are ours:
 //
-//     [LOG]            a section: brackets at both ends of the line, "[ log ]" is the same one
+//     [LOG]            a section: brackets at both ends of the line, "[ log ]" means the same
 //     LEVEL=DEBUG      a key and its value, which ends at the next "="
 //     LEVEL = DEBUG    another key, "LEVEL ", and the value " DEBUG": only the ends of a line are
 //                      trimmed

@@ -7,7 +7,7 @@
 #include "util/string_util.h"
 
 // Some versions of jsoncpp mark Json::Reader as deprecated. The product's documents were written
-// against what it accepts, and its successor accepts something else.
+// against what it accepts, and its successor accepts a different set of texts.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 

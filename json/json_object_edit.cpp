@@ -33,8 +33,9 @@ std::string Quoted(const std::string& text)
 // The writers must not see the strings: several versions of jsoncpp replace every character beyond
 // ASCII by an escape and every ill-formed byte by U+FFFD. That cannot be undone in the written
 // text, because a comment may contain the same escape literally. So the writer gets a copy of the
-// document, the form, in which placeholders without quotes stand for all strings and member names.
-// In the written form, each pair of quotes encloses a placeholder, which FillIn replaces.
+// document, the form, in which placeholders stand for all strings and member names. No placeholder
+// contains a quote, so each pair of quotes outside comments encloses one, and FillIn replaces the
+// pair and what it encloses.
 class Form
 {
 public:
@@ -98,8 +99,8 @@ Json::Value Form::FormWithoutComments(const Json::Value& value)
             }
             return form;
         case Json::objectValue: {
-            // The writer sorts members by the bytes of their names. Numbers with equally many
-            // digits as placeholders keep the order.
+            // The writer sorts members by the bytes of their names. Placeholders that are numbers
+            // with the same number of digits keep that order.
             unsigned long long number = 10'000'000'000;
             for (const std::string& name : value.getMemberNames()) {
                 AddValue(value[name], &name, form[std::to_string(number++)]);

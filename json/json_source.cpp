@@ -12,7 +12,7 @@
 
 namespace {
 
-// Whether the reader throws on `depth` arrays in one another of which the innermost has an element.
+// Whether the reader throws on `depth` nested arrays, the innermost of which has an element.
 bool IsTooDeep(std::size_t depth)
 {
     const std::string text = std::string(depth, '[') + '1' + std::string(depth, ']');
@@ -26,8 +26,8 @@ bool IsTooDeep(std::size_t depth)
     }
 }
 
-// The smallest depth at which a bracket that is not empty makes the reader throw. Must be called
-// only after the reader has thrown on some text, which shows that there is a limit.
+// The smallest depth at which an array or object that is not empty makes the reader throw. Must be
+// called only after the reader has thrown on some text, which shows that there is a limit.
 std::size_t DepthLimit()
 {
     std::size_t accepted = 0;
@@ -231,7 +231,8 @@ std::size_t JsonSource::SkipString(std::size_t offset) const
     return std::min(offset, m_text.size() - 1) + 1;
 }
 
-// The bracket at which the reader threw: the first one at the depth limit that is not empty.
+// The bracket at which the reader threw: the one that opens the first array or object at the depth
+// limit that is not empty.
 std::size_t JsonSource::FindTooDeep(std::size_t limit) const
 {
     std::size_t depth = 0;

@@ -1,9 +1,8 @@
 // The places of values in a JSON text, as the reader behind JsonObject sees them.
 //
 // For tools that report on a text: JsonObject gives the values, JsonSource their places. It also
-// knows members that JsonObject does not have because a later member of the same name replaced
-// them. It follows the reader of whichever jsoncpp it is linked with; versions differ in what they
-// accept.
+// gives members that JsonObject lacks because a later member of the same name replaced them. It
+// follows the reader of whichever jsoncpp it is linked with; versions differ in what they accept.
 //
 //     JsonSource source(text);
 //     if (!source.Fault()) {

@@ -30,14 +30,15 @@ public:
     ChildProc(std::string app_name, JsonObject item);
 
     // Kills the child and joins the supervisor, which stops one restart pause after the child's
-    // end. Signal 9 goes to `m_pid` unchecked, and kill() gives two of its values special meanings:
+    // end. Deliberately sends signal 9 to `m_pid` without checking it, although kill() gives two of
+    // its values special meanings:
     //  0   before the first fork, and in a forked child: every process of the process group
     // -1   after a failed fork: every process that the user may signal
-    // Any other value may be the id of a child that was reaped already, and be in use again.
-    // Other components of the product were written against this: they start the launcher in its own
-    // process group and rely on the group's end. With a check of the value, an item without a
-    // program would be restarted forever, and a stop before the first fork would wait for a child
-    // that nothing kills.
+    // Any other value may be the id of a child that was reaped already, and the system may have
+    // given that id to another process. Other components of the product were written against this:
+    // they start the launcher in its own process group and rely on the group's end. With a check of
+    // the value, an item without a program would be restarted forever, and a stop before the first
+    // fork would wait for a child that nothing kills.
     ~ChildProc();
 
     ChildProc(const ChildProc&) = delete;

@@ -82,8 +82,8 @@ void StartChildren(const std::string& app_name, const std::string& list)
         }
         const std::string name = ItemName(item);
         auto child = std::make_shared<ChildProc>(app_name, item);
-        // Destroys an earlier item of the same name, and waits for its supervisor, before the walk
-        // continues.
+        // Destroys an earlier item of the same name, and waits for its supervisor, before the next
+        // item is read.
         g_child_map[name] = std::move(child);
     }
 }

@@ -1,6 +1,6 @@
 // The launcher's globals and the functions beside `main`, for its platform files and its tests.
 //
-// Exit status of the program: 1 after the ordinary stop by SIGTERM, 0 after every failure.
+// Exit status of the program: 1 after a stop by SIGTERM, 0 if it failed.
 #pragma once
 
 #include <condition_variable>
@@ -14,8 +14,8 @@
 // One entry per started item, under the item's name; the only owner of its ChildProc. The child of
 // an entry may be dead: during the restart pause, or for good after a failed fork. `main` fills the
 // map and the SIGTERM handler empties it, deliberately without a lock: the handler would wait
-// forever for a lock that the interrupted thread holds. A stop in the middle of the walk may
-// therefore crash the launcher.
+// forever for a lock that the interrupted thread holds. A stop while items are still being started
+// may therefore crash the launcher.
 extern std::unordered_map<std::string, std::shared_ptr<ChildProc>> g_child_map;
 
 // `main` holds the mutex around its only wait on the condition; the SIGTERM handler notifies.
@@ -32,11 +32,11 @@ void InitDaemon();
 //
 // The handler deliberately frees memory, takes locks and blocks for at least 50 ms per item, which
 // POSIX does not allow in a handler. The components that stop the launcher were written against
-// this: the children are killed at once, and when the launcher exits with status 1, all of them are
-// dead and their ends are logged. A handler that only set a flag would leave the children running
-// until the end of the walk. The price:
-// - A stop in the middle of the walk kills the items started so far; `main` then starts the rest
-//   and waits for another SIGTERM.
+// this: the children are killed whatever `main` is doing, and after a stop in the steady state, the
+// launcher exits with status 1 only once every child is dead and its end is logged. A handler that
+// only set a flag would leave the children running until the last item has been started. The price:
+// - A stop while items are still being started kills those started so far; `main` then starts the
+//   rest and waits for another SIGTERM.
 // - If the system runs the handler on a supervisor thread, the thread's join with itself ends the
 //   process.
 // - If the handler interrupts a fork, it may wait forever for supervisors that need the locks which

@@ -1,4 +1,4 @@
-// Figures of supervision that other sources rely on.
+// Constants of supervision that launchlist and the platform files use as well.
 #pragma once
 
 #include <chrono>

@@ -31,9 +31,9 @@
 //
 // _Fork runs no fork handlers, nor does the system call clone: a child that they make with a copy
 // of the memory would lose its own stack. Nothing in the launcher calls them. A child that shares
-// the memory (CLONE_VM), as that of vfork or posix_spawn does, loses nothing.
+// the memory (CLONE_VM), such as that of vfork or posix_spawn, loses nothing.
 //
-// In these cases, threads have stacks of 512 KiB from glibc, outside of the range:
+// In these cases, glibc allocates the stacks, of 512 KiB, outside the range:
 //
 // - with a glibc that visits all threads;
 // - if the kernel has no MADV_WIPEONFORK (before Linux 4.14);
@@ -44,7 +44,7 @@
 // All threads share one heap. By default, glibc creates up to eight per processor, which a fork
 // would copy as well, and the supervisors hardly allocate.
 //
-// This is part of the program's start-up, before the first thread.
+// The set-up runs before main, while the process has only one thread.
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -255,9 +255,9 @@ char* MakeRange()
     return static_cast<char*>(range);
 }
 
-// Sets the attributes of threads outside of the range. A guard page of glibc's makes two mappings
-// of every stack; without it the stacks join into one mapping, in which each thread marks its guard
-// page before it forks.
+// Sets the attributes of threads outside the range. A guard page made by glibc splits every stack
+// into two mappings. Without it, the stacks join into one mapping, in which each thread marks its
+// guard page before it forks.
 void SetDefaults(bool marks_guards)
 {
     pthread_attr_t attributes;
@@ -347,7 +347,7 @@ __attribute__((visibility("default"))) int pthread_join(pthread_t thread, void**
     // After an error, the thread may still be running, and forking: its stack stays as it is.
     if (error == 0) {
         Wipe(*slot);
-        // The next thread finds an empty stack, as a new one is. The guard page stays.
+        // The next thread finds an empty stack, as if it were new. The guard page stays.
         madvise(AddressOf(*slot) + g_page_size, kStackSize, MADV_DONTNEED);
         slot->taken = false;
     }

@@ -1,5 +1,5 @@
 // The paths of the log and of its level file. Separate from the set-up of the log, so that programs
-// which only read these files need no logging library.
+// that only read these files need no logging library.
 //
 // Threads: one thread at a time, as for config/locations.h.
 #pragma once

@@ -19,14 +19,14 @@ constexpr std::int64_t kRotateSize = QV7LOG_ROTATE_SIZE;
 // The number of old files that are kept. "qv7log.1" is the newest.
 constexpr int kOldFiles = QV7LOG_OLD_FILES;
 
-// A longer text, measured before it is escaped, is cut.
+// The maximum size of a text before it is escaped; a longer one is cut.
 constexpr std::size_t kMaxText = 64 * 1024;
 
 // A record whose line fits into this many bytes does not use the heap. If anything in its text has
 // to be escaped, the line needs room for four bytes for each byte of the text.
 constexpr std::size_t kStackLine = 2048;
 
-// A longer program name is cut.
+// The maximum size of a program name before it is escaped; a longer one is cut.
 constexpr std::size_t kMaxName = 64;
 
 }  // namespace qv7log

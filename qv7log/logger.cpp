@@ -116,7 +116,7 @@ void Logger::Format(LOGLEVEL level, const char* format, va_list arguments)
         text[size] = '\n';
         Write(heading, line, text + size + 1);
     } else if (size < space && LineSpace(size) <= sizeof line) {
-        // Escape it from the end of the buffer to where it belongs.
+        // Move the text to the end of the buffer, and escape it from there to its place.
         char* const copy = line + sizeof line - size;
         memmove(copy, text, size);
         char* end = PutText(text, {copy, size});
@@ -129,8 +129,8 @@ void Logger::Format(LOGLEVEL level, const char* format, va_list arguments)
 }
 
 // Writes a record whose text of `size` bytes needs more than the kStackLine bytes at `line`, and
-// cuts the text if it is too long. A text that cannot be formatted is replaced by its format: only
-// the reader can tell what is wrong with it.
+// cuts the text if it is too long. A text that cannot be formatted is replaced by its format, so
+// that a reader can see what is wrong with it.
 void Logger::FormatLong(const Heading& heading, char* line, std::size_t size, const char* format,
                         va_list arguments, int error)
 {
@@ -142,7 +142,7 @@ void Logger::FormatLong(const Heading& heading, char* line, std::size_t size, co
     } else {
         space = std::min(space, kTextWithoutHeap);
     }
-    // Escape the text from the end of the buffer to where it belongs.
+    // Format the text at the end of the buffer, and escape it from there to its place.
     char* const text = line + LineSpace(space) - space;
     if (is_formattable) {
         size = FormatText(text, space + 1, format, arguments, error);

@@ -1,9 +1,9 @@
 // The library's own operators new and delete, for builds that link libc++ statically.
 //
-// libc++ exports its operators from every image. A program linked to this library would import them
-// from here, and would not start with another library of the same name. The operators below are
-// hidden and replace those of libc++. Memory that the library allocates is freed by the library
-// only, so that it never reaches another operator delete.
+// A statically linked libc++ exports its operators from every image. A program linked to this
+// library would import them from here, and would not start with another library of the same name.
+// The operators below are hidden and replace those of libc++. Memory that the library allocates is
+// freed by the library only, so that it never reaches another operator delete.
 #include <cstdlib>
 #include <new>
 

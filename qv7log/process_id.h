@@ -5,12 +5,12 @@
 
 namespace qv7log {
 
-// Registers fork handlers, among them `in_child`, which every forked child then calls. Must be
-// called once, before ProcessId. Returns 0 or an errno.
+// Registers fork handlers; the one for the child calls `in_child`. Must be called once, before
+// ProcessId. Returns 0 or an errno.
 int WatchForks(void (*in_child)());
 
-// Correct at any time in a child made by fork(), also in fork handlers that run before or after
-// ours.
+// The result is correct at any time in a child made by fork(), also in fork handlers that run
+// before or after ours.
 pid_t ProcessId();
 
 }  // namespace qv7log

@@ -172,8 +172,8 @@ void EndChange()
     g_changing_process.store(0);
 }
 
-// Blocks SIGXFSZ in this thread, and discards the one that a write has caused in the meantime. Its
-// default action ends the process.
+// Blocks SIGXFSZ in this thread; at the end, discards the one that a write has caused in the
+// meantime. Its default action ends the process.
 //
 // FitsSizeLimit makes the signal improbable, but another process may append to the file between
 // that check and the write. Only Linux sends the signal to the thread that writes. macOS sends it
@@ -620,7 +620,7 @@ void RotatingFile::Rotate(pid_t process, std::int64_t now)
     const int lock = Lock();
     bool failed = lock < 0 && errno != EAGAIN;
     if (lock >= 0) {
-        // While no other process rotates: is the file at the path still ours, and is it full?
+        // No other process can rotate now. Is the file at the path still ours, and is it full?
         struct stat status;
         const bool is_ours = IsAtPath(status);
         if (is_ours && status.st_size < kRotateSize) {
@@ -640,11 +640,12 @@ void RotatingFile::Rotate(pid_t process, std::int64_t now)
 
 // Renames each old file to the next number and the log to number 1. A gap, which a killed process
 // has left, ends the renaming; without a gap the oldest file is removed. Returns false, with all
-// files where they were, if a file could not be renamed. Nothing is removed before the log itself
-// has been renamed, and no file is ever replaced: it may be someone else's.
+// files where they were, if a file could not be renamed. Apart from a surplus file that a killed
+// process has left, nothing is removed before the log itself has been renamed. No file is ever
+// replaced: it may be someone else's.
 //
-// Removing the oldest file instead of replacing it is also faster: some file systems (ext4) first
-// write a file to the disk that replaces another one.
+// Removing the oldest file instead of replacing it is also faster: when a file replaces another
+// one, some file systems (ext4) first write its data to the disk.
 bool RotatingFile::ShiftFiles()
 {
     const int surplus = kOldFiles + 1;
@@ -657,7 +658,7 @@ bool RotatingFile::ShiftFiles()
     while (free < surplus && exists(free)) {
         ++free;
     }
-    // A process that was killed before it removed the oldest file has left it.
+    // This file was left by a process that was killed before it could remove it.
     if (free == surplus && exists(surplus) && !RemoveOldFile(surplus)) {
         return false;
     }

@@ -1,4 +1,4 @@
-// The file that records are appended to, by many threads and processes at once.
+// The file to which many threads and processes append records at once.
 //
 // Threads:  every function except Open and Close may be called at any time, also in a forked child.
 //           Only one thread of a process at a time rotates or reopens the file; only one process at

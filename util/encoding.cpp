@@ -12,8 +12,8 @@ namespace {
 constexpr char g_character_for_base64[] =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-// Converts UTF-8 without std::wstring_convert, which is deprecated. Its libstdc++ version also has
-// messages different from libc++'s, accepts surrogates, and drops a truncated character at the end.
+// UTF-8 is converted without std::wstring_convert, which is deprecated. In libstdc++, it also has
+// other messages than in libc++, accepts surrogates, and drops a truncated character at the end.
 
 bool IsScalarValue(char32_t c)
 {

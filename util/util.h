@@ -49,7 +49,7 @@ void split_container_name(std::string path, std::string& container, std::string&
 // The text after the last "/": empty if `path` ends with one, all of `path` if it has none.
 std::string get_file_name(std::string path);
 
-// Convert between UTF-8 and code points: all of `text`, NULs included. U+FEFF is an ordinary
+// Convert all of `text`, NULs included, between UTF-8 and code points. U+FEFF is an ordinary
 // character. Both throw std::range_error: s2ws with "wstring_convert: from_bytes error" for text
 // that is not well-formed UTF-8, ws2s with "wstring_convert: to_bytes error" for a surrogate or a
 // value above 0x10FFFF.
@@ -71,10 +71,10 @@ int octalToDecimal(int value);
 char* base64(const unsigned char* data, unsigned long length);
 
 // Runs the shell command `command` and returns everything it writes to standard output. The command
-// has the caller's standard input and standard error; its exit status is lost. Output is read in
-// pieces that end after a line feed or 127 bytes, and a NUL drops the rest of its piece.
-// Never returns if reading fails without end of file. Throws std::runtime_error "popen() failed!"
-// if the shell cannot be started.
+// inherits standard input and standard error; its exit status is lost. Output is read in pieces
+// that end after a line feed or 127 bytes, and a NUL drops the rest of its piece. Never returns if
+// reading fails without end of file. Throws std::runtime_error "popen() failed!" if the shell
+// cannot be started.
 std::string pexec(std::string command);
 
 // Whether this process may signal process `pid`, which is cut to 32 bits. False for a process of

@@ -11,7 +11,7 @@
 //            that a thread missing from the child might hold: a lock, buffered output, the
 //            locale or the time zone. The child's records go to the same log, whole, with its
 //            own process id, and it rotates the log when it is full. Fork handlers may log too.
-//            A child made by another call than fork() must not log before it executes a program.
+//            A child made by a call other than fork() must not log before it executes a program.
 // Threads:   LogV may be called from any number of threads at once. The records of one thread
 //            stay in order. InitLogger and GetLogger must be called at start-up, before other
 //            threads log. LogV is not a cancellation point.
@@ -23,21 +23,21 @@
 //            write: threads may log while the exit-time destructors run.
 // Errors:    after start-up no error is reported, and none ends or blocks the caller: not a full
 //            disk, not the limit for the size of a file, not another process that rotates the
-//            log. Two exceptions: If the log was removed, and another thread is creating it
-//            again, LogV waits for that thread, for at most a second. If the limit for the size
+//            log. There are two exceptions. If the log was removed, and another thread is creating
+//            it again, LogV waits for that thread, for at most a second. If the limit for the size
 //            of a file is lowered during a burst of records or during a call, or on macOS if
 //            another process fills the file up to the limit during a call, the record may cause
 //            SIGXFSZ. Records that cannot be written are counted. Once writing works again, a
 //            record with the number lost comes first. errno is preserved.
 // Log:       one line per record, see docs/log-format.md. The log is never a symbolic link.
-// Files:     the log has two descriptors, which keep their numbers and follow a rotation. The
-//            first one has the lowest number that is free in InitLogger. It is for the programs
-//            that the process starts: they inherit it, and can write to the log through it.
-//            Records are written through the second one, 3 or above, which is close-on-exec and
-//            has its own open file description: what a program does to the flags or the offset
-//            of the inherited one does not affect records. The process may close the first one,
-//            or use its number for another file, which the library then leaves alone. It must
-//            not do so with the second one.
+// Files:     the log has two descriptors, which keep their numbers and follow a rotation. The first
+//            one has the lowest number that is free when InitLogger is called. It is for the
+//            programs that the process starts: they inherit it, and can write to the log through
+//            it. Records are written through the second one, 3 or above, which is close-on-exec and
+//            has its own open file description: what a program does to the flags or the offset of
+//            the inherited one does not affect records. The process may close the first one, or use
+//            its number for another file, which the library then leaves alone. It must not do so
+//            with the second one.
 #pragma once
 
 #include <cstdarg>

@@ -37,6 +37,7 @@ need_build_tools() {
     need_command python3 python3 python3
     need_header json/json.h libjsoncpp-dev jsoncpp
     need_header uuid/uuid.h uuid-dev -
+    need_header zlib.h zlib1g-dev -
     need_header CLI/CLI.hpp libcli11-dev cli11
     need_header gtest/gtest.h libgtest-dev googletest
 }

@@ -190,6 +190,7 @@ protected:
     void TearDown() override
     {
         Finish();
+        g_on_check = nullptr;
         RotatingFileTest::TearDown();
     }
 
@@ -199,7 +200,6 @@ protected:
         if (m_other.joinable()) {
             m_other.join();
         }
-        g_on_check = nullptr;
     }
 
 private:

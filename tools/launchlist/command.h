@@ -12,12 +12,12 @@ constexpr int kErrors = 2;
 constexpr int kUnreadable = 3;  // Also: the output could not be written.
 constexpr int kUsage = 64;
 
-// Whether standard output gets colour: only a terminal does, unless NO_COLOR is set
-// or TERM is "dumb".
+// Whether to colour standard output: only if it is a terminal, NO_COLOR is unset or empty, and TERM
+// is not "dumb".
 bool UseColor();
 
-// Prints `text`, which must be printable. Returns `status`; if writing fails, reports this
-// and returns kUnreadable.
+// Prints `text`, which must be printable. Returns `status`, or reports a failed write and returns
+// kUnreadable.
 int Print(const std::string& text, int status);
 
 // Reports that `path` could not be read or written. Returns kUnreadable.

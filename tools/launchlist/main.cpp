@@ -29,8 +29,8 @@ int FailOnUsage(const std::string& message)
     return kUsage;
 }
 
-// What is wrong with the first argument as a subcommand; "" if nothing is. CLI11 would call an
-// unknown one an unexpected argument.
+// What is wrong with the first argument as a subcommand; "" if nothing is. CLI11 would report an
+// unknown one as an unexpected argument.
 std::string FindUnknownCommand(const std::string& name)
 {
     if (name.empty() || name[0] == '-' ||

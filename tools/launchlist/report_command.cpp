@@ -101,7 +101,7 @@ int RunReport(ReportOptions options)
                      printable(options.until).c_str(), printable(options.since).c_str());
         return kUsage;
     }
-    // Only the level of this user's own launcher is known to be set in this user's file.
+    // This user's level file is known to apply only to this user's own launcher.
     const std::string level_file = options.logs.empty() ? GetLevelPath() : "";
     if (options.logs.empty()) {
         options.logs.push_back(GetLogPath());

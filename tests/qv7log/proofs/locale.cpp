@@ -8,15 +8,12 @@ std::string ForksInSetlocale(const std::string& folder, int forks)
     const std::string path = folder + "/log";
     ILog* const log = StartLog(path);
     std::atomic<bool> stop{false};
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 2; ++i) {
-        threads.emplace_back([&stop] {
-            while (!stop) {
-                setlocale(LC_ALL, "C.UTF-8");
-                setlocale(LC_ALL, "C");
-            }
-        });
-    }
+    std::thread changing([&stop] {
+        while (!stop) {
+            setlocale(LC_ALL, "C.UTF-8");
+            setlocale(LC_ALL, "C");
+        }
+    });
     std::string wrong;
     for (int i = 0; i < forks && wrong.empty(); ++i) {
         std::vector<pid_t> child = {Fork([log] {
@@ -31,8 +28,6 @@ std::string ForksInSetlocale(const std::string& folder, int forks)
         }
     }
     stop = true;
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    changing.join();
     return wrong;
 }

@@ -96,7 +96,7 @@ MISTAKES = [
     ("explain lists/good.json lists/good.json", "LIST"),
     ("check - -", "LIST: - can be given only once"),
     ("check - lists/good.json -", "LIST: - can be given only once"),
-    ("check lists/good.json --\x1b]0;owned\x07", r"\x1b]0;owned\x07"),
+    ("check lists/good.json --x\x1b]0;owned\x07", r"\x1b]0;owned\x07"),
     ("check --colour lists/good.json", "--colour"),
     ("report logs/mixed --since yesterday", 'invalid time "yesterday"; use 2026-11-21T02:26, 90s'),
     ("report logs/mixed --until \x1b[1m", r'invalid time "\x1b[1m"'),

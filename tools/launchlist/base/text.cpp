@@ -131,7 +131,7 @@ std::size_t Distance(const std::string& from, const std::string& to)
 
 bool IsPlainWord(const std::string& text)
 {
-    // A "=" turns the first word into an assignment, but not after a "-" or "/".
+    // An "=" turns the first word into an assignment, but not after a "-" or "/".
     const bool may_assign = text.empty() || (text[0] != '-' && text[0] != '/');
     const std::string signs = may_assign ? "%+,-./:@_" : "%+,-./:@_=";
     const auto is_plain = [&](char c) {

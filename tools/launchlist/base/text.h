@@ -41,8 +41,8 @@ std::string pad_left(const std::string& text, std::size_t width);
 // "1 restart", "2 restarts".
 std::string counted(std::size_t count, const std::string& noun);
 
-// Whether `text` is well-formed UTF-8; if not, `*first_bad` receives the offset of the first byte
-// that is not.
+// Whether `text` is well-formed UTF-8; if not, `*first_bad` receives the offset of the first
+// ill-formed byte.
 bool is_utf8(const std::string& text, std::size_t* first_bad = nullptr);
 
 // The one of `words` that `text` is most likely a misspelling of, ignoring case; "" if all differ

@@ -13,7 +13,7 @@ namespace launchlist {
 struct TooLong
 {
     Kind kind;          // kArgumentTooLong or kArgumentsTooLong.
-    std::size_t index;  // Of the argument that is too long by itself, in the vector.
+    std::size_t index;  // In the vector, of the argument that is too long by itself.
     std::string message;
 };
 

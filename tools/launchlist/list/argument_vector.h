@@ -12,8 +12,8 @@
 
 namespace launchlist {
 
-// An argument; or several that "args" does not hold, in a row, which are empty. Such a row takes no
-// more memory than one of them, because a short list can count very many.
+// One argument, or several consecutive ones that "args" does not hold and that are therefore empty.
+// Such a run is stored once, because a short list can count a huge number of them.
 struct ArgumentRun
 {
     std::string text;

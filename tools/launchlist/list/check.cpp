@@ -169,7 +169,7 @@ private:
         const bool is_without_start =
             index >= items.size() || fate == Fate::kSkipped || fate == Fate::kRejected;
         if (is_without_start && member.value.type == JsonType::kObject) {
-            // What would become of it, for the words about its program and arguments.
+            // Explained as if it were started, so that its program and arguments are checked, too.
             const std::string effect = item.explained.effect;
             item.explained = ExplainProgram(item.item, m_context.files);
             item.explained.effect = index < items.size() ? effect : item.explained.effect;
@@ -182,7 +182,7 @@ private:
         }
     }
 
-    // Of two items of one name, the second one's start is the first one's end.
+    // When the second of two items with the same name starts, it ends the first.
     void ReportDuplicateName(const ItemToCheck& item, const ExplainedItem& explained)
     {
         const int first = *explained.first_user;

@@ -78,7 +78,7 @@ std::string Replaces(int earlier, int later);
 // A program with a problem.
 std::string OfProgram(const ProgramFile& file);
 
-// A mistake comes to nothing as long as one in `member`, which takes effect before it, is there.
+// The effect of a mistake that is hidden by one in `member`, which takes effect earlier.
 std::string NotBefore(const std::string& member);
 
 }  // namespace launchlist::effects

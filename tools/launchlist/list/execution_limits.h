@@ -16,7 +16,8 @@ std::size_t MaxArgumentBytes();
 // How many of these bytes the environment of this process takes; 0 if unknown.
 std::size_t EnvironmentBytes();
 
-// How many scripts may be each other's interpreters, the program itself included.
+// The maximum number of scripts in a chain in which each is the interpreter of the one before. The
+// program itself counts.
 int MaxScriptDepth();
 
 // How many bytes of a script's first line the system reads.
@@ -34,8 +35,8 @@ enum class BinaryFormat
     kDamaged   // The right format, but not executable: a library or object file, or cut off.
 };
 
-// `head` holds the first bytes of an open file. For a native program `loader` receives the path of
-// the dynamic loader that it asks for; it stays as it is if there is none.
+// `head` holds the first bytes of an open file. For a native program, `loader` receives the path of
+// the dynamic loader that it asks for, or is unchanged if it asks for none.
 BinaryFormat FormatOf(const std::string& head, int descriptor, std::string& loader);
 
 // Whether a file that starts with `loader_head` can be the loader of a native program that starts

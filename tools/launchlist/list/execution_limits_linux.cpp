@@ -31,8 +31,8 @@ bool ReadAt(int descriptor, std::uint64_t offset, void* data, std::size_t size)
     return count == static_cast<ssize_t>(size);
 }
 
-// The checks of the kernel, which executes no program whose table of segments, or whose loader's
-// path, it cannot read.
+// Repeats checks of the kernel: it refuses a program if it cannot read the table of segments or the
+// path of the loader.
 template <typename Header, typename Segment>
 BinaryFormat ReadSegments(const std::string& head, int descriptor, std::string& loader)
 {

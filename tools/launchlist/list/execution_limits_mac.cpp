@@ -28,7 +28,8 @@ std::size_t MaxArgumentBytes()
     return ARG_MAX;
 }
 
-// What exceeds the limit by itself is too long with any environment.
+// Counted as empty: arguments that exceed the limit by themselves are too long with any
+// environment.
 std::size_t EnvironmentBytes()
 {
     return 0;

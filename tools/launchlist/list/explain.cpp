@@ -14,7 +14,7 @@ namespace launchlist {
 
 namespace {
 
-// What can still become of an item at the point where its arguments are known.
+// Decides the fate of an item whose arguments are known.
 void ExplainExecution(ExplainedItem& item, ProgramFiles& files)
 {
     const ProgramFile& file = files.Examine(*item.program);
@@ -35,7 +35,7 @@ void ExplainExecution(ExplainedItem& item, ProgramFiles& files)
     item.fate = Fate::kCannotExecute;
 }
 
-// The count of arguments. Throws where the child aborts; then `problem` is why.
+// The count of arguments. Throws if the child would abort; `problem` then says why.
 int ReadCount(JsonObject& json, std::string& problem)
 {
     problem = problems::kArgcType;
@@ -49,8 +49,8 @@ int ReadCount(JsonObject& json, std::string& problem)
 }
 
 // Appends the first `count` arguments to those of `item`. Looks up only those that "args" holds:
-// the lookup of a missing one adds it to the list. Throws where the child aborts; then the item's
-// problem is why.
+// the lookup of a missing one adds it to the list. Throws if the child would abort; the item's
+// problem then says why.
 void AppendArguments(JsonObject& json, int count, ExplainedItem& item)
 {
     if (count <= 0) {
@@ -79,7 +79,7 @@ void AppendArguments(JsonObject& json, int count, ExplainedItem& item)
     append_missing(count);
 }
 
-// The arguments of an item whose program is not empty. Throws where the child aborts.
+// The arguments of an item whose program is not empty. Throws if the child would abort.
 void ExplainArguments(JsonObject& json, ExplainedItem& item, ProgramFiles& files)
 {
     const int count = ReadCount(json, item.problem);
@@ -115,8 +115,8 @@ class Explainer
 public:
     explicit Explainer(Explanation& explanation) : m_explanation(explanation) {}
 
-    // The items of `list`, up to the first gap. Throws where the launcher rejects an item, which
-    // then is the last of the explanation.
+    // The items of `list`, up to the first gap. Throws if the launcher would reject an item, which
+    // is then the last of the explanation.
     void ReadItems(JsonObject& list)
     {
         for (int index = 0; HasItem(list, index); ++index) {
@@ -176,7 +176,7 @@ private:
         ++m_started;
     }
 
-    // The first item of the name of item `earlier`, itself included.
+    // The first item with the name of item `earlier`; possibly that item itself.
     int FirstUserOf(int earlier) const
     {
         return m_explanation.items[static_cast<std::size_t>(earlier)].first_user.value_or(earlier);
@@ -188,7 +188,7 @@ private:
                            [fate](const ExplainedItem& item) { return item.fate == fate; });
     }
 
-    // Whether an item of this fate is there that no later item ends.
+    // Whether any item has this fate and is not ended by a later one.
     bool HasLasting(Fate fate) const
     {
         return std::any_of(

@@ -1,8 +1,8 @@
 // What the launcher will do with a launch list.
 //
 // Nothing is run, signalled or written. The only files examined are the programs that the list
-// names. It is assumed that the launcher is started in the current directory by the current user,
-// and that the system has memory, threads and processes enough for the list.
+// names. This assumes that the launcher is started in the current directory by the current user,
+// and that the system has enough memory, threads and processes for the list.
 #pragma once
 
 #include <optional>
@@ -56,7 +56,7 @@ struct ExplainedItem
     std::optional<int> replaces;     // The item of the same name that ends when this one starts.
     std::optional<int> first_user;   // The first item of the same name, if there is an earlier one.
     std::optional<int> replaced_by;  // The item of the same name that ends this one.
-    bool is_problem_in_args = false;  // Of an item whose child aborts: not in "argc".
+    bool is_problem_in_args = false;  // If the child aborts: the problem is in "args".
     bool is_foreign = false;          // The program is built for another processor.
     bool may_be_registered = false;   // See ProgramFile.
     std::optional<TooLong> too_long;  // Why the arguments cannot be passed.
@@ -67,14 +67,14 @@ struct Explanation
     std::vector<ExplainedItem> items;  // Up to the first gap, or to the item that is rejected.
     std::string list_effect;           // Of a list that is rejected before its first item.
     bool is_rejected = false;          // The list, or the last of `items`.
-    LauncherOutcomes outcomes;         // All that are possible; without a condition, the usual one.
+    LauncherOutcomes outcomes;         // All possible ones; one that is kAlways is usual.
 };
 
 // Explains the list whose file holds `bytes`.
 Explanation ExplainList(const std::string& bytes);
 
-// What is wrong with `item`, an object or null, apart from its name, if it is started: program,
-// arguments, fate and, except for an item that is rejected or skipped, the effect.
+// Explains `item`, an object or null, as if it were started, whatever its name: its program, its
+// arguments, its fate, and the problem and effect if there is one.
 ExplainedItem ExplainProgram(JsonObject& item, ProgramFiles& files);
 
 }  // namespace launchlist

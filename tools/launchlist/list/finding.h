@@ -20,7 +20,7 @@ struct Finding
     std::string effect;  // What the launcher will do.
     std::string fix;
 
-    // That of the kind, but always a warning in an item that is never started.
+    // The severity of the kind, but always a warning in an item that is never started.
     Severity severity = Severity::kError;
 
     std::size_t line = 1;

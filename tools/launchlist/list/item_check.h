@@ -11,7 +11,8 @@
 
 namespace launchlist {
 
-// When the launcher finds out about a mistake. An earlier mistake may keep it from getting there.
+// The step at which the launcher detects a mistake. An earlier mistake may keep it from reaching
+// that step.
 enum class Stage
 {
     kReading,    // Reading the list: has an effect even in an item that never runs.
@@ -29,10 +30,11 @@ struct ItemToCheck
     std::string path;                 // Its JSON pointer.
     std::size_t offset;               // Where its value begins.
     std::vector<JsonMember> members;  // All that are written; none if it is not an object.
-    ExplainedItem explained;          // What becomes of it, or would if it were started.
+    ExplainedItem explained;          // What happens to it, or would if it were started.
 
-    // For an item that is never started: the effect of its mistakes. The second is for an item that
-    // the launcher reaches, whose name then is the one mistake with an effect.
+    // For an item that is never started: what to report as the effect of its mistakes.
+    // `not_reached` applies if the launcher does not reach the item. Otherwise `not_started`
+    // applies to all mistakes except the one in its name.
     std::string not_reached;
     std::string not_started;
 

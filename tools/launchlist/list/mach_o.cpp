@@ -6,15 +6,15 @@ namespace launchlist {
 
 namespace {
 
-// The first four bytes, read with the lowest byte first. The system executes a program of the first
-// kind only; those with the bytes in reverse order are for processors that it never supported.
+// The first four bytes as a little-endian number. The system executes only programs with kMagic64;
+// those with the reversed bytes are for processors that it never supported.
 constexpr std::uint32_t kMagic64 = 0xFEEDFACF;
 constexpr std::uint32_t kMagic32 = 0xFEEDFACE;
 constexpr std::uint32_t kReversed64 = 0xCFFAEDFE;
 constexpr std::uint32_t kReversed32 = 0xCEFAEDFE;
 
-// A file for several processors: this number, their number, and a record for each, all with the
-// highest byte first. Compiled Java classes begin with the same four bytes; the next four are their
+// A file for several processors: this number, the number of processors, and a record for each, all
+// big-endian. Compiled Java classes begin with the same four bytes; the next four are their
 // version, which is larger than any number of processors.
 constexpr std::uint32_t kSeveral = 0xCAFEBABE;
 constexpr std::uint32_t kFirstJavaVersion = 43;

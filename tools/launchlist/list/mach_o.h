@@ -13,7 +13,7 @@ inline constexpr std::uint32_t kMachX86_64 = 0x01000007;
 inline constexpr std::uint32_t kMachArm64 = 0x0100000C;
 
 // What the first bytes of a file say about it on the processor `processor`. A file may contain
-// programs for several processors; its native one is taken to be intact.
+// programs for several processors; the one for `processor` is assumed to be intact.
 BinaryFormat MachOFormatOf(const std::string& head, std::uint32_t processor);
 
 }  // namespace launchlist

@@ -1,6 +1,7 @@
 // What can be wrong with an item, in the words of both `check` and `explain`.
 //
-// Those of a program's file and of an argument vector that is too long come with their examination.
+// The words for a program's file are in program_file.cpp, those for an argument vector that is too
+// long in argument_length.cpp.
 #pragma once
 
 #include <string>

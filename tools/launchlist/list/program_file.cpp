@@ -76,8 +76,8 @@ std::string InterpreterOf(const std::string& head)
     return end == std::string::npos && limit < line_end ? "" : line.substr(begin, end - begin);
 }
 
-// What `file`, found out about the interpreter or loader at `path`, means for the program that
-// needs it. `role` is what it needs it as; `fix` is for one that cannot be executed.
+// What `file`, the result for the interpreter or loader at `path`, means for the program that needs
+// it. `role` says what that file is to the program; `fix` is the fix if it cannot be executed.
 ProgramFile ExplainNeeded(const std::string& program, const std::string& role,
                           const std::string& path, const ProgramFile& file, const std::string& fix)
 {
@@ -275,7 +275,7 @@ void ExplainRelative(const std::string& path, ProgramFile& file)
     }
 }
 
-// Those of this system, read once.
+// The registrations of this system, read once.
 const RegisteredFormats& SystemFormats()
 {
     static const RegisteredFormats formats{RegistrationDirectory()};

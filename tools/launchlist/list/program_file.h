@@ -1,7 +1,7 @@
 // Whether the system could execute a program.
 //
-// Looks at the file and its first bytes, and for a script at its interpreter. Executes nothing.
-// The answer holds for this machine, this user, this directory and this moment.
+// Examines the file and its first bytes, and the interpreter of a script. Executes nothing. The
+// answer holds for this machine, this user, this directory and this moment.
 #pragma once
 
 #include <map>
@@ -19,11 +19,12 @@ struct ProgramFile
     std::string message;          // `"/x" does not exist`
     std::string fix;
 
-    // Whether the system may know an interpreter for this file that this process cannot learn of.
+    // Whether the system may have an interpreter registered for this file that this process cannot
+    // see.
     bool may_be_registered = false;
 
-    // Whether execv would fail, or would do so in this directory. A foreign program may be one that
-    // the system can emulate.
+    // Whether execv would fail; for a relative path, in this directory. False for a foreign
+    // program, because the system may be able to emulate it.
     bool CannotRun() const
     {
         return problem && *problem != Kind::kProgramForeign && *problem != Kind::kProgramRelative;
@@ -36,7 +37,7 @@ class ProgramFiles
 public:
     ProgramFiles();
 
-    // With another directory of registrations than the system's; see RegisteredFormats.
+    // Reads the registrations from another directory than the system's; see RegisteredFormats.
     explicit ProgramFiles(const std::string& registrations);
 
     // `path` must not be empty.

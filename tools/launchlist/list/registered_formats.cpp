@@ -11,7 +11,7 @@ namespace launchlist {
 
 namespace {
 
-// How much of a file the system compares; what a shorter file lacks counts as zero bytes.
+// How many bytes of a file the system compares. A shorter file counts as padded with zero bytes.
 constexpr std::size_t kComparedSize = 256;
 
 std::string FromHexadecimal(const std::string& digits)

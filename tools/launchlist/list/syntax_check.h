@@ -8,8 +8,8 @@
 
 namespace launchlist {
 
-// The finding for `text`, in which the reader found `fault`. It names the cause rather than the
-// place where the reader noticed: for an unclosed string, where the string starts.
+// The finding for `text`, in which the reader found `fault`. Its place is that of the cause rather
+// than that where the reader noticed it: for an unclosed string, the start of the string.
 Finding ExplainFault(const std::string& text, const JsonFault& fault);
 
 }  // namespace launchlist

@@ -25,10 +25,11 @@ constexpr Milliseconds kStopGap = kPause - 1;
 // The longest time that a killed child is expected to take to end.
 constexpr Milliseconds kLongestKill = 10000;
 
-// No process id is used again sooner.
+// A process id is assumed not to be used again within this time.
 constexpr Milliseconds kReuse = 10000;
 
-// Without DEBUG records a silence this long may hide a stop and another launcher of the same id.
+// Without DEBUG records, a silence this long may hide a stop and the start of another launcher with
+// the same id.
 constexpr Milliseconds kSilence = 60000;
 
 bool IsKill(const EndCause& how)
@@ -156,7 +157,7 @@ std::size_t History::WriterOf(const Event& event, std::int64_t process, std::siz
     if (!writer.writes_starts && time - writer.last >= kSilence && FindStop(writer, killed)) {
         writer.may_be_other_after = writer.last;
     }
-    // It writes about a second item: a launcher after all.
+    // It writes about a second item, so it is a launcher.
     if (writer.parent != kNone && (item == kNone || writer.item != item)) {
         Run& run = m_items[writer.item].runs[writer.parent_run];
         run.role = Role::kRun;
@@ -182,7 +183,7 @@ bool History::IsReused(Writer& writer, const Event& event, std::size_t item,
     Supervision* supervision = item == kNone ? nullptr : writer.Find(item);
     if (event.kind == EventKind::kStart) {
         if (!writer.writes_starts) {
-            // Had it written DEBUG records, there would be one soon after its first end.
+            // If it wrote DEBUG records, one would have followed soon after its first end.
             return is_whole && writer.has_ends && time - writer.first >= kReuse;
         }
         if (supervision != nullptr && supervision->run != kNone && supervision->gaps == m_gaps) {
@@ -385,8 +386,9 @@ bool History::MayBeOther(const Writer& writer, const Supervision& supervision)
     return writer.may_be_other_after && supervision.last_end <= *writer.may_be_other_after;
 }
 
-// Whether the last ends look like a stop: children killed with signal 9 one after another, none of
-// them restarted, and nothing left that would still have run. Counts the killed ones.
+// Whether the last ends look like a stop: children were killed with signal 9 one after another,
+// none of them was restarted, and no other child would have kept running. Sets `killed` to their
+// number.
 bool History::FindStop(Writer& writer, std::size_t& killed)
 {
     std::vector<Milliseconds> kills;
@@ -414,7 +416,8 @@ bool History::FindStop(Writer& writer, std::size_t& killed)
                                     std::all_of(others.begin(), others.end(), is_during));
 }
 
-// Whether another launcher started all that this one had running, after its last record.
+// Whether another launcher, after the last record of this one, started all items that this one was
+// running.
 bool History::IsReplaced(std::size_t index)
 {
     Writer& writer = m_writers[index];
@@ -479,7 +482,7 @@ void History::DecideCauses(std::size_t index)
         Run& run = m_items[item].runs[supervision.last];
         const Milliseconds later =
             MayBeOther(writer, supervision) ? 0 : writer.last - supervision.last_end;
-        // A restart would have been logged, and its record is not missing.
+        // Whether a restart would have been logged, and no record is missing.
         const bool is_complete = writer.writes_starts && supervision.gaps == m_gaps;
         if (supervision.is_killed) {
             const bool is_in_stop = is_stop_proven && (root.end == LauncherEnd::kRejected ||
@@ -534,7 +537,7 @@ void History::FinishRuns(Item& item, Milliseconds last_record)
     }
 }
 
-// Fills in m_roots. A chain of children may be long, so no part of it is followed twice.
+// Fills in m_roots. Follows no part of a chain of children twice, because it may be long.
 void History::FindRoots()
 {
     m_roots.assign(m_writers.size(), kNone);
@@ -554,7 +557,7 @@ void History::FindRoots()
     }
 }
 
-// Fills in the launchers of each item, so that a later one is found without a search through all.
+// Fills in and sorts the launchers of each item, so that a binary search can find a later one.
 void History::SortLaunchers()
 {
     const auto is_launcher = [&](std::size_t writer) { return m_writers[writer].parent == kNone; };

@@ -1,4 +1,4 @@
-// Putting the events of a log together to runs and launchers.
+// Assembles the events of a log into runs and launchers.
 #pragma once
 
 #include <memory>
@@ -22,9 +22,9 @@ public:
     // Records may be missing here: some were lost, or a line could not be parsed.
     void AddGap() { ++m_gaps; }
 
-    // Moves items, runs and launchers into `report`, whose last_record is set. At `now` the log was
-    // read; a later `now` than the last record shows that nothing followed. Nothing may be added
-    // afterwards.
+    // Moves items, runs and launchers into `report`, whose last_record must be set. `now` is the
+    // time at which the log was read: if it is later than the last record, nothing followed that
+    // record. Nothing may be added afterwards.
     void Finish(Report& report, Milliseconds now);
 
 private:
@@ -43,7 +43,7 @@ private:
     };
 
     // A process that wrote about items: a launcher, or a child that could not execute its program
-    // and continues as a supervisor. A process id that is used again is another writer.
+    // and continues as a supervisor. If its process id is used again, that is another writer.
     struct Writer
     {
         std::int64_t process = 0;
@@ -57,7 +57,7 @@ private:
         bool is_gone = false;  // Another process has its id.
         std::size_t open_runs = 0;
         std::size_t gaps = 0;  // The gaps of the log at its first record.
-        // Most writers have one item, so the first stands apart.
+        // Most writers have one item, so the first is stored without a map.
         std::size_t item = kNone;
         Supervision supervision;
         std::unique_ptr<std::unordered_map<std::size_t, Supervision>> more;
@@ -79,7 +79,7 @@ private:
         std::string name;
         std::vector<Run> runs;
         std::vector<std::size_t> writers;
-        std::vector<std::size_t> launchers;  // Those that are one, by their first record.
+        std::vector<std::size_t> launchers;  // Sorted by their first records.
         std::vector<Milliseconds> no_program;
         std::vector<Milliseconds> failed_forks;
         std::size_t last_start = kNone;  // The run that was started last.

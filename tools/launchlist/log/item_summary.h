@@ -15,8 +15,9 @@ struct Presence
     bool is_running = false;
 };
 
-// The parts for which one of the two is known, in order and without overlap, between `first` and
-// `last`. Where two launchers supervise items of one name, running prevails.
+// The parts between `first` and `last` for which one of the two is known, in order and without
+// overlap. If two launchers supervise items of the same name, the item counts as running while
+// either runs it.
 std::vector<Presence> PresenceOf(const ItemReport& item, Milliseconds first, Milliseconds last);
 
 // Fills in the figures of `item` for the time from `first` to `last`, and drops the runs outside.

@@ -18,8 +18,8 @@ struct SignalName
     const char* name;
 };
 
-// The numbers differ between systems. A log is expected to be read on the kind of system that wrote
-// it.
+// The numbers differ between systems. A log must be read on the kind of system that wrote it, or
+// the names may be wrong.
 constexpr SignalName kSignalNames[] = {
     {SIGHUP, "SIGHUP"},   {SIGINT, "SIGINT"},       {SIGQUIT, "SIGQUIT"}, {SIGILL, "SIGILL"},
     {SIGTRAP, "SIGTRAP"}, {SIGABRT, "SIGABRT"},     {SIGBUS, "SIGBUS"},   {SIGFPE, "SIGFPE"},

@@ -23,11 +23,11 @@ enum class EventKind
 struct Event
 {
     EventKind kind = EventKind::kOther;
-    std::string_view name;    // The item's name; points into the text.
-    std::int64_t child = 0;   // kEnd: the child's process id,
-    std::int64_t result = 0;  // the result of waitpid,
-    int wait_status = 0;      // and the wait status.
-    std::uint64_t number = 0;
+    std::string_view name;     // The item's name; points into the text.
+    std::int64_t child = 0;    // kEnd: the child's process id.
+    std::int64_t result = 0;   // kEnd: the result of waitpid.
+    int wait_status = 0;       // kEnd: the wait status.
+    std::uint64_t number = 0;  // kRecordsLost.
 };
 
 // Reads the text of a record of `level`. A name may contain anything, including the text of another

@@ -11,7 +11,7 @@ namespace launchlist {
 
 namespace {
 
-// Far more than a log grows to; a smaller file may decompress to any size.
+// Far more than any log. Needed because a small file may decompress to any size.
 [[maybe_unused]] constexpr std::size_t kMaxLog = std::size_t{1} << 30U;
 
 bool IsGzip(std::string_view bytes)

@@ -20,8 +20,8 @@ struct LogFile
     std::string path;
     std::string error;  // Why it could not be read; "" if it could.
     std::size_t size = 0;
-    bool has_id = false;  // The file exists, even if it could not be opened:
-    FileId id;            // this is the file.
+    bool has_id = false;  // Whether the file exists, even if it could not be opened.
+    FileId id;            // Only with has_id.
 };
 
 // A piece of a log that is not a record.

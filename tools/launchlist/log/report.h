@@ -14,7 +14,8 @@ struct ReportRange
 {
     std::optional<Milliseconds> since;
     std::optional<Milliseconds> until;
-    // When the logs are read. A log that ends at least a second earlier has nothing more to say.
+    // When the logs are read. If a log ends at least a second earlier, nothing followed its last
+    // record.
     Milliseconds now = 0;
 };
 

@@ -92,7 +92,7 @@ struct Run
     {
     }
 
-    // Nothing where an end is unknown, not seen, or earlier than the start.
+    // Nothing if the start or the end is unknown, waitpid failed, or the end precedes the start.
     std::optional<Milliseconds> Length() const;
     // Ended without the launcher's doing, and not with exit status 0.
     bool IsCrash() const;
@@ -122,7 +122,7 @@ struct Rate
     Milliseconds first = 0;
     Milliseconds last = 0;
     double per_hour = 0;  // Average from the first end to the last, of at least an hour.
-    // The ends reach the end of the report at their usual distance.
+    // Whether the program keeps ending at its usual rate until the end of the report.
     bool continues = false;
 };
 
@@ -193,7 +193,7 @@ struct Report
     std::size_t unread = 0;  // Entries that are not records.
     std::vector<std::string> unread_samples;  // Printable.
     std::uint64_t lost_records = 0;
-    std::size_t clock_set_back = 0;  // How often a time precedes the time before it by a second.
+    std::size_t clock_set_back = 0;  // Times at least 1 s before the preceding one.
     std::size_t nameless_items = 0;
     std::size_t rejected_lists = 0;
     bool has_starts = false;

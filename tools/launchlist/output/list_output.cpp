@@ -13,9 +13,9 @@ namespace launchlist {
 
 namespace {
 
-// A list of a few kilobytes can count gigabytes of arguments. Text shows a longer row of missing
-// ones as one with its number; JSON leaves out the arguments of an item with more than these once
-// it holds kMaxArguments.
+// A list of a few kilobytes can count gigabytes of arguments. Text shows more than kMaxRow
+// consecutive missing ones as one, with their number. Once JSON contains kMaxArguments, it omits
+// the arguments of items that have more than kMaxRow.
 constexpr std::size_t kMaxRow = 100;
 constexpr std::size_t kMaxArguments = 200'000;
 

@@ -104,7 +104,7 @@ bool WritePage(const std::string& path, std::string_view page, const std::vector
     if (descriptor < 0) {
         return Fail(error);
     }
-    // The umask may have taken bits away.
+    // The umask may have removed bits.
     bool is_written = fchmod(descriptor, 0600) == 0 && WriteAll(descriptor, page);
     is_written = is_written || Fail(error);
     if (close(descriptor) != 0 && is_written) {

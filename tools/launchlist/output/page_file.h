@@ -9,10 +9,10 @@
 
 namespace launchlist {
 
-// Replaces `path` by a file of `page`, at once and with the mode 0600, because it shows what the
-// log contains. Fails without a change if `path` is a symbolic link, is not a regular file, or is
-// one of `inputs`. Without `is_forced` it also fails if `path` is a file that is not a page of
-// ours. On false, `error` says why.
+// Atomically replaces the file at `path` by one that contains `page`. Its mode is 0600, because it
+// shows what the log contains. Fails without a change if `path` is a symbolic link, is not a
+// regular file, or is one of `inputs`. Without `is_forced` it also fails if `path` is a file that
+// is not a page of ours. On false, `error` says why.
 bool WritePage(const std::string& path, std::string_view page, const std::vector<LogFile>& inputs,
                bool is_forced, std::string& error);
 

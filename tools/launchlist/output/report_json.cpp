@@ -6,7 +6,7 @@ namespace launchlist {
 
 namespace {
 
-// Raised whenever a program that reads the JSON would have to change.
+// Increases with every change that may break a program that reads the JSON.
 constexpr int kFormatVersion = 3;
 
 void PutTime(JsonWriter& json, const char* key, const std::optional<Milliseconds>& time)

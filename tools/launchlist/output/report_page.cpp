@@ -369,7 +369,7 @@ private:
         std::string entry = "<article class=\"item " + std::string(WordOf(item.severity)) +
                             "\" id=" + Id(index) + ">\n<h3>" + NameLink(item, Id(index)) + " " +
                             Tag(item) + "</h3>\n" + Bar(item, m_report, m_resolution).Html();
-        // On a crowded page, the gravest has to do.
+        // A crowded page shows only the gravest.
         for (const std::string& note : ItemNotes(item)) {
             entry += "<p class=alarm>" + html(note) + "</p>\n";
             if (m_is_crowded) {

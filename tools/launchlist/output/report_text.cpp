@@ -23,7 +23,7 @@ constexpr std::size_t kMaxLaunchers = 10;
 using TableRow = std::vector<std::string>;
 using Items = std::vector<const ItemReport*>;
 
-// The columns that a narrow terminal does without, the first to go first.
+// The columns that a narrow terminal lacks, in the order in which they are dropped.
 constexpr const char* kDispensable[] = {"shortest_run_ms",
                                         "most_restarts_a_minute",
                                         "longest_run_ms",

@@ -183,7 +183,7 @@ std::string Shortened(const std::string& text, std::size_t width)
         return text;
     }
     const std::size_t room = width - 3;
-    // The end of a name tells more than its beginning: "com.kestrane.helper.indexer".
+    // The end of a name is more distinctive than its beginning: "com.kestrane.helper.indexer".
     const auto is_inside = [&](std::size_t at) {
         return at < text.size() && (static_cast<unsigned char>(text[at]) & 0xC0U) == 0x80;
     };

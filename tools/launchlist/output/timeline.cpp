@@ -66,7 +66,7 @@ private:
     const Milliseconds m_first;
     const Milliseconds m_last;
     std::vector<TimelineCell> m_cells;
-    // How much of each cell.
+    // How much of the time of each cell.
     std::vector<Milliseconds> m_running;
     std::vector<Milliseconds> m_down;
 };

@@ -42,7 +42,7 @@ std::string OldFileUnmovable(const std::string& folder, int records);
 // every record is there or is counted in a record that reports losses.
 std::string SizeLimitReached(const std::string& folder, int rounds);
 
-// `forks` children log an error description and wide characters while threads of the parent call
+// `forks` children log an error description and wide characters while a thread of the parent calls
 // setlocale(). No child hangs.
 std::string ForksInSetlocale(const std::string& folder, int forks);
 

@@ -25,7 +25,7 @@ namespace {
 
 constexpr int kItems = 1000;
 
-// A launch list without blanks, as programs write it.
+// A launch list without whitespace, as programs write it.
 std::string List()
 {
     std::string text = "{";
@@ -116,7 +116,7 @@ Operations MakeOperations()
 
 }  // namespace
 
-// NOLINTNEXTLINE(bugprone-exception-escape): an exception may end a benchmark.
+// NOLINTNEXTLINE(bugprone-exception-escape): an uncaught exception may end a benchmark.
 int main(int argc, char** argv)
 {
     const Operations operations = MakeOperations();

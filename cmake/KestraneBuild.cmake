@@ -1,4 +1,4 @@
-# Build settings of all targets, and the place of the bundle in an installation.
+# Build settings for all targets, and where the bundle goes in an installation.
 include_guard()
 
 if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
@@ -39,7 +39,7 @@ if(KESTRANE_BUILD_FUZZERS)
     add_compile_options(-fsanitize=fuzzer-no-link -fno-sanitize-recover=all)
 endif()
 if(KESTRANE_COVERAGE)
-    # Atomic, since several threads count. GCC would replace fork by a function that takes a lock
+    # Atomic, because several threads count. GCC would replace fork with a function that takes a lock
     # between a supervisor's check of its run flag and the fork, so a stop would miss more children.
     add_compile_options(--coverage -fprofile-update=atomic -fno-builtin-fork)
     add_link_options(--coverage)
@@ -48,7 +48,7 @@ endif()
 
 # Checks at run time: the program is aborted when it writes beyond an array on the stack or beyond an
 # object whose size the compiler knows, and the stack cannot grow past its guard page unnoticed.
-# _FORTIFY_SOURCE works with optimisation only. OFF until its cost has been measured.
+# _FORTIFY_SOURCE works only with optimisation. OFF until its cost has been measured.
 option(KESTRANE_HARDEN "Build the Linux programs and libraries with run-time checks" OFF)
 if(KESTRANE_HARDEN AND CMAKE_SYSTEM_NAME STREQUAL "Linux")
     add_compile_options(-fstack-protector-strong -fstack-clash-protection

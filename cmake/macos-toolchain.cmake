@@ -16,7 +16,7 @@ list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES KESTRANE_ZIG)
 set(CMAKE_C_COMPILER "${KESTRANE_ZIG}" cc -target ${kestrane_target})
 set(CMAKE_CXX_COMPILER "${KESTRANE_ZIG}" c++ -target ${kestrane_target})
 
-# The same program is compiler and archiver, so the archiver's rule contains the subcommand "ar". It
+# zig is both compiler and archiver, so the archive rules contain the subcommand "ar". The archiver
 # writes the index itself; the empty CMAKE_RANLIB keeps CMake from running the build machine's ranlib.
 set(CMAKE_AR "${KESTRANE_ZIG}" CACHE FILEPATH "")
 set(CMAKE_RANLIB "" CACHE FILEPATH "")
@@ -26,7 +26,7 @@ foreach(language C CXX)
     set(CMAKE_${language}_ARCHIVE_FINISH "")
 endforeach()
 
-# Sets run path and install name at the link. The program that changes them at installation exists
+# Sets the run path and the install name at link time. The program that changes them at installation exists
 # only on a Mac, and any change after the link breaks the signature.
 set(CMAKE_BUILD_WITH_INSTALL_RPATH ON)
 set(CMAKE_BUILD_WITH_INSTALL_NAME_DIR ON)
@@ -34,7 +34,7 @@ set(CMAKE_BUILD_WITH_INSTALL_NAME_DIR ON)
 # Links libc++ statically into every image.
 set(KESTRANE_STATIC_LIBCXX ON)
 
-# Searches the build machine's directories for programs only.
+# In the build machine's directories, CMake searches only for programs.
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)

@@ -9,7 +9,7 @@ set -euo pipefail
 
 root=$(cd "$(dirname "$0")/.." && pwd)
 
-# absolute PATH: the path from the root directory; this script changes its own directory.
+# absolute PATH: prints the absolute path, because some commands run in another directory.
 absolute() {
     case "$1" in
         /*) echo "$1" ;;

@@ -6,7 +6,6 @@ import subprocess
 from results import TITLES, number
 
 # The colour of each contender in every chart.
-
 COLOURS = {
     "loop": "#bbbbbb",
     "threads": "#777777",

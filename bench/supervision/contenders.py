@@ -1,7 +1,7 @@
 """How each measured launcher is configured, started and stopped.
 
-Each runs in its fastest setting: it always restarts at once and keeps no log of the helpers. Paths
-are those inside the namespace that run.py creates.
+Each runs with its fastest settings: it restarts helpers immediately, as far as it can, and keeps no
+log of them. Paths are those inside the namespace that run.py creates.
 """
 
 import json
@@ -20,7 +20,7 @@ SECOND = "helper_second"
 
 
 class Contender:
-    """One launcher. A helper is named by its program."""
+    """One launcher. Helpers are given as the names of their programs."""
 
     # The helper that is restarted fastest: one that exits at once, unless the launcher delays that.
     restarting = END

@@ -68,8 +68,8 @@ def stop_goals(results):
             yield goal, f"{each:.2f} ms ({median_of(n) / n:.2f} with it)", each <= 51
 
 
-# The share of CPU time that a start took while each fork copied the stacks of all threads. It must not
-# become larger.
+# The CPU time of a start as a multiple of the thread floor's, measured when each fork still copied
+# the stacks of all threads. It must not grow.
 STORM_SHARE = 0.68
 
 

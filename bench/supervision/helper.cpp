@@ -1,8 +1,9 @@
 // The helper program that every measured launcher runs.
 //
 // Runs for LIFE_MS milliseconds (negative: until it is killed) and appends one record to
-// /tmp/bench/starts: a helper that exits writes it just before, with the times of its start and its
-// end. Each duration is a separate program without arguments, so that it can replace a run script.
+// /tmp/bench/starts. A helper that exits writes the record just before, with the times of its start
+// and end. Each duration has its own program, which needs no arguments and so can replace a run
+// script.
 #include <fcntl.h>
 #include <time.h>
 #include <unistd.h>

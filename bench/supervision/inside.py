@@ -2,7 +2,7 @@
 
     inside.py SCENARIO CONTENDER OPTION=NUMBER...
 
-Prints the result as JSON. Processes that are left end with the namespace.
+Prints the result as JSON. Any remaining processes end with the namespace.
 """
 
 import json
@@ -203,8 +203,8 @@ def storm(contender, options):
     spawn(contender, [watched] + [END] * options["n"])
     wait_for(lambda: record_count() >= options["n"])
     time.sleep(1)
-    # The CPU time of the whole machine, because that of a process is counted in hundredths of a
-    # second, more than some of these processes use at all.
+    # Measures the CPU time of the whole machine: that of a process is counted in hundredths of a
+    # second, and some of these processes use less.
     begin, idle_before, starts = time.monotonic_ns(), idle_seconds(), record_count()
     time.sleep(options["seconds"])
     seconds = (time.monotonic_ns() - begin) / 1e9

@@ -126,7 +126,7 @@ class Measurement:
 
     def start(self):
         for count in self._profile["counts"]:
-            # A start of few helpers is as short as a disturbance, so it is repeated more often.
+            # Starting few helpers takes no longer than a disturbance, so it is repeated more often.
             repetitions = self._profile["repetitions_of_few"] if count <= 10 else None
             self._sequence("start", self._profile["start"], {"n": count}, repetitions)
 
@@ -161,7 +161,7 @@ class Measurement:
         self._sequence("storm", self._profile["storm"], self._profile["storm_options"])
 
     def log(self):
-        """Runs the logging library's own benchmark, which interleaves the libraries itself."""
+        """Runs the benchmark of the logging libraries, which interleaves them itself."""
         output = subprocess.run(
             [
                 f"{self._bench}/qv7log_bench",
@@ -255,7 +255,7 @@ def short_profile():
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--bench", required=True, help="the build's directory of benchmarks")
+    parser.add_argument("--bench", required=True, help="the benchmark directory of the build")
     parser.add_argument("--stage", required=True, help="directory of the installed bundle")
     parser.add_argument(
         "--other-stage", help="directory of another build, to compare with as `other`"

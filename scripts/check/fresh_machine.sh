@@ -3,10 +3,10 @@
 #
 #     scripts/check/fresh_machine.sh [SUITE...]    bookworm and trixie by default
 #
-# Each suite's minimal system comes from the mirror that apt-get uses here and is kept in build/fresh. In
-# copies of it, and in separate PID namespaces, the commands run
-#   - as a user who cannot install packages: they must name the packages in one line;
-#   - as root: they must succeed.
+# Each suite's minimal system comes from the mirror that apt-get uses here and is kept in build/fresh.
+# In a copy of it, each command runs twice, in its own PID namespace:
+#   - as a user who cannot install packages: it must name the packages in one line;
+#   - as root: it must succeed.
 # The project's path there contains a space and a non-ASCII letter.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
@@ -66,7 +66,8 @@ on_machine() {
 }
 path=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin
 
-# A command of the README must fail here with one line that names packages.
+# expect_refusal COMMAND...: for a user who cannot install packages, the command must fail with one
+# line that names them.
 expect_refusal() {
     local errors status=0
     home=/home/visitor

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Feeds generated input to one part of the program until an error is found or the time is over.
+# Feeds generated input to one part of the program until an error is found or the time is up.
 #
 #     scripts/check/fuzz.sh TARGET [SECONDS]    60 seconds by default
 #     scripts/check/fuzz.sh all [SECONDS]       every target, two at a time

@@ -67,7 +67,7 @@ def problem_in_launchlist(path, header):
     if not (path.startswith(LAUNCHLIST + "/") and header.startswith(LAUNCHLIST + "/")):
         return None
     part, other = (name.split("/")[2] for name in (path, header))
-    # main.cpp is in no part and may use all of them.
+    # main.cpp belongs to no part and may use all of them.
     if part in LAUNCHLIST_LAYERS and other != part and other not in LAUNCHLIST_LAYERS[part]:
         return f"{LAUNCHLIST}/{part} must not depend on {LAUNCHLIST}/{other}"
     return None

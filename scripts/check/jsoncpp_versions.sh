@@ -29,7 +29,7 @@ check_version() {
         -Djsoncpp_DIR="$prefix/lib/cmake/jsoncpp" >"$build.log" 2>&1 ||
         fail "The project cannot be configured with jsoncpp $version (see $build.log)."
     if [ "$(sed -n 's/^jsoncpp_DIR:.*=//p' "$build/CMakeCache.txt")" != "$prefix/lib/cmake/jsoncpp" ]; then
-        fail "The project uses another jsoncpp than $prefix; remove $build and start again."
+        fail "The project does not use the jsoncpp in $prefix; remove $build and start again."
     fi
     # shellcheck disable=SC2046  # Targets are words.
     cmake --build "$build" --target $(test_targets "$build") >>"$build.log" 2>&1 ||
@@ -53,8 +53,8 @@ build_jsoncpp() {
     rm -rf "$prefix.partial"
 }
 
-# Prints the targets that the tests run: each has the name of its test; launchlist is tested as well,
-# also with the example list, whose programs it looks for.
+# Prints the targets that the tests need. Each test program has the name of its test; other tests run
+# launchlist, also on the example list, whose programs must exist.
 test_targets() {
     echo launchlist examples
     ninja -C "$1" -t targets all | sed -n 's/: phony$//p' | grep -E "$tests" | grep -v /

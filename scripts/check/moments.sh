@@ -4,10 +4,10 @@
 #
 #     scripts/check/moments.sh                 lists of 1 and of 2 items
 #     scripts/check/moments.sh --items 3       a list of 3 items
-#     scripts/check/moments.sh --document      as without arguments; writes the table of docs/faults.md
+#     scripts/check/moments.sh --document      the same lists; writes the table in docs/faults.md
 #     scripts/check/moments.sh --mutants       changed launchers, each of which must fail
 #
-# One run, with what each thread waits for at its end; the table has examples:
+# To make one run and print what each thread waits for at its end (the table has examples):
 #
 #     scripts/check/moments.sh ITEMS THREAD CALL [hold THREAD CALL]... [signal THREAD CALL]
 set -euo pipefail

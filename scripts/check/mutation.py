@@ -121,7 +121,7 @@ def compilations():
 
 
 def fast_tests():
-    """The tests that run a program of the build directory, so not the end-to-end tests."""
+    """The tests that run a program of the build directory; the end-to-end tests do not."""
     shown = json.loads(output_of("ctest", "--test-dir", BUILD, "--show-only=json-v1"))
     tests = []
     for entry in shown["tests"]:
@@ -244,7 +244,7 @@ class Judge:
         return str(program) if linked.returncode == 0 else None
 
     def archive(self, way, changed):
-        """Copies the archive and replaces the source's object by the mutant's."""
+        """Copies the archive and replaces the source's object with the mutant's."""
         copy = changed.parent / os.path.basename(way.archive)
         shutil.copy(BUILD / way.archive, copy)
         subprocess.run(["ar", "rs", copy, changed], check=True)
@@ -292,7 +292,7 @@ def report(results):
     print(
         f"\n{counted} mutants: {verdicts['killed']} killed, {survived} survived "
         f"({100 * survived / counted:.1f} %), {verdicts['explained']} explained; "
-        f"{verdicts['does not build']} do not build, {verdicts['same code']} are the same code"
+        f"{verdicts['does not build']} do not build, {verdicts['same code']} give the same code"
     )
     return 0 if survived < MAX_SURVIVORS * counted else 1
 

@@ -4,8 +4,8 @@
 #
 #     scripts/check/mutation.sh [COUNT [SEED [FILE...]]]    by default 300 changes to all sources
 #
-# The sample depends on the seed, which is printed; pass it to repeat a run. By default it is new, so
-# that the tests are judged by changes that they were not written against.
+# The sample depends on the seed, which is printed; pass it to repeat a run. By default each run uses
+# a new seed, so that the tests are judged by changes that they were not written against.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 . scripts/lib/base.sh

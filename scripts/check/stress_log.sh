@@ -50,7 +50,7 @@ prove() {
 export -f prove
 export stress folder forks
 
-# In the background, since an interrupt does not reach the process group that timeout creates.
+# Runs in the background, because an interrupt does not reach the process group that timeout creates.
 timeout "$limit" bash -euo pipefail -c prove &
 proofs=$!
 trap 'kill "$proofs"' INT TERM

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Checks the workflows of .github/: they follow GitHub's schema, and every command is one script of
-# scripts/.
+# Checks the workflows in .github/: they must follow GitHub's schema, and every command must be a
+# single script in scripts/.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 . scripts/lib/base.sh

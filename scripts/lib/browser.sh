@@ -16,7 +16,7 @@ python_with() {
     return 1
 }
 
-# need_browser MODULE...: notes what is missing of Chromium, its driver and the Python modules.
+# need_browser MODULE...: notes which of Chromium, its driver and the Python modules are missing.
 need_browser() {
     local module
     need_command chromium chromium chromium

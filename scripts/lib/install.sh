@@ -62,7 +62,7 @@ install_missing() {
     fi
 }
 
-# Sets `as_root` to the command that runs another one as root. Only installing packages needs root.
+# Sets `as_root` to the words that run a command as root. Only installing packages needs root.
 find_root() {
     if [ "$(id -u)" -eq 0 ]; then
         as_root=(env)

@@ -134,8 +134,8 @@ def check_imports(image, name, allowed):
         imported.setdefault(library, set()).add(binding.symbol.name)
     for symbol in sorted(imported.get(LIB_SYSTEM, set()) - allowed):
         yield f"it imports {symbol} from libSystem, which is not in the reviewed list"
-    # A weak symbol is searched in every image. One that the image does not define itself could come
-    # from anywhere.
+    # The loader searches every image for a weak symbol. One that the image does not define itself
+    # could come from anywhere.
     for symbol in sorted(imported.get(None, set()) - own):
         yield f"it imports {symbol} from any library that defines it"
     from_log = imported.get(INSTALL_NAME, set())

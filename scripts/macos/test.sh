@@ -3,10 +3,10 @@
 # tests, launchlist against its golden outputs, and the end-to-end tests with the bundle's launcher.
 #
 #   scripts/macos/test.sh [PATTERN]     only the tests whose names match the regular expression
-#   scripts/macos/test.sh --self-test   breaks programs and the model on purpose and sees tests fail
+#   scripts/macos/test.sh --self-test   breaks programs and the model on purpose and expects tests to fail
 #
-# Needs build/macos (scripts/macos/build.sh). What cannot run is in tests/macos/left_out.txt; what is
-# proven and what is not, in docs/macos.md.
+# Needs build/macos (scripts/macos/build.sh). tests/macos/left_out.txt lists the tests that cannot run
+# here; docs/macos.md says what these tests prove and what they do not.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 . scripts/lib/base.sh
@@ -19,7 +19,7 @@ need_build_tools
 need_command bwrap bubblewrap -
 install_or_fail
 prepare_guest
-# The helpers that the launcher starts are programs of Linux.
+# The helpers that the launcher starts are Linux programs.
 if ! { cmake --preset debug && cmake --build build/debug --target helper_stay helper_end \
     helper_inherit helper_locations helper_misbehave helper_short_life; } >build/macos/helpers.log; then
     fail "The helpers do not build (see build/macos/helpers.log)."

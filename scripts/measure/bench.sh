@@ -5,7 +5,7 @@
 #
 # Installs missing peers (supervisor, runit, s6, daemontools) and tools, builds in release mode and
 # measures everything in one run of about 20 minutes, during which the machine should be idle. --short
-# only shows that the benchmarks work: one peer, small numbers, no judgement by time; it writes to
+# only shows that the benchmarks work: one peer, small numbers, no figure judged; it writes to
 # build/bench/short.
 set -euo pipefail
 cd "$(dirname "$0")/../.."

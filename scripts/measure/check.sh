@@ -4,8 +4,8 @@
 # - 20,000 items without mistakes in under a second;
 # - 60,000 findings in under two seconds and 200 MB.
 #
-# The time that counts is that of the processor: check neither waits nor uses a second thread, and the
-# result does not depend on what else the machine does.
+# What counts is CPU time, which does not depend on what else the machine does; the check neither waits
+# nor uses a second thread.
 #
 #     scripts/measure/check.sh            the best of five runs; fails if a goal is missed
 #     scripts/measure/check.sh --profile  counts instructions by function instead (valgrind)
@@ -69,7 +69,7 @@ directory, launchlist = sys.argv[1:]
 
 
 def measure(name, *options):
-    """The best processor time in seconds and the largest memory in bytes of five runs."""
+    """The best CPU time in seconds and the largest memory in bytes of five runs."""
     seconds, elapsed, memory = [], [], []
     for _ in range(5):
         output = f"{directory}/output"
@@ -88,7 +88,7 @@ def measure(name, *options):
         # The unit of ru_maxrss is one byte on macOS and 1,024 elsewhere.
         memory.append(usage.ru_maxrss * (1 if sys.platform == "darwin" else 1024))
     print(
-        f"{name} {' '.join(options)}: {min(seconds):.2f} s of the processor, "
+        f"{name} {' '.join(options)}: {min(seconds):.2f} s of CPU time, "
         f"{min(elapsed):.2f} s elapsed, {max(memory) / 1e6:.0f} MB"
     )
     return min(seconds), max(memory), output

@@ -68,7 +68,7 @@ def measure(launchlist, path):
 
 
 def measure_memory(launchlist):
-    """The largest memory in bytes of reports on a log that names very many items."""
+    """The peak memory in bytes of reports on a log that names very many items."""
     with tempfile.TemporaryDirectory() as directory:
         path = os.path.join(directory, "qv7log")
         with open(path, "w", encoding="utf-8") as file:

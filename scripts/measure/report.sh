@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
 # Measures `launchlist report` on a generated log of 60 MiB, rotated files included. Fails if the best
-# of five runs takes half a second or more, or
-# if a report on 100,000 items takes 200 MiB or more.
+# of five runs takes half a second or more, or if a report on 100,000 items takes 200 MiB or more.
 #
 #     scripts/measure/report.sh
 set -euo pipefail

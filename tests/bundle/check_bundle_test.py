@@ -88,12 +88,12 @@ def both(make, **keywords):
 
 
 def one(make, broken, **keywords):
-    """Both slices, the one of the architecture `broken` made with `keywords`."""
+    """Both slices; only the one of the architecture `broken` is made with `keywords`."""
     return [make(a, **(keywords if a == broken else {})) for a in ("arm64", "x86_64")]
 
 
 class Bundle:
-    """A model bundle. Parts that a test does not pass are correct."""
+    """A model bundle. Parts that a test does not supply are correct."""
 
     def __init__(self, launcher=None, library=None, others=None, **plist):
         self.path = pathlib.Path(tempfile.mkdtemp(dir=work)) / "Model.app"
@@ -126,7 +126,7 @@ class CheckBundle(unittest.TestCase):
         self.assertEqual(bundle.problems(), list(problems))
 
     def expect_twice(self, bundle, name, problem):
-        """The same problem in both slices, in either order."""
+        """Expects the same problem in both slices, in either order."""
         expected = [f"{name} ({a}): {problem}" for a in ("arm64", "x86_64")]
         self.assertEqual(sorted(bundle.problems()), expected)
 
@@ -321,7 +321,7 @@ class CheckSignature(unittest.TestCase):
         pages = -(-offset // 4096)
         for page in range(pages):
             changed = bytearray(good)
-            # The last byte of the page, so that the load commands remain readable.
+            # Changes the last byte of the page, so that the load commands remain readable.
             changed[min((page + 1) * 4096, offset) - 1] ^= 1
             file = work / "changed"
             file.write_bytes(changed)

@@ -1,7 +1,7 @@
 """Runs the scripts in a copy of the project where a tool is missing or fails.
 
 Each script must end with one sentence that says what to do, and leave nothing incomplete behind.
-Linux only, since the tools that are removed or replaced here are those of Linux.
+Linux only, because the tools that are removed or replaced here are Linux tools.
 """
 
 import os
@@ -37,7 +37,7 @@ class ScriptTest(unittest.TestCase):
         self.build = self.project / "build"
 
     def tool(self, name, text):
-        """Replaces the system's tool `name` by a shell script."""
+        """Replaces the system's tool `name` with a shell script."""
         (self.tools / name).write_text("#!/bin/bash\n" + text)
         (self.tools / name).chmod(0o755)
 
@@ -51,7 +51,7 @@ class ScriptTest(unittest.TestCase):
         )
 
     def expect_failure(self, pattern, name="macos/build.sh", *arguments):
-        """The script prints exactly this on stderr and exits with status 1."""
+        """Expects the script to print exactly this on stderr and to exit with status 1."""
         result = self.run_script(name, *arguments)
         self.assertRegex(result.stderr, rf"\A{re.escape(os.path.basename(name))}: {pattern}\n\Z")
         self.assertEqual(result.returncode, 1)

@@ -39,7 +39,7 @@ expect(NO "jsoncpp 1.8.3 is too old: this project needs jsoncpp 1.8.4 or newer."
 expect(YES "" kestrane_require jsoncpp 1.8.4 1.8.4)
 expect(YES "" kestrane_require jsoncpp 1.10.0 1.8.4)
 
-# The project itself calls it: a configuration with an old jsoncpp in front fails.
+# The project calls the function: with an old jsoncpp first in the search path, configuring it fails.
 set(prefix "${BINARY}/old_jsoncpp")
 file(WRITE "${prefix}/lib/cmake/jsoncpp/jsoncppConfig.cmake" "set(jsoncpp_FOUND YES)\n")
 file(WRITE "${prefix}/lib/cmake/jsoncpp/jsoncppConfigVersion.cmake"

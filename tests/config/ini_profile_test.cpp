@@ -110,7 +110,7 @@ TEST_F(ProfileString, SkipsAKeyWithoutValue)
 {
     EXPECT_EQ(Value("[LOG]\nLEVEL=\nLEVEL=b\n"), "b");
     EXPECT_EQ(Value("[LOG]\nLEVEL\nLEVEL=b\n"), "b");
-    EXPECT_EQ(Value("[LOG]\nLEVEL=   \nLEVEL=b\n"), "b") << "the blanks are trimmed off the line";
+    EXPECT_EQ(Value("[LOG]\nLEVEL=   \nLEVEL=b\n"), "b") << "blanks at a line's end are trimmed";
 }
 
 TEST_F(ProfileString, ReturnsTheFirstOfTwoKeys)

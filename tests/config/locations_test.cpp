@@ -92,7 +92,7 @@ TEST_F(AppPath, IsResolvedUpTo1023Bytes)
 }
 
 #ifndef __APPLE__
-// macOS cannot create so long a path.
+// macOS cannot create a path of this length.
 TEST_F(AppPath, StaysUnresolvedIfTheResolvedPathHas1024Bytes)
 {
     fs::create_directories(m_directory.path() + "/bin");

@@ -90,7 +90,7 @@ class ArgumentVector(LauncherTest):
         )
 
     def test_argc_of_minus_one_gives_an_empty_vector(self):
-        # Linux replaces an empty vector by one empty argument.
+        # Linux adds an empty argument to an empty vector.
         launcher = self.start(numbered({"name": "a", "program": STAY, "argc": -1}))
         (start,) = self.wait_for_starts(1)
         self.assertEqual([b""], start.arguments)

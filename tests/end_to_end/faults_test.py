@@ -32,7 +32,7 @@ from processes import processes
 
 MISBEHAVE = HELPERS + "/misbehave"
 
-# More processes than any case of a limited user needs.
+# More processes than a limited user needs in any of these cases.
 ENOUGH = 9
 
 # The start of a record. No record's text can contain a timestamp (docs/log-format.md).
@@ -124,16 +124,16 @@ class Fork(LimitedUserTest):
     def test_in_the_chain_of_a_program_that_cannot_be_executed_kills_every_process(self):
         same_user = self.spawn(["/bin/sleep", "1000"], before=lambda: self.become_limited(ENOUGH))
         other_user = self.spawn(["/bin/sleep", "1000"])
-        # The program disappears only when the launcher's map has the item. A child that was forked
-        # earlier has a copy of the map without it, and signals nobody.
+        # The program is removed only once the launcher's map has the item. A child forked earlier
+        # has a copy of the map without the item, and signals no process.
         program = shutil.copy(STAY, WORK + "/program")
         launcher = self.start_limited(numbered(item("a", program)), ENOUGH)
         (first,) = self.wait_for_starts(1)
         launcher.settle()
         os.remove(program)
         os.kill(first.pid, signal.SIGKILL)
-        # Each child becomes a supervisor and forks another one, until the limit. Nobody stops the
-        # launcher; the child that cannot fork exits and signals every process of its user.
+        # Each child becomes a supervisor and forks another one, until the limit. The test does not
+        # stop the launcher; the child that cannot fork exits and signals every process of its user.
         self.assertEqual(-signal.SIGKILL, launcher.wait())
         self.wait_for(lambda: self.reap() or same_user in self.ended, "the signal to every process")
         self.assertEqual(-signal.SIGKILL, self.ended[same_user])
@@ -165,7 +165,7 @@ class Thread(LimitedUserTest):
 
 @unittest.skipIf(SANITIZE, "sanitizers need unlimited memory")
 class Memory(LauncherTest):
-    # Nearly the longest argument that Linux accepts.
+    # Almost as long as Linux permits for one argument.
     ARGUMENT = "x" * 130_000
 
     def test_a_child_aborts_until_memory_is_available_again(self):
@@ -346,7 +346,7 @@ class Signals(LauncherTest):
         self.assertEqual(-signal.SIGKILL, launcher.wait())
         self.assertEqual([1, 1], [process.parent for process in processes()])
         os.kill(self.starts("a")[0].pid, signal.SIGKILL)
-        # Several times the pause.
+        # Several times the restart pause.
         self.holds_for(0.3, lambda: len(self.starts()) == 2, "a helper was restarted")
         self.assertEqual([start_text("a"), start_text("b")], sorted(t for _, t in launcher.log()))
         self.assert_left_behind(["stay"])

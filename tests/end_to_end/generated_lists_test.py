@@ -1,4 +1,4 @@
-"""Compares what launchlist says about generated lists with what the launcher does.
+"""Compares launchlist's predictions about generated lists with what the launcher does.
 
 Each case generates lists from its own seed: good items with up to three mistakes, combined at
 random. Several launchers run at a time in the namespace of the case, each in its own process group.
@@ -27,10 +27,10 @@ AT_ONCE = 20
 # group at its second start at the latest, 50 ms after the first.
 OBSERVED = 0.6
 
-# When what launchlist says must have happened, even on a busy machine.
+# The seconds after which launchlist's predictions must have come true, even on a busy machine.
 GIVE_UP = 10
 
-# What the launcher's end is called in the output of `explain`, by its exit code.
+# The names in the output of `explain` for the launcher's end, by exit code.
 ENDS = {None: "keeps-running", 0: "exits", -6: "aborts", -9: "process-group-killed"}
 
 
@@ -39,7 +39,7 @@ class Raw(str):
 
 
 def to_json(value):
-    """JSON text of a value in which objects are lists of pairs, so that members may repeat."""
+    """The JSON text of a value. Its objects are lists of pairs, so that members may repeat."""
     if isinstance(value, Raw):
         return str(value)
     if isinstance(value, list):
@@ -60,7 +60,7 @@ def good_item(rng, number):
 
 
 def with_member(item, name, value):
-    """The item with this member in place of the one that it has."""
+    """The item with this member, which replaces any of the same name."""
     return [(key, part) for key, part in item if key != name] + [(name, value)]
 
 
@@ -68,7 +68,7 @@ def without_member(item, name):
     return [(key, part) for key, part in item if key != name]
 
 
-# Mistakes of one item: functions of the generator and the item.
+# Mistakes in one item: functions of the random generator and the item.
 
 NAMES = [None, "", 5, True, "item 0", "item 1", Raw("[]"), Raw("{}"), Raw('"cut\\u0000off"')]
 PATHS = [
@@ -130,7 +130,7 @@ ITEM_MISTAKES = [
 ]
 
 
-# Mistakes of the members of a list, and of its text.
+# Mistakes in the members of a list, and in its text.
 
 
 def duplicate_item(rng, members):
@@ -200,7 +200,7 @@ ITEM_WITHOUT_PROGRAM = b'{"0": {"name": "a"}}'
 
 
 class Run:
-    """One list: what launchlist says about it, and what the launcher does with it."""
+    """One list: launchlist's predictions, and what the launcher does with it."""
 
     def __init__(self, test, directory, text):
         self.text = text
@@ -212,7 +212,7 @@ class Run:
         self.end = None
 
     def outcomes(self):
-        """The outcomes that are possible here, within seconds."""
+        """The predicted outcomes that are possible here within seconds."""
         return {
             outcome["outcome"]
             for outcome in self.explained["outcomes"]
@@ -223,7 +223,7 @@ class Run:
         return [parse_start(line).arguments for line in read_lines(self.starts_path)]
 
     def wanted(self):
-        """The argument vectors of the items that run in any case."""
+        """The argument vectors of the items that are certain to run."""
         return [expected(item) for item in self.items if item["runs"] == "yes"]
 
     def is_decided(self, ended):
@@ -234,7 +234,7 @@ class Run:
         return all(vector in starts for vector in self.wanted())
 
     def why_wrong(self, checked):
-        """What launchlist said that is not true; None if everything is."""
+        """The first prediction that did not come true; None if all did."""
         if ENDS.get(self.end, self.end) not in self.outcomes():
             return f"the launcher ended with {self.end}"
         possible = [expected(item) for item in self.items if item.get("arguments") is not None]
@@ -249,7 +249,7 @@ class Run:
         return self.why_inconsistent(checked)
 
     def why_inconsistent(self, checked):
-        """In what check and explain contradict each other."""
+        """How check and explain contradict each other; None if they agree."""
         ends = self.explained["launcher_ends"]
         if self.status != (0 if ends == "no" else 2):
             return f"explain ended with status {self.status}"
@@ -263,7 +263,7 @@ class Run:
 
 
 def expected(item):
-    """The argument vector that a helper gets; Linux replaces an empty one by one empty argument."""
+    """The argument vector that a helper gets; Linux adds an empty argument to an empty one."""
     return [argument.encode() for argument in item["arguments"]] or [b""]
 
 
@@ -299,7 +299,7 @@ class GeneratedLists(LauncherTest):
         def observed_enough():
             self.reap()
             seconds = time.monotonic() - began
-            # After a false statement, waiting for it to come true would never end.
+            # A wrong prediction would never come true, so the wait is limited.
             return seconds > OBSERVED and (
                 seconds > GIVE_UP or all(run.is_decided(run.pid in self.ended) for run in runs)
             )
@@ -328,7 +328,7 @@ class GeneratedLists(LauncherTest):
                 )
                 counts[ENDS[run.end]] = counts.get(ENDS[run.end], 0) + 1
                 counts["items that ran"] = counts.get("items that ran", 0) + len(run.wanted())
-        # Otherwise the lists prove little.
+        # With fewer of these, the lists would test little.
         self.assertGreater(counts.get("keeps-running", 0), LISTS // 5, counts)
         self.assertGreater(counts["items that ran"], LISTS // 2, counts)
         if LISTS >= 40:

@@ -347,7 +347,7 @@ class LimitedUserTest(LauncherTest):
 
     def setUp(self):
         super().setUp()
-        # The password file does not know this user; the home directory comes from HOME.
+        # The password file has no entry for this user; the home directory comes from HOME.
         os.mkdir(self.home + "/Library")
         for directory in (self.home + "/Library", WORK):
             os.chown(directory, UNIQUE_USER, UNIQUE_USER)

@@ -36,7 +36,7 @@ class Explain(LauncherTest):
         self.assertEqual(1, launcher.stop())
         (step,) = explained(WORK + "/list.json")["items"]
         reported = [argument.encode() for argument in step["arguments"]]
-        # Linux replaces an empty vector by one empty argument.
+        # Linux adds an empty argument to an empty vector.
         self.assertEqual(start.arguments, reported or [b""])
         if reported:
             echoed = subprocess.run(

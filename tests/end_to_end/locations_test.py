@@ -10,7 +10,7 @@ from namespace import HELPERS
 
 
 def padded(directory, length, name):
-    """A directory below `directory`, so deep that the path of `name` in it has `length` bytes."""
+    """A directory below `directory` in which the path of `name` has `length` bytes."""
     missing = length - len(directory) - len("/" + name)
     parts = []
     while missing > 0:

@@ -1,7 +1,7 @@
-"""SIGTERM at every library call of the launcher, on every thread.
+"""Sends SIGTERM at every library call of the launcher, on every thread.
 
-KESTRANE_MOMENTS has the arguments, see scripts/check/moments.sh. A run is described by a plan, see
-tests/moments/moments.cpp; on the command line it follows the number of items. docs/faults.md
+KESTRANE_MOMENTS holds the arguments (scripts/check/moments.sh). A plan describes a run
+(tests/moments/moments.cpp); on the command line it follows the number of items. docs/faults.md
 describes the outcomes.
 """
 
@@ -28,7 +28,8 @@ LIBRARY = HELPERS + "/moments.so"
 RECORD = WORK + "/record"
 RECORD_SIZE = 1 << 20
 LIST = WORK + "/list.json"
-# What ends a run that neither ends nor waits as the library sees it. Such a run fails the sweep.
+# The seconds after which an alarm ends a run that neither ends nor waits in a library call. Such a
+# run fails the sweep.
 WATCHDOG = 20
 ADDR_NO_RANDOMIZE = 0x0040000
 
@@ -62,7 +63,7 @@ NAMESPACES_AT_ONCE = 2
 
 
 class Run(LauncherTest):
-    """Runs plans one after another; from standard input, results to standard output."""
+    """Runs the plans from standard input one after another and prints the results."""
 
     def test_plans(self):
         self.prepare()
@@ -76,10 +77,10 @@ class Run(LauncherTest):
             print(json.dumps(self.run_plan(plan, job.get("trace", False))), flush=True)
 
     def prepare(self):
-        # The same addresses in each run: how a crash shows depends on them.
+        # Each run gets the same addresses, because the effect of a crash depends on them.
         ctypes.CDLL(None).personality(ADDR_NO_RANDOMIZE)
         self.set_level("[LOG]\nLEVEL=DEBUG\n")
-        # Otherwise the first run would make it, with calls that the others do not have.
+        # Otherwise only the first run would create it, with calls that the others do not make.
         os.makedirs(os.path.dirname(self.log_path()))
         with open(RECORD, "wb") as file:
             file.truncate(RECORD_SIZE)
@@ -124,7 +125,7 @@ class Run(LauncherTest):
         os.kill(pid, signal.SIGKILL)
 
     def left_behind(self, code):
-        """The processes that stay, once all that were killed are gone. Ends them."""
+        """Waits until killed processes are gone; kills and returns those that remain."""
         left = []
         end = time.monotonic() + 5
         while True:
@@ -150,7 +151,7 @@ class Run(LauncherTest):
 
 
 def run_plans(items, plans, trace=False):
-    """Runs plans in a namespace; what Run.run_plan returns for each."""
+    """Runs plans in a namespace; returns the result of Run.run_plan for each."""
     done = namespace.run_in_namespace(
         [os.path.abspath(__file__), "Run.test_plans"],
         input=json.dumps({"items": items, "plans": plans, "trace": trace}),
@@ -164,13 +165,13 @@ def run_plans(items, plans, trace=False):
 
 
 # The permitted outcomes, by phase and threads: those of one item, and those that more items add. A
-# sweep that finds another one fails, and so does one that does not find all of them.
+# sweep fails if it finds any other outcome or does not find all of these.
 
 PHASES = ("no-handler", "start", "walk", "steady", "restart", "stop")
 
 PERMITTED = {
     ("no-handler", "main"): ({TERMINATED}, set()),
-    # No item exists, so the handler only notifies, and nobody waits yet.
+    # No item exists, so the handler only notifies, and no thread waits yet.
     ("start", "main"): ({LOST}, set()),
     ("start", "main and supervisor"): ({ABORTED, GROUP_KILLED, LOST}, set()),
     ("walk", "main"): ({GROUP_KILLED, HUNG, LOST, STOPPED}, set()),
@@ -179,18 +180,18 @@ PERMITTED = {
         {ABORTED, CRASHED, GROUP_KILLED, HUNG, LOST, STOPPED},
         {CRASHED_LEFT},
     ),
-    # The item is not in the child's copy of the map yet, but earlier items are. The child crashes when
+    # The item is not in the child's copy of the map yet, but earlier items are. The child crashes if
     # it joins their threads before its fork has completed.
     ("walk", "child"): ({NO_EFFECT}, {CHILD_ENDED}),
     ("steady", "main"): ({STOPPED}, set()),
     ("steady", "supervisor"): ({ABORTED}, {ABORTED_LEFT}),
-    # The second one waits until the handler has returned.
+    # The second SIGTERM stays pending until the handler has returned.
     ("steady", "main and main"): ({STOPPED}, set()),
     ("steady", "main and supervisor"): ({CRASHED, HUNG}, {ABORTED, ABORTED_LEFT, CRASHED_LEFT}),
     ("restart", "main"): ({STOPPED, UNKILLED}, set()),
     ("restart", "supervisor"): ({ABORTED, ABORTED_LEFT, HUNG}, set()),
     ("restart", "main and supervisor"): ({CRASHED, HUNG}, {CRASHED_LEFT}),
-    # Until the child has stored the 0 that fork returns, it has the id of the child before it.
+    # Until the child has stored the 0 that fork returns, it has the previous child's id.
     ("restart", "child"): ({CHILD_ENDED, GROUP_KILLED}, set()),
 }
 
@@ -200,7 +201,7 @@ def permitted(items, *place):
     return with_one | with_more if items > 1 else with_one
 
 
-# What came of a run.
+# The outcome of a run.
 
 END_RECORD = re.compile(r"\[LAUNCHER  \] (\d+) (\d+) is killed. ret = (-?\d+), status = (\d+)")
 
@@ -253,7 +254,7 @@ def outcome_of_stop(result, words, child_signalled):
 
 
 def place_of(result):
-    """Where SIGTERM was delivered: the phase of the first, and the kinds of threads."""
+    """Where SIGTERM was delivered: the phase of the first one, and the kinds of threads."""
     sent = [line.split() for line in result["lines"] if line.startswith("signal ")]
     kinds = {"m": "main", "s": "supervisor", "c": "child"}
     return sent[0][3], " and ".join(sorted(kinds[step[1][0]] for step in sent))
@@ -265,7 +266,7 @@ ALLOCATIONS = ("malloc", "calloc", "realloc", "free")
 
 
 def traced(items, plan):
-    """The moments of each thread as (number, call), and all lines, of a run with this plan."""
+    """Runs the plan; returns the moments of each thread as (number, call), and all lines."""
     lines = run_plans(items, [plan], trace=True)[0]["lines"]
     moments = collections.defaultdict(list)
     for line in lines:
@@ -276,7 +277,7 @@ def traced(items, plan):
 
 
 def before(lines, stop):
-    """The moments before the first line that begins like this."""
+    """The moments before the first line that begins with `stop`."""
     found = []
     for line in lines:
         if line.startswith(stop):
@@ -288,8 +289,8 @@ def before(lines, stop):
 
 
 def thinned(moments):
-    """Without the moments in the middle of a row of allocations: they differ from their neighbours
-    only for the thread itself."""
+    """Omits the moments in the middle of a series of allocations: for other threads, they are the
+    same as their neighbours."""
     calls = [call in ALLOCATIONS for _, call in moments]
     return [
         moment
@@ -344,7 +345,7 @@ class Sweep:
         }
 
     def plans(self):
-        # Those that tell the most come first.
+        # The most informative plans come first.
         yield from self.stop_held()
         yield from self.two_signals()
         yield from self.two_supervisors()
@@ -424,7 +425,7 @@ PLANS_PER_NAMESPACE = 150
 
 
 def sweep(items, plans=None):
-    """The results of all plans, in no order."""
+    """The results of all plans, in no particular order."""
     plans = list(dict.fromkeys(plans or Sweep(items).plans()))
     chunks = [plans[i : i + PLANS_PER_NAMESPACE] for i in range(0, len(plans), PLANS_PER_NAMESPACE)]
     with concurrent.futures.ThreadPoolExecutor(NAMESPACES_AT_ONCE) as pool:
@@ -473,7 +474,7 @@ def main():
 
 
 class Table:
-    """What the sweep of a number of items found."""
+    """The findings of the sweep for a number of items."""
 
     def __init__(self, items):
         self.items = items
@@ -500,7 +501,7 @@ class Table:
             yield f"{': '.join(row)} is not permitted: {self.items} {shortest(self.found[row])}"
         for plan in self.unreached:
             yield f"{self.items} {plan} was not reached"
-        # Three items reach what two do.
+        # Three items add no outcome to those of two.
         if complete and self.items <= 2:
             for place in PERMITTED:
                 for outcome in sorted(permitted(self.items, *place)):
@@ -528,7 +529,7 @@ BEGIN, END = "<!-- The table is written by scripts/check/moments.sh --document. 
 
 
 def document(tables):
-    """Writes the table of docs/faults.md."""
+    """Writes the table in docs/faults.md."""
     rows = sorted({row for table in tables.values() for row in table.found}, key=order_of)
     lines = [
         "| Phase | SIGTERM on | Outcome | "
@@ -551,7 +552,7 @@ def document(tables):
 
 
 def plan_of(words):
-    """The plan of a command line: the first pair needs no word before it."""
+    """The plan on a command line, which may omit "signal" before the first pair."""
     return " ".join(words if words[0] in ("signal", "hold", "order") else ["signal", *words])
 
 

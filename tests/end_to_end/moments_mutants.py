@@ -1,7 +1,7 @@
-"""Whether moments.py tells changed launchers from the launcher.
+"""Checks that moments.py detects changed launchers.
 
-Each of these changes reorders steps that the supervisors and the SIGTERM handler rely on. The sweep
-of a launcher with one of them must fail; that of the launcher itself passes.
+Each of these changes reorders steps that the supervisors and the SIGTERM handler rely on. With any
+of them, the sweep must fail; with the unchanged launcher, it must pass.
 """
 
 import os
@@ -31,7 +31,7 @@ LOOP = "    while (m_running) {\n        std::string program"
 FORK = "        m_pid = fork();\n"
 ENDED = "kItemEnded, m_name.c_str(), m_pid, result, wait_status);\n"
 
-# Each: what it does, the source, and the texts that take the place of others, in order.
+# Each: what it does, the source, and the replacements as pairs of old and new text, in order.
 MUTANTS = [
     (
         "the flag is cleared after the kill",
@@ -68,13 +68,13 @@ def changed(source, changes):
     text = (ROOT / source).read_text(encoding="utf-8")
     for old, new in changes:
         if text.count(old) != 1:
-            sys.exit(f"{source} does not hold once: {old}")
+            sys.exit(f"{source} must contain this exactly once: {old}")
         text = text.replace(old, new)
     return text
 
 
 def build(number, source, text):
-    """A stage whose launcher is built from the changed text."""
+    """Returns a stage whose launcher is built from the changed text."""
     directory = BUILD / "moments_mutants" / str(number)
     shutil.rmtree(directory, ignore_errors=True)
     shutil.copytree(BUILD / "stage", directory / "stage", symlinks=True)
@@ -102,7 +102,7 @@ def build(number, source, text):
     if original in words:
         words[words.index(original)] = changed_object
     else:
-        # It lies in a library, which the linker then has no need for.
+        # The original is in a library. With the changed object, the linker does not need it.
         words.insert(words.index("-o"), changed_object)
     program = directory / "stage" / PROGRAM
     words[words.index("-o") + 1] = str(program)
@@ -112,7 +112,7 @@ def build(number, source, text):
 
 
 def is_told(stage):
-    """Whether the sweep of this launcher fails; shows by what."""
+    """Whether the sweep of this launcher fails; prints why."""
     variables = {"KESTRANE_STAGE": str(stage), "KESTRANE_MOMENTS": "--items 1 --until-failure"}
     done = subprocess.run(
         [sys.executable, "-B", ROOT / "tests/end_to_end/moments.py"],
@@ -133,7 +133,7 @@ def main():
         missed += not is_told(build(number, source, changed(source, changes)))
     print("-- the launcher itself", flush=True)
     missed += is_told(BUILD / "stage")
-    print(f"{len(MUTANTS)} changed launchers, {missed} mistaken")
+    print(f"{len(MUTANTS)} changed launchers, {missed} wrong results")
     sys.exit(1 if missed else 0)
 
 

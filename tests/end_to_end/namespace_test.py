@@ -9,7 +9,7 @@ import unittest
 import namespace
 
 # Runs inside as process 1. The killer is in the driver's own process group, where a leak would do
-# most harm.
+# the most harm.
 DRIVER = """
 import os, signal
 assert os.getpid() == 1

@@ -170,7 +170,7 @@ class Plain(unittest.TestCase):
         self.wait_for_starts(1)
         lines = read_lines(self.work + "/inherited")
         inode = os.stat(self.log_path).st_ino
-        # What runs the tests may ignore signals, and the helper then does, too.
+        # The process that runs the tests may ignore signals, and the helper inherits that.
         found = [line for line in lines if not line.startswith(("environment ", "signal "))]
         self.assertEqual(f"descriptor 0: inode {inode} write-only append", found[0])
         self.assertEqual(f"group {launcher.pid}", found[1])

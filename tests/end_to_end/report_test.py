@@ -1,4 +1,4 @@
-"""Compares what `launchlist report` says with runs of the launcher whose course the test knows."""
+"""Compares the output of `launchlist report` with launcher runs whose events the test knows."""
 
 import collections
 import json
@@ -194,7 +194,7 @@ class Report(LauncherTest):
 
 
 class Truth(LauncherTest):
-    """Runs one list in every way and checks every statement of the report against the course."""
+    """Runs one list in several ways and checks every statement of the report against the events."""
 
     def run_list(self, level, finish):
         """Runs the list, ends the launcher with `finish`, and returns what is true."""
@@ -215,7 +215,7 @@ class Truth(LauncherTest):
             os.kill(child.pid, signal.SIGKILL)
         self.wait_for_starts(3, "killed")
         self.wait_for_starts(8, "exit", "0")
-        # So that an item that stays was seen to stay.
+        # Long enough for an item that stays to count as running.
         self.holds_for(1.2, launcher.running, "the launcher ended")
         finish(launcher)
         ended = time.time()
@@ -271,7 +271,7 @@ class Truth(LauncherTest):
             self.assertIn(entry["end"], ("running", "unknown"))
 
     def check_items(self, items, ends, level, is_stopped):
-        # Two kills from outside; at the end a further one by the stop.
+        # Two kills from outside, and another one by the stop.
         killed = items["killed"]
         self.assertEqual(2 + is_stopped, ends["killed", 9])
         self.assertEqual(2, killed["crashes"] + (0 if is_stopped else killed["possible_stops"]))
@@ -293,7 +293,7 @@ class Truth(LauncherTest):
 
     @staticmethod
     def stop(launcher):
-        # Not launcher.stop(): at no moment does every thread sleep.
+        # launcher.stop() would wait for all threads to sleep, which never happens.
         launcher.send_to_thread(launcher.pid, signal.SIGTERM)
         launcher.wait()
 

@@ -72,7 +72,7 @@ class Soak(LauncherTest):
                 self.ends[name].append(End(int(pid), int(wait_status)))
 
     def check_zombies(self):
-        """Asserts that no child stays a zombie. Each is one until its supervisor is scheduled."""
+        """Asserts that no child stays a zombie; each is one briefly, until its supervisor runs."""
         now = time.monotonic()
         zombies = [p.pid for p in processes() if p.state == "Z"]
         self.zombies = {pid: self.zombies.get(pid, now) for pid in zombies}

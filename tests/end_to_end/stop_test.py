@@ -29,7 +29,7 @@ class Stop(LauncherTest):
         self.assertEqual({launcher.pid}, {record.pid for record in launcher.records()})
 
     def test_an_empty_list_stops_at_once(self):
-        # Less than the restart pause that one item would take. The best of five, on a busy machine.
+        # Less than the restart pause of one item. The best of five, as the machine may be busy.
         self.assertLess(min(self.seconds_to_stop_nothing() for _ in range(5)), 0.050)
 
     def seconds_to_stop_nothing(self):

@@ -19,7 +19,7 @@ SETTINGS = {
     "limited address space": resource.RLIMIT_AS,
     "limited data segment": resource.RLIMIT_DATA,
 }
-# A start of this many has items that fork while others are still being created.
+# With this many items, some fork while others are still being created.
 MANY_ITEMS = 30
 
 
@@ -44,7 +44,7 @@ class ThreadStacks(LauncherTest):
         return self.start(launch_list, before=limit)
 
     def wiped_kibibytes(self, launcher):
-        """How much of the launcher's address space a fork leaves out, whether in use or not."""
+        """How much of the launcher's address space a fork does not copy, whether in use or not."""
         size = wiped = 0
         with open(f"/proc/{launcher.pid}/smaps", encoding="utf-8") as smaps:
             for line in smaps:

@@ -1,6 +1,6 @@
-// What a fuzz target is made of.
+// Shared by the fuzz targets.
 //
-// Each target is a source with libFuzzer's entry. Its input is text as far as it can be, so that
+// Each target is a source with libFuzzer's entry point. Its input is text where possible, so that
 // seeds can be read and written by hand: some lines first, then the rest.
 #pragma once
 
@@ -29,7 +29,7 @@ public:
         return line;
     }
 
-    // The number that the next line starts with, of the range 0 to `limit` - 1.
+    // The number at the start of the next line, reduced to the range 0 to `limit` - 1.
     unsigned TakeNumber(unsigned limit)
     {
         return static_cast<unsigned>(std::strtoul(TakeLine().c_str(), nullptr, 10) % limit);
@@ -42,13 +42,13 @@ private:
     std::size_t m_start = 0;
 };
 
-// What a function sees of `text` that takes it as a C string.
+// The part of `text` that a function sees if it takes a C string.
 inline std::string UpToNul(const std::string& text)
 {
     return text.substr(0, text.find('\0'));
 }
 
-// Ends the program, so that the input is kept, unless `holds`.
+// Aborts unless `holds`, so that the fuzzer keeps the input.
 inline void Require(bool holds, const char* what)
 {
     if (!holds) {

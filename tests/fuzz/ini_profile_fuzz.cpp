@@ -1,5 +1,5 @@
-// Both functions of the profile reader against a reader that takes the file apart first and then
-// looks the key up.
+// Compares both functions of the profile reader with one that first parses the file and then looks
+// up the key.
 // Input: a line each for section, key, default and buffer size, then the file.
 #include <climits>
 #include <optional>
@@ -43,7 +43,7 @@ std::string Lowered(std::string text)
     return text;
 }
 
-// The lines of the file, trimmed. A long one counts as several; a NUL ends what is seen of one.
+// The lines of the file, trimmed. A long line counts as several; a NUL ends a line's visible part.
 Lines LinesOf(const std::string& file)
 {
     Lines lines;
@@ -82,8 +82,8 @@ Lines SectionOf(const Lines& lines, const std::string& section)
     return found;
 }
 
-// The value of the first line "key=value" whose text behind the first "=" is not empty: what is
-// between that "=" and the next.
+// The value of the first line "key=value" with any text after the first "=": the text between that
+// "=" and the next.
 std::optional<std::string> ValueOf(const Lines& section, const std::string& key)
 {
     for (const std::string& line : section) {
@@ -98,7 +98,7 @@ std::optional<std::string> ValueOf(const Lines& section, const std::string& key)
     return std::nullopt;
 }
 
-// The digits at the front, as a number that stops growing where a long ends.
+// The number at the start, limited to the range of a long.
 std::uint32_t NumberOf(const std::string& text)
 {
     std::size_t i = 0;
@@ -118,7 +118,7 @@ std::uint32_t NumberOf(const std::string& text)
     return static_cast<std::uint32_t>(minus ? 0 - number : number);
 }
 
-// What must stand in a buffer of `before` after the call, and the call's result.
+// The expected result of a call, and the expected contents of its buffer.
 struct Expected
 {
     std::uint64_t result;
@@ -154,7 +154,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
     const std::string section = input.TakeLine();
     const std::string key = input.TakeLine();
     const std::string default_value = input.TakeLine();
-    // From -1, which limits nothing.
+    // Begins at -1, which means no limit.
     const auto buffer_size = static_cast<std::int32_t>(input.TakeNumber(40)) - 1;
     const std::string content = input.Rest();
     const std::string file = folder.Write("a.ini", content);

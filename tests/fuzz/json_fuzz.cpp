@@ -1,4 +1,4 @@
-// JSON documents: parsed, looked up, converted, edited and written.
+// Parses, searches, converts, edits and writes JSON documents.
 // Input: a line with a path, a line with a text, then the document.
 #include <json/reader.h>
 #include <json/writer.h>
@@ -17,8 +17,8 @@
 
 namespace {
 
-// Does something that is allowed to be refused, with an error code or what the JSON library or a
-// conversion raises. Whether it went through.
+// Does something that may fail with an error code or with an exception of the JSON library or a
+// conversion. Returns whether it succeeded.
 template <typename Work>
 bool Allowed(const Work& work)
 {
@@ -37,13 +37,13 @@ JsonObject Parsed(const std::string& text)
     return JsonObject(text.data(), static_cast<unsigned int>(text.size()));
 }
 
-// The library's writers change everything else.
+// Whether the library's writers keep this text; they change any other.
 bool IsPlain(const std::string& text)
 {
     return std::all_of(text.begin(), text.end(), [](char c) { return c > 0 && c != '\\'; });
 }
 
-// What is written can be read, and is written the same again.
+// The written text must be readable, and reading and writing it must give the same text.
 void CheckWriting(JsonObject& document)
 {
     const std::string text = document.ToText();
@@ -52,10 +52,10 @@ void CheckWriting(JsonObject& document)
     Require(again.ToText() == text, "compact text is read and written the same");
     const std::string styled = document.ToStyledText();
     JsonObject from_styled = Parsed(styled);
-    Require(from_styled.ToText() == text, "indented text says the same");
+    Require(from_styled.ToText() == text, "indented text has the same content");
 }
 
-// On plain text the library's own writers give the reference.
+// For plain text, the layout must be that of the library's writers.
 void CheckLayout(const std::string& text)
 {
     Json::Value value;
@@ -69,7 +69,7 @@ void CheckLayout(const std::string& text)
     Require(view.ToStyledText() == trim(styled), "indented text is laid out like the library's");
 }
 
-// A path is its names, one after the other.
+// Looking up a path must give the same as looking up its names one after the other.
 void CheckLookup(JsonObject& document, const std::string& path)
 {
     bool found = false;
@@ -95,7 +95,7 @@ void CheckLookup(JsonObject& document, const std::string& path)
             "a path leads where its names lead");
 }
 
-// Every conversion may be refused; what it gives otherwise is told by another one.
+// Every conversion may fail; those that succeed must agree with each other.
 void CheckConversions(JsonObject& value)
 {
     long long number = 0;
@@ -107,7 +107,7 @@ void CheckConversions(JsonObject& value)
     Allowed([&] {
         const auto positive = static_cast<unsigned long long>(value);
         Require(positive > LLONG_MAX || static_cast<long long>(positive) == number,
-                "unsigned is the same where both can tell");
+                "unsigned is the same where both can represent it");
     });
     Allowed([&] { static_cast<void>(static_cast<double>(value)); });
     Allowed([&] { static_cast<void>(static_cast<bool>(value)); });

@@ -108,11 +108,11 @@ std::string TextOf(const Json::Value& value)
     return UpToNul(value.asString());
 }
 
-// Stands for an item without a program.
+// Represents an item without a program.
 const Arguments kNoProgram = {""};
 
-// The arguments of an item. Nothing if its count is undefined or too large for the fuzzer; throws
-// the JSON library's exception if the item would end its process.
+// The arguments of an item. std::nullopt if its count is undefined or too large for the fuzzer;
+// throws the JSON library's exception if the item would end its process.
 std::optional<Arguments> ArgumentsOf(const Json::Value& item)
 {
     Arguments arguments = {TextOf(item["program"])};
@@ -132,8 +132,8 @@ std::optional<Arguments> ArgumentsOf(const Json::Value& item)
     return arguments;
 }
 
-// What the launcher must do with the list `text`. Nothing if it has too many items, or one for
-// which ArgumentsOf returns nothing; throws what ArgumentsOf throws.
+// What the launcher must do with the list `text`. std::nullopt if it has too many items, or one for
+// which ArgumentsOf returns std::nullopt; throws what ArgumentsOf throws.
 std::optional<Expectation> Expected(const std::string& text)
 {
     Expectation expectation;

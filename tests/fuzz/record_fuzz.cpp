@@ -1,4 +1,4 @@
-// Records of the log: everything written must be read back, and found among other text.
+// Log records: everything written must be read back, and found among other text.
 // Input: a line with the program's name, a line with the number of bytes to cut off, then the text.
 // The text is also read as a log.
 #include <algorithm>

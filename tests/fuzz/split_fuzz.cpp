@@ -1,4 +1,4 @@
-// split, split_delim and both forms of tokenize, narrow and wide, against plain loops.
+// Compares split, split_delim and both forms of tokenize, narrow and wide, with plain loops.
 // Input: a line with the delimiters, then the text.
 #include <regex>
 #include <vector>
@@ -43,7 +43,7 @@ Tokens Pieces(const std::string& text, const std::string& delimiter)
     return pieces;
 }
 
-// `split` gives no empty piece at the end, unless it is the only one.
+// `split` omits an empty piece at the end, unless it is the only one.
 Tokens WithoutEmptyEnd(Tokens pieces)
 {
     if (pieces.size() > 1 && pieces.back().empty()) {
@@ -52,7 +52,7 @@ Tokens WithoutEmptyEnd(Tokens pieces)
     return pieces;
 }
 
-// The character form of `tokenize` gives none even then.
+// The character form of `tokenize` omits it even then.
 Tokens Lines(Tokens pieces)
 {
     if (pieces.back().empty()) {
@@ -79,7 +79,7 @@ Tokens Runs(const std::string& text, const std::string& delimiters)
     return runs;
 }
 
-// A regular expression for one character; `Char` tells which form.
+// A regular expression that matches one character.
 template <typename Char>
 std::basic_regex<Char> Literal(Char c)
 {
@@ -119,7 +119,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
     Require(tokenize(wide_text, wide_delimiters[0], wide_same) == Widened(Lines(pieces)),
             "tokenize gives the lines, wide");
     if (c == '\0') {
-        return 0;  // No regular expression of libstdc++ can hold it as it is.
+        return 0;  // A regular expression of libstdc++ cannot contain an unescaped NUL.
     }
     Require(split(text, Literal(c)) == WithoutEmptyEnd(pieces), "split cuts at the expression");
     Require(split(wide_text, Literal(wide_delimiters[0])) == Widened(WithoutEmptyEnd(pieces)),

@@ -1,4 +1,4 @@
-// UTF-8 to wide text and back against the decoder that looks everything up.
+// Compares the conversion from UTF-8 to wide text and back with the table-driven decoder.
 // Input: bytes, taken as UTF-8 and, four at a time, as wide text.
 #include <cstring>
 #include <optional>
@@ -62,7 +62,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
     std::wstring any_units(size / sizeof(wchar_t), L'\0');
     std::memcpy(any_units.data(), data, any_units.size() * sizeof(wchar_t));
     CheckUnits(any_units);
-    // Few numbers of 32 bits are characters; with fewer bits, most are.
+    // Few 32-bit numbers are characters, but most shorter ones are.
     for (wchar_t& unit : any_units) {
         unit = static_cast<wchar_t>(static_cast<char32_t>(unit) & 0x1FFFFF) >> (unit & 15);
     }

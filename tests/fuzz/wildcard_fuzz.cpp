@@ -1,4 +1,4 @@
-// Both forms of the wildcard matcher against the matcher without a search.
+// Compares both forms of the wildcard matcher with the table-driven matcher.
 // Input: an expression, then a name, a line each.
 #include <algorithm>
 
@@ -8,7 +8,7 @@
 
 namespace {
 
-// One wide unit per byte, not of a byte's range unless it is ASCII.
+// One wide unit per byte. Units for bytes outside ASCII are beyond the range of a byte.
 std::wstring Widened(const std::string& text)
 {
     std::wstring wide;

@@ -1,5 +1,5 @@
-// Writes what it inherited into the file "inherited" of its working directory: open descriptors,
-// process group, ignored or blocked signals, file mask and environment, the latter without escapes.
+// Writes what it inherited into the file "inherited" in its working directory: open descriptors,
+// process group, ignored or blocked signals, file mask and environment, the last without escapes.
 // Then reports its start and stays until a signal ends it.
 #include <fcntl.h>
 #include <signal.h>

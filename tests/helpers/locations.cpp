@@ -1,4 +1,4 @@
-// Writes the locations of the product, as this program sees them, into the file "locations" of its
+// Writes the locations of the product, as this program sees them, into the file "locations" in its
 // working directory. Then reports its start and stays until a signal ends it.
 #include "config/locations.h"
 

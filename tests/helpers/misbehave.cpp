@@ -3,7 +3,7 @@
 //     ignore       leaves the session and ignores every signal that can be ignored, then stays
 //     close        closes every descriptor, then stays
 //     detach       forks a process that leaves the session and stays; ends itself
-//     leave        forks a process that leaves the session and stays; stays itself
+//     leave        forks a process that leaves the session and stays; also stays itself
 //     fill BYTES   writes this many bytes to its standard input, then stays
 //
 // Reports a start once this is done; of two processes, the one that left the session reports it.

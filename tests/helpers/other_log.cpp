@@ -1,5 +1,5 @@
 // A logging library that replaces our own in a bundle. It writes every call into the file
-// "log_calls" of the working directory and provides no log. InitLogger returns the number in
+// "log_calls" in the working directory and provides no log. InitLogger returns the number in
 // KESTRANE_TEST_LOG, or 0.
 #include <cstdio>
 #include <cstdlib>

@@ -199,8 +199,8 @@ TEST(InsertArrayItem, CopiesDeeply)
     EXPECT_EQ(source.ToText(), R"(["x"])");
 }
 
-// Deliberate: a temporary does not bind to the parameter's reference. The product's components call
-// it with temporaries and rely on the text.
+// Deliberate: a temporary does not bind to the parameter's reference. The product's components pass
+// temporaries and rely on getting their text.
 TEST(InsertArrayItem, ConvertsATemporaryToItsText)
 {
     JsonObject document("[]");
@@ -720,8 +720,8 @@ TEST(Layout, IsTheLibrarysOnRandomAsciiDocuments)
     EXPECT_GT(with_comments, 1000u);
 }
 
-// '~' is replaced by a byte that is not UTF-8. It has the same width and is above all other
-// printable characters, so the names keep their order.
+// '~' is replaced with a byte that is not UTF-8. Both have the same width and are greater than all
+// other printable characters, so the names keep their order.
 TEST(Layout, DoesNotDependOnWhetherBytesAreAscii)
 {
     const auto with_byte = [](std::string text) {

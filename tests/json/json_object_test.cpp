@@ -13,9 +13,9 @@ static_assert(sizeof(AERROR) == 4 && std::is_enum_v<AERROR>);
 
 namespace {
 
-// Components of the product are compiled against the layout of the class: only the destructor is
-// virtual. A deleted function must not override another, so this does not compile if one is
-// virtual.
+// Components of the product are compiled against the layout of the class, in which only the
+// destructor is virtual. A deleted function must not override another, so this does not compile if
+// any of these functions is virtual.
 static_assert(std::has_virtual_destructor_v<JsonObject>);
 struct OverridesNothing : JsonObject
 {
@@ -50,7 +50,7 @@ struct OverridesNothing : JsonObject
     std::string ToStyledText() = delete;
 };
 
-// No member function is const. A pointer of this type takes no const function.
+// No member function is const: a pointer of this type cannot point to a const function.
 template <typename Result, typename... Arguments>
 constexpr bool IsNotConst(Result (JsonObject::*)(Arguments...))
 {
@@ -653,7 +653,7 @@ TEST(JsonObjectConversion, GivesSigned64BitNumbers)
     ExpectAll64Bits<long>();
 }
 
-// Deliberate: a value beyond 32 bits is cut, not rejected, since lists were written against that.
+// Deliberate: a value beyond 32 bits is truncated, not rejected; existing lists depend on that.
 TEST(JsonObjectConversion, GivesTheLow32BitsAsInt)
 {
     const struct

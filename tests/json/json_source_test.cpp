@@ -165,7 +165,7 @@ TEST(JsonSource, FindsTheBracketThatIsTooDeepForTheReader)
     EXPECT_EQ(source.Fault()->depth_limit, depth);
     EXPECT_EQ(source.Fault()->offset, 7U + depth - 2);
 
-    // An empty bracket holds nothing that could be too deep.
+    // An empty array contains nothing that could be too deep.
     const JsonSource after_empty(Nested(depth - 1, "[], [1]"));
     ASSERT_TRUE(after_empty.Fault());
     EXPECT_EQ(after_empty.Fault()->offset, depth - 1 + 4);

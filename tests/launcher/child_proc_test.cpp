@@ -335,7 +335,7 @@ TEST_F(Destruction, SignalsTheProcessGroupInAForkedChild)
 
 TEST_F(Destruction, BeforeTheForkSignalsTheProcessGroupAndWaitsForTheUnkilledChild)
 {
-    // The supervisor waits after it has checked the run flag until the destructor has signalled.
+    // Having checked the run flag, the supervisor waits until the destructor has signalled.
     std::atomic<bool> signalled = false;
     Processes().SetKillHook([&](pid_t) { signalled = true; });
     m_log.SetHook([&](const std::string& text) {

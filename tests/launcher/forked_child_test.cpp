@@ -12,7 +12,7 @@
 #include "launcher/main.h"
 #include "tests/support/wait_until.h"
 
-// In a child, memory to which only the stacks of the parent's threads point looks leaked.
+// In a child, memory that only the stacks of the parent's threads point to looks leaked.
 extern "C" const char* __asan_default_options();
 extern "C" const char* __asan_default_options()
 {
@@ -79,7 +79,7 @@ namespace {
 constexpr int kJoined = 3;
 constexpr int kNoSuchThread = 4;
 
-// Joins a thread of the parent and ends the child with what came of it.
+// Joins a thread of the parent; the child's exit status shows the result.
 void JoinAndExit(std::thread& thread)
 {
     try {
@@ -92,7 +92,7 @@ void JoinAndExit(std::thread& thread)
 
 }  // namespace
 
-// macOS forgets the parent's threads at the fork; glibc takes them for ended.
+// macOS forgets the parent's threads at the fork; glibc treats them as ended.
 TEST(ForkedChild, JoinsAThreadOfTheParentAsTheSystemDoes)
 {
     std::atomic<bool> stop = false;

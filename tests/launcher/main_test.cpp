@@ -252,7 +252,7 @@ TEST_F(CommandLine, EndsSilentlyOnAnUnreadableOrEmptyList)
 
 TEST_F(CommandLine, LogsTheReadingOfTheListIfThereIsALog)
 {
-    // Not so in the program itself, which sets up its log after reading the list.
+    // Unlike in the program itself, which sets up its log after reading the list.
     logger = &m_log;
     const std::string missing = m_directory.path() + "/none";
     const std::string empty = m_directory.Write("empty", "");
@@ -417,7 +417,7 @@ TEST_F(SigtermHandler, DoesNothingForAnyOtherSignal)
     EXPECT_EQ(g_child_map.size(), 1U);
     EXPECT_TRUE(Processes().kills().empty());
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    EXPECT_FALSE(waiter.woken()) << "nothing was notified";
+    EXPECT_FALSE(waiter.woken()) << "no thread was notified";
     Processes().EndAll();
     sigterm_handler(SIGTERM);
     EXPECT_TRUE(WaitUntil([&] { return waiter.woken(); }));

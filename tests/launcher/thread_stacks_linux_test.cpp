@@ -1,5 +1,5 @@
-// The stacks of threads, and what a forked child finds of them. The cases run in this process, and
-// again in processes that lack something, in which the functions below fail.
+// The stacks of threads, and their contents in a forked child. The cases run in this process, and
+// again in processes that lack something, where the replaced functions below fail.
 #include <fcntl.h>
 #include <gnu/libc-version.h>
 #include <gtest/gtest.h>
@@ -34,7 +34,7 @@ constexpr int kGuardInstall = 102;  // MADV_GUARD_INSTALL
 // More threads than the range has room for.
 constexpr int kTooMany = 2048 + 20;
 
-// The environment variable that names what this process lacks. Read at any time, also before main.
+// The environment variable that names what this process lacks. It may be read even before main.
 constexpr const char* kLacks = "KESTRANE_TEST_LACKS";
 
 bool Lacks(const char* what)
@@ -65,7 +65,7 @@ bool GlibcSuits()
 
 }  // namespace
 
-// What the source under test calls.
+// The functions that the source under test calls.
 extern "C" {
 
 int madvise(void* address, std::size_t size, int advice) noexcept
@@ -108,7 +108,7 @@ int open(const char* path, int flags, ...)
     return static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags, 0600));
 }
 
-// Whatever limits this process really has: the range fits into them.
+// Hides the real limits of this process, so that the range fits.
 int getrlimit(__rlimit_resource_t resource, rlimit* limit) noexcept
 {
     const bool limited = (resource == RLIMIT_AS && Lacks("free address space")) ||
@@ -161,7 +161,7 @@ char* EndOfStack()
     return stack.lowest + stack.size - kStackSize;
 }
 
-// How a forked child ends that does `work` and then leaves with status 7.
+// The wait status of a forked child that does `work` and then exits with status 7.
 template <typename Work>
 int WaitStatusOfChild(Work work)
 {
@@ -183,7 +183,7 @@ int WaitStatusOfWriteInChild(char* address)
     return WaitStatusOfChild([&] { *static_cast<volatile char*>(address) = 1; });
 }
 
-// What a forked child finds at `address`.
+// The value at `address` in a forked child.
 int ValueInChild(const volatile int* address)
 {
     return WEXITSTATUS(WaitStatusOfChild([&] { _exit(*address); }));
@@ -195,7 +195,7 @@ void RunInThread(Work work)
     std::thread(work).join();
 }
 
-// Threads that live until this is destroyed. Each runs `first` before.
+// Threads that live until this is destroyed. Each begins with `first`.
 class Threads
 {
 public:
@@ -262,13 +262,13 @@ bool KernelMarksGuards()
     return madvise(nullptr, 0, kGuardInstall) == 0;
 }
 
-// All that do not take long.
+// All cases that are quick.
 constexpr const char* kMostCases = "ThreadStack.*-*IsUsedAgain*:*BeyondTheEnd*:*LosesNoChild*";
 constexpr const char* kLongCases = "*IsUsedAgain*:*BeyondTheEnd*:*LosesNoChild*";
 // Enough to tell which stacks are in use.
 constexpr const char* kOneCase = "ThreadStack.IsNotCopiedForOtherThreads";
 
-// Runs these cases in a new process with these environment variables; its wait status.
+// Runs these cases in a new process with these environment variables; returns its wait status.
 int RunAgain(const std::string& cases, const std::vector<std::string>& variables)
 {
     const pid_t child = fork();
@@ -303,7 +303,7 @@ TEST(ThreadStack, HasRoomFor512KiB)
         // glibc's stacks include the guard page that the thread marks.
         const bool marks = !HasWipedStacks() && KernelMarksGuards();
         EXPECT_EQ(stack.size, kStackSize + (marks ? page : 0));
-        // The whole of it.
+        // All of it.
         std::memset(EndOfStack(), 1, kStackSize - 64 * 1024);
     });
 }
@@ -317,7 +317,7 @@ TEST(ThreadStack, EndsAChildThatRunsOverIt)
     };
     RunInThread([&] {
         expect_guard();
-        RunInThread(expect_guard);  // a second thread has a stack of its own
+        RunInThread(expect_guard);  // a second thread has another stack
     });
 }
 
@@ -327,7 +327,7 @@ TEST(ThreadStack, IsKeptInTheChildOfItsThread)
     RunInThread([] {
         volatile int local = 5;
         EXPECT_EQ(ValueInChild(&local), 5);
-        // Twice: the parent's side of a fork has wiped it again.
+        // Again, because after a fork the parent marks the stack for wiping again.
         EXPECT_EQ(ValueInChild(&local), 5);
     });
 }
@@ -590,7 +590,7 @@ TEST(ThreadStack, LeavesErrnoToFork)
 
 TEST(ThreadStack, LosesNoChildToThreadsThatAreJoined)
 {
-    // The child of a fork completes what a join has begun.
+    // A child that is forked during a join completes the join's work.
     std::vector<std::thread> threads;
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([] {
@@ -609,7 +609,7 @@ TEST(ThreadStack, LosesNoChildToThreadsThatAreJoined)
     }
 }
 
-// Lowers a limit of this process and becomes a user that it applies to: for a process of its own.
+// Lowers a limit of this process and becomes a user that it applies to, so needs its own process.
 TEST(ThreadStackOfALimitedUser, DISABLED_IsFreeAgainIfItsThreadCannotBeStarted)
 {
     rlimit before;
@@ -632,7 +632,7 @@ TEST(ThreadStackOfALimitedUser, DISABLED_IsFreeAgainIfItsThreadCannotBeStarted)
 TEST(ThreadStack, IsFreeAgainIfItsThreadCannotBeStarted)
 {
     if (!HasWipedStacks() || getuid() != 0) {
-        GTEST_SKIP() << "needs the range; and root, to become a user with a limit";
+        GTEST_SKIP() << "needs the range, and root to become a user with a limit";
     }
     EXPECT_EQ(RunAgain("ThreadStackOfALimitedUser.*", {}), 0);
 }
@@ -651,7 +651,7 @@ TEST(ThreadStackFallback, KernelWithoutWiping)
 
 TEST(ThreadStackFallback, NoGuardPages)
 {
-    // glibc protects its own.
+    // glibc protects the guards of its own stacks.
     EXPECT_EQ(RunAgain(kMostCases, {Lacking("guard marks, protection"), kCopied}), 0);
 }
 
@@ -682,7 +682,7 @@ TEST(ThreadStackFallback, StrictOvercommit)
 
 TEST(ThreadStackFallback, NoFurtherMappings)
 {
-    // A thread that cannot have its own stack kept keeps all of them.
+    // A thread whose own stack cannot be excluded from the wiping keeps all of them.
     const std::string cases = std::string(kMostCases) + ":*IsNotCopied*";
     EXPECT_EQ(RunAgain(cases, {Lacking("further mappings")}), 0);
 }

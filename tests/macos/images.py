@@ -1,7 +1,7 @@
-"""Mach-O files: read once with lief, placed and bound in a program's memory.
+"""Mach-O files: parsed once with lief, then placed and bound in a program's memory.
 
-What is read from a file is kept beside others of its kind in a directory, under a name derived from
-the file's content, because reading takes longer than many programs run.
+The result of parsing is kept in a cache directory, under a name derived from the file's content,
+because parsing takes longer than many programs run.
 
 Sources: the public header <mach-o/loader.h>, which the compiler ships, and lief's documentation.
 """
@@ -15,7 +15,7 @@ from dataclasses import dataclass, field
 
 from memory import EXECUTE, PAGE, READ, WRITE, pages
 
-FORMAT = 3  # of what is kept; a change makes older files useless
+FORMAT = 3  # of the cached files; increase it when ImageFile changes
 
 
 @dataclass
@@ -31,13 +31,13 @@ class Binding:
     offset: int
     name: str
     addend: int
-    weak: bool  # joined over all images by name; else taken from the named library
+    weak: bool  # the first image with the name supplies it; otherwise the named library does
     library: str
 
 
 @dataclass
 class ImageFile:
-    """What a slice of a file says, with all places as offsets from the first segment."""
+    """The parsed content of one slice. All positions are offsets from the first segment."""
 
     preferred: int
     segments: list
@@ -70,7 +70,7 @@ class Image:
 
 
 def read_image(path, architecture, cache):
-    """The ImageFile of one slice, from the cache where it is there."""
+    """The ImageFile of one slice, from the cache if it is there."""
     with open(path, "rb") as file:
         content = file.read()
     key = hashlib.sha256(content).hexdigest()[:40]
@@ -93,7 +93,7 @@ def read_image(path, architecture, cache):
 
 
 def slice_of(path, architecture):
-    import lief  # takes long to load; not needed for what is in the cache
+    import lief  # slow to load, and not needed for cached images
 
     lief.logging.disable()
     cpu = {"arm64": lief.MachO.Header.CPU_TYPE.ARM64, "x86_64": lief.MachO.Header.CPU_TYPE.X86_64}
@@ -201,7 +201,7 @@ def thread_part(binary, base):
 
 
 def place(memory, path, file, address):
-    """Copies an image to its address and adds the distance that it was moved to its pointers."""
+    """Copies an image to its address and relocates its pointers."""
     size = 0
     for segment in file.segments:
         memory.map(address + segment.offset, segment.size, segment.protection)
@@ -215,7 +215,7 @@ def place(memory, path, file, address):
 
 
 def bind(memory, image, find):
-    """Writes the address of each imported symbol; `find` gives it, or None to leave the place."""
+    """Writes the address of each imported symbol, except where `find` returns None."""
     for binding in image.file.bindings:
         address = find(image, binding)
         if address is not None:
@@ -244,6 +244,6 @@ def resolve_library(name, run_paths, executable_directory):
 
 
 def next_address(images):
-    """Where there is room for another image."""
+    """The address for the next image."""
     end = max(image.address + image.size for image in images)
     return (end + 16 * PAGE) & ~(16 * PAGE - 1)

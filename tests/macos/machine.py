@@ -1,4 +1,4 @@
-"""A program of macOS as a process of Linux: its images in memory, and its calls of the system."""
+"""A macOS program as a Linux process: its images in memory, and its system calls."""
 
 import os
 import signal
@@ -23,16 +23,16 @@ THREAD_HEAD = 8 + 8 * 128
 
 
 class Missing(Exception):
-    """A function of the system without a model."""
+    """The program needs a system function that has no model."""
 
 
 class BrokenProgram(Exception):
-    """The program did what ends a real one, or what no right program does."""
+    """The program did something that would crash it on macOS, or that no correct program does."""
 
 
 @dataclass
 class Entered:
-    """Why the program has left its code: to run a function that blocks, or to give way."""
+    """Why the program has left its code: to run a function that blocks, or to yield."""
 
     stack: int
     generator: object = None
@@ -58,7 +58,7 @@ class Machine:
         self._calls = 0
         self._entered = None
         self._error = None
-        self.system = {}  # what modules of the model keep
+        self.system = {}  # state of the model's modules
         prepare(self)
         self._load_guest_library()
         self.scheduler = Scheduler(self)
@@ -91,13 +91,13 @@ class Machine:
         self.load(f"{self._guest_directory}/libunwind.dylib")
 
     def memory_for_stubs(self):
-        """Not far from the gate: a jump of ARM reaches 128 MiB."""
+        """Near the gate, because an ARM jump reaches only 128 MiB."""
         address = LIBRARIES - 0x100_0000
         self.memory.map(address, STUBS * STUB_SIZE, READ | EXECUTE)
         return address
 
     def load(self, path, preferred=False):
-        """Reads, places and binds an image after those that it needs are there."""
+        """Reads, places and binds an image. The images that it needs must be loaded already."""
         file = images.read_image(path, self.processor.name, self._cache)
         address = file.preferred if preferred else LIBRARIES
         if self.images and not preferred:
@@ -110,7 +110,7 @@ class Machine:
         return image
 
     def load_program(self, slice_path, path):
-        """Loads the executable and what it is linked to."""
+        """Loads the executable after the bundle's libraries that it is linked to."""
         self.path = path
         file = images.read_image(slice_path, self.processor.name, self._cache)
         directory = os.path.dirname(path)
@@ -122,7 +122,7 @@ class Machine:
             self._place_thread_variables(image)
 
     def _place_thread_variables(self, image):
-        """Gives an image its block in every thread, and tells its descriptors where it is."""
+        """Gives an image a block in every thread, and its descriptors the block's offset."""
         if not image.file.thread_variables:
             return
         image.thread_offset = self._thread_size
@@ -141,7 +141,7 @@ class Machine:
     def _find(self, image, binding):
         """The address for an imported symbol."""
         if binding.weak:
-            # The first image with the symbol gives it to all; one that only this image has is there.
+            # The first image that exports it supplies it to all; a local symbol comes last.
             for other in self.images:
                 if other.export(binding.name) is not None:
                     return other.export(binding.name)
@@ -232,7 +232,7 @@ class Machine:
         return None
 
     def set_errno(self, number):
-        """Sets the calling thread's errno to a number of macOS."""
+        """Sets the calling thread's errno to a macOS error number."""
         self.memory.set_u32(self.scheduler.current.address, number)
 
     def errno(self):
@@ -287,7 +287,7 @@ class Machine:
         emulator.emu_stop()
 
     def where(self):
-        """The function that the processor is in."""
+        """The function that the processor is executing."""
         pc = self._emulator.reg_read(self.processor.pc)
         return self.name_of(pc)
 
@@ -300,10 +300,10 @@ class Machine:
                         best, name = image.address + offset, f"{symbol} ({address:#x})"
         return name
 
-    # The program's life.
+    # Running the program.
 
     def run(self, arguments, environment):
-        """Runs the program; its exit status."""
+        """Runs the program; returns its exit status."""
         self.arguments = arguments
         argv = self.memory.new_vector(arguments)
         envp = self.memory.new_vector(environment)

@@ -1,7 +1,7 @@
 """The memory of a program: one range of the emulator that Python reads and writes directly.
 
-A slice of a Python mmap costs a tenth of a call into the emulator, and a forked process gets its
-copy of a private one from the system as any program does.
+Slicing a Python mmap costs a tenth of a call into the emulator, and after a fork the system gives
+the child its own copy of a private mapping.
 """
 
 import ctypes
@@ -23,7 +23,7 @@ SHARED = 0x10_0000_0000
 
 MAX_TEXT = 1 << 28
 
-MAP_NORESERVE = 0x4000  # of Linux; Python names it since 3.13 only
+MAP_NORESERVE = 0x4000  # of Linux; Python has a name for it only since 3.13
 
 READ, WRITE, EXECUTE = UC_PROT_READ, UC_PROT_WRITE, UC_PROT_EXEC
 
@@ -57,7 +57,7 @@ class Memory:
         self._emulator.mem_map_ptr(address, size, protection, self._arena_address + address - BASE)
 
     def map_extra(self, size, shared, protection):
-        """New zeroed pages outside the arena, as mmap(2) with MAP_ANON gives them."""
+        """New zeroed pages outside the arena, as from mmap(2) with MAP_ANON."""
         size = pages(size)
         flags = mmap.MAP_ANONYMOUS | (mmap.MAP_SHARED if shared else mmap.MAP_PRIVATE)
         address = self._next_extra
@@ -67,7 +67,7 @@ class Memory:
         return address
 
     def unmap_extra(self, address, size):
-        """Gives back what map_extra gave; False for anything else."""
+        """Releases pages that map_extra returned; False for anything else."""
         if address not in self._extra or len(self._extra[address]) != pages(size):
             return False
         self._emulator.mem_unmap(address, pages(size))
@@ -122,7 +122,7 @@ class Memory:
         return found
 
     def new(self, content):
-        """Memory of the model's own, never freed, that a program may see."""
+        """Memory that the model shows to the program; never freed."""
         size = content if isinstance(content, int) else len(content)
         address = self._next_data
         self._next_data += (size + 15) & ~15
@@ -134,13 +134,13 @@ class Memory:
         return self.new(text + b"\0")
 
     def new_vector(self, texts):
-        """A vector of texts that a null pointer ends, as argv is."""
+        """A vector of texts terminated by a null pointer, like argv."""
         pointers = [self.new_text(text) for text in texts] + [0]
         return self.new(struct.pack(f"<{len(pointers)}Q", *pointers))
 
 
 class BadAddress(OSError):
-    """The program handed over an address that it does not have. A system call fails with EFAULT."""
+    """The program passed an address that is not mapped. A system call fails with EFAULT."""
 
     def __init__(self, address):
         super().__init__(errno.EFAULT, f"address {address:#x}")

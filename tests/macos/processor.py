@@ -1,9 +1,9 @@
-"""The two processors: how a function is called, and how the model sees a call.
+"""The two processors: how the model calls a function, and how it reads a call's arguments.
 
-A program's call of a function of the system goes to the function's stub, which loads the function's
-number and jumps to the gate (guest/gate_*.S). The gate stores what the caller passed in the mailbox,
-in the layout below, and the model is entered by a hook on the instruction gate_point. It leaves the
-result in the mailbox, and gate_resume returns it to the caller.
+A program calls a system function through the function's stub, which loads the function's number
+and jumps to the gate (guest/gate_*.S). The gate stores the arguments in the mailbox, in the layout
+below. A hook on the instruction gate_point enters the model, which leaves the result in the
+mailbox, and gate_resume returns it to the caller.
 
 Sources: "Procedure Call Standard for the Arm 64-bit Architecture", "System V Application Binary
 Interface, AMD64 Architecture Processor Supplement", and Apple's "Writing ARM64 Code for Apple
@@ -53,7 +53,7 @@ class Arm64:
         return struct.pack("<II", load, jump)
 
     def begin_call(self, memory, arguments, stack, return_address):
-        """Sets the registers up for a call; the caller starts at the function's address."""
+        """Sets up the registers for a call; the caller then runs from the function's address."""
         for i, argument in enumerate(arguments):
             self.emulator.reg_write(arm64.UC_ARM64_REG_X0 + i, argument & (1 << 64) - 1)
         # X29 and X30 are not numbered after X28.
@@ -135,7 +135,7 @@ class StackArguments:
 
 
 class IntelArguments:
-    """Variadic arguments of Intel: registers first, then the stack."""
+    """Variadic arguments on Intel: registers first, then the stack."""
 
     def __init__(self, memory, overflow):
         self._memory = memory
@@ -154,7 +154,7 @@ class IntelArguments:
 
 
 class RegisterArguments(IntelArguments):
-    """Of a call in progress, after `fixed` integer arguments."""
+    """The variadic arguments of a call in progress, after `fixed` integer arguments."""
 
     def __init__(self, memory, call, fixed):
         super().__init__(memory, call.stack)
@@ -171,7 +171,7 @@ class RegisterArguments(IntelArguments):
 
 
 class VaList(IntelArguments):
-    """Of a va_list: two offsets into saved registers, the stack, the saved registers."""
+    """The arguments of a va_list: offsets into saved registers, the stack, the registers."""
 
     def __init__(self, memory, address):
         self._integers, self._floats = struct.unpack("<II", memory.read(address, 8))

@@ -1,8 +1,8 @@
 """Runs one macOS program as this process: run.py ARCHITECTURE DIRECTORY FILE NAME [ARGUMENT...].
 
-FILE is the Mach-O file. NAME is the program's first argument, and what it believes to be its path.
-DIRECTORY (build/macos) holds what the model needs: the guest library, the
-cache of images, and a directory for reports of what must never happen.
+FILE is the Mach-O file. NAME is the program's argv[0], which it takes for its path. DIRECTORY
+(build/macos) holds what the model needs: the guest library, the cache of images, and a directory
+for reports of errors in the model.
 """
 
 import gc
@@ -15,7 +15,7 @@ sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 
 
 def undo_python():
-    """Takes back what Python has changed: it ignores two signals, catches one, and sets LC_CTYPE.
+    """Undoes what Python has changed: it ignores two signals, catches one, and sets LC_CTYPE.
     Returns the environment that the process was given."""
     for number in (signal.SIGPIPE, signal.SIGXFSZ):
         signal.signal(number, signal.SIG_DFL)
@@ -58,7 +58,7 @@ def run(architecture, directory, file, arguments):
 
 
 def report(directory, architecture, text, kept):
-    """On descriptor 2, which a program may have closed; what must never happen in a file, too."""
+    """Writes to descriptor 2, which a program may have closed; if `kept`, also to a report file."""
     try:
         if os.isatty(2) or not os.path.samestat(os.fstat(2), os.stat("/dev/null")):
             os.write(2, f"run.py: {text}\n".encode())

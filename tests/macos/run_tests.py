@@ -1,8 +1,8 @@
 """Runs the tests of one architecture on Linux: run_tests.py ARCHITECTURE [PATTERN].
 
-Unit tests, the command line of launchlist against its golden outputs, and the end-to-end tests with
-the staged bundle (stage.py). The tests that left_out.txt names are skipped. PATTERN, a regular
-expression, chooses tests by name.
+Runs the unit tests, compares launchlist with its golden outputs, and runs the end-to-end tests
+with the staged bundle (stage.py). Skips the tests that left_out.txt names. PATTERN, a regular
+expression, selects tests by name.
 """
 
 import os
@@ -16,12 +16,12 @@ from pathlib import Path
 ROOT = Path(__file__).resolve().parents[2]
 MACOS = ROOT / "build/macos"
 TIMEOUT = 180
-# An emulated walk over this many items takes as long as one over 20,000 otherwise.
+# An emulated walk over this many items takes as long as a native one over 20,000.
 MANY = "400"
 
 
 def read_left_out():
-    """Names of tests, and for unit tests the patterns of GoogleTest, with the reasons."""
+    """The reasons by test name; for unit tests, names are GoogleTest patterns."""
     found = {}
     for line in (ROOT / "tests/macos/left_out.txt").read_text(encoding="utf-8").splitlines():
         if line and not line.startswith("#"):
@@ -83,7 +83,7 @@ class Tests:
             print(output.decode(errors="replace")[-4000:], f"status {status}", *reports, sep="\n")
 
     def take_reports(self):
-        """What the model has reported; each makes a test fail, whatever its status."""
+        """Returns and removes the model's reports. Any report makes the test fail."""
         found = []
         for file in sorted(self.reports.iterdir()):
             found.append(file.read_text(encoding="utf-8"))
@@ -113,7 +113,7 @@ class Tests:
             )
 
     def namespace(self):
-        """No test reaches a process outside, whatever it signals."""
+        """The command prefix that keeps a test from signalling any process outside."""
         command = ["bwrap", "--unshare-pid", "--die-with-parent", "--new-session"]
         command += ["--ro-bind", "/", "/", "--proc", "/proc", "--dev", "/dev", "--tmpfs", "/tmp"]
         return command + ["--bind", MACOS, MACOS, "--ro-bind", ROOT / "tests", ROOT / "tests"]
@@ -156,7 +156,7 @@ class Tests:
 
 
 def cases_of(file):
-    """The names of a file's cases, as the harness takes them."""
+    """The names of a file's cases, as the harness accepts them."""
     listing = (
         "import sys, os; sys.argv = ['x']; sys.path.insert(0, os.path.dirname(sys.argv[0]));"
         f"sys.path.insert(0, {str(file.parent)!r}); import runpy, unittest, importlib;"

@@ -1,11 +1,11 @@
-"""Threads of a program, switched at calls of the system; waiting; signals.
+"""Threads of a program, switched at system calls; waiting; signals.
 
-A thread is a stack of frames: code of the program that runs or has called the model, and functions of
-the model that wait or have called the program. Only the top frame can run.
+A thread is a stack of frames: code of the program that runs or has called the model, and functions
+of the model that wait or have called the program. Only the top frame can run.
 
-Signals that the program handles are blocked in the process that runs it, and taken when the
-scheduler looks for them: between two calls of the system, never inside one. SIGCHLD is blocked always,
-to end the wait for a child. The mask is the program's own again before an execv.
+Signals that the program handles are blocked in the process that runs it. The scheduler takes them
+between two system calls, never inside one. SIGCHLD is always blocked, so that it can end the wait
+for a child. Before an execv, the signal mask becomes the program's own again.
 """
 
 import signal
@@ -15,20 +15,20 @@ from types import GeneratorType
 
 from memory import STACKS
 
-# The stack of a thread that is not the main one: "Threading Programming Guide", 512 KiB.
+# The stack of any thread but the main one: "Threading Programming Guide", 512 KiB.
 THREAD_STACK = 512 * 1024
 MAIN_STACK = 8 * 1024 * 1024
 RED_ZONE = 512  # below the stack pointer, kept clear when a handler or destructor runs
-UNTOUCHED = b"\xa5" * 4096  # at the end of each stack, to see when it overflows
+UNTOUCHED = b"\xa5" * 4096  # at the end of each stack, to detect an overflow
 
 POLL = 0.001
 
 
 class Wait:
-    """A condition, asked whenever something happens.
+    """A condition, checked whenever something happens.
 
-    polled: nothing in this process says when it comes true, so it is asked every millisecond.
-    children: it comes true only when a child ends.
+    polled: nothing in this process shows when it becomes true, so it is checked every millisecond.
+    children: it becomes true only when a child ends.
     """
 
     __slots__ = ("ready", "deadline", "polled", "children", "seen")
@@ -55,7 +55,7 @@ class Invoke:
 
 
 class ProgramFrame:
-    """Code of the program: a call to begin, or where to continue, with the result to give back."""
+    """Code of the program: a call to begin, or where to continue and the result to return there."""
 
     __slots__ = ("context", "begin", "result", "stack")
 
@@ -67,7 +67,7 @@ class ProgramFrame:
 
 
 class ModelFrame:
-    """A function of the model. One that interrupts has no result for the frame below."""
+    """A function of the model. One that interrupts returns no result to the frame below."""
 
     __slots__ = ("generator", "wait", "interrupts", "value")
 
@@ -117,7 +117,7 @@ class Scheduler:
     # Threads.
 
     def new_thread(self, stack_size=THREAD_STACK):
-        """A thread without frames; None where there is no room for its stack."""
+        """A thread without frames; None if there is no room for its stack."""
         if stack_size == THREAD_STACK and self._free_stacks:
             stack = self._free_stacks.pop()
         elif self._next_stack + stack_size > sum(STACKS):
@@ -154,14 +154,14 @@ class Scheduler:
         return [thread for thread in self.threads if not thread.done]
 
     def after_fork(self):
-        """In the child there is only the thread that has forked."""
+        """Keeps only the thread that has forked: the child has no other."""
         self.threads = [self.current]
         self._pending = []
 
     # Running.
 
     def run(self):
-        """Runs the threads in turn until the program ends; its exit status."""
+        """Runs the threads in turn until the program ends; returns its exit status."""
         try:
             while True:
                 self._take_signals()
@@ -191,7 +191,7 @@ class Scheduler:
         return wait.ready()
 
     def _step(self, thread):
-        """Runs a thread until it waits, gives way or ends."""
+        """Runs a thread until it waits, yields or ends."""
         self.current = thread
         while thread.frames:
             frame = thread.frames[-1]
@@ -202,7 +202,7 @@ class Scheduler:
                 return
 
     def _run_model(self, thread, frame):
-        """Whether the thread can continue at once."""
+        """Runs a function of the model; returns whether the thread can continue at once."""
         try:
             request = frame.generator.send(frame.value)
         except StopIteration as stop:
@@ -231,8 +231,8 @@ class Scheduler:
                 below.value = value
 
     def _run_program(self, thread, frame):
-        """Runs code of the program until it calls a function that blocks, or returns. Whether the
-        thread can continue at once."""
+        """Runs code of the program until it calls a function that blocks, or returns. The result is
+        whether the thread can continue at once."""
         machine = self._machine
         self._load(frame)
         machine.set_current_thread(thread.address)
@@ -249,7 +249,7 @@ class Scheduler:
             self._give_result(thread, machine.returned())
             return True
         frame.stack = entered.stack
-        if entered.generator is None:  # the thread gives way
+        if entered.generator is None:  # the thread yields
             frame.result = entered.result
             return False
         thread.frames.append(ModelFrame(entered.generator))
@@ -267,7 +267,7 @@ class Scheduler:
     # Waiting and signals.
 
     def _idle(self):
-        """Waits until a condition may have come true, or a signal comes."""
+        """Waits until a condition may have become true or a signal arrives."""
         end = None
         for thread in self.running():
             frame = thread.frames[-1]
@@ -306,8 +306,8 @@ class Scheduler:
                     break
 
     def _interrupt(self, thread, number):
-        """Makes a thread run the handler next. It is the first that does not run it already, so
-        the main thread, as a rule."""
+        """Makes a thread run the handler next. The caller chooses the first thread that is not in
+        this handler already, which is usually the main thread."""
 
         def handle():
             thread.handling.add(number)
@@ -317,7 +317,7 @@ class Scheduler:
         thread.frames.append(ModelFrame(handle(), interrupts=True))
 
     def set_handler(self, number, address):
-        """The program handles a signal from now on."""
+        """Makes the program handle a signal from now on."""
         self.handlers[number] = address
         signal.pthread_sigmask(signal.SIG_BLOCK, {number})
 
@@ -327,7 +327,7 @@ class Scheduler:
                 signal.pthread_sigmask(signal.SIG_UNBLOCK, {number})
 
     def unblock_for_exec(self):
-        """Gives the process the mask that the program has asked for; the one before."""
+        """Gives the process the mask that the program has set; returns the previous one."""
         return signal.pthread_sigmask(signal.SIG_SETMASK, self.blocked)
 
 

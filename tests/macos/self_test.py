@@ -1,7 +1,7 @@
-"""A program or a model that is broken does not pass: self_test.py breaks each on purpose.
+"""Breaks programs and the model on purpose and checks that the tests then fail.
 
-Run by scripts/macos/test.sh --self-test. Each case runs a test program that passes as it is, and
-again with one thing changed.
+Run by scripts/macos/test.sh --self-test. Each case runs a test program unchanged, which must pass,
+and again with one thing changed.
 """
 
 import os
@@ -31,7 +31,7 @@ run.run({architecture!r}, {directory!r}, {program!r}, [{program!r}, *sys.argv[1:
 
 class SelfTest(unittest.TestCase):
     def setUp(self):
-        # No kept image, and reports that nobody takes for those of the tests.
+        # A directory without cached images, whose reports are not mistaken for those of the tests.
         self.directory = tempfile.mkdtemp(dir=MACOS)
         self.addCleanup(shutil.rmtree, self.directory)
         os.symlink(f"{MACOS}/guest", f"{self.directory}/guest")

@@ -1,9 +1,9 @@
 """Lays out a bundle whose programs are scripts that run the bundle's slices: stage.py ARCHITECTURE.
 
 build/macos/ARCHITECTURE/run/ gets three directories for the end-to-end tests: `stage` with the
-bundle, `helpers` and `other_log`. The path of each script is the one that its program believes to be
-its own. Helpers are programs of Linux, since the launcher only starts and ends them; those that use
-the product's own code, or report what a program inherits, are programs of macOS.
+bundle, `helpers` and `other_log`. Each program takes the path of its script for its own. Helpers
+are Linux programs, because the launcher only starts and ends them; those that use the product's
+code, or report what a program inherits, are macOS programs.
 """
 
 import os

@@ -1,5 +1,5 @@
 // Prints the numbers and layouts of macOS that values.py gives the model, as the compiler's headers
-// have them: "NAME VALUE" lines.
+// define them, in lines "NAME VALUE".
 
 #include <dirent.h>
 #include <errno.h>

@@ -1,4 +1,4 @@
-"""Numbers and layouts of macOS that the model needs, most of them other than on Linux.
+"""Numbers and layouts of macOS that the model needs; most differ from those of Linux.
 
 Nothing here is trusted: target_values.c, built for the target with the compiler's headers, names the
 same values, and values_test.py compares the two.
@@ -82,7 +82,7 @@ FCNTL = {
 
 AT = {"AT_FDCWD": -2, "AT_SYMLINK_NOFOLLOW": 0x20, "AT_REMOVEDIR": 0x80}
 
-# Those that have other numbers on Linux; the rest have the same.
+# Signals whose numbers differ on Linux.
 SIGNALS = {
     "SIGHUP": 1, "SIGINT": 2, "SIGQUIT": 3, "SIGILL": 4, "SIGTRAP": 5, "SIGABRT": 6, "SIGFPE": 8,
     "SIGKILL": 9, "SIGBUS": 10, "SIGSEGV": 11, "SIGSYS": 12, "SIGPIPE": 13, "SIGALRM": 14,
@@ -142,7 +142,7 @@ _SIGNAL_TO_LINUX = {number: int(getattr(signal, name)) for name, number in SIGNA
 
 
 def errno_of(error):
-    """The number of macOS for an OSError."""
+    """The macOS error number for an OSError."""
     return _TO_MACOS[error.errno]
 
 
@@ -151,7 +151,7 @@ def signal_to_macos(number):
 
 
 def signal_to_linux(number):
-    """0 is no signal; one that Linux does not have is a ValueError."""
+    """0 stays 0; a signal that Linux does not have is a ValueError."""
     if number == 0:
         return 0
     if number not in _SIGNAL_TO_LINUX:
@@ -171,7 +171,7 @@ def open_flags_to_linux(flags):
 
 
 def wait_status_to_macos(status):
-    """Only the number of a signal differs."""
+    """Wait statuses differ only in the signal numbers."""
     if os.WIFSIGNALED(status):
         return status & ~0x7F | signal_to_macos(os.WTERMSIG(status))
     return status

@@ -1,4 +1,4 @@
-"""What values.py says of macOS, compared with the headers that the compiler ships."""
+"""Compares values.py with the headers that the compiler ships."""
 
 import os
 import subprocess

@@ -1,8 +1,8 @@
 // Stops the launcher at chosen library calls. Loaded ahead of the C library by
 // tests/end_to_end/moments.py, which describes the coordinates of a run.
 //
-// Every thread of the launcher has a counter of moments. A library call is one moment before the
-// call and, except for allocations, one after it. Allocations and fork have a moment at which the
+// Every thread of the launcher counts its moments. A library call has one moment before it and,
+// except for allocations, one after it. Allocations and fork also have a moment at which the
 // allocation lock is held, and calls that block have one while they block.
 //
 // One thread runs at a time. It passes control on when it blocks, when it ends, when it has created
@@ -14,19 +14,20 @@
 // and fork holds it, as with glibc.malloc.tcache_count=0; otherwise the C library takes it only for
 // what its cache for each thread cannot serve.
 //
-// A thread that blocks SIGTERM when the plan sends it receives it when it unblocks it. In
-// the system, such a thread can also take a SIGTERM that another thread has not taken yet.
+// If a thread blocks SIGTERM when the plan sends it, the signal is delivered once the thread
+// unblocks it. In the system, such a thread can also take a SIGTERM that another thread has not
+// taken yet.
 //
-// The plan is the variable KESTRANE_PLAN, one word pair after another:
+// The environment variable KESTRANE_PLAN holds the plan, a sequence of:
 //     signal THREAD CALL    sends SIGTERM to that thread at that moment; up to two
 //     hold THREAD CALL      holds the thread there until no other thread can run
 //     order main            prefers main to the supervisors when several threads can run
 //     trace yes             records every moment
 // A thread is main, s0, s1, … in order of creation, or c0, c1, … for the first child of a
-// supervisor before it calls execv, c0.2 for its second child.
+// supervisor before it calls execv; c0.2 is its second child.
 //
 // Before the first signal, the first child of s0 is killed once all threads wait, so that the plan
-// can name moments of a restart. KESTRANE_RECORD is the file that takes the record.
+// can name moments of a restart. KESTRANE_RECORD names the file for the record.
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -63,7 +64,7 @@ namespace {
 constexpr int kMaxThreads = 16;
 constexpr int kMaxSteps = 8;
 constexpr std::size_t kRecordSize = std::size_t{1} << 20;
-// Beyond the descriptors that the launcher hands to its helpers.
+// Beyond the descriptors that the launcher passes to its helpers.
 constexpr int kPrivateDescriptor = 200;
 constexpr int kStatusOfRecordedEnd = 99;
 
@@ -108,7 +109,7 @@ struct Thread
     Wait wait;
     unsigned moments = 0;
     const char* call = "";
-    int handlers = 0;          // SIGTERM handlers at work
+    int handlers = 0;          // SIGTERM handlers running
     bool signal_here = false;  // the plan signals it while it waits
     bool deliver = false;      // it is to run the handler when it continues
     bool joined = false;
@@ -136,7 +137,7 @@ bool g_main_first = false;
 bool g_trace = false;
 
 bool g_active = false;
-// The forked child counts alone; its thread is the only one.
+// Whether this is a forked child, which has one thread and counts its own moments.
 bool g_in_child = false;
 char g_child_name[16] = {};
 unsigned g_child_moments = 0;
@@ -264,8 +265,8 @@ Thread* FirstThat(bool (*can)(const Thread&))
     return can(g_threads[0]) ? &g_threads[0] : nullptr;
 }
 
-// Whether the plan signals this thread now. Not before the other threads are where the plan holds
-// them; where it holds this one comes later.
+// Whether the plan signals this waiting thread now: only once the other threads are where the plan
+// holds them. This thread itself is held later.
 bool IsSignalDue(const Thread& thread)
 {
     if (thread.state != State::kWaiting || !thread.signal_here) {
@@ -304,7 +305,7 @@ Thread* WaitedFor(const Thread& thread)
     return nullptr;
 }
 
-// The last thread of the chain in which each waits for the next; null if the chain is a circle.
+// The last thread of the chain in which each waits for the next; null if the chain is a cycle.
 Thread* EndOfChain(Thread* thread)
 {
     for (int i = 0; i <= g_thread_count; ++i) {
@@ -331,7 +332,8 @@ void RecordWaits()
     }
 }
 
-// Ends the child that a thread waits for. A supervisor that starts it again each time never stops.
+// Ends the child that a thread waits for. If the supervisor keeps starting another one, the run is
+// recorded as endless.
 Thread* EndUnkilled(Thread& thread)
 {
     if (++g_unkilled > kMaxThreads) {
@@ -343,8 +345,8 @@ Thread* EndUnkilled(Thread& thread)
     return &thread;
 }
 
-// No thread can run and none is held: what the launcher would wait for without limit. Helps it on
-// the way a user could, or ends it.
+// Called when no thread can run and none is held, so the launcher would wait forever. Does what a
+// user could do to end the wait, or ends the launcher.
 Thread* Quiet()
 {
     Thread& main = g_threads[0];
@@ -576,7 +578,7 @@ void Moment(const char* call)
     errno = saved;
 }
 
-// Blocks the calling thread, with one moment while it does.
+// Blocks the calling thread. The wait is one moment.
 void Block(const char* call, const Wait& wait)
 {
     Thread& self = *t_self;
@@ -625,7 +627,7 @@ void Lock(const char* call)
         Wait wait;
         wait.reason = Reason::kLock;
         Thread& self = *t_self;
-        // No moment: it would count only if the lock is taken.
+        // Not a moment, because only a thread that finds the lock taken would count it.
         const char* const before = self.call;
         self.call = call;
         self.wait = wait;
@@ -684,7 +686,7 @@ void AfterForkInParent()
     if (!Counts() || g_in_child) {
         return;
     }
-    // Until the child has called execv or has ended, so that its moments and its end come first.
+    // Waits until the child has called execv or ended, so that its moments and its end come first.
     syscall(SYS_close, g_exec_pipe[1]);
     char byte = 0;
     while (syscall(SYS_read, g_exec_pipe[0], &byte, 1) < 0 && errno == EINTR) {
@@ -790,7 +792,7 @@ __attribute__((constructor)) void Begin()
         return;
     }
     g_record = static_cast<char*>(memory);
-    // The helpers run without.
+    // The helpers must not load this library.
     unsetenv("LD_PRELOAD");
     unsetenv("KESTRANE_PLAN");
     unsetenv("KESTRANE_RECORD");

@@ -158,7 +158,7 @@ TEST(LogDescriptor, IsIndependentOfTheLockFile)
     }
 }
 
-// Finds the close-on-exec descriptor of the log at `path`; -1 without one.
+// The close-on-exec descriptor of the log at `path`; -1 if there is none.
 int OwnDescriptor(const std::string& path)
 {
     for (int descriptor = 0; descriptor < kMaxDescriptors; ++descriptor) {
@@ -208,7 +208,7 @@ TEST(LogDescriptor, ForProgramsStaysAsTheProgramLeavesIt)
     EXPECT_TRUE(Exists(path + ".1"));
 }
 
-// A program that inherits the log may do this to its standard input.
+// Does to standard input what a program that inherits the log may do.
 void DisturbInheritedDescriptor()
 {
     fcntl(0, F_SETFL, O_NONBLOCK);  // without O_APPEND

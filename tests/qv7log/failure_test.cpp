@@ -1,5 +1,5 @@
 // Failures: directories and links that prevent a start, a log that is removed or replaced, and
-// what `open` and `write` return, which this test replaces.
+// errors of `open` and `write`, which this test replaces.
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -26,7 +26,7 @@ namespace {
 std::deque<int> g_script;
 int g_calls = 0;
 
-// The number of calls of open until one opens a device in place of the file; never if negative.
+// The number of calls to open until one opens a device instead of the file; never if negative.
 int g_opens_until_device = -1;
 
 }  // namespace

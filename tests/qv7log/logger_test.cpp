@@ -32,7 +32,7 @@ mode_t Mode(const std::string& path)
     return status.st_mode & 07777;
 }
 
-// A text of which five fill the log.
+// A text long enough that five of them fill the log.
 std::string FifthOfALog(int number)
 {
     return std::to_string(number) + std::string(qv7log::kRotateSize / 5, '.');
@@ -335,7 +335,7 @@ TEST(Rotation, KeepsFiveOldFilesWithTheNewestAsNumberOne)
         all.push_back(FifthOfALog(i));
         LogText(log, all.back());
     }
-    // Five texts fill a log. Five old files are left, and the log is empty.
+    // Five texts fill a log. What remains is five old files and an empty log.
     const Strings kept = Texts(folder / "log");
     EXPECT_EQ(kept, Strings(all.end() - static_cast<std::ptrdiff_t>(kept.size()), all.end()));
     EXPECT_EQ(kept.size(), 25U);

@@ -1,4 +1,4 @@
-// What the tests of the log share: a variadic log call, and functions that read a log.
+// Shared by the tests of the log: a variadic log call, and functions that read a log.
 #pragma once
 
 #include <string>
@@ -10,7 +10,7 @@
 
 __attribute__((format(printf, 3, 4))) void Log(ILog* log, LOGLEVEL level, const char* format, ...);
 
-// Returns `log`. The library never destroys it; keeping it reachable tells leak checkers so.
+// Returns `log`. The library never destroys it; keeping it reachable prevents leak reports.
 ILog* KeepReachable(ILog* log);
 
 // Calls InitLogger and GetLogger for a log at `path`. Returns null if one of them fails.

@@ -36,7 +36,7 @@ constexpr std::int64_t kNoStall = INT64_MAX;
 // The time of the replaced clock in nanoseconds; 0: the real time.
 std::atomic<std::int64_t> g_now = 0;
 
-// The number of checks of the path, and what every check does besides.
+// The number of checks of the path, and what each check does in addition.
 std::atomic<int> g_checks = 0;
 std::function<void()> g_on_check;
 

@@ -17,7 +17,7 @@
 
 namespace {
 
-// What qv7log.h promises. The system calls' own frames are included.
+// The limit that qv7log.h promises, including the frames of system functions.
 constexpr std::size_t kPromised = 5 * 1024;
 
 constexpr std::size_t kStackSize = 256 * 1024;
@@ -35,7 +35,7 @@ struct Measurement
 {
     auto* const measurement = static_cast<Measurement*>(argument);
     unsigned char* const top = static_cast<unsigned char*>(__builtin_frame_address(0));
-    // Paint what is below this frame, and what the start of the thread has used.
+    // Fill everything below this frame, including what the start of the thread has used.
     constexpr std::ptrdiff_t kOwnFrames = 1024;
     for (unsigned char* at = measurement->stack; at < top - kOwnFrames; ++at) {
         *at = kPattern;

@@ -25,7 +25,7 @@ export TSAN_OPTIONS="$common:die_after_fork=0:print_suppressions=0:suppressions=
 "$@"
 status=$?
 for report in "$directory"/report.*; do
-    # What the allocator says when it gives null, as a test may ask it to, is not a finding.
+    # A test may make the allocator return null; its warning about that is not a finding.
     if [ -e "$report" ] && grep -qv 'WARNING: AddressSanitizer failed to allocate' "$report"; then
         printf '\n-- %s\n' "$(basename "$report")"
         cat "$report"

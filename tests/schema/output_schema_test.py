@@ -1,4 +1,4 @@
-"""The JSON output of launchlist against its published schemas.
+"""Validates the JSON output of launchlist against its published schemas.
 
     output_schema_test.py LAUNCHLIST SCHEMAS LISTS
 

@@ -2,7 +2,8 @@
 
     schema_test.py SCHEMA LISTS-DIRECTORY LIST...
 
-Lists in LISTS-DIRECTORY/good and every LIST must be valid, those in LISTS-DIRECTORY/bad must not.
+Lists in LISTS-DIRECTORY/good and every LIST must be valid, and those in LISTS-DIRECTORY/bad
+invalid.
 """
 
 import json

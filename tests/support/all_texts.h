@@ -1,4 +1,4 @@
-// All texts of up to `length` of the `letters`, including the empty one, in order of length.
+// All texts of up to `length` of the `letters`, including the empty one, ordered by length.
 #pragma once
 
 #include <cstddef>

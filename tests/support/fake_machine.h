@@ -14,7 +14,7 @@ struct FakeMachine
     };
 
     std::string executable;    // Empty: the path is unavailable.
-    std::optional<User> user;  // None: the password database has no entry.
+    std::optional<User> user;  // nullopt: the password database has no entry.
 };
 
 // Determines the results of the replaced functions.

@@ -1,4 +1,4 @@
-// Whether a call does not end, found out in a child process.
+// Tests in a child process whether a call never returns.
 #pragma once
 
 #include <signal.h>
@@ -8,9 +8,9 @@
 #include <chrono>
 #include <thread>
 
-// Whether `act` is still running after 300 ms in a child process, which is killed then. A call that
-// would return later counts as one that does not; `act` should be one that returns at once if it
-// returns. An alarm ends the child if the parent cannot.
+// Whether `act` is still running after 300 ms in a child process, which is then killed. A call that
+// would return later also counts, so use it only for an `act` that returns at once if it returns at
+// all. An alarm ends the child if the parent cannot.
 template <typename Act>
 bool NeverReturns(Act act)
 {

@@ -49,7 +49,7 @@ inline std::optional<char32_t> CharacterOfRow(const Utf8Row& row, const std::str
     return row.first + number;
 }
 
-// The characters of `bytes`; nothing unless all of it is well-formed.
+// The characters of `bytes`; nullopt unless all of it is well-formed.
 inline std::optional<std::u32string> DecodeByTable(const std::string& bytes)
 {
     std::u32string text;

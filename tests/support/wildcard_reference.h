@@ -6,9 +6,9 @@
 #include <cstddef>
 #include <string>
 
-// The table has one row for each end part of the expression, from the shortest to the longest. A
-// row says from which positions of the name to its end that part matches. One position after the
-// end of the name stands for all positions there, which `?` and `>` can reach.
+// The table has one row for each suffix of the expression, from the shortest to the longest. A row
+// holds the positions from which that suffix matches the rest of the name. One position after the
+// end of the name represents all positions there, which `?` and `>` can reach.
 class WildcardReference
 {
 public:

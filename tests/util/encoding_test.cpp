@@ -21,7 +21,7 @@
 #include "tests/support/utf8_reference.h"
 #include "util/util.h"
 
-// Makes the sanitizers' allocators return null, like any other, when memory is exhausted.
+// Makes the sanitizers' allocators return null when memory is exhausted, as other allocators do.
 extern "C" const char* __asan_default_options();
 extern "C" const char* __asan_default_options()
 {
@@ -39,7 +39,7 @@ const char* g_unparsed_uuid = nullptr;
 
 }  // namespace
 
-// Writes g_unparsed_uuid if it is set, else what the system's function writes.
+// Writes g_unparsed_uuid if it is set; otherwise what the system's function writes.
 extern "C" void uuid_unparse(const uuid_t id, char* text)
 {
     static const auto real =
@@ -129,8 +129,8 @@ int ReferenceOctal(int value)
     return value < 0 ? -result : result;
 }
 
-// Base64 by way of a text of bits, split into groups of six. A single byte left over is padded with
-// 0011.
+// Encodes Base64 through a text of bits, split into groups of six. A single remaining byte is
+// padded with 0011.
 std::string ReferenceBase64(const std::vector<unsigned char>& data)
 {
     std::string bits;

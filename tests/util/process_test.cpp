@@ -22,7 +22,7 @@ bool g_popen_gives_unreadable_stream = false;
 
 }  // namespace
 
-// On request, gives a stream that every read fails on, and that never reports end of file.
+// On request, returns a stream on which every read fails and that never reports end of file.
 extern "C" std::FILE* popen(const char* command, const char* mode)
 {
     static const auto real = reinterpret_cast<decltype(&popen)>(dlsym(RTLD_NEXT, "popen"));
@@ -96,7 +96,7 @@ public:
     StandardError(const StandardError&) = delete;
     StandardError& operator=(const StandardError&) = delete;
 
-    // What was written so far, up to 100 bytes. Ends the redirection, so that the pipe has an end.
+    // What was written so far, up to 100 bytes. Ends the redirection, so that the read ends.
     std::string Text()
     {
         Restore();

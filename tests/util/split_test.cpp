@@ -230,7 +230,7 @@ TEST(TokenizeAt, KeepsEveryEmptyToken)
     ExpectTokenizeAt("::", cases);
 }
 
-// Callers must not pass it. A guard would give another result where none is defined.
+// Callers must not pass it. A guard would define a result where there is none.
 TEST(TokenizeAt, NeverEndsForAnEmptyDelimiter)
 {
     int calls = 0;

@@ -165,7 +165,7 @@ TEST(ReplaceAll, TreatsACodePointAboveFFFFAsOneUnit)
     EXPECT_EQ(text, L"\U0001F600\U00010041\U0001F600");
 }
 
-// Callers must not pass these. A guard would give another result where none is defined.
+// Callers must not pass these. A guard would define a result where there is none.
 TEST(ReplaceAll, NeverEndsForAReplacementThatKeepsContainingThePattern)
 {
     const AllocationLimit limit(20'000);

@@ -1,9 +1,9 @@
-// The way from a program into the model: see processor.py, which knows the layout of the mailbox.
+// The entry from a program into the model; processor.py describes the layout of the mailbox.
 
     .text
     .p2align 2
 
-// A stub of an imported function comes here with the function's number in w16. Everything that a
+// The stub of an imported function jumps here with the function's number in w16. Everything that a
 // caller may pass goes into the mailbox; the hook on gate_point handles the call.
     .globl _gate
 _gate:

@@ -1,5 +1,5 @@
-// What the parts of the guest library share. The library holds the functions of the system that
-// programs call too often for a call into the model: a call there costs as much as thousands of
+// Shared by the parts of the guest library. The library implements the system functions that
+// programs call too often to call into the model, where a call costs as much as thousands of
 // instructions.
 #pragma once
 
@@ -24,11 +24,11 @@ struct thread
 // Set by the model before it runs a thread.
 extern struct thread* current_thread;
 
-// Called by every function here that programs use in loops: every so often it lets other threads
-// run and signals be handled.
+// Every function here that programs call in loops calls this. Now and then it lets other threads
+// run and delivers signals.
 void tick(void);
 
-// Functions of the model; it sets the pointers when it loads this library.
+// Functions of the model, which sets these pointers when it loads this library.
 extern void (*host_tick)(void);
 // Blocks the thread while the word has this value.
 extern void (*host_wait_while)(const volatile uint64_t* word, uint64_t value);

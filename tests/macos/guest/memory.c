@@ -2,8 +2,8 @@
 
 #include "guest.h"
 
-// Every block follows a header. Free blocks are kept in one list per size: multiples of 16 up to
-// 1024 bytes, above that powers of two.
+// A header precedes every block. Free blocks are kept in one list per size: multiples of 16 up to
+// 1024 bytes, powers of two above that.
 struct block {
     uint64_t size;
     uint64_t state;
@@ -73,7 +73,7 @@ EXPORT void free(void* memory)
     free_blocks[list] = block;
 }
 
-// Eight bytes that may lie anywhere.
+// Eight bytes without alignment.
 typedef uint64_t __attribute__((aligned(1), may_alias)) word;
 
 EXPORT void* memset(void* memory, int value, size_t size)
@@ -157,7 +157,7 @@ EXPORT void* realloc(void* old, size_t size)
     return memory;
 }
 
-// No free list serves larger alignments, so such a block is never used again.
+// No free list provides larger alignments, so such a block is never reused.
 EXPORT void* aligned_alloc(size_t alignment, size_t size)
 {
     if (alignment <= 16) {

@@ -1,4 +1,4 @@
-// Locks, keys and errno of threads that the model switches at calls: pthread(3), intro(2).
+// Locks, keys and errno of threads, which the model switches at calls: pthread(3), intro(2).
 
 #include "guest.h"
 
@@ -29,7 +29,7 @@ EXPORT pthread_t pthread_self(void)
     return (pthread_t)current_thread;
 }
 
-// The signatures are what the static initialisers write; the rest of the object is ours.
+// The static initialisers write the signatures; the rest of the object is ours.
 struct mutex {
     long signature;
     volatile uint64_t owner;
@@ -81,7 +81,7 @@ EXPORT int pthread_mutex_lock(pthread_mutex_t* object)
         ++mutex->count;
         return 0;
     }
-    // A lock that its owner takes again waits forever, as a normal mutex does.
+    // An owner that locks it again waits forever, as with a normal mutex.
     uint64_t owner;
     while ((owner = mutex->owner) != 0) {
         host_wait_while(&mutex->owner, owner);
@@ -152,7 +152,7 @@ EXPORT int pthread_cond_signal(pthread_cond_t* object)
     return pthread_cond_broadcast(object);
 }
 
-// Does not wait for waiters, which a forked child does not have.
+// Does not wait for waiters: a forked child has none.
 EXPORT int pthread_cond_destroy(pthread_cond_t* object)
 {
     struct condition* const condition = (struct condition*)object;

@@ -20,6 +20,6 @@ STARTERS = [loader, locales, stdio, signals, processes]
 
 
 def prepare(machine):
-    """What the modules put into the program's memory; before its images are bound."""
+    """Lets the modules fill the program's memory. Must be called before its images are bound."""
     for module in STARTERS:
         module.prepare(machine)

@@ -1,4 +1,4 @@
-"""Users: getuid(2), getpwent(3). The password database is the file of the machine."""
+"""Users: getuid(2), getpwent(3). The password database is that of this machine."""
 
 import os
 import pwd
@@ -24,7 +24,7 @@ def setuid(call):
 
 @function("_getpwuid")
 def getpwuid(call):
-    """getpwent(3): valid until the next call; a null pointer where there is no such user."""
+    """getpwent(3): valid until the next call; a null pointer if there is no such user."""
     machine = call.machine
     try:
         entry = pwd.getpwuid(call.u32(0))

@@ -43,7 +43,7 @@ def sleep(seconds):
 
 @function("_nanosleep")
 def nanosleep(call):
-    """nanosleep(2). A signal's handler runs in between, and the sleep is not cut short by it."""
+    """nanosleep(2). A signal handler runs during the sleep and does not shorten it."""
     seconds, nanoseconds = values.TIMESPEC.unpack(call.data(0, values.TIMESPEC.size))
     return sleep(seconds + nanoseconds / 1e9)
 
@@ -58,7 +58,7 @@ DAYS_OF_400_YEARS = 146097
 
 
 def date_of_day(days):
-    """Year, month, day, weekday and day of the year; days are counted from 1970. Any year."""
+    """Year, month, day, weekday and day of the year, for days since 1970, in any year."""
     eras, days = divmod(days + datetime.date(1970, 1, 1).toordinal() - 1, DAYS_OF_400_YEARS)
     date = datetime.date.fromordinal(days + 1)
     first = datetime.date(date.year, 1, 1)
@@ -94,7 +94,7 @@ def gmtime_r(call):
 
 @function("_timegm")
 def timegm(call):
-    """ctime(3): a tm of UTC as seconds."""
+    """ctime(3): the seconds since 1970 of a tm in UTC."""
     second, minute, hour, day, month, year = values.TM.unpack(call.data(0, values.TM.size))[:6]
     days = day_of_date(year + 1900 + month // 12, month % 12 + 1, day)
     return ((days * 24 + hour) * 60 + minute) * 60 + second
@@ -106,7 +106,7 @@ FIELDS = {"Y": r"(\d{4})", "m": r"(\d\d?)", "d": r"(\d\d?)", "H": r"(\d\d?)", "M
 
 @function("_strptime")
 def strptime(call):
-    """strptime(3), of the numbers of a date; gives where the text continues."""
+    """strptime(3), for the numbers of a date; returns where the remaining text begins."""
     text, template = call.text(0).decode(), call.text(1).decode()
     kinds = re.findall("%(.)", template)
     pattern = re.sub("%(.)", lambda field: FIELDS[field[1]], template)

@@ -1,4 +1,4 @@
-"""errno: what a failed function leaves behind. intro(2)."""
+"""errno, which failed functions set: intro(2)."""
 
 import functools
 
@@ -9,13 +9,13 @@ FAILED = 0xFFFF_FFFF_FFFF_FFFF
 
 
 def fail(call, name, result=FAILED):
-    """Sets errno; the result of the function."""
+    """Sets errno; returns the result of the failed function."""
     call.machine.set_errno(values.ERRNO[name])
     return result
 
 
 def sets_errno(result=FAILED):
-    """Makes a function, and what it returns to wait for, turn an OSError into errno and `result`."""
+    """Turns an OSError of a function, or of its generator, into errno and `result`."""
 
     def decorate(implementation):
         @functools.wraps(implementation)

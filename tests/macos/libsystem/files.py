@@ -1,6 +1,6 @@
 """Files and directories: the system calls of POSIX's <fcntl.h>, <unistd.h>, <sys/stat.h>, <dirent.h>.
 
-Each is Linux's own with numbers and layouts translated. What differs in substance is said beside the
+Each is the Linux call with numbers and layouts translated. Other differences are described at the
 function.
 """
 
@@ -21,7 +21,7 @@ LINUX_LOCK = struct.Struct("@hhqqi4x")
 
 
 def would_block(descriptor, event):
-    """None, or what to wait for before the descriptor can be read or written."""
+    """The Wait until the descriptor can be read or written; None if it can be now."""
     mode = os.fstat(descriptor).st_mode
     if not (stat.S_ISFIFO(mode) or stat.S_ISSOCK(mode) or stat.S_ISCHR(mode)):
         return None
@@ -33,7 +33,7 @@ def would_block(descriptor, event):
 
 
 def after(wait, action):
-    """Waits, then gives the action's result."""
+    """Waits, then returns the action's result."""
     yield wait
     return action()
 
@@ -56,7 +56,7 @@ def directory_argument(call, index):
 @function("_open")
 @sets_errno()
 def open_(call):
-    """open(2). A FIFO that nobody reads is waited for without stopping the other threads."""
+    """open(2). Waiting for the other end of a FIFO does not stop the other threads."""
     flags, path = call.u32(1), call.path(0)
     mode = mode_argument(call, flags, 2)
     blocks = flags & 3 and not flags & values.OPEN_FLAGS["O_NONBLOCK"]
@@ -138,7 +138,7 @@ def lseek(call):
 @function("_access")
 @sets_errno()
 def access(call):
-    """access(2), which asks with the real user."""
+    """access(2), which checks the rights of the real user."""
     path = call.path(0)
     os.stat(path)
     if not os.access(path, call.i32(1)):
@@ -155,7 +155,7 @@ def mkdir(call):
 
 
 def simple(name, action):
-    """A system call of paths alone that gives 0."""
+    """Declares a system call whose result is 0."""
 
     @function(name)
     @sets_errno()
@@ -387,7 +387,7 @@ def getcwd(call):
 
 
 def copy_to_heap(machine, data):
-    """A copy that the program frees."""
+    """Copies the data to memory that the program frees."""
     address = yield Invoke(machine.symbol("_malloc"), len(data))
     machine.memory.write(address, data)
     return address
@@ -448,7 +448,7 @@ def unique(call, create):
 
 # directory(3)
 
-DIRECTORIES = {}  # address: the entries that are left
+DIRECTORIES = {}  # address: the remaining entries
 TYPES = {
     stat.S_IFDIR: "DT_DIR",
     stat.S_IFREG: "DT_REG",

@@ -13,7 +13,7 @@ BITS = {b"hh": 8, b"h": 16, b"": 32, None: 32}
 
 
 class IllegalSequence(Exception):
-    """A wide character that the C locale cannot show."""
+    """A wide character that the C locale cannot encode."""
 
 
 def format_text(memory, template, arguments):
@@ -74,7 +74,7 @@ def convert_float(_memory, pattern, _precision, length, kind, arguments):
 
 
 def hexadecimal(value):
-    """As few digits as give the value exactly."""
+    """The shortest digits that give the value exactly."""
     text = value.hex()
     return re.sub(r"\.?0*p", "p", text) if "p" in text else text
 
@@ -118,7 +118,7 @@ CONVERSIONS = {
 
 
 def store_text(call, address, size, template, arguments):
-    """What the family of snprintf does."""
+    """What snprintf and its variants do."""
     try:
         text = format_text(call.machine.memory, template, arguments)
     except IllegalSequence:
@@ -168,7 +168,7 @@ BASES = {"d": 10, "u": 10, "i": 0, "x": 16, "o": 8, "p": 16}
 
 
 def scan(memory, text, template, arguments):
-    """What sscanf does; the number of values stored, -1 where the text ends before the first."""
+    """What sscanf does; returns the number of stored values, -1 if the text ends too early."""
     stored, at = 0, 0
     for match in INPUT.finditer(template):
         directive = match[0]
@@ -195,7 +195,7 @@ def scan(memory, text, template, arguments):
 
 
 def scan_field(text, at, kind, width):
-    """The bytes of a field and where it ends; None where the text has no such field."""
+    """The bytes of a field and where it ends; None if the text has no such field."""
     if kind[0] not in "[c":
         at += len(text[at:]) - len(text[at:].lstrip())
     if kind[0] == "[":
@@ -261,7 +261,7 @@ def strerror(call):
 
 @function("_strerror_r")
 def strerror_r(call):
-    """strerror(3): ERANGE where the text does not fit, EINVAL for an unknown number."""
+    """strerror(3): ERANGE if the text does not fit, EINVAL for an unknown number."""
     text, size = error_text(call.i32(0)) + b"\0", call.u64(2)
     if size:
         call.store(1, text if len(text) <= size else text[: size - 1] + b"\0")

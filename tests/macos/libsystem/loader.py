@@ -16,7 +16,7 @@ def prepare(machine):
 
 @function("__NSGetExecutablePath")
 def get_executable_path(call):
-    """dyld(3): the path as the program was started with; -1, and the size needed, if it is longer."""
+    """dyld(3): the path that the program was started with; -1 and its size if it is longer."""
     path = os.fsencode(call.machine.path) + b"\0"
     size = call.machine.memory.u32(call.u64(1))
     if size < len(path):
@@ -82,13 +82,13 @@ def unsetenv(call):
 
 @function("_dlopen", "_dladdr")
 def dlopen(_call):
-    """dlopen(3), dladdr(3): nothing is found, and nothing asks why."""
+    """dlopen(3), dladdr(3): nothing is found, and no program asks why."""
     return 0
 
 
 @function("_dlsym")
 def dlsym(call):
-    """dlsym(3): the system's own function, for a program that defines one of the same name."""
+    """dlsym(3): the system's function, for a program that defines one of the same name."""
     name = "_" + call.text(1).decode()
     known = [name, name + "$INODE64", name + "$DARWIN_EXTSN"]
     return next((call.machine.system_symbol(n) for n in known if call.machine.has_model(n)), 0)
@@ -152,5 +152,5 @@ def sysconf(call):
 
 @function("_host_fail")
 def host_fail(call):
-    """The guest library has found a mistake of the program."""
+    """The guest library has found an error in the program."""
     raise RuntimeError(call.text(0).decode())

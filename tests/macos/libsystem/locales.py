@@ -99,7 +99,7 @@ def mb_cur_max_l(_call):
 
 @function("_wcwidth")
 def wcwidth(call):
-    """wcwidth(3): of the locale that setlocale has chosen."""
+    """wcwidth(3), in the locale that setlocale has chosen."""
     code = call.u32(0)
     if code == 0:
         return 0
@@ -115,7 +115,7 @@ def wcwidth(call):
     return 2 if unicodedata.east_asian_width(character) in "WF" else 1
 
 
-# Between bytes and wide characters, in the "C" locale.
+# Conversions between bytes and wide characters, in the "C" locale.
 
 
 @function("_mbtowc_l")

@@ -22,4 +22,4 @@ def syslog(call):
             log.connect("/dev/log")
             log.send(b"<%d>%s %s: %s" % (priority, stamp, name, text))
         except OSError:
-            pass  # nobody listens
+            pass  # nothing reads the socket

@@ -14,7 +14,7 @@ FLOAT = re.compile(
 
 
 def integer(call, low, high):
-    """The value of the text, limited to the type's; its end is stored."""
+    """The value of the text, limited to the type's range. Stores the end of the number."""
     text, base = call.text(0), call.i32(2)
     match = re.match(rb"[ \t-\r]*([-+]?)(0[xX](?=[0-9a-fA-F]))?", text)
     if match[2] and base not in (0, 16):
@@ -53,14 +53,14 @@ def strtoull(call):
 
 @function("_atoi")
 def atoi(call):
-    """atoi(3): the low half of what strtol gives."""
+    """atoi(3): the low half of the result of strtol."""
     match = re.match(rb"[ \t-\r]*([-+]?\d+)", call.text(0))
     value = int(match[1]) if match else 0
     return max(-(1 << 63), min(value, (1 << 63) - 1)) & 0xFFFF_FFFF
 
 
 def floating(call):
-    """The value of the text; its end is stored."""
+    """The value of the text. Stores the end of the number."""
     text = call.text(0)
     match = FLOAT.match(text)
     if call.u64(1):

@@ -26,7 +26,7 @@ def mmap(call):
 
 @function("_munmap")
 def munmap(call):
-    """munmap(2), of all that mmap gave."""
+    """munmap(2), of a whole mapping."""
     if not call.machine.memory.unmap_extra(call.u64(0), call.u64(1)):
         raise NotImplementedError("munmap of a part")
     return 0

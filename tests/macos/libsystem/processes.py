@@ -1,4 +1,4 @@
-"""Processes: fork(2), execve(2), wait(2), exit(3), kill(2). They are real ones."""
+"""Processes: fork(2), execve(2), wait(2), exit(3), kill(2). The processes are real."""
 
 import ctypes
 import os
@@ -106,13 +106,13 @@ def vector(machine, address):
 
 
 def execute(call, arguments):
-    """Replaces the process. The program gets the signal mask that this one has asked for."""
+    """Replaces the process. The new program gets the signal mask that this one has set."""
     machine = call.machine
     environment = [entry for _, entry in environment_of(machine)]
     path = os.fsencode(call.path(0))
     mask = machine.scheduler.unblock_for_exec()
     try:
-        # Python's own refuses an empty first argument, and Linux makes one where there is none.
+        # Python's execve refuses an empty first argument; Linux adds one to an empty vector.
         LIBC.execve(path, pointers(arguments or [b""]), pointers(environment))
         number = ctypes.get_errno()
     finally:
@@ -197,7 +197,7 @@ def kill(call):
 @function("_raise")
 @sets_errno()
 def raise_(call):
-    """raise(3): the signal is taken before the function returns."""
+    """raise(3): the signal is delivered before the function returns."""
     number = values.signal_to_linux(call.i32(0))
     if number not in call.machine.scheduler.handlers:
         return send(call, os.getpid(), call.i32(0))
@@ -244,7 +244,7 @@ def exit_now(call):
 
 @function("_abort")
 def abort(call):
-    """abort(3): SIGABRT, which ends the process even where it is handled."""
+    """abort(3): SIGABRT, which ends the process even if it is handled."""
     call.machine.end_by_signal(signal.SIGABRT)
 
 
@@ -280,5 +280,5 @@ def task_threads(call):
 
 @function("_vm_deallocate")
 def vm_deallocate(_call):
-    """vm_deallocate: of the list of task_threads."""
+    """vm_deallocate, for the list of task_threads."""
     return 0

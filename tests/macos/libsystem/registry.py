@@ -1,12 +1,12 @@
-"""How functions of the system are declared, and what they see of a call.
+"""How the model's functions are declared, and how they read the arguments of a call.
 
     @function("_getpid")
     def getpid(call):
         return os.getpid()
 
-A function that may block, or that calls functions of the program, is a generator. It yields what it
-waits for (scheduling.Wait) or whom it calls (scheduling.Invoke), and returns its result. The names are
-those of the linker, so that of C has one more underscore in front.
+A function that may block, or that calls functions of the program, is a generator. It yields what
+it waits for (scheduling.Wait) or calls (scheduling.Invoke), and returns its result. The names are
+those of the linker, which prefixes C names with an underscore.
 """
 
 import errno
@@ -32,7 +32,7 @@ def function(*names):
 
 
 class Call:
-    """The arguments of one call. They are valid as long as the call lasts, floats until it blocks."""
+    """The arguments of one call, valid while it lasts; floats are valid until it blocks."""
 
     __slots__ = ("machine", "words", "stack")
 
@@ -62,7 +62,7 @@ class Call:
         return self.machine.memory.text(self.u64(index))
 
     def path(self, index):
-        """A path for a system call; none of PATH_MAX bytes or more can be used: intro(2)."""
+        """A path for a system call; fails if it has PATH_MAX bytes or more: intro(2)."""
         path = self.text(index)
         if len(path) >= values.OTHERS["PATH_MAX"]:
             raise OSError(errno.ENAMETOOLONG, os.strerror(errno.ENAMETOOLONG))
@@ -72,7 +72,7 @@ class Call:
         return self.machine.memory.read(self.u64(index), size)
 
     def store(self, index, content):
-        """Writes to where an argument points."""
+        """Writes to the address in an argument."""
         self.machine.memory.write(self.u64(index), content)
 
     def floats(self):

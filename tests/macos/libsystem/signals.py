@@ -16,7 +16,7 @@ def prepare(machine):
 
 
 def current(machine, number):
-    """The address of the handler, or what stands for the default and for ignoring."""
+    """The address of the handler, or the value for the default action or for ignoring."""
     if number in machine.scheduler.handlers:
         return machine.scheduler.handlers[number]
     return IGNORE if signal.getsignal(number) == signal.SIG_IGN else DEFAULT
@@ -28,7 +28,7 @@ def change(machine, number, handler):
         signal.signal(number, signal.SIG_IGN if handler == IGNORE else signal.SIG_DFL)
         scheduler.remove_handler(number)
     else:
-        # Blocked from now on, and seen by others as caught.
+        # From now on it is blocked, and other processes see it as caught.
         scheduler.set_handler(number, handler)
         signal.signal(number, lambda *_: None)
 
@@ -77,7 +77,7 @@ def sigprocmask(call):
 
 @function("_pause")
 def pause(_call):
-    """pause(3). Only a signal that ends the program ends it."""
+    """pause(3). Returns never: only a signal that ends the program ends the wait."""
     return wait_forever()
 
 

@@ -96,7 +96,7 @@ def standard_output(machine):
 
 
 def flush_all(machine):
-    """What exit(3) does with open streams."""
+    """Flushes open streams, as exit(3) does."""
     for stream in machine.system["streams"].values():
         try:
             stream.flush()
@@ -152,7 +152,7 @@ def fflush(call):
 
 @function("_setbuf")
 def setbuf(call):
-    """setbuf(3); a buffer of the program's own is not used."""
+    """setbuf(3); a buffer that the program passes is not used."""
     stream_of(call, 0).buffered = call.u64(1) != 0
 
 
@@ -186,7 +186,7 @@ def ftello(call):
 @function("_fread")
 @sets_errno(0)
 def fread(call):
-    """fread(3): whole items, and the rest is lost where the file ends in one."""
+    """fread(3): whole items; a partial item at the end of the file is lost."""
     size, stream = call.u64(1), stream_of(call, 3)
     wanted = size * call.u64(2)
     found = b""
@@ -316,7 +316,7 @@ def perror(call):
 @function("_popen")
 @sets_errno(0)
 def popen(call):
-    """popen(3), for reading: the command is run by the shell of the machine."""
+    """popen(3), for reading: this machine's shell runs the command."""
     if call.text(1) != b"r":
         raise NotImplementedError("popen for writing")
     flush_all(call.machine)

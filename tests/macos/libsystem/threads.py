@@ -1,7 +1,7 @@
 """Threads: pthread(3). Locks, keys and errno are in guest/threads.c.
 
-macOS forgets the parent's threads in a forked child, so joining one there is ESRCH, and the last
-thread's return ends the process as exit(0) does.
+In a forked child, macOS forgets the parent's threads, so joining one fails with ESRCH, and the
+return of the last thread ends the process as exit(0) does.
 """
 
 import struct
@@ -65,7 +65,7 @@ def join(call, thread):
 
 @function("_pthread_mach_thread_np")
 def pthread_mach_thread_np(call):
-    """pthread_mach_thread_np: a number that is the thread's alone."""
+    """pthread_mach_thread_np: a number that no other thread has."""
     return call.u64(0) >> 4 & 0xFFFF_FFFF
 
 
@@ -88,7 +88,7 @@ def host_tick(_call):
 
 @function("_host_wait_while")
 def host_wait_while(call):
-    """Waits until a word of the program's has another value."""
+    """Waits until a word in the program's memory changes."""
     address, value = call.u64(0), call.u64(1)
     memory = call.machine.memory
     return wait_while(memory, address, value)

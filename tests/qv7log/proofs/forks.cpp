@@ -7,7 +7,7 @@ namespace {
 constexpr int kFirstChildWriter = 1000;
 
 // The log must rotate at least once in this many forks; the next fork waits for it. Otherwise the
-// proof would not be one of a rotating log.
+// proof would say nothing about forks during rotations.
 constexpr int kForksPerFile = 500;
 
 }  // namespace

@@ -132,7 +132,7 @@ std::string CheckNumbers(const Content& content, const std::map<int, int>& writt
         int writer = 0;
         int number = 0;
         if (!ReadNumber(record, writer, number)) {
-            wrong << "nobody wrote this record: " << record.text << "\n";
+            wrong << "no writer wrote this record: " << record.text << "\n";
         } else if (number != next[writer]++) {
             wrong << "writer " << writer << ": " << number << " instead of " << next[writer] - 1
                   << "\n";
@@ -164,7 +164,7 @@ std::string CheckKeptOrCounted(const Content& content, const std::map<int, int>&
         if (sscanf(record.text.c_str(), "[QV7LOG    ] %u records were lost", &count) == 1) {
             lost += count;
         } else if (!ReadNumber(record, writer, number)) {
-            return "nobody wrote this record: " + record.text;
+            return "no writer wrote this record: " + record.text;
         } else if (last.count(writer) != 0 && number <= last[writer]) {
             return "out of order, or twice: " + record.text;
         } else {

@@ -1,4 +1,4 @@
-// What the proofs share: processes, writers of numbered records, and checks that all of these
+// Shared by the proofs: processes, writers of numbered records, and checks that all of these
 // records are there.
 #pragma once
 

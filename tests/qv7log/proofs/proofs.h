@@ -1,8 +1,8 @@
-// Long tests of a log that many threads and processes write to and rotate all the time, each with
-// one kind of disturbance.
+// Long tests of a log that many threads and processes constantly write to and rotate, each with one
+// kind of disturbance.
 //
 // Every proof works in `folder`, which must be empty, and returns a description of what went wrong,
-// or "". It forks, so that the calling process must have a single thread.
+// or "". It forks, so the calling process must have a single thread.
 #pragma once
 
 #include <string>
@@ -42,7 +42,7 @@ std::string OldFileUnmovable(const std::string& folder, int records);
 // every record is there or is counted in a record that reports losses.
 std::string SizeLimitReached(const std::string& folder, int rounds);
 
-// `forks` children log an error description and wide characters while threads of the parent call
+// `forks` children log an error description and wide characters while a thread of the parent calls
 // setlocale(). No child hangs.
 std::string ForksInSetlocale(const std::string& folder, int forks);
 
@@ -61,6 +61,6 @@ std::string SameLogTwice(const std::string& folder, int records);
 // threads. Every record has the process id of the child.
 std::string ForkHandlersRegisteredEarlier(const std::string& folder, int forks);
 
-// `children` children with the process id of their parent, 1, are forked while it rotates. They can
-// rotate and reopen the log. Does nothing where PID namespaces are not permitted.
+// `children` children, each with its parent's process id, 1, are forked while the parent rotates
+// the log. They can rotate and reopen it. Does nothing where PID namespaces are not permitted.
 std::string ChildrenInPidNamespaces(const std::string& folder, int children);

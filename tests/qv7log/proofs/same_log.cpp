@@ -76,7 +76,7 @@ std::string ForkHandlersRegisteredEarlier(const std::string& folder, int forks)
             thread.join();
         }
     })};
-    // The log library has registered its handlers in this process, if another proof has run before.
+    // In a new process: an earlier proof may have registered the library's handlers in this one.
     if (!WaitForAll(process, seconds(300))) {
         return "the process hung or crashed\n";
     }

@@ -1,8 +1,8 @@
-"""What launchlist prints, byte for byte, and its exit status.
+"""Tests what launchlist prints, byte for byte, and its exit status.
 
     command_line_test.py LAUNCHLIST [--renew]
 
-Every run of the table RUNS prints the contents of its file in printed/. --renew rewrites these
+Every run in the table RUNS must print the contents of its file in printed/. --renew rewrites these
 files with what LAUNCHLIST prints now: read the difference before you commit it.
 """
 
@@ -26,7 +26,7 @@ import unittest
 
 try:
     import jsonschema
-except ImportError:  # It belongs to the Python of the system, which may not be this one.
+except ImportError:  # Only the system's Python may have it, and this may be another one.
     jsonschema = None
 
 HERE = pathlib.Path(__file__).resolve().parent
@@ -69,7 +69,7 @@ RUNS = [
     ),
 ]
 
-# The file, and the logs on whose report it is the page.
+# The file with the expected page, and the logs that the page reports on.
 PAGES = [
     ("page.html", "logs/mixed"),
     ("page_no_starts.html", "logs/none logs/no_starts"),
@@ -86,7 +86,7 @@ FAILURES = [
     ("report logs/empty --html none/page", 3, "none/page: No such file or directory"),
 ]
 
-# Wrong arguments, and a part of the message; the words around it are CLI11's.
+# Wrong arguments, and a part of the message; CLI11 adds the rest.
 MISTAKES = [
     ("", "subcommand is required"),
     ("check", "LIST is required"),
@@ -106,7 +106,7 @@ MISTAKES = [
     ),
 ]
 
-# What each help says, line by line and with its blanks joined; CLI11 lays it out.
+# The lines of each help text, with runs of blanks joined, because CLI11 controls the layout.
 HELPS = {
     "": """
         Shows what the launcher will do with a launch list, and reports what it did.
@@ -150,7 +150,7 @@ HELPS = {
 }
 
 
-# All but what could ask for other colours than a test does.
+# The environment without the variables that influence colours; a test sets those it needs.
 ENVIRONMENT = {
     name: value for name, value in os.environ.items() if name not in ("NO_COLOR", "TERM")
 }
@@ -181,7 +181,7 @@ def run_with_input(data, *arguments):
 
 
 def run_in_terminal(arguments, columns, **variables):
-    """The exit status, and what the terminal gets."""
+    """The exit status, and the output on the terminal."""
     controller, terminal = os.openpty()
     tty.setraw(terminal)
     fcntl.ioctl(terminal, termios.TIOCSWINSZ, struct.pack("HHHH", 24, columns, 0, 0))
@@ -193,7 +193,7 @@ def run_in_terminal(arguments, columns, **variables):
             process.wait()
             os.write(terminal, b"\0")
 
-        # The terminal stays open until all is read: Linux can lose what a closed one still holds.
+        # The terminal stays open until all is read: Linux can lose unread output of a closed one.
         threading.Thread(target=end_output).start()
         output = b""
         while not output.endswith(b"\0"):
@@ -204,7 +204,7 @@ def run_in_terminal(arguments, columns, **variables):
 
 
 def as_kept(output):
-    """Escape characters as "\\e"; the user's own log.ini as LOG.INI."""
+    """Replaces escape characters with "\\e", and the path of the user's log.ini with LOG.INI."""
     text = output.decode().replace("\x1b", "\\e")
     return re.sub(r"of /.*/log\.ini and", "of LOG.INI and", text)
 

@@ -1,9 +1,10 @@
-"""The report's page in headless Chromium: wide and phone, light and dark.
+"""Tests the report's page in headless Chromium: on wide screen and phone, light and dark.
 
     page_test.py LAUNCHLIST
 
-No console message, nothing loaded, no figure that differs from `report --json`, readable, and usable
-by keyboard and screen reader. Needs chromium, chromedriver and Python's selenium.
+The page must cause no console message, load nothing, show the figures of `report --json`, and be
+readable and usable with keyboard and screen reader. Needs chromium, chromedriver and Python's
+selenium.
 """
 
 import json
@@ -79,12 +80,12 @@ def sample_log():
 
 
 def printable(name):
-    """As the page shows a name of the sample log."""
+    """A name in the sample log as the page shows it."""
     return name.replace("\x1b", "\\x1b").replace("\u202e", "\\u{202e}")
 
 
 def contrast(first, second):
-    """The contrast of two colours, as the accessibility guidelines count it."""
+    """The contrast of two colours, as the accessibility guidelines define it."""
 
     def luminance(color):
         parts = [part / 255 for part in color]

@@ -25,7 +25,7 @@ std::string Hostile()
            "\u009b31m \u202e \u2066 \u200b \u2028 \ufeff \U000e0041 '\"\\ \xed\xa0\x80 \xc0\xaf";
 }
 
-// What a POSIX shell makes of `word` as an argument of printf.
+// `word` as a POSIX shell reads it, printed with printf.
 std::string AsShellReads(const std::string& word)
 {
     const std::string script = "sh <<'END'\nexec printf '%s.' " + word + "\nEND";

@@ -1,10 +1,10 @@
 // Every list in lists/ contains one mistake, several or none; the file of the same name that ends
-// in .expected is what `check` prints about it. docs/finding-kinds.md shows one of them for each
+// in .expected has what `check` prints about it. docs/finding-kinds.md shows one list for each
 // kind.
 //
 // KESTRANE_RENEW=1 rewrites the expected files and the page: read the difference before you commit
 // it. In a list, @PROGRAMS@ stands for a directory of programs that cannot be executed, @LONG@ for
-// an argument beyond the limit of Linux, and @MANY@ for arguments whose sum is.
+// an argument beyond the limit of Linux, and @MANY@ for arguments whose total length is beyond it.
 #include "tools/launchlist/list/check.h"
 
 #include <dirent.h>
@@ -57,7 +57,7 @@ void Replace(std::string& text, const std::string& from, const std::string& to)
     }
 }
 
-// The directory of programs; the current directory and PATH of this test.
+// The directory of programs, which is also the current directory and PATH of this test.
 class Programs
 {
 public:
@@ -89,7 +89,7 @@ public:
         EXPECT_EQ(symlink("loop", (m_directory / "loop").c_str()), 0);
         EXPECT_EQ(chdir(m_directory.path().c_str()), 0);
         setenv("PATH", m_directory.path().c_str(), 1);
-        // Where the system derives the limit from that of the stack.
+        // On some systems, the limit of the arguments depends on that of the stack.
         rlimit limit = {};
         getrlimit(RLIMIT_STACK, &limit);
         limit.rlim_cur = 8UL * 1024 * 1024;
@@ -212,7 +212,7 @@ bool JsonObjectTakes(const std::string& text)
     }
 }
 
-// What must hold for any bytes.
+// Checks what must hold for any bytes.
 void ExpectSound(const std::string& bytes)
 {
     const std::string text = bytes.substr(0, bytes.find('\0'));
@@ -252,7 +252,7 @@ std::string PageSection(const KindInfo& info)
             findings.shown[0].line = finding.line;
         }
     }
-    EXPECT_EQ(findings.shown.size(), 1U) << info.example << " is no example of " << info.name;
+    EXPECT_EQ(findings.shown.size(), 1U) << info.example << " is not an example of " << info.name;
     const std::string text = FindingsText("list.json", findings, false);
     section += text.substr(0, text.rfind("list.json: "));
     section += "```\n";

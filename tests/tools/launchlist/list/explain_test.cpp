@@ -249,7 +249,7 @@ TEST(Explanation, TakesLittleMemoryForManyMissingArguments)
     EXPECT_NE(text.find("    arguments /bin/sh '' x '' (61436 times)\n"), std::string::npos);
     EXPECT_LT(text.size(), 200'000U);
 
-    // The first three fit into what the output may hold.
+    // The first three fit into the limit of the output.
     const std::string json = ExplanationJson("x", explanation);
     EXPECT_LT(json.size(), 6'000'000U);
     std::size_t left_out = 0;

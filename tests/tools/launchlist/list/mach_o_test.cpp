@@ -23,7 +23,7 @@ std::string HighFirst(std::uint32_t value)
     return {bytes.rbegin(), bytes.rend()};
 }
 
-// A 64-bit header: magic, processor, its model, type, and four numbers about the rest.
+// A 64-bit header: magic number, processor, its model, file type, and four more numbers.
 std::string Header(std::uint32_t processor, std::uint32_t type, std::uint32_t magic = 0xFEEDFACF)
 {
     return LowFirst(magic) + LowFirst(processor) + LowFirst(0) + LowFirst(type) +

@@ -1,5 +1,5 @@
-// What is said about programs in ELF, compared with the system: it must refuse a program that
-// "cannot run".
+// Compares what is reported about ELF programs with the system, which must refuse every program
+// that "cannot run".
 #include <elf.h>
 #include <errno.h>
 #include <gtest/gtest.h>
@@ -43,7 +43,7 @@ std::string Bytes(const Value& value)
     return {reinterpret_cast<const char*>(&value), sizeof value};
 }
 
-// A program of one segment, which names the loader. It crashes if it is executed.
+// A program with one segment, which names the loader. It crashes if it is executed.
 template <typename Header, typename Segment>
 struct Program
 {
@@ -94,7 +94,7 @@ protected:
         return path;
     }
 
-    // Examines a program and proves that the system refuses it, if that is what was found.
+    // Examines a program. If the result is that the system refuses it, checks that it does.
     ProgramFile Examine(const std::string& contents) const
     {
         const std::string path = Add("program", contents);

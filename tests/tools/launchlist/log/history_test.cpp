@@ -12,7 +12,7 @@ namespace {
 
 constexpr Milliseconds kHour = 3600000;
 
-// A stop at `time`: each item is killed, one restart pause after the one before.
+// A stop at `time`: the items are killed one after another, a restart pause apart.
 void Stop(LogText& log, Milliseconds time, const std::vector<std::string>& names, int process,
           int child = 900)
 {
@@ -194,7 +194,7 @@ TEST(History, WithoutDebugRecordsRecognisesAProbableStopByItsOrder)
     for (const char* name : {"a", "b"}) {
         EXPECT_EQ(ItemOf(report, name).possible_stops, 1U);
         EXPECT_EQ(ItemOf(report, name).stops, 0U);
-        // Perhaps it was killed by something else, and restarted.
+        // Something else may have killed it, and it may have been restarted.
         EXPECT_EQ(ItemOf(report, name).state, State::kUnknown);
     }
     EXPECT_EQ(ItemOf(report, "b").down, 0);

@@ -1,4 +1,4 @@
-// Logs for tests: records written in the form of the log.
+// Logs for tests: records in the format of the log.
 #pragma once
 
 #include <cstdio>

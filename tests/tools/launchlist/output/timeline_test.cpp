@@ -71,7 +71,7 @@ TEST(Timeline, CountsWhatEachMarkStandsFor)
             const TimelineCell cell = Timeline(item, *report.first, *report.last, 1)[0];
             EXPECT_EQ(cell.cell, Cell::kFailed) << item.name;
             EXPECT_EQ(cell.CountOf(Cell::kFailed), 1U) << item.name;
-            // Its program never ran.
+            // This item's program never ran.
             EXPECT_EQ(item.ends, 0U) << item.name;
             EXPECT_EQ(item.failed_starts, 0U) << item.name;
         }

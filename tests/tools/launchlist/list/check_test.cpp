@@ -161,11 +161,6 @@ constexpr bool kOnLinux = true;
 constexpr bool kOnLinux = false;
 #endif
 
-bool CanBeChecked(const std::string& name)
-{
-    return kOnLinux || !IsForLinux(name);
-}
-
 // Writes the reader's depth limit as {DEPTH+0}, because it depends on the version of jsoncpp.
 void HideDepthLimit(std::string& text)
 {
@@ -193,15 +188,6 @@ std::string Printed(const std::string& name)
     return text;
 }
 
-// Compares `text` with the file at `path`, or writes it there.
-void ExpectKept(const std::string& path, const std::string& text)
-{
-    if (Renews()) {
-        std::ofstream(path, std::ios::binary) << text;
-    }
-    EXPECT_EQ(Read(path), text) << path;
-}
-
 bool JsonObjectTakes(const std::string& text)
 {
     try {
@@ -210,6 +196,27 @@ bool JsonObjectTakes(const std::string& text)
     } catch (...) {
         return false;
     }
+}
+
+// Not with every version of jsoncpp.
+bool ReaderAcceptsLineEndsInStrings()
+{
+    return JsonObjectTakes("[\"\n\"]");
+}
+
+bool CanBeChecked(const std::string& name)
+{
+    return (kOnLinux || !IsForLinux(name)) &&
+           (name != "string_over_lines" || ReaderAcceptsLineEndsInStrings());
+}
+
+// Compares `text` with the file at `path`, or writes it there.
+void ExpectKept(const std::string& path, const std::string& text)
+{
+    if (Renews()) {
+        std::ofstream(path, std::ios::binary) << text;
+    }
+    EXPECT_EQ(Read(path), text) << path;
 }
 
 // Checks what must hold for any bytes.
@@ -323,6 +330,15 @@ TEST(Lists, GiveTheExpectedFindings)
             ExpectKept(PathOf(name, ".expected"), Printed(name));
         }
     }
+}
+
+TEST(CheckList, FollowsTheReaderOnLineEndsInStrings)
+{
+    const std::string text = FindingsText(
+        "x", CheckList("{\"0\": {\"name\": \"a\nb\", \"program\": \"/bin/sh\"}}"), false);
+    const bool is_reported =
+        text.find("x:1:16: error: the string is not closed on the line on which it starts") == 0;
+    EXPECT_EQ(is_reported, !ReaderAcceptsLineEndsInStrings()) << text;
 }
 
 TEST(Lists, HaveNoExpectedFileTooMany)

@@ -208,6 +208,23 @@ TEST(ReportHtml, DrawsMarksAsHighAsTheyAreFrequent)
     EXPECT_TRUE(Holds(page, "<path class=x stroke-width=3.2 d=\"M2 12v-5\"/>")) << page;
 }
 
+TEST(ReportHtml, DividesBarsLessFinelyTheMoreItemsHaveMarks)
+{
+    const struct
+    {
+        int items;
+        const char* cells;
+    } kTable[] = {
+        {30, " data-n=120 "}, {31, " data-n=40 "}, {100, " data-n=40 "}, {101, " data-n=14 "}};
+    for (const auto& row : kTable) {
+        LogText log;
+        for (int i = 0; i < 3 * row.items; ++i) {
+            log.End(100 * i, kLauncher, "item " + std::to_string(i % row.items), 2000 + i, kExit3);
+        }
+        EXPECT_TRUE(Holds(ReportHtml(ReportOn(log), kLevelFile), row.cells)) << row.items;
+    }
+}
+
 TEST(ReportHtml, StaysSmallForManyRuns)
 {
     LogText log;

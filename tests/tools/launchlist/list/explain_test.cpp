@@ -269,7 +269,7 @@ TEST(ExplanationJson, NamesFatesOutcomesAndConditions)
         explanation.outcomes.push_back(row.outcome);
     }
     JsonObject json(ExplanationJson("x", explanation).c_str());
-    unsigned int index = 0;
+    int index = 0;
     for (const auto& row : kFates) {
         EXPECT_EQ(static_cast<std::string>(json["items"][index++]["fate"]), row.name);
     }

@@ -1,5 +1,5 @@
 // Failures: directories and links that prevent a start, a log that is removed or replaced, and
-// errors of `open` and `write`, which this test replaces.
+// errors of `open`, `mkdir` and `write`, which this test replaces.
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -29,6 +29,12 @@ int g_calls = 0;
 // The number of calls to open until one opens a device instead of the file; never if negative.
 int g_opens_until_device = -1;
 
+// The errno with which each of the next calls of open fails; 0: it opens the file.
+std::deque<int> g_open_errors;
+
+// The errno with which every mkdir fails; 0: it creates the directory.
+int g_mkdir_error = 0;
+
 }  // namespace
 
 extern "C" int open(const char* path, int flags, ...)
@@ -38,11 +44,28 @@ extern "C" int open(const char* path, int flags, ...)
     if (g_opens_until_device >= 0 && g_opens_until_device-- == 0) {
         return next("/dev/null", O_WRONLY);
     }
+    if (!g_open_errors.empty()) {
+        const int error = g_open_errors.front();
+        g_open_errors.pop_front();
+        if (error != 0) {
+            errno = error;
+            return -1;
+        }
+    }
     va_list arguments;
     va_start(arguments, flags);
     const int mode = (flags & O_CREAT) != 0 ? va_arg(arguments, int) : 0;
     va_end(arguments);
     return next(path, flags, mode);
+}
+
+extern "C" int mkdir(const char* path, mode_t mode)
+{
+    if (g_mkdir_error != 0) {
+        errno = g_mkdir_error;
+        return -1;
+    }
+    return mkdirat(AT_FDCWD, path, mode);
 }
 
 extern "C" ssize_t write(int descriptor, const void* data, size_t size)
@@ -348,3 +371,47 @@ TEST(InitLogger, ReturnsTheErrnoOfAnUnwritableDirectory)
 }
 
 }  // namespace
+
+TEST(InitLogger, RepeatsAnInterruptedOpen)
+{
+    const TempFolder folder;
+    g_open_errors = {EINTR, EINTR, 0, EINTR, 0};
+    EXPECT_EQ(InitLogger((folder / "log").c_str()), 0);
+    EXPECT_TRUE(g_open_errors.empty());
+    EXPECT_TRUE(Exists(folder / "log"));
+}
+
+TEST(InitLogger, OpensALogThatSomeoneElseCreatesMeanwhile)
+{
+    const TempFolder folder;
+    g_open_errors = {ENOENT, EEXIST, ENOENT, EEXIST};
+    EXPECT_EQ(InitLogger((folder / "log").c_str()), 0);
+    EXPECT_TRUE(g_open_errors.empty());
+}
+
+TEST(InitLogger, FailsIfSomeoneKeepsRemovingTheLog)
+{
+    const TempFolder folder;
+    g_open_errors = {ENOENT, EEXIST, ENOENT, EEXIST, ENOENT, EEXIST};
+    EXPECT_EQ(InitLogger((folder / "log").c_str()), EEXIST);
+    EXPECT_TRUE(g_open_errors.empty());
+}
+
+TEST(InitLogger, ReturnsTheErrnoOfAFailedCreation)
+{
+    const TempFolder folder;
+    g_open_errors = {ENOENT, ENOSPC};
+    EXPECT_EQ(InitLogger((folder / "log").c_str()), ENOSPC);
+    EXPECT_FALSE(Exists(folder / "log"));
+}
+
+TEST(InitLogger, ReturnsTheErrnoOfADirectoryThatCannotBeCreated)
+{
+    const TempFolder folder;
+    // Some systems report EROFS for the existing directories, too.
+    g_mkdir_error = EROFS;
+    const int error = InitLogger((folder / "missing/log").c_str());
+    g_mkdir_error = 0;
+    EXPECT_EQ(error, EROFS);
+    EXPECT_EQ(InitLogger((folder / "missing/log").c_str()), 0);
+}

@@ -1,5 +1,6 @@
 // Which records use the heap, and what happens to them if it is exhausted. This test replaces the
 // operators new and delete.
+#include <errno.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
@@ -155,6 +156,30 @@ TEST(LogV, WritesTheBeginningOfALongTextIfTheHeapIsExhausted)
         EXPECT_EQ(content.records[0].text, row.text.substr(0, row.kept)) << row.what;
         EXPECT_EQ(content.records[0].cut, row.text.size() - row.kept) << row.what;
     }
+}
+
+TEST(InitLogger, ReportsThatTheHeapIsExhausted)
+{
+    TempFolder folder;
+    const std::string path = folder / "log";
+    g_no_memory = true;
+    const int error = InitLogger(path.c_str());
+    g_no_memory = false;
+    EXPECT_EQ(error, ENOMEM);
+    EXPECT_FALSE(Exists(path));
+    EXPECT_EQ(InitLogger(path.c_str()), 0);
+}
+
+TEST(GetLogger, ReportsThatTheHeapIsExhausted)
+{
+    TempFolder folder;
+    ASSERT_EQ(InitLogger((folder / "log").c_str()), 0);
+    ILog* log = nullptr;
+    g_no_memory = true;
+    const int error = GetLogger(LOGKIND_FILE, "launcher", LOGLEVEL_DEBUG, &log);
+    g_no_memory = false;
+    EXPECT_EQ(error, ENOMEM);
+    EXPECT_EQ(log, nullptr);
 }
 
 }  // namespace

@@ -7,6 +7,8 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #ifdef __linux__
@@ -49,6 +51,9 @@ std::function<void()> g_on_rename;
 
 // This many of the next writes of this thread fail as if the descriptor were closed.
 thread_local int g_closed_writes = 0;
+
+// What each write does first.
+std::function<void()> g_on_write;
 
 template <typename Function>
 Function* Real(const char* name)
@@ -126,6 +131,9 @@ extern "C" ssize_t write(int descriptor, const void* data, size_t size)
         errno = EBADF;
         return -1;
     }
+    if (g_on_write) {
+        g_on_write();
+    }
     return real(descriptor, data, size);
 }
 
@@ -168,6 +176,46 @@ using WriteTest = RotatingFileTest;
 using Rotation = RotatingFileTest;
 
 const std::string kAllButFull(qv7log::kRotateSize - 10, '.');
+
+// Limits the size of files of this process.
+class SizeLimit : public RotatingFileTest
+{
+protected:
+    void SetUp() override
+    {
+        RotatingFileTest::SetUp();
+        ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &m_before), 0);
+    }
+
+    void TearDown() override
+    {
+        g_on_write = nullptr;
+        setrlimit(RLIMIT_FSIZE, &m_before);
+        RotatingFileTest::TearDown();
+    }
+
+    void Set(rlim_t size) const
+    {
+        const rlimit limit = {size, m_before.rlim_max};
+        ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+    }
+
+    // Lets the log read the limit, as it does before a record that does not belong to a burst.
+    void ReadLimit()
+    {
+        g_now = g_now + 1000 * kSecond;
+        m_log.ReopenIfMoved(getpid());
+    }
+
+    static bool IsSignalPending()
+    {
+        sigset_t pending;
+        return sigpending(&pending) == 0 && sigismember(&pending, SIGXFSZ) == 1;
+    }
+
+private:
+    rlimit m_before = {};
+};
 
 // Another thread, which writes "the other's", is reopening the log until Finish is called.
 class Reopening : public RotatingFileTest
@@ -443,3 +491,62 @@ TEST_F(Rotation, RemovesASurplusFileOfAKilledProcess)
     EXPECT_FALSE(Exists(m_path + ".6"));
 }
 #endif
+
+TEST_F(Rotation, IsPostponedIfSomeoneKeepsRemovingTheLockFile)
+{
+    g_now = 1000 * kSecond;
+    g_on_check = [this] { unlink((m_path + ".lock").c_str()); };
+    EXPECT_TRUE(Append(std::string(qv7log::kRotateSize, 'x')));
+    g_on_check = nullptr;
+    EXPECT_FALSE(Exists(m_path + ".1"));
+    EXPECT_TRUE(Append("within a second"));
+    EXPECT_FALSE(Exists(m_path + ".1"));
+    g_now = 1002 * kSecond;
+    EXPECT_TRUE(Append("later"));
+    EXPECT_TRUE(Exists(m_path + ".1"));
+}
+
+TEST_F(SizeLimit, LosesRecordsThatDoNotFit)
+{
+    Set(5);
+    ReadLimit();
+    EXPECT_TRUE(Append("four"));
+    EXPECT_FALSE(Append(""));
+    EXPECT_FALSE(IsSignalPending());
+    Set(6);
+    EXPECT_FALSE(Append("")) << "the limit is read between bursts only";
+    ReadLimit();
+    EXPECT_TRUE(Append(""));
+    EXPECT_EQ(ReadFile(m_path), "four\n\n");
+}
+
+// Its default action would end this test.
+TEST_F(SizeLimit, DiscardsTheSignalOfAWriteThatFailsNonetheless)
+{
+    Set(100);
+    ReadLimit();
+    g_on_write = [this] { Set(0); };
+    EXPECT_FALSE(Append("lost"));
+    EXPECT_FALSE(IsSignalPending());
+    EXPECT_EQ(ReadFile(m_path), "");
+}
+
+TEST_F(SizeLimit, KeepsASignalThatWasPendingBefore)
+{
+    sigset_t signal;
+    sigset_t before;
+    sigemptyset(&signal);
+    sigaddset(&signal, SIGXFSZ);
+    ASSERT_EQ(pthread_sigmask(SIG_BLOCK, &signal, &before), 0);
+    raise(SIGXFSZ);
+    Set(100);
+    ReadLimit();
+    EXPECT_TRUE(Append("written"));
+    const bool is_pending = IsSignalPending();
+    EXPECT_TRUE(is_pending);
+    if (is_pending) {  // otherwise this would never return
+        int received = 0;
+        sigwait(&signal, &received);
+    }
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}

@@ -414,6 +414,33 @@ TEST(CheckList, CountsFindingsBeyondOneThousandOfAKind)
     const std::string text = FindingsText("x", findings, false);
     EXPECT_NE(text.find("x: 1500 more of the kind unknown-member\nx: 0 errors, 2500 warnings\n"),
               std::string::npos);
+    JsonObject json(FindingsJson({{"x", "", findings}}).c_str());
+    JsonObject list = json["lists"][0];
+    EXPECT_EQ(list["findings"].GetArraySize(), 1000U);
+    ASSERT_EQ(list["not_shown"].GetArraySize(), 1U);
+    EXPECT_EQ(static_cast<std::string>(list["not_shown"][0]["kind"]), "unknown-member");
+    EXPECT_EQ(static_cast<int>(list["not_shown"][0]["count"]), 1500);
+}
+
+TEST(FindingsText, CountsErrorsAndWarnings)
+{
+    Findings findings;
+    EXPECT_EQ(FindingsText("x\x1b", findings, false), "x\\x1b: no mistakes\n");
+    findings.errors = 1;
+    EXPECT_EQ(FindingsText("x", findings, false), "x: 1 error, 0 warnings\n");
+    findings.errors = 2;
+    findings.warnings = 1;
+    EXPECT_EQ(FindingsText("x", findings, false), "x: 2 errors, 1 warning\n");
+}
+
+TEST(FindingsJson, HasTheErrorOfAListThatCannotBeRead)
+{
+    JsonObject json(FindingsJson({{"x", "No such file", {}}, {"y", "", {}}}).c_str());
+    ASSERT_EQ(json["lists"].GetArraySize(), 2U);
+    EXPECT_EQ(static_cast<std::string>(json["lists"][0]["error"]), "No such file");
+    EXPECT_FALSE(json["lists"][0]["errors"].IsValid());
+    EXPECT_FALSE(json["lists"][1]["error"].IsValid());
+    EXPECT_EQ(static_cast<int>(json["lists"][1]["errors"]), 0);
 }
 
 TEST(CheckList, FindsLinesInWhateverOrder)

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "json/json_object.h"
 #include "tools/launchlist/base/files.h"
 #include "tools/launchlist/list/argument_vector.h"
 #include "tools/launchlist/list/effects.h"
@@ -228,6 +229,86 @@ TEST(ExplanationText, QuotesForAShell)
               "    program   /bin/sh\n"
               "    arguments /bin/sh 'it'\\''s' \"$(printf 'a\\033\\047s')\"'\n'\n"
               "End of list (no item \"1\")\n"
+              "The launcher keeps running until SIGTERM.\n");
+}
+
+TEST(ExplanationJson, NamesFatesOutcomesAndConditions)
+{
+    const struct
+    {
+        Fate fate;
+        const char* name;
+    } kFates[] = {{Fate::kRejected, "rejected"},
+                  {Fate::kSkipped, "skipped"},
+                  {Fate::kAbortsLauncher, "aborts-launcher"},
+                  {Fate::kSignalsGroup, "signals-group"},
+                  {Fate::kAbortsChild, "aborts-child"},
+                  {Fate::kUndefined, "undefined"},
+                  {Fate::kOverrunsStack, "overruns-stack"},
+                  {Fate::kMayOverrunStack, "may-overrun-stack"},
+                  {Fate::kCannotExecute, "cannot-execute"},
+                  {Fate::kRuns, "runs"}};
+    const struct
+    {
+        LauncherOutcome outcome;
+        const char* name;
+        const char* condition;
+    } kOutcomes[] = {{{Outcome::kKeepsRunning, Condition::kAlways}, "keeps-running", "none"},
+                     {{Outcome::kExits, Condition::kTiming}, "exits", "timing"},
+                     {{Outcome::kAborts, Condition::kMacOs}, "aborts", "macos"},
+                     {{Outcome::kGroupKilled, Condition::kProcessLimit},
+                      "process-group-killed",
+                      "process-limit"},
+                     {{Outcome::kUserKilled, Condition::kAlways}, "all-processes-killed", "none"}};
+    Explanation explanation;
+    for (const auto& row : kFates) {
+        explanation.items.emplace_back();
+        explanation.items.back().fate = row.fate;
+    }
+    for (const auto& row : kOutcomes) {
+        explanation.outcomes.push_back(row.outcome);
+    }
+    JsonObject json(ExplanationJson("x", explanation).c_str());
+    int index = 0;
+    for (const auto& row : kFates) {
+        EXPECT_EQ(static_cast<std::string>(json["items"][index++]["fate"]), row.name);
+    }
+    index = 0;
+    for (const auto& row : kOutcomes) {
+        JsonObject outcome = json["outcomes"][index++];
+        EXPECT_EQ(static_cast<std::string>(outcome["outcome"]), row.name);
+        EXPECT_EQ(static_cast<std::string>(outcome["condition"]), row.condition);
+    }
+}
+
+TEST(ExplanationText, ShowsOnlyWhatIsKnownOfAnItem)
+{
+    Explanation explanation;
+    explanation.outcomes = {{Outcome::kKeepsRunning, Condition::kAlways}};
+    explanation.items.resize(3);
+    explanation.items[1].index = 1;
+    explanation.items[1].program = "";
+    explanation.items[1].arguments = ArgumentVector();
+    explanation.items[1].replaced_by = 2;
+    explanation.items[2].index = 2;
+    explanation.items[2].program = "/a b";
+    explanation.items[2].replaces = 1;
+    explanation.items[2].problem = "a problem";
+    explanation.items[2].effect = "an effect";
+    explanation.items[2].note = "a note\x1b";
+    explanation.is_rejected = true;
+    EXPECT_EQ(ExplanationText(explanation, false),
+              "item 0\n"
+              "item 1\n"
+              "    replaced  by item 2\n"
+              "    arguments (empty vector)\n"
+              "item 2\n"
+              "    replaces  item 1, which ends\n"
+              "    program   '/a b'\n"
+              "    problem   a problem\n"
+              "    effect    an effect\n"
+              "    note      a note\\x1b\n"
+              "No items after item 2 are read\n"
               "The launcher keeps running until SIGTERM.\n");
 }
 

@@ -294,3 +294,152 @@ TEST(PresenceOf, LetsRunningPrevailWhereLaunchersOverlap)
     EXPECT_EQ(parts[0].to - parts[0].from, 9000);
     EXPECT_FALSE(parts[1].is_running);
 }
+
+TEST(Summarize, FindsTheStateAtTheEnd)
+{
+    // Starts at 1 s, runs from then on, and has no end.
+    launchlist::Run run;
+    run.start = run.from = run.to = 1000;
+    const auto changed = [&run](const auto& change) {
+        launchlist::Run result = run;
+        change(result);
+        return result;
+    };
+    const auto ended = [&run](Milliseconds end, Cause cause, bool is_final) {
+        launchlist::Run result = run;
+        result.end = result.to = end;
+        result.cause = cause;
+        result.is_final = is_final;
+        return result;
+    };
+    const auto attempted = [&run](Milliseconds time, Role role) {
+        launchlist::Run result = run;
+        result.start = result.from = result.to = time;
+        result.role = role;
+        return result;
+    };
+    const struct
+    {
+        const char* what;
+        std::vector<launchlist::Run> runs;
+        bool lacks_starts;
+        State state;
+    } kTable[] = {
+        {"nothing", {}, false, State::kUnknown},
+        {"abandoned",
+         {changed([](launchlist::Run& r) { r.is_abandoned = true; })},
+         false,
+         State::kAbandoned},
+        {"stopped", {ended(2000, Cause::kLauncher, true)}, false, State::kStopped},
+        {"end not seen", {ended(2000, Cause::kUnknown, false)}, false, State::kUnknown},
+        {"not restarted", {ended(2000, Cause::kProgram, true)}, false, State::kEnded},
+        {"in its pause", {ended(9500, Cause::kProgram, false)}, false, State::kEnded},
+        {"perhaps stopped", {ended(9500, Cause::kMaybeLauncher, false)}, false, State::kUnknown},
+        {"perhaps restarted", {ended(9500, Cause::kProgram, false)}, true, State::kUnknown},
+        {"long after an end", {ended(8999, Cause::kProgram, false)}, false, State::kUnknown},
+        {"failed", {attempted(1000, Role::kFailed)}, false, State::kFailing},
+        {"just started", {attempted(9000, Role::kAttempt)}, false, State::kStarted},
+        {"started earlier", {attempted(8999, Role::kAttempt)}, false, State::kUnknown},
+        {"started after failures",
+         {attempted(1000, Role::kFailed), attempted(9500, Role::kAttempt)},
+         false,
+         State::kFailing},
+        {"running", {changed([](launchlist::Run& r) { r.to = 10000; })}, false, State::kRunning},
+        {"ends later", {ended(20000, Cause::kProgram, false)}, false, State::kRunning},
+        {"last seen earlier",
+         {changed([](launchlist::Run& r) { r.to = 9000; })},
+         false,
+         State::kUnknown},
+        {"starts later", {attempted(20000, Role::kRun)}, false, State::kUnknown},
+    };
+    for (const auto& row : kTable) {
+        ItemReport item;
+        item.runs = row.runs;
+        item.lacks_starts = row.lacks_starts;
+        Summarize(item, 0, 10000);
+        EXPECT_EQ(item.state, row.state) << row.what;
+    }
+}
+
+TEST(Summarize, TakesTheLatestFailureForTheState)
+{
+    launchlist::Run run;
+    run.start = run.from = 1000;
+    run.to = 2000;
+    run.end = 2000;
+    run.is_final = true;
+    const struct
+    {
+        Milliseconds failed_fork;
+        Milliseconds no_program;
+        State state;
+    } kTable[] = {{500, 500, State::kEnded},    {3000, 500, State::kAbandoned},
+                  {500, 3000, State::kFailing}, {20000, 500, State::kEnded},
+                  {500, 20000, State::kEnded},  {2000, 2000, State::kAbandoned}};
+    for (const auto& row : kTable) {
+        ItemReport item;
+        item.runs = {run};
+        item.failed_fork_times = {row.failed_fork};
+        item.no_program_times = {row.no_program};
+        Summarize(item, 0, 10000);
+        EXPECT_EQ(item.state, row.state) << row.failed_fork << " " << row.no_program;
+    }
+}
+
+TEST(RunLength, IsKnownIfBothTimesAre)
+{
+    launchlist::Run run;
+    EXPECT_FALSE(run.Length());
+    run.start = 1000;
+    EXPECT_FALSE(run.Length());
+    run.end = 3000;
+    EXPECT_EQ(run.Length(), 2000);
+    run.cause = Cause::kUnknown;
+    EXPECT_FALSE(run.Length());
+    run.cause = Cause::kProgram;
+    run.end = 999;
+    EXPECT_FALSE(run.Length());
+    run.start.reset();
+    EXPECT_FALSE(run.Length());
+}
+
+TEST(RunIsCrash, IfItsProgramEndedItBadly)
+{
+    launchlist::Run run;
+    run.how = {true, kExit3};
+    EXPECT_FALSE(run.IsCrash()) << "has not ended";
+    run.end = 1000;
+    EXPECT_TRUE(run.IsCrash());
+    run.how = {true, kKilled};
+    EXPECT_TRUE(run.IsCrash());
+    run.role = Role::kFailed;
+    EXPECT_FALSE(run.IsCrash());
+    run.role = Role::kRun;
+    run.cause = Cause::kLauncher;
+    EXPECT_FALSE(run.IsCrash());
+    run.cause = Cause::kProgram;
+    run.how = {true, 0};
+    EXPECT_FALSE(run.IsCrash());
+}
+
+TEST(PresenceOf, CutsWhatIsDownAroundWhatIsRunning)
+{
+    const auto run = [](Milliseconds from, Milliseconds to) {
+        launchlist::Run result;
+        result.start = result.from = from;
+        result.end = result.to = to;
+        return result;
+    };
+    ItemReport item;
+    item.runs = {run(1000, 2000), run(3000, 4000), run(5000, 6000), run(20000, 21000)};
+    item.runs[0].down_until = 9000;
+    item.runs[2].role = Role::kFailed;
+    item.runs[2].down_until = 9500;
+    std::string parts;
+    for (const Presence& part : PresenceOf(item, 0, 10000)) {
+        parts += (part.is_running ? " running " : " down ") + std::to_string(part.from) + "-" +
+                 std::to_string(part.to);
+    }
+    EXPECT_EQ(parts, " running 1000-2000 down 2000-3000 running 3000-4000 down 4000-9500");
+    EXPECT_TRUE(PresenceOf(item, 10000, 10000).empty());
+}

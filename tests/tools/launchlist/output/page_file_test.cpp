@@ -1,17 +1,72 @@
+// This test replaces the calls of the system that can fail while a page is replaced.
 #include "tools/launchlist/output/page_file.h"
 
+#include <dlfcn.h>
+#include <errno.h>
 #include <gtest/gtest.h>
+#include <stdio.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
 
 #include "tests/support/temp_folder.h"
 #include "tools/launchlist/output/report_output.h"
 
 using namespace launchlist;
+
+namespace {
+
+// The errno with which the next call of a function fails.
+std::map<std::string, int> g_failures;
+
+// Whether the next call of `function` fails; sets errno.
+bool FailsNow(const std::string& function)
+{
+    const auto failure = g_failures.find(function);
+    if (failure == g_failures.end()) {
+        return false;
+    }
+    errno = failure->second;
+    g_failures.erase(failure);
+    return true;
+}
+
+template <typename Function>
+Function* Real(const char* name)
+{
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+}  // namespace
+
+extern "C" int fchmod(int descriptor, mode_t mode)
+{
+    return FailsNow("fchmod") ? -1 : Real<int(int, mode_t)>("fchmod")(descriptor, mode);
+}
+
+extern "C" ssize_t write(int descriptor, const void* data, size_t size)
+{
+    if (FailsNow("write")) {
+        return -1;
+    }
+    return Real<ssize_t(int, const void*, size_t)>("write")(descriptor, data, size);
+}
+
+extern "C" int close(int descriptor)
+{
+    const int result = Real<int(int)>("close")(descriptor);
+    return FailsNow("close") ? -1 : result;
+}
+
+extern "C" int rename(const char* from, const char* to) noexcept
+{
+    return FailsNow("rename") ? -1 : Real<int(const char*, const char*)>("rename")(from, to);
+}
 
 namespace {
 
@@ -108,4 +163,91 @@ TEST_F(WritePageTest, ReplacesNoDirectory)
 {
     ASSERT_EQ(mkdir((m_folder / "page").c_str(), 0700), 0);
     EXPECT_NE(Write("page", true), "");
+}
+
+TEST_F(WritePageTest, ReplacesAnEmptyFile)
+{
+    m_folder.Write("page", "");
+    EXPECT_EQ(Write("page"), "");
+    EXPECT_EQ(Read("page"), Page("new"));
+}
+
+TEST_F(WritePageTest, RecognisesAPageByItsWholeBeginning)
+{
+    std::string other(2 * kPageMark.size(), 'x');
+    other[0] = kPageMark[0];
+    for (const std::string& text : {std::string(kPageMark.substr(1)), other}) {
+        m_folder.Write("page", text);
+        EXPECT_NE(Write("page"), "");
+        EXPECT_EQ(Read("page"), text);
+    }
+}
+
+TEST_F(WritePageTest, ReportsAPathThatCannotBeExamined)
+{
+    EXPECT_EQ(Write(std::string(300, 'x')), std::strerror(ENAMETOOLONG));
+}
+
+TEST_F(WritePageTest, ReportsThatNoFileCanBeCreatedInTheDirectory)
+{
+    EXPECT_EQ(Write("missing/page"), std::strerror(ENOENT));
+    // Room for the name of the page, but not for that of the file that replaces it.
+    EXPECT_EQ(Write(std::string(255, 'x')), std::strerror(ENAMETOOLONG));
+}
+
+TEST_F(WritePageTest, KeepsThePageAndLeavesNoFileIfAStepFails)
+{
+    m_folder.Write("page", Page("old"));
+    const struct
+    {
+        const char* function;
+        int error;
+    } kTable[] = {{"fchmod", EPERM}, {"write", ENOSPC}, {"close", EIO}, {"rename", EISDIR}};
+    for (const auto& row : kTable) {
+        g_failures[row.function] = row.error;
+        EXPECT_EQ(Write("page", true), std::strerror(row.error)) << row.function;
+        EXPECT_EQ(Read("page"), Page("old")) << row.function;
+        g_failures.clear();
+    }
+}
+
+TEST_F(WritePageTest, ReportsTheFirstOfTwoFailures)
+{
+    g_failures = {{"write", ENOSPC}, {"close", EIO}};
+    EXPECT_EQ(Write("page", true), std::strerror(ENOSPC));
+    EXPECT_TRUE(g_failures.empty());
+}
+
+TEST_F(WritePageTest, RepeatsAnInterruptedWrite)
+{
+    g_failures = {{"write", EINTR}};
+    EXPECT_EQ(Write("page"), "");
+    EXPECT_EQ(Read("page"), Page("new"));
+}
+
+TEST_F(WritePageTest, TriesAHundredNames)
+{
+    const std::string begin = "page.new-" + std::to_string(getpid()) + "-";
+    for (int number = 0; number < 99; ++number) {
+        m_folder.Write(begin + std::to_string(number), "precious");
+    }
+    std::string error;
+    EXPECT_TRUE(WritePage(m_folder / "page", Page("new"), m_inputs, false, error)) << error;
+    m_folder.Write(begin + "99", "precious");
+    EXPECT_FALSE(WritePage(m_folder / "page", Page("newer"), m_inputs, false, error));
+    EXPECT_EQ(error, std::strerror(EEXIST));
+    EXPECT_EQ(Read("page"), Page("new"));
+    EXPECT_EQ(Read(begin + "0"), "precious");
+    EXPECT_EQ(Read(begin + "99"), "precious");
+}
+
+TEST_F(WritePageTest, ReplacesAPageThatIsNotAmongTheInputs)
+{
+    m_folder.Write("page", Page("old"));
+    LogFile without_id;
+    LogFile other;
+    other.has_id = true;
+    m_inputs = {without_id, other};
+    EXPECT_EQ(Write("page"), "");
+    EXPECT_EQ(Read("page"), Page("new"));
 }

@@ -69,6 +69,62 @@ TEST(ReportText, ReportsAnEmptyLog)
     EXPECT_EQ(Text(ReportOn(LogText())), "no records\n");
 }
 
+TEST(ReportOutput, IsLimitedWhereVeryManyItemsHaveProblems)
+{
+    LogText log;
+    for (int i = 0; i < 1002; ++i) {
+        log.Start(10 * i, kLauncher, "item " + std::to_string(i));
+        log.End(10 * i + 5, kLauncher, "item " + std::to_string(i), 2000 + i, kExit3);
+    }
+    const Report report = ReportOn(log);
+    const std::string text = Text(report);
+    EXPECT_TRUE(Holds(text, "\n  and 980 more\n"));
+    EXPECT_TRUE(Holds(text, "\n2 more items not shown, none of them worse; --json has all\n"));
+    const std::string page = ReportHtml(report, kLevelFile);
+    EXPECT_TRUE(Holds(page, "<li>982 more below</li>"));
+    JsonObject json(ReportJson(report).c_str());
+    EXPECT_EQ(json["items"].GetArraySize(), 1002U);
+}
+
+TEST(ReportOutput, ShowsTheLatestOfManyLaunchers)
+{
+    LogText log;
+    for (int i = 0; i < 52; ++i) {
+        log.Start(20000 * i, 1000 + i, "item " + std::to_string(i));
+    }
+    const Report report = ReportOn(log);
+    const std::string text = Text(report);
+    EXPECT_TRUE(Holds(text, "\n42 earlier launchers not shown\nlauncher 1042: ")) << text;
+    EXPECT_TRUE(Holds(text, "\nlauncher 1051: ")) << text;
+    const std::string page = ReportHtml(report, kLevelFile);
+    EXPECT_TRUE(Holds(page, "<li>2 earlier launchers not shown</li>\n<li>launcher 1002: "));
+    EXPECT_TRUE(Holds(page, "<li>launcher 1051: "));
+}
+
+TEST(ReportOutput, SaysThatThePeriodHasNoRecords)
+{
+    LogText log;
+    log.Start(0, kLauncher, "a");
+    ReportRange range;
+    range.since = At(3600000);
+    const Report report = ReportOn(log, range);
+    for (const std::string& output : {Text(report), ReportHtml(report, kLevelFile)}) {
+        EXPECT_TRUE(Holds(output,
+                          "no records in this period; the last record of the log is from "
+                          "2026-11-21 00:00:00 UTC"))
+            << output;
+    }
+}
+
+TEST(ReportHtml, ShortensLongNames)
+{
+    const std::string name = "begin" + std::string(2000, 'x') + "end";
+    const std::string page = ReportHtml(ReportOn(LogText().Start(0, kLauncher, name)), kLevelFile);
+    EXPECT_TRUE(Holds(page, std::string(200, 'x'))) << "not even in the tooltip";
+    EXPECT_FALSE(Holds(page, std::string(500, 'x')));
+    EXPECT_TRUE(Holds(page, "title=\"beginx"));
+}
+
 TEST(ReportOutput, FindsProblemsOfLaunchersWithoutItems)
 {
     LogText log;
@@ -150,6 +206,23 @@ TEST(ReportHtml, DrawsMarksAsHighAsTheyAreFrequent)
     log.Start(100000000, kLauncher, "b");
     const std::string page = ReportHtml(ReportOn(log), kLevelFile);
     EXPECT_TRUE(Holds(page, "<path class=x stroke-width=3.2 d=\"M2 12v-5\"/>")) << page;
+}
+
+TEST(ReportHtml, DividesBarsLessFinelyTheMoreItemsHaveMarks)
+{
+    const struct
+    {
+        int items;
+        const char* cells;
+    } kTable[] = {
+        {30, " data-n=120 "}, {31, " data-n=40 "}, {100, " data-n=40 "}, {101, " data-n=14 "}};
+    for (const auto& row : kTable) {
+        LogText log;
+        for (int i = 0; i < 3 * row.items; ++i) {
+            log.End(100 * i, kLauncher, "item " + std::to_string(i % row.items), 2000 + i, kExit3);
+        }
+        EXPECT_TRUE(Holds(ReportHtml(ReportOn(log), kLevelFile), row.cells)) << row.items;
+    }
 }
 
 TEST(ReportHtml, StaysSmallForManyRuns)

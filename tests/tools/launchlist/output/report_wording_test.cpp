@@ -128,3 +128,168 @@ TEST(ReportNotes, SayWhatTheLogShows)
               "A time in the log is a second or more before the preceding one (once), as after the "
               "clock was set back; lengths around it may be wrong.");
 }
+
+TEST(ItemNotes, GiveTheRatePerHourInFiguresThatAreKnown)
+{
+    const struct
+    {
+        Milliseconds interval;
+        int ends;
+        const char* rate;
+    } kTable[] = {{120000, 61, " (30 an hour), at worst 30 in the hour"},
+                  {540000, 61, " (6.8 an hour), at worst 7 in the hour from "},
+                  {60000, 40, " in 39 min"}};
+    for (const auto& row : kTable) {
+        LogText log;
+        for (int i = 0; i < row.ends; ++i) {
+            log.Start(row.interval * i, kLauncher, "a");
+            log.End(row.interval * i + 30000, kLauncher, "a", 200 + i, kExit3);
+        }
+        const std::vector<std::string> notes = ItemNotes(ItemOf(ReportOn(log), "a"));
+        ASSERT_FALSE(notes.empty()) << row.rate;
+        EXPECT_NE(notes[0].find(row.rate), std::string::npos) << notes[0];
+    }
+}
+
+TEST(ItemNotes, CountCleanEndsAndOneCrash)
+{
+    LogText log;
+    for (int i = 0; i < 6; ++i) {
+        log.Start(1000 * i, kLauncher, "clean").End(1000 * i + 900, kLauncher, "clean", 200 + i, 0);
+        log.Start(1000 * i, kLauncher, "mixed");
+        log.End(1000 * i + 910, kLauncher, "mixed", 300 + i, i == 3 ? kExit3 : 0);
+    }
+    const Report report = ReportOn(log);
+    EXPECT_EQ(ItemNotes(ItemOf(report, "clean"))[0].find(
+                  "exits repeatedly: 6 exits with status 0 in 5.0 s"),
+              0U);
+    EXPECT_EQ(ItemNotes(ItemOf(report, "mixed"))[0].find(
+                  "crashes repeatedly: 1 crash and 5 exits with status 0 in 5.0 s"),
+              0U);
+}
+
+TEST(ItemNotes, CountWhatFailed)
+{
+    ItemReport item;
+    EXPECT_TRUE(ItemNotes(item).empty());
+    item.failed_starts = 1;
+    item.no_program = 2;
+    item.failed_forks = 1;
+    item.crashes = 1;
+    item.unknown_ends = 3;
+    EXPECT_EQ(ItemNotes(item),
+              (std::vector<std::string>{
+                  "could not be started once; the log does not say why, `launchlist check` may",
+                  "has no program (logged 2 times)", "abandoned: fork failed", "crashed once",
+                  "waitpid failed 3 times: when and how the program ended is unknown"}));
+    item.failed_forks = 2;
+    EXPECT_EQ(ItemNotes(item)[2], "abandoned: fork failed 2 times");
+}
+
+TEST(ItemNotes, OmitTheTimeDownIfThereIsNone)
+{
+    ItemReport item;
+    item.crashes = 5;
+    item.rate = Rate();
+    item.rate->worst_hour = kManyEnds;
+    item.rate->first = At(0);
+    item.rate->last = At(4000);
+    item.running = 9000;
+    EXPECT_EQ(ItemNotes(item)[0],
+              "crashes repeatedly: 5 crashes in 4.0 s; the last at 2026-11-21 00:00:04 UTC");
+    item.down = 1000;
+    item.rate->continues = true;
+    EXPECT_EQ(
+        ItemNotes(item)[0],
+        "crashes repeatedly: 5 crashes in 4.0 s, down for 10.0 % of the known time; continues "
+        "at the end of the report");
+}
+
+TEST(ItemTitle, ShowsAnEmptyName)
+{
+    ItemReport item;
+    EXPECT_EQ(ItemTitle(item), "\"\"");
+    item.name = "a\x1b";
+    EXPECT_EQ(ItemTitle(item), "a\\x1b");
+}
+
+TEST(LaunchersOf, AreThoseWithRecordsInTheTimeOfTheReport)
+{
+    Report report;
+    for (const Milliseconds begin : {0, 1000, 2000, 3000}) {
+        Launcher launcher;
+        launcher.process = begin;
+        launcher.from = At(begin);
+        launcher.to = At(begin + 500);
+        report.launchers.push_back(launcher);
+    }
+    EXPECT_TRUE(LaunchersOf(report).empty());
+    report.first = At(1500);
+    report.last = At(2500);
+    std::vector<std::int64_t> processes;
+    for (const Launcher* launcher : LaunchersOf(report)) {
+        processes.push_back(launcher->process);
+    }
+    EXPECT_EQ(processes, (std::vector<std::int64_t>{1000, 2000}));
+}
+
+TEST(LauncherProblems, SayWhichConclusionsAreCertain)
+{
+    Report report;
+    report.first = At(0);
+    report.last = At(9000);
+    Launcher launcher;
+    launcher.process = 7;
+    launcher.from = launcher.to = At(1000);
+    launcher.end = LauncherEnd::kVanished;
+    report.launchers.push_back(launcher);
+    EXPECT_EQ(LauncherProblems(report)[0], "launcher 7 vanished, after 2026-11-21 00:00:01 UTC");
+    report.launchers[0].end = LauncherEnd::kRejected;
+    report.launchers.push_back(report.launchers[0]);
+    report.nameless_items = 2;
+    EXPECT_EQ(LauncherProblems(report),
+              (std::vector<std::string>{
+                  "2 launchers could not use their list, or could not create a thread; `launchlist "
+                  "check` shows the mistakes of a list",
+                  "items without a name were skipped 2 times"}));
+}
+
+TEST(ReportNotes, CountRecordsThatAreMissingOrIgnored)
+{
+    const struct
+    {
+        std::size_t count;
+        const char* lost;
+        const char* set_back;
+        const char* other;
+    } kTable[] = {{1, "1 record could not be written and is missing from the log.", "(once)",
+                   "1 record was ignored: written by another program, or with an unknown text."},
+                  {2, "2 records could not be written and are missing from the log.", "(2 times)",
+                   "2 records were ignored: written by another program, or with an unknown text."}};
+    for (const auto& row : kTable) {
+        Report report;
+        report.lost_records = row.count;
+        report.clock_set_back = row.count;
+        report.other_records = row.count;
+        const std::vector<std::string> notes = ReportNotes(report, "");
+        ASSERT_EQ(notes.size(), 3U);
+        EXPECT_EQ(notes[0], row.lost);
+        EXPECT_NE(notes[1].find(row.set_back), std::string::npos) << notes[1];
+        EXPECT_EQ(notes[2], row.other);
+    }
+}
+
+TEST(ReportNotes, NameUnreadableFilesAndShowUnreadLines)
+{
+    Report report;
+    report.files.resize(2);
+    report.files[0].path = "/a\x1b";
+    report.files[0].error = "is damaged";
+    report.unread = 1;
+    report.unread_samples = {"/b:1: torn"};
+    EXPECT_EQ(ReportNotes(report, ""),
+              (std::vector<std::string>{
+                  "/a\\x1b could not be read: is damaged",
+                  "1 line could not be parsed (torn, or written by another program). The first:",
+                  "/b:1: torn"}));
+}

@@ -139,3 +139,42 @@ TEST(Stretches, JoinEqualCells)
     EXPECT_EQ(stretches[1].cell, Cell::kCrash);
     EXPECT_EQ(stretches[1].end, 3U);
 }
+
+TEST(Timeline, MarksFailuresWhereTheirTimeIsKnown)
+{
+    launchlist::Run failed;
+    failed.role = Role::kFailed;
+    ItemReport item;
+    item.runs.assign(5, failed);  // the first one has no time at all
+    item.runs[1].start = 1500;
+    item.runs[2].end = 2500;
+    item.runs[3].start = 3500;
+    item.runs[3].lacks_program = true;
+    item.runs[4].start = 20000;
+    item.no_program_times = {3600, 20000};
+    item.failed_fork_times = {-1, 4500};
+    std::string text;
+    for (const TimelineCell& cell : Timeline(item, 0, 10000, 10)) {
+        text += std::to_string(cell.CountOf(Cell::kFailed));
+        EXPECT_EQ(cell.cell == Cell::kFailed, cell.failed > 0);
+    }
+    EXPECT_EQ(text, "0111100000");
+}
+
+TEST(Timeline, MarksNoEndThatWasNotSeen)
+{
+    launchlist::Run run;
+    run.end = 1500;
+    run.cause = Cause::kUnknown;
+    ItemReport item;
+    item.runs = {run, run};
+    item.runs[1].cause = Cause::kMaybeLauncher;
+    item.runs[1].end = 2500;
+    const std::vector<TimelineCell> cells = Timeline(item, 0, 10000, 10);
+    EXPECT_EQ(cells[1].cell, Cell::kUnknown);
+    EXPECT_TRUE(cells[1].causes.empty());
+    EXPECT_EQ(cells[2].cell, Cell::kMaybeStop);
+    EXPECT_EQ(cells[2].CountOf(Cell::kMaybeStop), 1U);
+    EXPECT_EQ(cells[2].CountOf(Cell::kStop), 0U);
+    EXPECT_EQ(cells[2].CountOf(Cell::kCrash), 0U);
+}

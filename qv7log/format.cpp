@@ -69,7 +69,7 @@ enum class Length
     kLongDouble,
 };
 
-// A conversion specification without its '%'.
+// A conversion without its '%'.
 struct Conversion
 {
     bool left = false;       // '-'
@@ -497,7 +497,7 @@ bool PutArgument(Output& output, const Conversion& conversion, Arguments& argume
     }
 }
 
-// Converts the specification at `at`, which follows a '%'. Returns its end, or null if it is not
+// Does the conversion at `at`, which follows a '%'. Returns its end, or null if it is not
 // supported.
 __attribute__((noinline)) const char* PutConversion(Output& output, const char* at,
                                                     Arguments& arguments, int error)

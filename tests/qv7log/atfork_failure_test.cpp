@@ -15,7 +15,7 @@ extern "C" int pthread_atfork(void (*)(), void (*)(), void (*)())
 
 TEST(InitLogger, FailsIfTheForkHandlerCannotBeRegistered)
 {
-    TempFolder folder;
+    TempDirectory folder;
     EXPECT_EQ(InitLogger((folder / "log").c_str()), ENOMEM);
     ILog* log = nullptr;
     EXPECT_EQ(GetLogger(LOGKIND_FILE, "test", LOGLEVEL_ERROR, &log), EINVAL);

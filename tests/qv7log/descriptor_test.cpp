@@ -66,7 +66,7 @@ int InDaemon(Body body)
 
 TEST(LogDescriptor, IsTheLowestWhileOneAndTwoStayClosed)
 {
-    TempFolder folder;
+    TempDirectory folder;
     const std::string path = folder / "log";
     EXPECT_EQ(InDaemon([&] {
                   if (StartLog(path) == nullptr) {
@@ -90,7 +90,7 @@ TEST(LogDescriptor, IsTheLowestWhileOneAndTwoStayClosed)
 
 TEST(LogDescriptor, KeepsItsNumberInRotations)
 {
-    TempFolder folder;
+    TempDirectory folder;
     const std::string path = folder / "log";
     EXPECT_EQ(InDaemon([&] {
                   ILog* const log = StartLog(path);
@@ -110,7 +110,7 @@ TEST(LogDescriptor, KeepsItsNumberInRotations)
 
 TEST(LogDescriptor, IsSharedByAllPathsOfALogAlsoAfterARotation)
 {
-    TempFolder folder;
+    TempDirectory folder;
     EXPECT_EQ(InDaemon([&] {
                   InitLogger((folder / "log").c_str());
                   const int open = CountOpenDescriptors();
@@ -131,7 +131,7 @@ TEST(LogDescriptor, IsSharedByAllPathsOfALogAlsoAfterARotation)
 
 TEST(LogDescriptor, IsClosedWhenInitLoggerFails)
 {
-    TempFolder folder;
+    TempDirectory folder;
     const std::string path = folder.path();
     EXPECT_EQ(InDaemon([&] { return InitLogger(path.c_str()); }), EISDIR);
     EXPECT_EQ(InDaemon([&] {
@@ -144,7 +144,7 @@ TEST(LogDescriptor, IsClosedWhenInitLoggerFails)
 TEST(LogDescriptor, IsIndependentOfTheLockFile)
 {
     for (const mode_t type : std::initializer_list<mode_t>{S_IFDIR, S_IFLNK, S_IFIFO, S_IFREG}) {
-        TempFolder folder;
+        TempDirectory folder;
         const std::string path = folder / "log";
         const std::string lock = folder / "log.lock";
         ASSERT_EQ(type == S_IFDIR   ? mkdir(lock.c_str(), 0700)
@@ -171,7 +171,7 @@ int OwnDescriptor(const std::string& path)
 
 TEST(LogDescriptor, ForRecordsKeepsItsNumberAndIsReopenedAfterTheProgramHasClosedIt)
 {
-    TempFolder folder;
+    TempDirectory folder;
     const std::string path = folder / "log";
     EXPECT_EQ(InDaemon([&] {
                   ILog* const log = StartLog(path);
@@ -192,7 +192,7 @@ TEST(LogDescriptor, ForRecordsKeepsItsNumberAndIsReopenedAfterTheProgramHasClose
 
 TEST(LogDescriptor, ForProgramsStaysAsTheProgramLeavesIt)
 {
-    TempFolder folder;
+    TempDirectory folder;
     const std::string path = folder / "log";
     WriteFile(folder / "other", "");
     EXPECT_EQ(InDaemon([&] {
@@ -217,7 +217,7 @@ void DisturbInheritedDescriptor()
 
 TEST(LogDescriptor, ForProgramsDoesNotAffectRecords)
 {
-    TempFolder folder;
+    TempDirectory folder;
     const std::string path = folder / "log";
     EXPECT_EQ(InDaemon([&] {
                   ILog* const log = StartLog(path);
@@ -261,7 +261,7 @@ std::string g_program;
 
 TEST(LogDescriptor, IsTheOnlyOneThatProgramsInheritDuringRotations)
 {
-    TempFolder folder;
+    TempDirectory folder;
     const std::string path = folder / "log";
     EXPECT_EQ(InDaemon([&] {
                   ILog* const log = StartLog(path);

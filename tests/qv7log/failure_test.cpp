@@ -98,7 +98,7 @@ protected:
     WriteFailure() : m_path(m_folder / "log"), m_log(StartLog(m_path)) { g_script.clear(); }
     ~WriteFailure() override { g_script.clear(); }
 
-    TempFolder m_folder;
+    TempDirectory m_folder;
     const std::string m_path;
     ILog* const m_log;
 };
@@ -133,7 +133,7 @@ TEST_F(WriteFailure, AShortWriteIsRepeatedWhole)
 TEST_F(WriteFailure, LostRecordsAreReportedBeforeTheNextWrittenRecord)
 {
     for (const int error : {ENOSPC, EIO, EFBIG}) {
-        TempFolder folder;
+        TempDirectory folder;
         ILog* const log = StartLog(folder / "log");
         LogText(log, "before");
         g_script = {error, error, error};
@@ -305,7 +305,7 @@ TEST_F(WriteFailure, ALogThatCannotBeRotatedGrows)
 
 TEST(InitLogger, ReturnsTheErrnoOfWhatFailed)
 {
-    TempFolder folder;
+    TempDirectory folder;
     WriteFile(folder / "file", "");
     mkdir((folder / "folder").c_str(), 0700);
     WriteFile(folder / "target", "");
@@ -338,7 +338,7 @@ TEST(InitLogger, ReturnsTheErrnoOfWhatFailed)
 // The log is opened twice, and may be replaced in between.
 TEST(InitLogger, RefusesAFileThatBecomesADevice)
 {
-    TempFolder folder;
+    TempDirectory folder;
     const std::string path = folder / "log";
     WriteFile(path, "");
     for (const int opens : {0, 1}) {
@@ -352,7 +352,7 @@ TEST(InitLogger, RefusesAFileThatBecomesADevice)
 // Runs as another user, because root can write to every directory.
 TEST(InitLogger, ReturnsTheErrnoOfAnUnwritableDirectory)
 {
-    TempFolder folder;
+    TempDirectory folder;
     const std::string path = folder / "log";
     const std::string deeper = folder / "a/log";
     ASSERT_EQ(chmod(folder.path().c_str(), 0555), 0);
@@ -374,7 +374,7 @@ TEST(InitLogger, ReturnsTheErrnoOfAnUnwritableDirectory)
 
 TEST(InitLogger, RepeatsAnInterruptedOpen)
 {
-    const TempFolder folder;
+    const TempDirectory folder;
     g_open_errors = {EINTR, EINTR, 0, EINTR, 0};
     EXPECT_EQ(InitLogger((folder / "log").c_str()), 0);
     EXPECT_TRUE(g_open_errors.empty());
@@ -383,7 +383,7 @@ TEST(InitLogger, RepeatsAnInterruptedOpen)
 
 TEST(InitLogger, OpensALogThatSomeoneElseCreatesMeanwhile)
 {
-    const TempFolder folder;
+    const TempDirectory folder;
     g_open_errors = {ENOENT, EEXIST, ENOENT, EEXIST};
     EXPECT_EQ(InitLogger((folder / "log").c_str()), 0);
     EXPECT_TRUE(g_open_errors.empty());
@@ -391,7 +391,7 @@ TEST(InitLogger, OpensALogThatSomeoneElseCreatesMeanwhile)
 
 TEST(InitLogger, FailsIfSomeoneKeepsRemovingTheLog)
 {
-    const TempFolder folder;
+    const TempDirectory folder;
     g_open_errors = {ENOENT, EEXIST, ENOENT, EEXIST, ENOENT, EEXIST};
     EXPECT_EQ(InitLogger((folder / "log").c_str()), EEXIST);
     EXPECT_TRUE(g_open_errors.empty());
@@ -399,7 +399,7 @@ TEST(InitLogger, FailsIfSomeoneKeepsRemovingTheLog)
 
 TEST(InitLogger, ReturnsTheErrnoOfAFailedCreation)
 {
-    const TempFolder folder;
+    const TempDirectory folder;
     g_open_errors = {ENOENT, ENOSPC};
     EXPECT_EQ(InitLogger((folder / "log").c_str()), ENOSPC);
     EXPECT_FALSE(Exists(folder / "log"));
@@ -407,7 +407,7 @@ TEST(InitLogger, ReturnsTheErrnoOfAFailedCreation)
 
 TEST(InitLogger, ReturnsTheErrnoOfADirectoryThatCannotBeCreated)
 {
-    const TempFolder folder;
+    const TempDirectory folder;
     // Some systems report EROFS for the existing directories, too.
     g_mkdir_error = EROFS;
     const int error = InitLogger((folder / "missing/log").c_str());

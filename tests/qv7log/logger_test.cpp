@@ -105,7 +105,7 @@ TEST(LogV, WritesLevelsFromTheThresholdOnAndAllWithVerbose)
         {LOGLEVEL_VERBOSE, {"-1", "0", "1", "2", "4", "8", "16", "17"}},
     };
     for (const Row& row : rows) {
-        TempFolder folder;
+        TempDirectory folder;
         ILog* const log = StartLog(folder / "log", row.threshold);
         ASSERT_NE(log, nullptr);
         for (const LOGLEVEL level : kLevels) {
@@ -117,7 +117,7 @@ TEST(LogV, WritesLevelsFromTheThresholdOnAndAllWithVerbose)
 
 TEST(LogV, WritesTimeLevelNameProcessAndText)
 {
-    TempFolder folder;
+    TempDirectory folder;
     ILog* const log = StartLog(folder / "log");
     timespec before;
     clock_gettime(CLOCK_REALTIME, &before);
@@ -135,7 +135,7 @@ TEST(LogV, WritesTimeLevelNameProcessAndText)
 
 TEST(LogV, PreservesErrno)
 {
-    TempFolder folder;
+    TempDirectory folder;
     ILog* const log = StartLog(folder / "log");
     for (int i = 0; i < 30; ++i) {  // includes a rotation
         errno = ENOENT;
@@ -155,7 +155,7 @@ TEST(LogV, KeepsTextsUpTo64KiBAndMarksLongerOnes)
                         {5000, 0}, {65535, 0}, {65536, 0}, {65537, 1}, {200000, 200000 - 65536}};
     for (const Row& row : rows) {
         for (const char filler : {'a', '\x1b', '\xff'}) {
-            TempFolder folder;
+            TempDirectory folder;
             ILog* const log = StartLog(folder / "log");
             const std::string text(row.size, filler);
             LogText(log, text);
@@ -169,7 +169,7 @@ TEST(LogV, KeepsTextsUpTo64KiBAndMarksLongerOnes)
 
 TEST(LogV, CutsBetweenCharacters)
 {
-    TempFolder folder;
+    TempDirectory folder;
     ILog* const log = StartLog(folder / "log");
     std::string text(65535, 'a');
     text += "\xc3\xa9";
@@ -182,7 +182,7 @@ TEST(LogV, CutsBetweenCharacters)
 
 TEST(LogV, KeepsANulInTheText)
 {
-    TempFolder folder;
+    TempDirectory folder;
     ILog* const log = StartLog(folder / "log");
     Log(log, LOGLEVEL_ERROR, "a%cb", 0);
     EXPECT_EQ(Texts(folder / "log"), Strings{std::string("a\0b", 3)});
@@ -190,7 +190,7 @@ TEST(LogV, KeepsANulInTheText)
 
 TEST(LogV, WritesTheFormatIfItCannotBeFormatted)
 {
-    TempFolder folder;
+    TempDirectory folder;
     ILog* const log = StartLog(folder / "log");
     const std::string tail(5000, '.');
     Log(log, LOGLEVEL_ERROR, "[LAUNCHER  ] %ls!", L"x");
@@ -203,7 +203,7 @@ TEST(LogV, WritesTheFormatIfItCannotBeFormatted)
 
 TEST(GetLogger, RefusesOtherKinds)
 {
-    TempFolder folder;
+    TempDirectory folder;
     ASSERT_EQ(InitLogger((folder / "log").c_str()), 0);
     for (const int kind : {-1, 0, 1, 3, 2 << 16}) {
         ILog* log = nullptr;
@@ -217,7 +217,7 @@ TEST(GetLogger, RefusesOtherKinds)
 
 TEST(GetLogger, EscapesAndCutsTheName)
 {
-    TempFolder folder;
+    TempDirectory folder;
     ASSERT_EQ(InitLogger((folder / "log").c_str()), 0);
     ILog* log = nullptr;
     GetLogger(LOGKIND_FILE, "a b[1]\n", LOGLEVEL_ERROR, &log);
@@ -233,7 +233,7 @@ TEST(GetLogger, EscapesAndCutsTheName)
 TEST(InitLogger, CreatesDirectoriesAndFilesForTheUserOnly)
 {
     for (const mode_t mask : std::initializer_list<mode_t>{0, 022, 077, 0177, 0200, 0400, 0777}) {
-        TempFolder folder;
+        TempDirectory folder;
         const mode_t before = umask(static_cast<mode_t>(mask));
         ILog* const log = StartLog(folder / "a//b/log");
         ASSERT_NE(log, nullptr) << mask;
@@ -251,7 +251,7 @@ TEST(InitLogger, CreatesDirectoriesAndFilesForTheUserOnly)
 
 TEST(InitLogger, KeepsTheModeOfAnExistingLog)
 {
-    TempFolder folder;
+    TempDirectory folder;
     WriteFile(folder / "log", "");
     chmod((folder / "log").c_str(), 0640);
     ASSERT_NE(StartLog(folder / "log"), nullptr);
@@ -260,7 +260,7 @@ TEST(InitLogger, KeepsTheModeOfAnExistingLog)
 
 TEST(InitLogger, AppendsToAnExistingLog)
 {
-    TempFolder folder;
+    TempDirectory folder;
     LogText(StartLog(folder / "log"), "one");
     LogText(StartLog(folder / "log"), "two");
     EXPECT_EQ(Texts(folder / "log"), (Strings{"one", "two"}));
@@ -268,7 +268,7 @@ TEST(InitLogger, AppendsToAnExistingLog)
 
 TEST(InitLogger, ResolvesARelativePathOnce)
 {
-    TempFolder folder;
+    TempDirectory folder;
     char before[PATH_MAX];
     ASSERT_NE(getcwd(before, sizeof before), nullptr);
     ASSERT_EQ(chdir(folder.path().c_str()), 0);
@@ -307,7 +307,7 @@ TEST(InitLogger, RejectsARelativePathThatIsTooLongWithTheWorkingDirectory)
         std::int32_t result;
     } cases[] = {{PATH_MAX - 20, 0}, {PATH_MAX - 2, ENAMETOOLONG}, {PATH_MAX - 1, ERANGE}};
     for (const auto& c : cases) {
-        TempFolder folder;
+        TempDirectory folder;
         EnterDirectoryOfLength(folder.path(), c.length);
         EXPECT_EQ(InitLogger("l"), c.result) << c.length;
         ASSERT_EQ(chdir(before), 0);
@@ -317,7 +317,7 @@ TEST(InitLogger, RejectsARelativePathThatIsTooLongWithTheWorkingDirectory)
 
 TEST(InitLogger, OpensAnotherLogWhenCalledAgain)
 {
-    TempFolder folder;
+    TempDirectory folder;
     ILog* const first = StartLog(folder / "first");
     ILog* const second = StartLog(folder / "second");
     LogText(first, "1");
@@ -328,7 +328,7 @@ TEST(InitLogger, OpensAnotherLogWhenCalledAgain)
 
 TEST(Rotation, KeepsFiveOldFilesWithTheNewestAsNumberOne)
 {
-    TempFolder folder;
+    TempDirectory folder;
     ILog* const log = StartLog(folder / "log");
     Strings all;
     for (int i = 0; i < 50; ++i) {
@@ -350,7 +350,7 @@ TEST(Rotation, KeepsFiveOldFilesWithTheNewestAsNumberOne)
 
 TEST(Rotation, HappensAtTheFirstRecordOfAFullLog)
 {
-    TempFolder folder;
+    TempDirectory folder;
     WriteFile(folder / "log", std::string(qv7log::kRotateSize, '\n'));
     ILog* const log = StartLog(folder / "log");
     LogText(log, "one");
@@ -362,7 +362,7 @@ TEST(Rotation, HappensAtTheFirstRecordOfAFullLog)
 
 TEST(Rotation, FillsAGapInsteadOfRemovingTheOldest)
 {
-    TempFolder folder;
+    TempDirectory folder;
     for (const int number : {1, 2, 4, 5}) {
         WriteFile(folder / ("log." + std::to_string(number)), std::to_string(number));
     }
@@ -376,7 +376,7 @@ TEST(Rotation, FillsAGapInsteadOfRemovingTheOldest)
 
 TEST(Rotation, MayBeDoneByAForkedChild)
 {
-    TempFolder folder;
+    TempDirectory folder;
     ILog* const log = StartLog(folder / "log");
     const pid_t child = fork();
     if (child == 0) {
@@ -394,7 +394,7 @@ TEST(Rotation, MayBeDoneByAForkedChild)
 
 TEST(Rotation, IsNoticedByAForkedChild)
 {
-    TempFolder folder;
+    TempDirectory folder;
     ILog* const log = StartLog(folder / "log");
     int go[2];
     ASSERT_EQ(pipe(go), 0);
@@ -418,7 +418,7 @@ TEST(Rotation, IsNoticedByAForkedChild)
 
 TEST(Rotation, IsPostponedWhileAnotherProcessHoldsTheLock)
 {
-    TempFolder folder;
+    TempDirectory folder;
     ILog* const log = StartLog(folder / "log");
     LockHolder holder(folder / "log");
     ASSERT_TRUE(holder.Holds());
@@ -440,7 +440,7 @@ TEST(Rotation, IsPostponedWhileAnotherProcessHoldsTheLock)
 
 TEST(Rotation, CreatesTheLockFileAgainAfterItsRemoval)
 {
-    TempFolder folder;
+    TempDirectory folder;
     ILog* const log = StartLog(folder / "log");
     unlink((folder / "log.lock").c_str());
     for (int i = 0; i < 5; ++i) {

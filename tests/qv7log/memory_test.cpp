@@ -109,7 +109,7 @@ TEST(LogV, UsesTheHeapOnceAndOnlyForLongTexts)
         {qv7log::kMaxText + 1, '\x1b', 1},
     };
     for (const auto& row : kTable) {
-        TempFolder folder;
+        TempDirectory folder;
         ILog* const log = StartLog(folder / "log");
         EXPECT_EQ(CallsToLog(log, std::string(row.size, row.filler)), row.calls) << row.size;
     }
@@ -117,7 +117,7 @@ TEST(LogV, UsesTheHeapOnceAndOnlyForLongTexts)
 
 TEST(LogV, DoesNotUseTheHeapForARotation)
 {
-    TempFolder folder;
+    TempDirectory folder;
     ILog* const log = StartLog(folder / "log");
     const std::string text(qv7log::kStackLine / 2, '.');
     for (int i = 0; i < 6; ++i) {
@@ -144,7 +144,7 @@ TEST(LogV, WritesTheBeginningOfALongTextIfTheHeapIsExhausted)
          kKept - 1},
     };
     for (const auto& row : kTable) {
-        TempFolder folder;
+        TempDirectory folder;
         ILog* const log = StartLog(folder / "log");
         g_no_memory = true;
         const int calls = CallsToLog(log, row.text);
@@ -160,7 +160,7 @@ TEST(LogV, WritesTheBeginningOfALongTextIfTheHeapIsExhausted)
 
 TEST(InitLogger, ReportsThatTheHeapIsExhausted)
 {
-    TempFolder folder;
+    TempDirectory folder;
     const std::string path = folder / "log";
     g_no_memory = true;
     const int error = InitLogger(path.c_str());
@@ -172,7 +172,7 @@ TEST(InitLogger, ReportsThatTheHeapIsExhausted)
 
 TEST(GetLogger, ReportsThatTheHeapIsExhausted)
 {
-    TempFolder folder;
+    TempDirectory folder;
     ASSERT_EQ(InitLogger((folder / "log").c_str()), 0);
     ILog* log = nullptr;
     g_no_memory = true;

@@ -6,7 +6,7 @@
 
 #include "qv7log/include/qv7log.h"
 #include "qv7log/record_reader.h"
-#include "tests/support/temp_folder.h"
+#include "tests/support/temp_directory.h"
 
 __attribute__((format(printf, 3, 4))) void Log(ILog* log, LOGLEVEL level, const char* format, ...);
 

@@ -164,7 +164,7 @@ protected:
         return g_checks != before;
     }
 
-    TempFolder m_folder;
+    TempDirectory m_folder;
     const std::string m_path;
     qv7log::RotatingFile m_log;
 };
@@ -401,7 +401,7 @@ TEST_F(FailedRotation, ChangesNothing)
 {
     for (int unmovable = 0; unmovable <= qv7log::kOldFiles; ++unmovable) {
         for (int gap = std::max(unmovable + 1, 1); gap <= qv7log::kOldFiles + 1; ++gap) {
-            TempFolder folder;
+            TempDirectory folder;
             const std::string path = folder / "log";
             qv7log::RotatingFile log;
             ASSERT_EQ(log.Open(path.c_str()), 0);
@@ -464,7 +464,7 @@ void* LogAndBeCancelled(void* text)
 // Through the whole library, which disables cancellation.
 TEST(LogV, IsNotInterruptedByACancellationDuringARotation)
 {
-    TempFolder folder;
+    TempDirectory folder;
     const std::string path = folder / "log";
     g_log = StartLog(path);
     std::string text(qv7log::kRotateSize, '.');

@@ -69,7 +69,7 @@ std::size_t StackUsedBy(const std::function<void()>& body)
 #pragma GCC diagnostic ignored "-Wformat"  // %m is not in ISO C++
 TEST(LogV, NeedsNoMoreStackThanPromised)
 {
-    TempFolder folder;
+    TempDirectory folder;
     const std::string path = folder / "a/log";
     ILog* const log = StartLog(path);
     ASSERT_NE(log, nullptr);

@@ -8,79 +8,79 @@ namespace {
 
 TEST(Log, LosesNothingWhileChildrenAreForkedInRotations)
 {
-    TempFolder folder;
+    TempDirectory folder;
     EXPECT_EQ(ForksWhileRotating(folder.path(), 2000), "");
 }
 
 TEST(Log, LosesNothingWhenEightProcessesWrite)
 {
-    TempFolder folder;
+    TempDirectory folder;
     EXPECT_EQ(ProcessesRotating(folder.path(), 2000), "");
 }
 
 TEST(Log, LosesNothingWhenItIsRemoved)
 {
-    TempFolder folder;
+    TempDirectory folder;
     EXPECT_EQ(RemovedUnderLoad(folder.path(), 200), "");
 }
 
 TEST(Log, LosesNoRecordCompletedBeforeAKill)
 {
-    TempFolder folder;
+    TempDirectory folder;
     EXPECT_EQ(KilledWhileRotating(folder.path(), 30), "");
 }
 
 TEST(Log, LosesNothingWhenProgramsDisturbTheInheritedDescriptor)
 {
-    TempFolder folder;
+    TempDirectory folder;
     EXPECT_EQ(InheritedDescriptorDisturbed(folder.path(), 200), "");
 }
 
 TEST(Log, LosesNothingWhenAnOldFileCannotBeRenamed)
 {
-    TempFolder folder;
+    TempDirectory folder;
     EXPECT_EQ(OldFileUnmovable(folder.path(), 500), "");
 }
 
 TEST(Log, KillsNoProcessAtTheFileSizeLimit)
 {
-    TempFolder folder;
+    TempDirectory folder;
     EXPECT_EQ(SizeLimitReached(folder.path(), 5), "");
 }
 
 TEST(Log, HangsNoChildForkedInSetlocale)
 {
-    TempFolder folder;
+    TempDirectory folder;
     EXPECT_EQ(ForksInSetlocale(folder.path(), 200), "");
 }
 
 TEST(Log, IsRotatedAfterCancellations)
 {
-    TempFolder folder;
+    TempDirectory folder;
     EXPECT_EQ(ThreadsCancelled(folder.path(), 200), "");
 }
 
 TEST(Log, StartsWithAnyMask)
 {
-    TempFolder folder;
+    TempDirectory folder;
     EXPECT_EQ(EveryMask(folder.path(), 13), "");
 }
 
 TEST(Log, KeepsTheOrderOfRecordsOfTwoLogsOfOneFile)
 {
-    TempFolder folder;
+    TempDirectory folder;
     EXPECT_EQ(SameLogTwice(folder.path(), 5000), "");
 }
 
 TEST(Log, KnowsTheProcessIdInEarlierForkHandlers)
 {
-    TempFolder folder;
+    TempDirectory folder;
     EXPECT_EQ(ForkHandlersRegisteredEarlier(folder.path(), 100), "");
 }
 
 TEST(Log, IsRotatedByAChildWithTheProcessIdOfItsParent)
 {
-    TempFolder folder;
+    TempDirectory folder;
     EXPECT_EQ(ChildrenInPidNamespaces(folder.path(), 20), "");
 }
 

@@ -16,7 +16,7 @@ using namespace launchlist;
 
 TEST(ReadLogs, FindsRotatedFilesAndReadsThemInOrder)
 {
-    const TempFolder folder;
+    const TempDirectory folder;
     const std::string path = folder.Write(
         "qv7log", LogText().Start(4050, kLauncher, "a").End(5050, kLauncher, "a", 203, 0).Text());
     folder.Write("qv7log.1", LogText().End(4000, kLauncher, "a", 202, 0).Text());
@@ -41,7 +41,7 @@ TEST(ReadLogs, FindsRotatedFilesAndReadsThemInOrder)
 
 TEST(ReadLogs, ReadsOldFilesNumbered1To99)
 {
-    const TempFolder folder;
+    const TempDirectory folder;
     const std::string path = folder.Write("qv7log", "");
     for (const char* number : {"0", "1", "99", "100"}) {
         folder.Write(std::string("qv7log.") + number, "");
@@ -55,7 +55,7 @@ TEST(ReadLogs, ReadsOldFilesNumbered1To99)
 
 TEST(ReadLogs, IdentifiesAFileThatItCannotOpen)
 {
-    const TempFolder folder;
+    const TempDirectory folder;
     const std::string path = folder.Write("qv7log", "");
     struct stat status = {};
     ASSERT_EQ(stat(path.c_str(), &status), 0);
@@ -79,7 +79,7 @@ TEST(ReadLogs, IdentifiesAFileThatItCannotOpen)
 
 TEST(ReadLogs, ReadsAFileWithTwoNamesOnce)
 {
-    const TempFolder folder;
+    const TempDirectory folder;
     const std::string path =
         folder.Write("qv7log", LogText().End(0, kLauncher, "a", 201, 0).Text());
     ASSERT_EQ(link(path.c_str(), (folder / "qv7log.1").c_str()), 0);
@@ -88,7 +88,7 @@ TEST(ReadLogs, ReadsAFileWithTwoNamesOnce)
 
 TEST(ReadLogs, ClosesEveryFile)
 {
-    const TempFolder folder;
+    const TempDirectory folder;
     const std::string path = folder.Write("qv7log", "");
     folder.Write("qv7log.1", "");
     ASSERT_EQ(link(path.c_str(), (folder / "qv7log.2").c_str()), 0);
@@ -100,7 +100,7 @@ TEST(ReadLogs, ClosesEveryFile)
 
 TEST(ReadLogs, ReportsUnreadableFiles)
 {
-    const TempFolder folder;
+    const TempDirectory folder;
     const std::string path =
         folder.Write("qv7log", LogText().End(0, kLauncher, "a", 201, 0).Text());
     ASSERT_EQ(mkdir((folder / "qv7log.1").c_str(), 0700), 0);
@@ -128,7 +128,7 @@ TEST(ReadLogs, AcceptsLineEndsInCrLf)
 
 TEST(ReadLogs, RejectsUtf16)
 {
-    const TempFolder folder;
+    const TempDirectory folder;
     const std::string zero(1, '\0');
     for (const std::string& text : {"\xff\xfe" + std::string("2") + zero, "\xfe\xff" + zero + "2",
                                     "2" + zero + "0" + zero, zero + "2" + zero + "0"}) {

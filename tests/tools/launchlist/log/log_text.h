@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <string>
 
-#include "tests/support/temp_folder.h"
+#include "tests/support/temp_directory.h"
 #include "tools/launchlist/log/log_time.h"
 
 class LogText

@@ -23,7 +23,7 @@ inline launchlist::Milliseconds At(launchlist::Milliseconds time)
 // As though the log were read long after its last record, unless `range` says otherwise.
 inline launchlist::Report ReportOn(const LogText& log, launchlist::ReportRange range = {})
 {
-    const TempFolder folder;
+    const TempDirectory folder;
     if (range.now == 0) {
         range.now = At(launchlist::Milliseconds{1000} * 24 * 3600 * 1000);
     }

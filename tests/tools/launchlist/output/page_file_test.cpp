@@ -14,7 +14,7 @@
 #include <iterator>
 #include <map>
 
-#include "tests/support/temp_folder.h"
+#include "tests/support/temp_directory.h"
 #include "tools/launchlist/output/report_output.h"
 
 using namespace launchlist;
@@ -100,7 +100,7 @@ protected:
 
     static std::string Page(const std::string& text) { return std::string(kPageMark) + text; }
 
-    const TempFolder m_folder;
+    const TempDirectory m_folder;
     std::vector<LogFile> m_inputs;
 };
 
@@ -149,7 +149,7 @@ TEST_F(WritePageTest, NeverReplacesAnInput)
 
 TEST_F(WritePageTest, FollowsNoSymbolicLink)
 {
-    const TempFolder other;
+    const TempDirectory other;
     other.Write("page", Page("old"));
     ASSERT_EQ(symlink((other / "page").c_str(), (m_folder / "link").c_str()), 0);
     for (const bool is_forced : {false, true}) {

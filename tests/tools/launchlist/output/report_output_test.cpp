@@ -146,7 +146,7 @@ TEST(ReportOutput, EscapesHostileText)
     log.Raw(
         "\x1b[2J<img src=x onerror=alert(2)>\xc2\x9b"
         "31m\n");
-    const TempFolder folder;
+    const TempDirectory folder;
     const std::string path = folder.Write("<b>\x1b[1m", log.Text());
     const Report report = MakeReport({path}, {});
     EXPECT_EQ(report.items[0].name, "\x1b]0;owned\x07\u202e<script>alert('1')</script>\"&\xff\n");
@@ -170,7 +170,7 @@ TEST(ReportOutput, IsSafeWhicheverByteOfTheLogChanges)
     LogText log;
     log.Start(0, kLauncher, "a\\n").End(1000, kLauncher, "a\\n", 201, 256);
     log.Add(2000, "ERROR", 201, "[LAUNCHER  ] program path of a is empty");
-    const TempFolder folder;
+    const TempDirectory folder;
     for (std::size_t i = 0; i < log.Text().size(); ++i) {
         for (const char c : {'\n', '\x1b', '9', '\xff'}) {
             std::string changed = log.Text();

@@ -95,7 +95,7 @@ private:
             text += "  " + styled(problem, Style::kRed, m_color) + "\n";
             ++count;
         }
-        for (const ItemReport* item : m_items) {
+        for (const ItemReport* item : WorstFirst(m_report)) {
             for (const std::string& note : ItemNotes(*item)) {
                 if (count < kMaxProblems) {
                     text +=

@@ -78,7 +78,7 @@ TEST(ReportOutput, IsLimitedWhereVeryManyItemsHaveProblems)
     }
     const Report report = ReportOn(log);
     const std::string text = Text(report);
-    EXPECT_TRUE(Holds(text, "\n  and 980 more\n"));
+    EXPECT_TRUE(Holds(text, "\n  and 982 more\n"));
     EXPECT_TRUE(Holds(text, "\n2 more items not shown, none of them worse; --json has all\n"));
     const std::string page = ReportHtml(report, kLevelFile);
     EXPECT_TRUE(Holds(page, "<li>982 more below</li>"));

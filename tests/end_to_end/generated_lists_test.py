@@ -28,7 +28,7 @@ AT_ONCE = 20
 OBSERVED = 0.6
 
 # The seconds after which launchlist's predictions must have come true, even on a busy machine.
-GIVE_UP = 10
+TIMEOUT = 10
 
 # The names in the output of `explain` for the launcher's end, by exit code.
 ENDS = {None: "keeps-running", 0: "exits", -6: "aborts", -9: "process-group-killed"}
@@ -301,7 +301,7 @@ class GeneratedLists(LauncherTest):
             seconds = time.monotonic() - began
             # A wrong prediction would never come true, so the wait is limited.
             return seconds > OBSERVED and (
-                seconds > GIVE_UP or all(run.is_decided(run.pid in self.ended) for run in runs)
+                seconds > TIMEOUT or all(run.is_decided(run.pid in self.ended) for run in runs)
             )
 
         self.wait_for(observed_enough, "the end of the observation")

@@ -111,7 +111,7 @@ def build(number, source, text):
     return directory / "stage"
 
 
-def is_told(stage):
+def is_caught(stage):
     """Whether the sweep of this launcher fails; prints why."""
     variables = {"KESTRANE_STAGE": str(stage), "KESTRANE_MOMENTS": "--items 1 --until-failure"}
     done = subprocess.run(
@@ -130,9 +130,9 @@ def main():
     missed = 0
     for number, (name, source, changes) in enumerate(MUTANTS):
         print(f"-- {name}", flush=True)
-        missed += not is_told(build(number, source, changed(source, changes)))
+        missed += not is_caught(build(number, source, changed(source, changes)))
     print("-- the launcher itself", flush=True)
-    missed += is_told(BUILD / "stage")
+    missed += is_caught(BUILD / "stage")
     print(f"{len(MUTANTS)} changed launchers, {missed} wrong results")
     sys.exit(1 if missed else 0)
 

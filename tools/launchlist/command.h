@@ -6,7 +6,7 @@
 namespace launchlist {
 
 // Exit statuses; launchlist(1) lists them.
-constexpr int kNothing = 0;
+constexpr int kSuccess = 0;
 constexpr int kWarnings = 1;
 constexpr int kErrors = 2;
 constexpr int kUnreadable = 3;  // Also: the output could not be written.

@@ -35,7 +35,7 @@ int StatusOf(const CheckedList& list)
     return !list.error.empty()          ? kUnreadable
            : list.findings.errors > 0   ? kErrors
            : list.findings.warnings > 0 ? kWarnings
-                                        : kNothing;
+                                        : kSuccess;
 }
 
 }  // namespace
@@ -75,7 +75,7 @@ int RunCheck(const ListOptions& options)
 {
     std::vector<CheckedList> lists;
     std::string text;
-    int status = kNothing;
+    int status = kSuccess;
     for (const std::string& path : options.lists) {
         const CheckedList list = CheckOne(path);
         status = std::max(status, StatusOf(list));
@@ -102,7 +102,7 @@ int RunExplain(const ListOptions& options)
     const Explanation explanation = ExplainList(bytes);
     return Print(options.json ? ExplanationJson(path, explanation)
                               : ExplanationText(explanation, UseColor()),
-                 EndsPossibly(explanation.outcomes) ? kErrors : kNothing);
+                 EndsPossibly(explanation.outcomes) ? kErrors : kSuccess);
 }
 
 }  // namespace launchlist

@@ -67,7 +67,7 @@ int RunCommand(int argc, char** argv)
         }
         std::ostringstream help_or_version;
         app.exit(error, help_or_version);
-        return Print(help_or_version.str(), kNothing);
+        return Print(help_or_version.str(), kSuccess);
     }
     return check->parsed()     ? RunCheck(list_options)
            : explain->parsed() ? RunExplain(list_options)

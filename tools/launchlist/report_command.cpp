@@ -56,12 +56,12 @@ Terminal OwnTerminal()
 int PrintReport(const Report& report, const std::string& level_file, bool json)
 {
     if (!json) {
-        return Print(ReportText(report, level_file, OwnTerminal()), kNothing);
+        return Print(ReportText(report, level_file, OwnTerminal()), kSuccess);
     }
-    int status = kNothing;
+    int status = kSuccess;
     WriteReportJson(report, [&status](std::string_view piece) {
         // After a failure the rest is dropped.
-        status = status == kNothing ? Print(std::string(piece), kNothing) : status;
+        status = status == kSuccess ? Print(std::string(piece), kSuccess) : status;
     });
     return status;
 }

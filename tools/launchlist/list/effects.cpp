@@ -45,7 +45,7 @@ std::string Replaces(int earlier, int later)
            "group, including the launcher";
 }
 
-std::string OfProgram(const ProgramFile& file)
+std::string ProgramProblem(const ProgramFile& file)
 {
     std::string cannot_execute =
         std::string(file.may_be_registered ? kUnlessRegistered : "") + kCannotExecute;

@@ -76,7 +76,7 @@ std::string Skipped();
 std::string Replaces(int earlier, int later);
 
 // A program with a problem.
-std::string OfProgram(const ProgramFile& file);
+std::string ProgramProblem(const ProgramFile& file);
 
 // The effect of a mistake that is hidden by one in `member`, which takes effect earlier.
 std::string NotBefore(const std::string& member);

@@ -20,7 +20,7 @@ void ExplainExecution(ExplainedItem& item, ProgramFiles& files)
     const ProgramFile& file = files.Examine(*item.program);
     if (file.CannotRun()) {
         item.problem = file.message;
-        item.effect = effects::OfProgram(file);
+        item.effect = effects::ProgramProblem(file);
         item.may_be_registered = file.may_be_registered;
     } else if ((item.too_long = FindTooLong(*item.arguments))) {
         item.problem = item.too_long->message;

@@ -109,7 +109,7 @@ void CheckProgram(ItemToCheck& item)
     const ProgramFile& file = item.context.files.Examine(path);
     if (file.problem) {
         item.Add(*file.problem, Stage::kExecution, program->value.begin,
-                 MemberPath(item.path, "program"), file.message, effects::OfProgram(file),
+                 MemberPath(item.path, "program"), file.message, effects::ProgramProblem(file),
                  file.fix);
     }
 }
@@ -137,10 +137,10 @@ std::string EarlierMistake(const ExplainedItem& item, Stage stage)
 
 const JsonMember* ItemToCheck::Find(const std::string& name) const
 {
-    const auto is_it = [&](const JsonMember& member) {
+    const auto matches = [&](const JsonMember& member) {
         return member.name == name && !member.replaced;
     };
-    const auto found = std::find_if(members.begin(), members.end(), is_it);
+    const auto found = std::find_if(members.begin(), members.end(), matches);
     return found != members.end() ? &*found : nullptr;
 }
 

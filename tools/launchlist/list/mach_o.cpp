@@ -16,7 +16,7 @@ constexpr std::uint32_t kReversed32 = 0xCEFAEDFE;
 // A file for several processors: this number, the number of processors, and a record for each, all
 // big-endian. Compiled Java classes begin with the same four bytes; the next four are their
 // version, which is larger than any number of processors.
-constexpr std::uint32_t kSeveral = 0xCAFEBABE;
+constexpr std::uint32_t kUniversal = 0xCAFEBABE;
 constexpr std::uint32_t kFirstJavaVersion = 43;
 constexpr std::size_t kRecordSize = 20;
 
@@ -68,7 +68,7 @@ BinaryFormat MachOFormatOf(const std::string& head, std::uint32_t processor)
     if (head.size() < 4) {
         return BinaryFormat::kNone;
     }
-    if (ReadHighFirst(head, 0) == kSeveral) {
+    if (ReadHighFirst(head, 0) == kUniversal) {
         return FormatOfSeveral(head, processor);
     }
     const std::uint32_t magic = ReadLowFirst(head, 0);

@@ -218,12 +218,12 @@ private:
     // longer than the median of the last intervals.
     bool Continues()
     {
-        if (m_ends.size() < kManyEnds) {
+        if (m_ends.size() < kFrequentEnds) {
             return false;
         }
         std::sort(m_ends.begin(), m_ends.end());
         std::vector<Milliseconds> intervals;
-        for (std::size_t i = m_ends.size() - kManyEnds + 1; i < m_ends.size(); ++i) {
+        for (std::size_t i = m_ends.size() - kFrequentEnds + 1; i < m_ends.size(); ++i) {
             intervals.push_back(m_ends[i] - m_ends[i - 1]);
         }
         const Milliseconds latest = std::max(intervals.back(), m_last - m_ends.back());
@@ -313,19 +313,20 @@ private:
         return State::kUnknown;
     }
 
-    Severity Judge() const
+    ItemSeverity Judge() const
     {
         const bool never_runs =
             m_item.state == State::kFailing || m_item.state == State::kAbandoned;
         const bool is_frequent =
-            m_item.loop || (m_item.rate && m_item.rate->worst_hour >= kManyEnds);
+            m_item.loop || (m_item.rate && m_item.rate->worst_hour >= kFrequentEnds);
         if (never_runs || (is_frequent && m_item.rate && m_item.rate->continues)) {
-            return Severity::kBroken;
+            return ItemSeverity::kBroken;
         }
         if (is_frequent || m_item.failed_starts + m_item.no_program + m_item.failed_forks > 0) {
-            return Severity::kTroubled;
+            return ItemSeverity::kTroubled;
         }
-        return m_item.crashes + m_item.unknown_ends > 0 ? Severity::kNotable : Severity::kHealthy;
+        return m_item.crashes + m_item.unknown_ends > 0 ? ItemSeverity::kNotable
+                                                        : ItemSeverity::kHealthy;
     }
 
     ItemReport& m_item;

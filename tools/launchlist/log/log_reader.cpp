@@ -99,7 +99,7 @@ void ReadEntries(const LogFile& file, std::string_view bytes, const LogSink& sin
         if (entry.is_record) {
             sink.on_record(entry.record);
         } else {
-            sink.on_unread({file.path, line, entry.raw});
+            sink.on_unparsed({file.path, line, entry.raw});
         }
         line += bytes.empty() || bytes.data()[-1] == '\n' ? 1U : 0U;
     }

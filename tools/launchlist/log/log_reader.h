@@ -25,7 +25,7 @@ struct LogFile
 };
 
 // A piece of a log that is not a record.
-struct Unread
+struct UnparsedEntry
 {
     std::string path;
     std::size_t line = 0;
@@ -36,7 +36,7 @@ struct LogSink
 {
     std::function<void()> on_file;  // Before the entries of a file.
     std::function<void(const qv7log::Record&)> on_record;
-    std::function<void(const Unread&)> on_unread;
+    std::function<void(const UnparsedEntry&)> on_unparsed;
 };
 
 // Reads the logs at `paths`, each with its old files, from the oldest entry to the newest, and

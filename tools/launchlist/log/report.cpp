@@ -44,7 +44,7 @@ public:
         AddEvent(event, record.process, *time, is_within ? 1 : 0);
     }
 
-    void AddUnread(const Unread& unread)
+    void AddUnparsed(const UnparsedEntry& unread)
     {
         m_history.AddGap();
         if (m_report.unread < kSamples) {
@@ -136,7 +136,7 @@ Report MakeReport(const std::vector<std::string>& paths, const ReportRange& rang
     LogSink sink;
     sink.on_file = [&] { reporter.BeginFile(); };
     sink.on_record = [&](const qv7log::Record& record) { reporter.AddRecord(record); };
-    sink.on_unread = [&](const Unread& unread) { reporter.AddUnread(unread); };
+    sink.on_unparsed = [&](const UnparsedEntry& unread) { reporter.AddUnparsed(unread); };
     std::vector<LogFile> files = ReadLogs(paths, sink);
     return reporter.Finish(std::move(files));
 }

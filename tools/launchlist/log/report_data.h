@@ -112,7 +112,7 @@ struct Loop
 };
 
 // This many ends within an hour are reported even if the runs are not short.
-constexpr std::size_t kManyEnds = 5;
+constexpr std::size_t kFrequentEnds = 5;
 
 // How often an item's program ends, not counting ends that a launcher caused.
 struct Rate
@@ -138,7 +138,7 @@ enum class State
     kAbandoned,  // Its supervisor could not fork, and does not try again.
 };
 
-enum class Severity
+enum class ItemSeverity
 {
     kHealthy,
     kNotable,   // It ended unexpectedly, though seldom, or an end was not seen.
@@ -176,7 +176,7 @@ struct ItemReport
     std::optional<Loop> loop;
     std::optional<Rate> rate;  // Nothing without ends that the launcher did not cause.
     State state = State::kUnknown;
-    Severity severity = Severity::kHealthy;
+    ItemSeverity severity = ItemSeverity::kHealthy;
     std::vector<Run> runs;  // Those that touch the time of the report.
 };
 

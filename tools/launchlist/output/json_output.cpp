@@ -14,7 +14,7 @@ void PutNumber(JsonObject& object, const char* key, long long value)
     PutValue(object, key, JsonObject(std::to_string(value).c_str()));
 }
 
-void PutTruth(JsonObject& object, const char* key, bool value)
+void PutBool(JsonObject& object, const char* key, bool value)
 {
     PutValue(object, key, JsonObject(value ? "true" : "false"));
 }
@@ -34,7 +34,7 @@ JsonObject EmptyList()
     return JsonObject("[]");
 }
 
-std::string Finished(JsonObject value)
+std::string Serialized(JsonObject value)
 {
     return safe_json(value.ToStyledText()) + "\n";
 }

@@ -10,7 +10,7 @@ namespace launchlist {
 // Sets member `key` of `object`.
 void PutText(JsonObject& object, const char* key, const std::string& text);
 void PutNumber(JsonObject& object, const char* key, long long value);
-void PutTruth(JsonObject& object, const char* key, bool value);
+void PutBool(JsonObject& object, const char* key, bool value);
 void PutNull(JsonObject& object, const char* key);
 void PutValue(JsonObject& object, const char* key, const JsonObject& value);
 
@@ -24,6 +24,6 @@ void PutNumber(JsonObject& object, const char* key, Number value)
 JsonObject EmptyList();
 
 // `value` as JSON text that is safe to show (safe_json), with a line feed at the end.
-std::string Finished(JsonObject value);
+std::string Serialized(JsonObject value);
 
 }  // namespace launchlist

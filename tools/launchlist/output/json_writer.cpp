@@ -66,7 +66,7 @@ void JsonWriter::Number(const char* key, double value)
     Put(key, string_format("%.2f", value));
 }
 
-void JsonWriter::Truth(const char* key, bool value)
+void JsonWriter::Bool(const char* key, bool value)
 {
     Put(key, value ? "true" : "false");
 }

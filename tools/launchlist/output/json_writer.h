@@ -23,7 +23,7 @@ public:
     void Text(const char* key, const std::string& value);
     void Number(const char* key, long long value);
     void Number(const char* key, double value);
-    void Truth(const char* key, bool value);
+    void Bool(const char* key, bool value);
     void Null(const char* key);
 
     template <typename Value>

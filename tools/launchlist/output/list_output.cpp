@@ -321,7 +321,7 @@ std::string FindingsJson(const std::vector<CheckedList>& lists)
     JsonObject result = JsonObject::GetEmptyObject();
     PutNumber(result, "format_version", kListFormatVersion);
     PutValue(result, "lists", array);
-    return Finished(result);
+    return Serialized(result);
 }
 
 std::string ExplanationText(const Explanation& explanation, bool color)
@@ -358,7 +358,7 @@ std::string ExplanationJson(const std::string& list, const Explanation& explanat
             : EndsPossibly(explanation.outcomes) ? "possibly"
                                                  : "no");
     PutValue(result, "outcomes", outcomes);
-    return Finished(result);
+    return Serialized(result);
 }
 
 }  // namespace launchlist

@@ -43,9 +43,9 @@ void PutLaunchers(JsonWriter& json, const Report& report)
         json.Count("process", launcher->process);
         PutTime(json, "from", launcher->from);
         PutTime(json, "to", launcher->to);
-        json.Text("end", WordOf(launcher->end));
-        json.Truth("end_is_certain", launcher->is_certain);
-        json.Truth("has_debug_records", launcher->has_starts);
+        json.Text("end", NameOf(launcher->end));
+        json.Bool("end_is_certain", launcher->is_certain);
+        json.Bool("has_debug_records", launcher->has_starts);
         json.Count("items", launcher->items);
         json.EndObject();
     }
@@ -60,7 +60,7 @@ void PutCauses(JsonWriter& json, const ItemReport& item)
         json.Text("how", EndInWords(cause));
         json.Count("exit_status", ExitStatusOf(cause));
         json.Count("signal", SignalOf(cause));
-        json.Truth("core_dumped", HasCore(cause));
+        json.Bool("core_dumped", HasCore(cause));
         json.Count("count", count);
         json.EndObject();
     }
@@ -77,7 +77,7 @@ void PutLoop(JsonWriter& json, const std::optional<Loop>& loop)
     json.Count("runs", loop->runs);
     PutTime(json, "from", loop->from);
     PutTime(json, "to", loop->to);
-    json.Truth("crash", loop->is_crash);
+    json.Bool("crash", loop->is_crash);
     json.EndObject();
 }
 
@@ -93,7 +93,7 @@ void PutRate(JsonWriter& json, const std::optional<Rate>& rate)
     json.Number("per_hour", rate->per_hour);
     json.Count("worst_hour", rate->worst_hour);
     PutTime(json, "worst_hour_from", rate->worst_hour_from);
-    json.Truth("continues", rate->continues);
+    json.Bool("continues", rate->continues);
     json.EndObject();
 }
 
@@ -101,8 +101,8 @@ void PutItem(JsonWriter& json, const ItemReport& item)
 {
     json.BeginObject();
     json.Text("name", item.name);
-    json.Text("severity", WordOf(item.severity));
-    json.Text("state", WordOf(item.state));
+    json.Text("severity", NameOf(item.severity));
+    json.Text("state", NameOf(item.state));
     json.Count("starts", item.starts);
     json.Count("ends", item.ends);
     json.Count("crashes", item.crashes);
@@ -151,7 +151,7 @@ void WriteReportJson(const Report& report, const std::function<void(std::string_
     json.Count("clock_set_back", report.clock_set_back);
     json.Count("nameless_items", report.nameless_items);
     json.Count("rejected_lists", report.rejected_lists);
-    json.Truth("has_debug_records", report.has_starts);
+    json.Bool("has_debug_records", report.has_starts);
     PutLaunchers(json, report);
     json.BeginArray("items");
     for (const ItemReport& item : report.items) {

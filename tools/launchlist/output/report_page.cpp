@@ -138,7 +138,7 @@ private:
     // The bar in one sentence, for those who do not see it.
     std::string Label() const
     {
-        return std::string("timeline: at the end ") + WordOf(m_item.state) + ", " +
+        return std::string("timeline: at the end ") + NameOf(m_item.state) + ", " +
                std::to_string(m_item.crashes) + (m_item.crashes == 1 ? " crash, " : " crashes, ") +
                counted(m_item.restarts, "restart");
     }
@@ -234,7 +234,7 @@ public:
         : m_report(report), m_level_file(level_file), m_items(WorstFirst(report))
     {
         const auto is_healthy = [](const ItemReport* item) {
-            return item->severity == Severity::kHealthy;
+            return item->severity == ItemSeverity::kHealthy;
         };
         m_bad = static_cast<std::size_t>(std::find_if(m_items.begin(), m_items.end(), is_healthy) -
                                          m_items.begin());
@@ -291,7 +291,7 @@ private:
         for (std::size_t i = 0; i < std::min(m_bad, kMaxProblems); ++i) {
             const ItemReport& item = *m_items[i];
             const std::vector<std::string> notes = ItemNotes(item);
-            section += "<li class=\"" + std::string(WordOf(item.severity)) + "\">" + Tag(item) +
+            section += "<li class=\"" + std::string(NameOf(item.severity)) + "\">" + Tag(item) +
                        " " + NameLink(item, Id(i)) + " " +
                        html(notes.empty() ? "" : notes.front()) + "</li>\n";
         }
@@ -303,7 +303,7 @@ private:
 
     static std::string Tag(const ItemReport& item)
     {
-        return std::string("<span class=tag>") + WordOf(item.severity) + "</span>";
+        return std::string("<span class=tag>") + NameOf(item.severity) + "</span>";
     }
 
     std::string Launchers() const
@@ -366,7 +366,7 @@ private:
     std::string Entry(std::size_t index) const
     {
         const ItemReport& item = *m_items[index];
-        std::string entry = "<article class=\"item " + std::string(WordOf(item.severity)) +
+        std::string entry = "<article class=\"item " + std::string(NameOf(item.severity)) +
                             "\" id=" + Id(index) + ">\n<h3>" + NameLink(item, Id(index)) + " " +
                             Tag(item) + "</h3>\n" + Bar(item, m_report, m_resolution).Html();
         // A crowded page shows only the gravest.

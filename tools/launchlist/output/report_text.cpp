@@ -98,12 +98,12 @@ private:
         for (const ItemReport* item : WorstFirst(m_report)) {
             for (const std::string& note : ItemNotes(*item)) {
                 if (count < kMaxProblems) {
-                    text +=
-                        "  " + Title(*item) + " " +
-                        styled(note,
-                               item->severity >= Severity::kTroubled ? Style::kRed : Style::kYellow,
-                               m_color) +
-                        "\n";
+                    text += "  " + Title(*item) + " " +
+                            styled(note,
+                                   item->severity >= ItemSeverity::kTroubled ? Style::kRed
+                                                                             : Style::kYellow,
+                                   m_color) +
+                            "\n";
                 }
                 ++count;
             }

@@ -102,7 +102,7 @@ std::vector<const Launcher*> LaunchersOf(const Report& report)
     return launchers;
 }
 
-const char* WordOf(LauncherEnd end)
+const char* NameOf(LauncherEnd end)
 {
     static constexpr const char* kWords[] = {"unknown", "running", "stopped", "vanished",
                                              "rejected"};
@@ -199,14 +199,14 @@ std::string Shortened(const std::string& text, std::size_t width)
     return text.substr(0, end) + "..." + text.substr(begin);
 }
 
-const char* WordOf(State state)
+const char* NameOf(State state)
 {
     static constexpr const char* kWords[] = {"unknown", "running", "started",  "ended",
                                              "stopped", "failing", "abandoned"};
     return kWords[static_cast<int>(state)];
 }
 
-const char* WordOf(Severity severity)
+const char* NameOf(ItemSeverity severity)
 {
     static constexpr const char* kWords[] = {"healthy", "notable", "troubled", "broken"};
     return kWords[static_cast<int>(severity)];
@@ -225,7 +225,7 @@ std::vector<Figure> FiguresOf(const ItemReport& item)
         LengthFigure("shortest", "shortest_run_ms", item.shortest, unknown),
         LengthFigure("median", "median_run_ms", item.median, unknown),
         LengthFigure("longest", "longest_run_ms", item.longest, unknown),
-        {"at end", "state", WordOf(item.state), WordOf(item.state)},
+        {"at end", "state", NameOf(item.state), NameOf(item.state)},
     };
 }
 
@@ -282,7 +282,7 @@ std::vector<std::string> ItemNotes(const ItemReport& item)
         notes.push_back("abandoned: fork failed" +
                         (item.failed_forks > 1 ? " " + Times(item.failed_forks) : std::string()));
     }
-    if (item.loop || (item.rate && item.rate->worst_hour >= kManyEnds)) {
+    if (item.loop || (item.rate && item.rate->worst_hour >= kFrequentEnds)) {
         notes.push_back(RateNote(item));
         if (item.loop) {
             notes.push_back("longest loop: " + counted(item.loop->runs, "run") + " of less than " +

@@ -12,7 +12,7 @@ std::string ReportTitle(const Report& report);
 
 // "launcher 4711: records from 2026-11-21 02:00:00 to 05:04:00 UTC; stopped".
 std::string LauncherText(const Launcher& launcher);
-const char* WordOf(LauncherEnd end);
+const char* NameOf(LauncherEnd end);
 
 // What is wrong with launchers and lists, a sentence for each kind; empty if nothing is.
 std::vector<std::string> LauncherProblems(const Report& report);
@@ -26,8 +26,8 @@ std::string ItemTitle(const ItemReport& item);
 // `text` with "..." in the middle if it is wider than `width` columns, which must be at least 5.
 std::string Shortened(const std::string& text, std::size_t width);
 
-const char* WordOf(State state);
-const char* WordOf(Severity severity);
+const char* NameOf(State state);
+const char* NameOf(ItemSeverity severity);
 
 // One figure of an item.
 struct Figure

@@ -260,7 +260,12 @@ std::string PageSection(const KindInfo& info)
         }
     }
     EXPECT_EQ(findings.shown.size(), 1U) << info.example << " is not an example of " << info.name;
-    const std::string text = FindingsText("list.json", findings, false);
+    std::string text = FindingsText("list.json", findings, false);
+    if (info.kind == Kind::kTooDeep) {  // The page shows the limit of most versions of jsoncpp.
+        HideDepthLimit(text);
+        Replace(text, "{DEPTH+5}", "1005");
+        Replace(text, "{DEPTH+0}", "1000");
+    }
     section += text.substr(0, text.rfind("list.json: "));
     section += "```\n";
     HideRegistrations(section);

@@ -122,7 +122,7 @@ TEST(History, RecognisesAStop)
         EXPECT_EQ(item.stops, 1U);
         EXPECT_EQ(item.crashes, 0U);
         EXPECT_EQ(item.state, State::kStopped);
-        EXPECT_EQ(item.severity, Severity::kHealthy);
+        EXPECT_EQ(item.severity, ItemSeverity::kHealthy);
     }
 }
 
@@ -447,7 +447,7 @@ TEST(History, CallsAnEndUnknownIfWaitpidFailed)
     EXPECT_TRUE(item.causes.empty());
     EXPECT_FALSE(item.rate);
     EXPECT_FALSE(item.loop);
-    EXPECT_EQ(item.severity, Severity::kNotable);
+    EXPECT_EQ(item.severity, ItemSeverity::kNotable);
     // The program may have continued to run, or may have ended at any time.
     EXPECT_EQ(item.unknown_runs, 6U);
     EXPECT_EQ(item.running, 0);

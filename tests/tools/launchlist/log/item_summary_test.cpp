@@ -217,7 +217,7 @@ TEST(ItemSummary, ReportsFrequentCrashesOfLongerRuns)
     EXPECT_EQ(item.rate->worst_hour, 180U);
     EXPECT_NEAR(item.rate->per_hour, 180, 1);
     EXPECT_TRUE(item.rate->continues);
-    EXPECT_EQ(item.severity, Severity::kBroken);
+    EXPECT_EQ(item.severity, ItemSeverity::kBroken);
 }
 
 TEST(ItemSummary, KnowsThatCrashesHaveCeased)
@@ -227,7 +227,7 @@ TEST(ItemSummary, KnowsThatCrashesHaveCeased)
     const ItemReport item = ItemOf(ReportOn(log), "a");
     ASSERT_TRUE(item.rate);
     EXPECT_FALSE(item.rate->continues);
-    EXPECT_EQ(item.severity, Severity::kTroubled);
+    EXPECT_EQ(item.severity, ItemSeverity::kTroubled);
 }
 
 TEST(ItemSummary, SaysThatALoopContinuesForThreeIntervalsOrTwoSeconds)

@@ -191,7 +191,7 @@ TEST(ItemNotes, OmitTheTimeDownIfThereIsNone)
     ItemReport item;
     item.crashes = 5;
     item.rate = Rate();
-    item.rate->worst_hour = kManyEnds;
+    item.rate->worst_hour = kFrequentEnds;
     item.rate->first = At(0);
     item.rate->last = At(4000);
     item.running = 9000;

@@ -154,6 +154,14 @@ def mkdir(call):
     return 0
 
 
+@function("_mkdirat")
+@sets_errno()
+def mkdirat(call):
+    """mkdir(2)."""
+    os.mkdir(call.path(1), call.u32(2) & 0o7777, dir_fd=directory_argument(call, 0))
+    return 0
+
+
 def simple(name, action):
     """Declares a system call whose result is 0."""
 

@@ -63,7 +63,7 @@ extern "C" int close(int descriptor)
     return FailsNow("close") ? -1 : result;
 }
 
-extern "C" int rename(const char* from, const char* to) noexcept
+extern "C" int rename(const char* from, const char* to)
 {
     return FailsNow("rename") ? -1 : Real<int(const char*, const char*)>("rename")(from, to);
 }

@@ -244,6 +244,14 @@ EXPORT int strcasecmp(const char* left, const char* right)
     return lower((unsigned char)*left) - lower((unsigned char)*right);
 }
 
+EXPORT char* strcpy(char* to, const char* from)
+{
+    char* const start = to;
+    while ((*to++ = *from++) != '\0') {
+    }
+    return start;
+}
+
 EXPORT char* strchr(const char* text, int c)
 {
     for (;; ++text) {

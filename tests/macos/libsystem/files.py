@@ -4,6 +4,7 @@ Each is the Linux call with numbers and layouts translated. Other differences ar
 function.
 """
 
+import ctypes
 import fcntl
 import os
 import select
@@ -183,7 +184,21 @@ simple("_chdir", lambda call: os.chdir(call.path(0)))
 simple("_chmod", lambda call: os.chmod(call.path(0), call.u32(1) & 0o7777))
 simple("_fchmod", lambda call: os.fchmod(call.i32(0), call.u32(1) & 0o7777))
 simple("_truncate", lambda call: os.truncate(call.path(0), call.i64(1)))
+simple("_mknod", lambda call: os.mknod(call.path(0), call.u32(1)))
 simple("_mkfifo", lambda call: os.mkfifo(call.path(0), call.u32(1) & 0o7777))
+
+
+@function("_renamex_np")
+@sets_errno()
+def renamex_np(call):
+    """renamex_np(2): with RENAME_EXCL."""
+    if call.u32(2) != values.OTHERS["RENAME_EXCL"]:
+        raise NotImplementedError(f"renamex_np with flags {call.u32(2):#x}")
+    paths = [os.fsencode(call.path(number)) for number in (0, 1)]
+    here, exclusive = -100, 1  # AT_FDCWD and RENAME_NOREPLACE of Linux
+    if ctypes.CDLL(None, use_errno=True).renameat2(here, paths[0], here, paths[1], exclusive):
+        raise OSError(ctypes.get_errno(), "renameat2")
+    return 0
 
 
 @function("_remove")

@@ -16,6 +16,7 @@ from scheduling import Invoke, Wait
 LIBC = ctypes.CDLL(None, use_errno=True)
 
 LIMITS = {
+    values.OTHERS["RLIMIT_FSIZE"]: resource.RLIMIT_FSIZE,
     values.OTHERS["RLIMIT_CORE"]: resource.RLIMIT_CORE,
     values.OTHERS["RLIMIT_NPROC"]: resource.RLIMIT_NPROC,
     values.OTHERS["RLIMIT_NOFILE"]: resource.RLIMIT_NOFILE,

@@ -1,4 +1,4 @@
-"""Signals: signal(3), sigaction(2), sigprocmask(2), pause(3)."""
+"""Signals: signal(3), sigaction(2), sigprocmask(2), pause(3), alarm(3)."""
 
 import signal
 import struct
@@ -44,6 +44,12 @@ def signal_(call):
     old = current(machine, number)
     change(machine, number, call.u64(1))
     return old
+
+
+@function("_alarm")
+def alarm(call):
+    """alarm(3)."""
+    return signal.alarm(call.u32(0))
 
 
 @function("_sigaction")

@@ -12,6 +12,14 @@ from libsystem.registry import function
 from scheduling import ANYTHING, Invoke, Wait
 
 
+@function("_pthread_setcancelstate")
+def pthread_setcancelstate(call):
+    """pthread_setcancelstate(3). pthread_cancel has no model, so only the old state matters."""
+    if call.u64(1):
+        call.machine.memory.set_u32(call.u64(1), values.OTHERS["PTHREAD_CANCEL_ENABLE"])
+    return 0
+
+
 @function("_pthread_create")
 def pthread_create(call):
     """pthread_create(3): with the default attributes."""

@@ -651,7 +651,7 @@ TEST(ThreadStackFallback, KernelWithoutWiping)
 
 TEST(ThreadStackFallback, NoGuardPages)
 {
-    // glibc protects the guards of its own stacks.
+    // glibc itself protects the guard pages of the stacks that it allocates.
     EXPECT_EQ(RunAgain(kMostCases, {Lacking("guard marks, protection"), kCopied}), 0);
 }
 

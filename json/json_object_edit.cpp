@@ -33,35 +33,37 @@ std::string Quoted(const std::string& text)
 // The writers must not see the strings: several versions of jsoncpp replace every character beyond
 // ASCII by an escape and every ill-formed byte by U+FFFD. That cannot be undone in the written
 // text, because a comment may contain the same escape literally. So the writer gets a copy of the
-// document, the form, in which placeholders stand for all strings and member names. No placeholder
-// contains a quote, so each pair of quotes outside comments encloses one, and FillIn replaces the
-// pair and what it encloses.
-class Form
+// document, the template, in which placeholders stand for all strings and member names. No
+// placeholder contains a quote, so each pair of quotes outside comments encloses one, and FillIn
+// replaces the pair and what it encloses.
+class Template
 {
 public:
     // `with_comments`: whether the writer passed to FillIn writes comments.
-    Form(const Json::Value& document, bool with_comments) : m_with_comments(with_comments)
+    Template(const Json::Value& document, bool with_comments) : m_with_comments(with_comments)
     {
-        AddValue(document, nullptr, m_form);
+        AddValue(document, nullptr, m_template);
     }
 
     std::string FillIn(Json::Writer& writer) const;
 
 private:
-    // Makes `form` the form of `value`. `name` is the member name, null if `value` is not a member.
-    void AddValue(const Json::Value& value, const std::string* name, Json::Value& form);
-    Json::Value FormWithoutComments(const Json::Value& value);
-    void AddComment(const Json::Value& value, Json::CommentPlacement placement, Json::Value& form);
+    // Makes `result` the template of `value`. `name` is the member name, null if `value` is not a
+    // member.
+    void AddValue(const Json::Value& value, const std::string* name, Json::Value& result);
+    Json::Value TemplateWithoutComments(const Json::Value& value);
+    void AddComment(const Json::Value& value, Json::CommentPlacement placement,
+                    Json::Value& result);
 
     bool m_with_comments;
-    Json::Value m_form;
-    // The replacements for the pairs of quotes in the written form, in the order of writing.
+    Json::Value m_template;
+    // The replacements for the pairs of quotes in the written template, in the order of writing.
     std::vector<std::string> m_replacements;
 };
 
-std::string Form::FillIn(Json::Writer& writer) const
+std::string Template::FillIn(Json::Writer& writer) const
 {
-    const std::string written = writer.write(m_form);
+    const std::string written = writer.write(m_template);
     std::string filled;
     std::string::size_type pos = 0;
     for (const std::string& text : m_replacements) {
@@ -73,21 +75,21 @@ std::string Form::FillIn(Json::Writer& writer) const
     return trim(filled);
 }
 
-void Form::AddValue(const Json::Value& value, const std::string* name, Json::Value& form)
+void Template::AddValue(const Json::Value& value, const std::string* name, Json::Value& result)
 {
-    AddComment(value, Json::commentBefore, form);
+    AddComment(value, Json::commentBefore, result);
     if (name != nullptr) {
         m_replacements.push_back(Quoted(*name));
     }
-    Json::Value payload = FormWithoutComments(value);
-    form.swapPayload(payload);
-    AddComment(value, Json::commentAfterOnSameLine, form);
-    AddComment(value, Json::commentAfter, form);
+    Json::Value payload = TemplateWithoutComments(value);
+    result.swapPayload(payload);
+    AddComment(value, Json::commentAfterOnSameLine, result);
+    AddComment(value, Json::commentAfter, result);
 }
 
-Json::Value Form::FormWithoutComments(const Json::Value& value)
+Json::Value Template::TemplateWithoutComments(const Json::Value& value)
 {
-    Json::Value form(value.type());
+    Json::Value result(value.type());
     switch (value.type()) {
         case Json::stringValue:
             m_replacements.push_back(Quoted(value.asString()));
@@ -95,24 +97,25 @@ Json::Value Form::FormWithoutComments(const Json::Value& value)
             return std::string(m_replacements.back().size() - 2, 'x');
         case Json::arrayValue:
             for (Json::ArrayIndex i = 0; i < value.size(); ++i) {
-                AddValue(value[i], nullptr, form[i]);
+                AddValue(value[i], nullptr, result[i]);
             }
-            return form;
+            return result;
         case Json::objectValue: {
             // The writer sorts members by the bytes of their names. Placeholders that are numbers
             // with the same number of digits keep that order.
             unsigned long long number = 10'000'000'000;
             for (const std::string& name : value.getMemberNames()) {
-                AddValue(value[name], &name, form[std::to_string(number++)]);
+                AddValue(value[name], &name, result[std::to_string(number++)]);
             }
-            return form;
+            return result;
         }
         default:
             return value;
     }
 }
 
-void Form::AddComment(const Json::Value& value, Json::CommentPlacement placement, Json::Value& form)
+void Template::AddComment(const Json::Value& value, Json::CommentPlacement placement,
+                          Json::Value& result)
 {
     if (!m_with_comments || !value.hasComment(placement)) {
         return;
@@ -127,7 +130,7 @@ void Form::AddComment(const Json::Value& value, Json::CommentPlacement placement
         }
     }
     // setComment removes one trailing line feed.
-    form.setComment(comment + '\n', placement);
+    result.setComment(comment + '\n', placement);
 }
 
 }  // namespace
@@ -135,13 +138,13 @@ void Form::AddComment(const Json::Value& value, Json::CommentPlacement placement
 std::string JsonObject::ToText()
 {
     Json::FastWriter writer;
-    return Form(*m_ref, false).FillIn(writer);
+    return Template(*m_ref, false).FillIn(writer);
 }
 
 std::string JsonObject::ToStyledText()
 {
     Json::StyledWriter writer;
-    return Form(*m_ref, true).FillIn(writer);
+    return Template(*m_ref, true).FillIn(writer);
 }
 
 #pragma GCC diagnostic pop

@@ -490,8 +490,8 @@ void RotatingFile::ReadSizeLimit()
                        std::memory_order_relaxed);
 }
 
-// The check takes as long as two records. In a burst there is one per millisecond, otherwise one
-// before each record.
+// The check makes system calls of its own, so in a burst there is only one per millisecond;
+// otherwise there is one before each record.
 std::int64_t RotatingFile::ReopenIfMoved(pid_t process)
 {
     const std::int64_t now = MonotonicNow();

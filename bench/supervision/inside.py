@@ -7,7 +7,6 @@ Prints the result as JSON. Any remaining processes end with the namespace.
 
 import json
 import os
-import signal
 import struct
 import sys
 import time
@@ -222,8 +221,6 @@ def main():
     scenario, name, *pairs = sys.argv[1:]
     if os.getpid() != 1:
         sys.exit("must run as process 1 of a PID namespace, see run.py")
-    # A launcher that signals its process group must not find this one in it.
-    signal.signal(signal.SIGHUP, signal.SIG_IGN)
     options = {key: int(value) for key, value in (pair.split("=") for pair in pairs)}
     scenarios = (start, stop, restart, idle, storm)
     measure = {function.__name__: function for function in scenarios}[scenario]

@@ -21,25 +21,25 @@ install_missing
 cmake --preset release >/dev/null
 cmake --build --preset release --target log_stress -j "$(getconf _NPROCESSORS_ONLN)"
 
-folder=$(mktemp -d)
-chmod 755 "$folder"   # some proofs run as another user
-trap 'rmdir "$folder" 2>/dev/null || true' EXIT   # a proof that failed leaves its files there
+directory=$(mktemp -d)
+chmod 755 "$directory"   # some proofs run as another user
+trap 'rmdir "$directory" 2>/dev/null || true' EXIT   # a proof that failed leaves its files there
 
 # shellcheck disable=SC2317  # the bash that timeout starts calls it
 prove() {
-    "$stress" forks "$folder" "$forks"
-    "$stress" processes "$folder" 20000
-    "$stress" removed "$folder" 2000
-    "$stress" killed "$folder" 500
-    "$stress" inherited "$folder" 5000
-    "$stress" unmovable "$folder" 20000
-    "$stress" limit "$folder" 200
-    "$stress" locale "$folder" 2000
-    "$stress" cancelled "$folder" 5000
-    "$stress" umasks "$folder" 1
-    "$stress" same "$folder" 20000
-    "$stress" handlers "$folder" 2000
-    "$stress" namespaces "$folder" 200
+    "$stress" forks "$directory" "$forks"
+    "$stress" processes "$directory" 20000
+    "$stress" removed "$directory" 2000
+    "$stress" killed "$directory" 500
+    "$stress" inherited "$directory" 5000
+    "$stress" unmovable "$directory" 20000
+    "$stress" limit "$directory" 200
+    "$stress" locale "$directory" 2000
+    "$stress" cancelled "$directory" 5000
+    "$stress" umasks "$directory" 1
+    "$stress" same "$directory" 20000
+    "$stress" handlers "$directory" 2000
+    "$stress" namespaces "$directory" 200
     if command -v bwrap >/dev/null; then
         # A disk of 1 MiB, which the test can fill.
         bwrap --dev-bind / / --size 1048576 --tmpfs /mnt --die-with-parent "$stress" full /mnt 40
@@ -48,7 +48,7 @@ prove() {
     fi
 }
 export -f prove
-export stress folder forks
+export stress directory forks
 
 # Runs in the background, because an interrupt does not reach the process group that timeout creates.
 timeout "$limit" bash -euo pipefail -c prove &

@@ -41,8 +41,8 @@ CRASHED = "crashed"
 CRASHED_LEFT = "crashed, helpers keep running"
 HUNG = "hung"
 LOST = "waited for a second SIGTERM, then status 1"
-UNKILLED = "waited for an unkilled child, then status 1"
-UNKILLED_AND_LOST = "waited for an unkilled child and a second SIGTERM, then status 1"
+UNKILLED = "waited for a child that was not killed, then status 1"
+UNKILLED_AND_LOST = "waited for a child that was not killed and a second SIGTERM, then status 1"
 LEFT = "status 1, but helpers keep running"
 STOPPED = "status 1"
 CHILD_ENDED = "the child alone ended, and was started again"
@@ -167,22 +167,22 @@ def run_plans(items, plans, trace=False):
 # The permitted outcomes, by phase and threads: those of one item, and those that more items add. A
 # sweep fails if it finds any other outcome or does not find all of these.
 
-PHASES = ("no-handler", "start", "walk", "steady", "restart", "stop")
+PHASES = ("no-handler", "start", "launching", "steady", "restart", "stop")
 
 PERMITTED = {
     ("no-handler", "main"): ({TERMINATED}, set()),
     # No item exists, so the handler only notifies, and no thread waits yet.
     ("start", "main"): ({LOST}, set()),
     ("start", "main and supervisor"): ({ABORTED, GROUP_KILLED, LOST}, set()),
-    ("walk", "main"): ({GROUP_KILLED, HUNG, LOST, STOPPED}, set()),
-    ("walk", "supervisor"): ({ABORTED, GROUP_KILLED, LOST}, {ABORTED_LEFT, HUNG, LEFT}),
-    ("walk", "main and supervisor"): (
+    ("launching", "main"): ({GROUP_KILLED, HUNG, LOST, STOPPED}, set()),
+    ("launching", "supervisor"): ({ABORTED, GROUP_KILLED, LOST}, {ABORTED_LEFT, HUNG, LEFT}),
+    ("launching", "main and supervisor"): (
         {ABORTED, CRASHED, GROUP_KILLED, HUNG, LOST, STOPPED},
         {CRASHED_LEFT},
     ),
     # The item is not in the child's copy of the map yet, but earlier items are. The child crashes if
     # it joins their threads before its fork has completed.
-    ("walk", "child"): ({NO_EFFECT}, {CHILD_ENDED}),
+    ("launching", "child"): ({NO_EFFECT}, {CHILD_ENDED}),
     ("steady", "main"): ({STOPPED}, set()),
     ("steady", "supervisor"): ({ABORTED}, {ABORTED_LEFT}),
     # The second SIGTERM stays pending until the handler has returned.

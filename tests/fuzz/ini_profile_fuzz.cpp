@@ -149,7 +149,7 @@ Expected ExpectedString(const std::optional<std::string>& value, const std::stri
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    static const TempDirectory folder;
+    static const TempDirectory directory;
     FuzzInput input(data, size);
     const std::string section = input.TakeLine();
     const std::string key = input.TakeLine();
@@ -157,7 +157,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
     // Begins at -1, which means no limit.
     const auto buffer_size = static_cast<std::int32_t>(input.TakeNumber(40)) - 1;
     const std::string content = input.Rest();
-    const std::string file = folder.Write("a.ini", content);
+    const std::string file = directory.Write("a.ini", content);
 
     const std::optional<std::string> value = ValueOf(SectionOf(LinesOf(content), section), key);
     const std::string before(size + 64, '#');

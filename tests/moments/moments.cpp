@@ -475,11 +475,11 @@ const char* Phase()
         return "stop";
     }
     if (!g_main_has_waited) {
-        return "walk";
+        return "launching";
     }
     for (int i = 1; i < g_thread_count; ++i) {
         if (!g_threads[i].has_had_child) {
-            return "walk";
+            return "launching";
         }
     }
     for (int i = 1; i < g_thread_count; ++i) {
@@ -556,7 +556,7 @@ void Moment(const char* call)
         }
         if (Take(g_signals, g_signal_count, g_child_name, g_child_moments)) {
             Record("signal %s %u %s %s\n", g_child_name, g_child_moments,
-                   g_main_has_waited ? "restart" : "walk", call);
+                   g_main_has_waited ? "restart" : "launching", call);
             syscall(SYS_tgkill, syscall(SYS_getpid), syscall(SYS_gettid), SIGTERM);
         }
         return;

@@ -15,10 +15,10 @@ extern "C" int pthread_atfork(void (*)(), void (*)(), void (*)())
 
 TEST(InitLogger, FailsIfTheForkHandlerCannotBeRegistered)
 {
-    TempDirectory folder;
-    EXPECT_EQ(InitLogger((folder / "log").c_str()), ENOMEM);
+    TempDirectory directory;
+    EXPECT_EQ(InitLogger((directory / "log").c_str()), ENOMEM);
     ILog* log = nullptr;
     EXPECT_EQ(GetLogger(LOGKIND_FILE, "test", LOGLEVEL_ERROR, &log), EINVAL);
     EXPECT_EQ(log, nullptr);
-    EXPECT_FALSE(std::filesystem::exists(folder / "log"));
+    EXPECT_FALSE(std::filesystem::exists(directory / "log"));
 }

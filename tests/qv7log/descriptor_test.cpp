@@ -66,8 +66,8 @@ int InDaemon(Body body)
 
 TEST(LogDescriptor, IsTheLowestWhileOneAndTwoStayClosed)
 {
-    TempDirectory folder;
-    const std::string path = folder / "log";
+    TempDirectory directory;
+    const std::string path = directory / "log";
     EXPECT_EQ(InDaemon([&] {
                   if (StartLog(path) == nullptr) {
                       return 1;
@@ -90,8 +90,8 @@ TEST(LogDescriptor, IsTheLowestWhileOneAndTwoStayClosed)
 
 TEST(LogDescriptor, KeepsItsNumberInRotations)
 {
-    TempDirectory folder;
-    const std::string path = folder / "log";
+    TempDirectory directory;
+    const std::string path = directory / "log";
     EXPECT_EQ(InDaemon([&] {
                   ILog* const log = StartLog(path);
                   for (int i = 0; i < 200; ++i) {
@@ -110,20 +110,20 @@ TEST(LogDescriptor, KeepsItsNumberInRotations)
 
 TEST(LogDescriptor, IsSharedByAllPathsOfALogAlsoAfterARotation)
 {
-    TempDirectory folder;
+    TempDirectory directory;
     EXPECT_EQ(InDaemon([&] {
-                  InitLogger((folder / "log").c_str());
+                  InitLogger((directory / "log").c_str());
                   const int open = CountOpenDescriptors();
-                  InitLogger((folder.path() + "//log").c_str());
+                  InitLogger((directory.path() + "//log").c_str());
                   if (CountOpenDescriptors() != open) {
                       return 1;
                   }
-                  rename((folder / "log").c_str(), (folder / "log.1").c_str());
-                  InitLogger((folder.path() + "/./log").c_str());
+                  rename((directory / "log").c_str(), (directory / "log.1").c_str());
+                  InitLogger((directory.path() + "/./log").c_str());
                   if (CountOpenDescriptors() != open) {
                       return 2;
                   }
-                  InitLogger((folder / "other").c_str());
+                  InitLogger((directory / "other").c_str());
                   return CountOpenDescriptors() > open ? 0 : 3;
               }),
               0);
@@ -131,8 +131,8 @@ TEST(LogDescriptor, IsSharedByAllPathsOfALogAlsoAfterARotation)
 
 TEST(LogDescriptor, IsClosedWhenInitLoggerFails)
 {
-    TempDirectory folder;
-    const std::string path = folder.path();
+    TempDirectory directory;
+    const std::string path = directory.path();
     EXPECT_EQ(InDaemon([&] { return InitLogger(path.c_str()); }), EISDIR);
     EXPECT_EQ(InDaemon([&] {
                   InitLogger(path.c_str());
@@ -144,9 +144,9 @@ TEST(LogDescriptor, IsClosedWhenInitLoggerFails)
 TEST(LogDescriptor, IsIndependentOfTheLockFile)
 {
     for (const mode_t type : std::initializer_list<mode_t>{S_IFDIR, S_IFLNK, S_IFIFO, S_IFREG}) {
-        TempDirectory folder;
-        const std::string path = folder / "log";
-        const std::string lock = folder / "log.lock";
+        TempDirectory directory;
+        const std::string path = directory / "log";
+        const std::string lock = directory / "log.lock";
         ASSERT_EQ(type == S_IFDIR   ? mkdir(lock.c_str(), 0700)
                   : type == S_IFLNK ? symlink("missing", lock.c_str())
                                     : mknod(lock.c_str(), type, 0),
@@ -171,8 +171,8 @@ int OwnDescriptor(const std::string& path)
 
 TEST(LogDescriptor, ForRecordsKeepsItsNumberAndIsReopenedAfterTheProgramHasClosedIt)
 {
-    TempDirectory folder;
-    const std::string path = folder / "log";
+    TempDirectory directory;
+    const std::string path = directory / "log";
     EXPECT_EQ(InDaemon([&] {
                   ILog* const log = StartLog(path);
                   const int own = OwnDescriptor(path);
@@ -192,17 +192,17 @@ TEST(LogDescriptor, ForRecordsKeepsItsNumberAndIsReopenedAfterTheProgramHasClose
 
 TEST(LogDescriptor, ForProgramsStaysAsTheProgramLeavesIt)
 {
-    TempDirectory folder;
-    const std::string path = folder / "log";
-    WriteFile(folder / "other", "");
+    TempDirectory directory;
+    const std::string path = directory / "log";
+    WriteFile(directory / "other", "");
     EXPECT_EQ(InDaemon([&] {
                   ILog* const log = StartLog(path);
                   close(0);
-                  const int other = open((folder / "other").c_str(), O_RDONLY);
+                  const int other = open((directory / "other").c_str(), O_RDONLY);
                   for (int i = 0; i < 20; ++i) {
                       Log(log, LOGLEVEL_ERROR, "%0500d", i);
                   }
-                  return other == 0 && IsLogFile(0, folder / "other") ? 0 : 1;
+                  return other == 0 && IsLogFile(0, directory / "other") ? 0 : 1;
               }),
               0);
     EXPECT_TRUE(Exists(path + ".1"));
@@ -217,8 +217,8 @@ void DisturbInheritedDescriptor()
 
 TEST(LogDescriptor, ForProgramsDoesNotAffectRecords)
 {
-    TempDirectory folder;
-    const std::string path = folder / "log";
+    TempDirectory directory;
+    const std::string path = directory / "log";
     EXPECT_EQ(InDaemon([&] {
                   ILog* const log = StartLog(path);
                   Log(log, LOGLEVEL_ERROR, "first");
@@ -261,8 +261,8 @@ std::string g_program;
 
 TEST(LogDescriptor, IsTheOnlyOneThatProgramsInheritDuringRotations)
 {
-    TempDirectory folder;
-    const std::string path = folder / "log";
+    TempDirectory directory;
+    const std::string path = directory / "log";
     EXPECT_EQ(InDaemon([&] {
                   ILog* const log = StartLog(path);
                   std::atomic<bool> stop{false};

@@ -134,8 +134,8 @@ TEST_F(WriteFailure, AShortWriteIsRepeatedWhole)
 TEST_F(WriteFailure, LostRecordsAreReportedBeforeTheNextWrittenRecord)
 {
     for (const int error : {ENOSPC, EIO, EFBIG}) {
-        TempDirectory folder;
-        ILog* const log = StartLog(folder / "log");
+        TempDirectory directory;
+        ILog* const log = StartLog(directory / "log");
         LogText(log, "before");
         g_script = {error, error, error};
         LogText(log, "a");
@@ -144,7 +144,7 @@ TEST_F(WriteFailure, LostRecordsAreReportedBeforeTheNextWrittenRecord)
         ASSERT_TRUE(g_script.empty());
         LogText(log, "after");
         LogText(log, "later");
-        EXPECT_EQ(Texts(folder / "log"),
+        EXPECT_EQ(Texts(directory / "log"),
                   (Strings{"before", "[QV7LOG    ] 3 records were lost", "after", "later"}));
     }
 }
@@ -306,41 +306,41 @@ TEST_F(WriteFailure, ALogThatCannotBeRotatedGrows)
 
 TEST(InitLogger, ReturnsTheErrnoOfWhatFailed)
 {
-    TempDirectory folder;
-    WriteFile(folder / "file", "");
-    mkdir((folder / "folder").c_str(), 0700);
-    WriteFile(folder / "target", "");
-    ASSERT_EQ(symlink((folder / "target").c_str(), (folder / "link").c_str()), 0);
-    ASSERT_EQ(symlink((folder / "missing").c_str(), (folder / "dangling").c_str()), 0);
-    ASSERT_EQ(mkfifo((folder / "pipe").c_str(), 0600), 0);
+    TempDirectory directory;
+    WriteFile(directory / "file", "");
+    mkdir((directory / "directory").c_str(), 0700);
+    WriteFile(directory / "target", "");
+    ASSERT_EQ(symlink((directory / "target").c_str(), (directory / "link").c_str()), 0);
+    ASSERT_EQ(symlink((directory / "missing").c_str(), (directory / "dangling").c_str()), 0);
+    ASSERT_EQ(mkfifo((directory / "pipe").c_str(), 0600), 0);
     struct Row
     {
         std::string path;
         int error;
     };
     const Row rows[] = {
-        {folder / "folder", EISDIR},
-        {folder / "file/log", ENOTDIR},
-        {folder / "file/a/log", ENOTDIR},
-        {folder / "link", ELOOP},
-        {folder / "dangling", ELOOP},
-        {folder / "pipe", ENXIO},
+        {directory / "directory", EISDIR},
+        {directory / "file/log", ENOTDIR},
+        {directory / "file/a/log", ENOTDIR},
+        {directory / "link", ELOOP},
+        {directory / "dangling", ELOOP},
+        {directory / "pipe", ENXIO},
         {"", EISDIR},
         {"/dev/null", EINVAL},
-        {folder / std::string(300, 'x'), ENAMETOOLONG},
+        {directory / std::string(300, 'x'), ENAMETOOLONG},
         {std::string(PATH_MAX, '/'), ENAMETOOLONG},
     };
     for (const Row& row : rows) {
         EXPECT_EQ(InitLogger(row.path.c_str()), row.error) << row.path.substr(0, 100);
     }
-    EXPECT_FALSE(Exists(folder / "missing"));
+    EXPECT_FALSE(Exists(directory / "missing"));
 }
 
 // The log is opened twice, and may be replaced in between.
 TEST(InitLogger, RefusesAFileThatBecomesADevice)
 {
-    TempDirectory folder;
-    const std::string path = folder / "log";
+    TempDirectory directory;
+    const std::string path = directory / "log";
     WriteFile(path, "");
     for (const int opens : {0, 1}) {
         g_opens_until_device = opens;
@@ -353,10 +353,10 @@ TEST(InitLogger, RefusesAFileThatBecomesADevice)
 // Runs as another user, because root can write to every directory.
 TEST(InitLogger, ReturnsTheErrnoOfAnUnwritableDirectory)
 {
-    TempDirectory folder;
-    const std::string path = folder / "log";
-    const std::string deeper = folder / "a/log";
-    ASSERT_EQ(chmod(folder.path().c_str(), 0555), 0);
+    TempDirectory directory;
+    const std::string path = directory / "log";
+    const std::string deeper = directory / "a/log";
+    ASSERT_EQ(chmod(directory.path().c_str(), 0555), 0);
     const pid_t child = fork();
     if (child == 0) {
         if (getuid() == 0 && setuid(65534) != 0) {
@@ -375,44 +375,44 @@ TEST(InitLogger, ReturnsTheErrnoOfAnUnwritableDirectory)
 
 TEST(InitLogger, RepeatsAnInterruptedOpen)
 {
-    const TempDirectory folder;
+    const TempDirectory directory;
     g_open_errors = {EINTR, EINTR, 0, EINTR, 0};
-    EXPECT_EQ(InitLogger((folder / "log").c_str()), 0);
+    EXPECT_EQ(InitLogger((directory / "log").c_str()), 0);
     EXPECT_TRUE(g_open_errors.empty());
-    EXPECT_TRUE(Exists(folder / "log"));
+    EXPECT_TRUE(Exists(directory / "log"));
 }
 
 TEST(InitLogger, OpensALogThatSomeoneElseCreatesMeanwhile)
 {
-    const TempDirectory folder;
+    const TempDirectory directory;
     g_open_errors = {ENOENT, EEXIST, ENOENT, EEXIST};
-    EXPECT_EQ(InitLogger((folder / "log").c_str()), 0);
+    EXPECT_EQ(InitLogger((directory / "log").c_str()), 0);
     EXPECT_TRUE(g_open_errors.empty());
 }
 
 TEST(InitLogger, FailsIfSomeoneKeepsRemovingTheLog)
 {
-    const TempDirectory folder;
+    const TempDirectory directory;
     g_open_errors = {ENOENT, EEXIST, ENOENT, EEXIST, ENOENT, EEXIST};
-    EXPECT_EQ(InitLogger((folder / "log").c_str()), EEXIST);
+    EXPECT_EQ(InitLogger((directory / "log").c_str()), EEXIST);
     EXPECT_TRUE(g_open_errors.empty());
 }
 
 TEST(InitLogger, ReturnsTheErrnoOfAFailedCreation)
 {
-    const TempDirectory folder;
+    const TempDirectory directory;
     g_open_errors = {ENOENT, ENOSPC};
-    EXPECT_EQ(InitLogger((folder / "log").c_str()), ENOSPC);
-    EXPECT_FALSE(Exists(folder / "log"));
+    EXPECT_EQ(InitLogger((directory / "log").c_str()), ENOSPC);
+    EXPECT_FALSE(Exists(directory / "log"));
 }
 
 TEST(InitLogger, ReturnsTheErrnoOfADirectoryThatCannotBeCreated)
 {
-    const TempDirectory folder;
+    const TempDirectory directory;
     // Some systems report EROFS for the existing directories, too.
     g_mkdir_error = EROFS;
-    const int error = InitLogger((folder / "missing/log").c_str());
+    const int error = InitLogger((directory / "missing/log").c_str());
     g_mkdir_error = 0;
     EXPECT_EQ(error, EROFS);
-    EXPECT_EQ(InitLogger((folder / "missing/log").c_str()), 0);
+    EXPECT_EQ(InitLogger((directory / "missing/log").c_str()), 0);
 }

@@ -105,24 +105,24 @@ TEST(LogV, WritesLevelsFromTheThresholdOnAndAllWithVerbose)
         {LOGLEVEL_VERBOSE, {"-1", "0", "1", "2", "4", "8", "16", "17"}},
     };
     for (const Row& row : rows) {
-        TempDirectory folder;
-        ILog* const log = StartLog(folder / "log", row.threshold);
+        TempDirectory directory;
+        ILog* const log = StartLog(directory / "log", row.threshold);
         ASSERT_NE(log, nullptr);
         for (const LOGLEVEL level : kLevels) {
             Log(log, level, "%d", level);
         }
-        EXPECT_EQ(Texts(folder / "log"), row.passed) << row.threshold;
+        EXPECT_EQ(Texts(directory / "log"), row.passed) << row.threshold;
     }
 }
 
 TEST(LogV, WritesTimeLevelNameProcessAndText)
 {
-    TempDirectory folder;
-    ILog* const log = StartLog(folder / "log");
+    TempDirectory directory;
+    ILog* const log = StartLog(directory / "log");
     timespec before;
     clock_gettime(CLOCK_REALTIME, &before);
     Log(log, LOGLEVEL_ERROR, "[LAUNCHER  ] %s %d is killed. ret = %d, status = %d", "a", 5, 5, 9);
-    const std::string line = ReadFile(folder / "log");
+    const std::string line = ReadFile(directory / "log");
     const std::string rest = " ERROR    test[" + std::to_string(getpid()) +
                              "] [LAUNCHER  ] a 5 is killed. ret = 5, status = 9\n";
     ASSERT_EQ(line.size(), 24 + rest.size());
@@ -135,8 +135,8 @@ TEST(LogV, WritesTimeLevelNameProcessAndText)
 
 TEST(LogV, PreservesErrno)
 {
-    TempDirectory folder;
-    ILog* const log = StartLog(folder / "log");
+    TempDirectory directory;
+    ILog* const log = StartLog(directory / "log");
     for (int i = 0; i < 30; ++i) {  // includes a rotation
         errno = ENOENT;
         Log(log, LOGLEVEL_ERROR, "%s%300s", strerror(errno), "");
@@ -155,11 +155,11 @@ TEST(LogV, KeepsTextsUpTo64KiBAndMarksLongerOnes)
                         {5000, 0}, {65535, 0}, {65536, 0}, {65537, 1}, {200000, 200000 - 65536}};
     for (const Row& row : rows) {
         for (const char filler : {'a', '\x1b', '\xff'}) {
-            TempDirectory folder;
-            ILog* const log = StartLog(folder / "log");
+            TempDirectory directory;
+            ILog* const log = StartLog(directory / "log");
             const std::string text(row.size, filler);
             LogText(log, text);
-            const Content content = ReadLog(folder / "log");
+            const Content content = ReadLog(directory / "log");
             ASSERT_EQ(content.records.size(), 1U) << row.size;
             EXPECT_EQ(content.records[0].text, text.substr(0, row.size - row.cut)) << row.size;
             EXPECT_EQ(content.records[0].cut, row.cut);
@@ -169,12 +169,12 @@ TEST(LogV, KeepsTextsUpTo64KiBAndMarksLongerOnes)
 
 TEST(LogV, CutsBetweenCharacters)
 {
-    TempDirectory folder;
-    ILog* const log = StartLog(folder / "log");
+    TempDirectory directory;
+    ILog* const log = StartLog(directory / "log");
     std::string text(65535, 'a');
     text += "\xc3\xa9";
     LogText(log, text);
-    const Content content = ReadLog(folder / "log");
+    const Content content = ReadLog(directory / "log");
     ASSERT_EQ(content.records.size(), 1U);
     EXPECT_EQ(content.records[0].text, std::string(65535, 'a'));
     EXPECT_EQ(content.records[0].cut, 2U);
@@ -182,29 +182,29 @@ TEST(LogV, CutsBetweenCharacters)
 
 TEST(LogV, KeepsANulInTheText)
 {
-    TempDirectory folder;
-    ILog* const log = StartLog(folder / "log");
+    TempDirectory directory;
+    ILog* const log = StartLog(directory / "log");
     Log(log, LOGLEVEL_ERROR, "a%cb", 0);
-    EXPECT_EQ(Texts(folder / "log"), Strings{std::string("a\0b", 3)});
+    EXPECT_EQ(Texts(directory / "log"), Strings{std::string("a\0b", 3)});
 }
 
 TEST(LogV, WritesTheFormatIfItCannotBeFormatted)
 {
-    TempDirectory folder;
-    ILog* const log = StartLog(folder / "log");
+    TempDirectory directory;
+    ILog* const log = StartLog(directory / "log");
     const std::string tail(5000, '.');
     Log(log, LOGLEVEL_ERROR, "[LAUNCHER  ] %ls!", L"x");
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
     Log(log, LOGLEVEL_ERROR, ("%ls" + tail).c_str(), L"x");
 #pragma GCC diagnostic pop
-    EXPECT_EQ(Texts(folder / "log"), (Strings{"[LAUNCHER  ] %ls!", "%ls" + tail}));
+    EXPECT_EQ(Texts(directory / "log"), (Strings{"[LAUNCHER  ] %ls!", "%ls" + tail}));
 }
 
 TEST(GetLogger, RefusesOtherKinds)
 {
-    TempDirectory folder;
-    ASSERT_EQ(InitLogger((folder / "log").c_str()), 0);
+    TempDirectory directory;
+    ASSERT_EQ(InitLogger((directory / "log").c_str()), 0);
     for (const int kind : {-1, 0, 1, 3, 2 << 16}) {
         ILog* log = nullptr;
         EXPECT_NE(GetLogger(kind, "launcher", LOGLEVEL_ERROR, &log), 0);
@@ -217,14 +217,14 @@ TEST(GetLogger, RefusesOtherKinds)
 
 TEST(GetLogger, EscapesAndCutsTheName)
 {
-    TempDirectory folder;
-    ASSERT_EQ(InitLogger((folder / "log").c_str()), 0);
+    TempDirectory directory;
+    ASSERT_EQ(InitLogger((directory / "log").c_str()), 0);
     ILog* log = nullptr;
     GetLogger(LOGKIND_FILE, "a b[1]\n", LOGLEVEL_ERROR, &log);
     Log(KeepReachable(log), LOGLEVEL_ERROR, "x");
     GetLogger(LOGKIND_FILE, std::string(100, '\x1b').c_str(), LOGLEVEL_ERROR, &log);
     Log(KeepReachable(log), LOGLEVEL_ERROR, "y");
-    const Content content = ReadLog(folder / "log");
+    const Content content = ReadLog(directory / "log");
     ASSERT_EQ(content.records.size(), 2U);
     EXPECT_EQ(content.records[0].name, "a b[1]\n");
     EXPECT_EQ(content.records[1].name, std::string(64, '\x1b'));
@@ -233,53 +233,53 @@ TEST(GetLogger, EscapesAndCutsTheName)
 TEST(InitLogger, CreatesDirectoriesAndFilesForTheUserOnly)
 {
     for (const mode_t mask : std::initializer_list<mode_t>{0, 022, 077, 0177, 0200, 0400, 0777}) {
-        TempDirectory folder;
+        TempDirectory directory;
         const mode_t before = umask(static_cast<mode_t>(mask));
-        ILog* const log = StartLog(folder / "a//b/log");
+        ILog* const log = StartLog(directory / "a//b/log");
         ASSERT_NE(log, nullptr) << mask;
         for (int i = 0; i < 11; ++i) {
             LogText(log, FifthOfALog(i));
         }
         umask(before);
-        EXPECT_EQ(Mode(folder / "a"), 0700U);
-        EXPECT_EQ(Mode(folder / "a/b"), 0700U);
+        EXPECT_EQ(Mode(directory / "a"), 0700U);
+        EXPECT_EQ(Mode(directory / "a/b"), 0700U);
         for (const char* name : {"a/b/log", "a/b/log.1", "a/b/log.2", "a/b/log.lock"}) {
-            EXPECT_EQ(Mode(folder / name), 0600U) << name;
+            EXPECT_EQ(Mode(directory / name), 0600U) << name;
         }
     }
 }
 
 TEST(InitLogger, KeepsTheModeOfAnExistingLog)
 {
-    TempDirectory folder;
-    WriteFile(folder / "log", "");
-    chmod((folder / "log").c_str(), 0640);
-    ASSERT_NE(StartLog(folder / "log"), nullptr);
-    EXPECT_EQ(Mode(folder / "log"), 0640U);
+    TempDirectory directory;
+    WriteFile(directory / "log", "");
+    chmod((directory / "log").c_str(), 0640);
+    ASSERT_NE(StartLog(directory / "log"), nullptr);
+    EXPECT_EQ(Mode(directory / "log"), 0640U);
 }
 
 TEST(InitLogger, AppendsToAnExistingLog)
 {
-    TempDirectory folder;
-    LogText(StartLog(folder / "log"), "one");
-    LogText(StartLog(folder / "log"), "two");
-    EXPECT_EQ(Texts(folder / "log"), (Strings{"one", "two"}));
+    TempDirectory directory;
+    LogText(StartLog(directory / "log"), "one");
+    LogText(StartLog(directory / "log"), "two");
+    EXPECT_EQ(Texts(directory / "log"), (Strings{"one", "two"}));
 }
 
 TEST(InitLogger, ResolvesARelativePathOnce)
 {
-    TempDirectory folder;
+    TempDirectory directory;
     char before[PATH_MAX];
     ASSERT_NE(getcwd(before, sizeof before), nullptr);
-    ASSERT_EQ(chdir(folder.path().c_str()), 0);
+    ASSERT_EQ(chdir(directory.path().c_str()), 0);
     ILog* const log = StartLog("a/log");
     ASSERT_EQ(chdir(before), 0);
     ASSERT_NE(log, nullptr);
     for (int i = 0; i < 6; ++i) {
         LogText(log, FifthOfALog(i));
     }
-    EXPECT_EQ(Texts(folder / "a/log").size(), 6U);
-    EXPECT_TRUE(Exists(folder / "a/log.1"));
+    EXPECT_EQ(Texts(directory / "a/log").size(), 6U);
+    EXPECT_TRUE(Exists(directory / "a/log.1"));
 }
 
 #ifdef __linux__
@@ -307,8 +307,8 @@ TEST(InitLogger, RejectsARelativePathThatIsTooLongWithTheWorkingDirectory)
         std::int32_t result;
     } cases[] = {{PATH_MAX - 20, 0}, {PATH_MAX - 2, ENAMETOOLONG}, {PATH_MAX - 1, ERANGE}};
     for (const auto& c : cases) {
-        TempDirectory folder;
-        EnterDirectoryOfLength(folder.path(), c.length);
+        TempDirectory directory;
+        EnterDirectoryOfLength(directory.path(), c.length);
         EXPECT_EQ(InitLogger("l"), c.result) << c.length;
         ASSERT_EQ(chdir(before), 0);
     }
@@ -317,67 +317,67 @@ TEST(InitLogger, RejectsARelativePathThatIsTooLongWithTheWorkingDirectory)
 
 TEST(InitLogger, OpensAnotherLogWhenCalledAgain)
 {
-    TempDirectory folder;
-    ILog* const first = StartLog(folder / "first");
-    ILog* const second = StartLog(folder / "second");
+    TempDirectory directory;
+    ILog* const first = StartLog(directory / "first");
+    ILog* const second = StartLog(directory / "second");
     LogText(first, "1");
     LogText(second, "2");
-    EXPECT_EQ(Texts(folder / "first"), Strings{"1"});
-    EXPECT_EQ(Texts(folder / "second"), Strings{"2"});
+    EXPECT_EQ(Texts(directory / "first"), Strings{"1"});
+    EXPECT_EQ(Texts(directory / "second"), Strings{"2"});
 }
 
 TEST(Rotation, KeepsFiveOldFilesWithTheNewestAsNumberOne)
 {
-    TempDirectory folder;
-    ILog* const log = StartLog(folder / "log");
+    TempDirectory directory;
+    ILog* const log = StartLog(directory / "log");
     Strings all;
     for (int i = 0; i < 50; ++i) {
         all.push_back(FifthOfALog(i));
         LogText(log, all.back());
     }
     // Five texts fill a log. What remains is five old files and an empty log.
-    const Strings kept = Texts(folder / "log");
+    const Strings kept = Texts(directory / "log");
     EXPECT_EQ(kept, Strings(all.end() - static_cast<std::ptrdiff_t>(kept.size()), all.end()));
     EXPECT_EQ(kept.size(), 25U);
     for (int number = 1; number <= 5; ++number) {
-        const std::string old = ReadFile(folder / ("log." + std::to_string(number)));
+        const std::string old = ReadFile(directory / ("log." + std::to_string(number)));
         EXPECT_GE(old.size(), static_cast<std::size_t>(qv7log::kRotateSize));
         EXPECT_LT(old.size(), static_cast<std::size_t>(qv7log::kRotateSize) * 6 / 5 + 100);
     }
-    EXPECT_FALSE(Exists(folder / "log.6"));
-    EXPECT_FALSE(Exists(folder / "log.0"));
+    EXPECT_FALSE(Exists(directory / "log.6"));
+    EXPECT_FALSE(Exists(directory / "log.0"));
 }
 
 TEST(Rotation, HappensAtTheFirstRecordOfAFullLog)
 {
-    TempDirectory folder;
-    WriteFile(folder / "log", std::string(qv7log::kRotateSize, '\n'));
-    ILog* const log = StartLog(folder / "log");
+    TempDirectory directory;
+    WriteFile(directory / "log", std::string(qv7log::kRotateSize, '\n'));
+    ILog* const log = StartLog(directory / "log");
     LogText(log, "one");
     LogText(log, "two");
-    EXPECT_GT(ReadFile(folder / "log.1").size(), static_cast<std::size_t>(qv7log::kRotateSize));
-    EXPECT_EQ(ReadFile(folder / "log").find("one"), std::string::npos);
-    EXPECT_NE(ReadFile(folder / "log").find("two"), std::string::npos);
+    EXPECT_GT(ReadFile(directory / "log.1").size(), static_cast<std::size_t>(qv7log::kRotateSize));
+    EXPECT_EQ(ReadFile(directory / "log").find("one"), std::string::npos);
+    EXPECT_NE(ReadFile(directory / "log").find("two"), std::string::npos);
 }
 
 TEST(Rotation, FillsAGapInsteadOfRemovingTheOldest)
 {
-    TempDirectory folder;
+    TempDirectory directory;
     for (const int number : {1, 2, 4, 5}) {
-        WriteFile(folder / ("log." + std::to_string(number)), std::to_string(number));
+        WriteFile(directory / ("log." + std::to_string(number)), std::to_string(number));
     }
-    ILog* const log = StartLog(folder / "log");
+    ILog* const log = StartLog(directory / "log");
     LogText(log, std::string(qv7log::kRotateSize, 'x'));
-    EXPECT_EQ(ReadFile(folder / "log.2"), "1");
-    EXPECT_EQ(ReadFile(folder / "log.3"), "2");
-    EXPECT_EQ(ReadFile(folder / "log.4"), "4");
-    EXPECT_EQ(ReadFile(folder / "log.5"), "5");
+    EXPECT_EQ(ReadFile(directory / "log.2"), "1");
+    EXPECT_EQ(ReadFile(directory / "log.3"), "2");
+    EXPECT_EQ(ReadFile(directory / "log.4"), "4");
+    EXPECT_EQ(ReadFile(directory / "log.5"), "5");
 }
 
 TEST(Rotation, MayBeDoneByAForkedChild)
 {
-    TempDirectory folder;
-    ILog* const log = StartLog(folder / "log");
+    TempDirectory directory;
+    ILog* const log = StartLog(directory / "log");
     const pid_t child = fork();
     if (child == 0) {
         for (int i = 0; i < 20; ++i) {
@@ -386,16 +386,16 @@ TEST(Rotation, MayBeDoneByAForkedChild)
         _exit(0);
     }
     ASSERT_EQ(waitpid(child, nullptr, 0), child);
-    EXPECT_TRUE(Exists(folder / "log.4"));
+    EXPECT_TRUE(Exists(directory / "log.4"));
     LogText(log, "the parent's");
-    EXPECT_EQ(Texts(folder / "log").size(), 21U);
-    EXPECT_FALSE(Exists(folder / "log.5"));
+    EXPECT_EQ(Texts(directory / "log").size(), 21U);
+    EXPECT_FALSE(Exists(directory / "log.5"));
 }
 
 TEST(Rotation, IsNoticedByAForkedChild)
 {
-    TempDirectory folder;
-    ILog* const log = StartLog(folder / "log");
+    TempDirectory directory;
+    ILog* const log = StartLog(directory / "log");
     int go[2];
     ASSERT_EQ(pipe(go), 0);
     const pid_t child = fork();
@@ -409,18 +409,18 @@ TEST(Rotation, IsNoticedByAForkedChild)
     for (int i = 0; i < 5; ++i) {
         LogText(log, FifthOfALog(i));
     }
-    EXPECT_TRUE(Exists(folder / "log.1"));
+    EXPECT_TRUE(Exists(directory / "log.1"));
     close(go[0]);
     close(go[1]);
     ASSERT_EQ(waitpid(child, nullptr, 0), child);
-    EXPECT_NE(ReadFile(folder / "log").find("the child's"), std::string::npos);
+    EXPECT_NE(ReadFile(directory / "log").find("the child's"), std::string::npos);
 }
 
 TEST(Rotation, IsPostponedWhileAnotherProcessHoldsTheLock)
 {
-    TempDirectory folder;
-    ILog* const log = StartLog(folder / "log");
-    LockHolder holder(folder / "log");
+    TempDirectory directory;
+    ILog* const log = StartLog(directory / "log");
+    LockHolder holder(directory / "log");
     ASSERT_TRUE(holder.Holds());
     std::atomic<bool> logged = false;
     std::thread logging([&] {
@@ -430,24 +430,24 @@ TEST(Rotation, IsPostponedWhileAnotherProcessHoldsTheLock)
         logged = true;
     });
     EXPECT_TRUE(WaitUntil([&] { return logged.load(); }));
-    EXPECT_FALSE(Exists(folder / "log.1"));
+    EXPECT_FALSE(Exists(directory / "log.1"));
     holder.Release();
     logging.join();
     LogText(log, FifthOfALog(6));
-    EXPECT_TRUE(Exists(folder / "log.1"));
-    EXPECT_EQ(Texts(folder / "log").size(), 7U);
+    EXPECT_TRUE(Exists(directory / "log.1"));
+    EXPECT_EQ(Texts(directory / "log").size(), 7U);
 }
 
 TEST(Rotation, CreatesTheLockFileAgainAfterItsRemoval)
 {
-    TempDirectory folder;
-    ILog* const log = StartLog(folder / "log");
-    unlink((folder / "log.lock").c_str());
+    TempDirectory directory;
+    ILog* const log = StartLog(directory / "log");
+    unlink((directory / "log.lock").c_str());
     for (int i = 0; i < 5; ++i) {
         LogText(log, FifthOfALog(i));
     }
-    EXPECT_TRUE(Exists(folder / "log.1"));
-    EXPECT_TRUE(Exists(folder / "log.lock"));
+    EXPECT_TRUE(Exists(directory / "log.1"));
+    EXPECT_TRUE(Exists(directory / "log.lock"));
 }
 
 }  // namespace

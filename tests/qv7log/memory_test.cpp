@@ -109,21 +109,21 @@ TEST(LogV, UsesTheHeapOnceAndOnlyForLongTexts)
         {qv7log::kMaxText + 1, '\x1b', 1},
     };
     for (const auto& row : kTable) {
-        TempDirectory folder;
-        ILog* const log = StartLog(folder / "log");
+        TempDirectory directory;
+        ILog* const log = StartLog(directory / "log");
         EXPECT_EQ(CallsToLog(log, std::string(row.size, row.filler)), row.calls) << row.size;
     }
 }
 
 TEST(LogV, DoesNotUseTheHeapForARotation)
 {
-    TempDirectory folder;
-    ILog* const log = StartLog(folder / "log");
+    TempDirectory directory;
+    ILog* const log = StartLog(directory / "log");
     const std::string text(qv7log::kStackLine / 2, '.');
     for (int i = 0; i < 6; ++i) {
         EXPECT_EQ(CallsToLog(log, text), 0);
     }
-    EXPECT_TRUE(Exists(folder / "log.1"));
+    EXPECT_TRUE(Exists(directory / "log.1"));
 }
 
 TEST(LogV, WritesTheBeginningOfALongTextIfTheHeapIsExhausted)
@@ -144,13 +144,13 @@ TEST(LogV, WritesTheBeginningOfALongTextIfTheHeapIsExhausted)
          kKept - 1},
     };
     for (const auto& row : kTable) {
-        TempDirectory folder;
-        ILog* const log = StartLog(folder / "log");
+        TempDirectory directory;
+        ILog* const log = StartLog(directory / "log");
         g_no_memory = true;
         const int calls = CallsToLog(log, row.text);
         g_no_memory = false;
         EXPECT_EQ(calls, 1) << row.what;
-        const Content content = ReadLog(folder / "log");
+        const Content content = ReadLog(directory / "log");
         EXPECT_TRUE(content.others.empty()) << row.what;
         ASSERT_EQ(content.records.size(), 1U) << row.what;
         EXPECT_EQ(content.records[0].text, row.text.substr(0, row.kept)) << row.what;
@@ -160,8 +160,8 @@ TEST(LogV, WritesTheBeginningOfALongTextIfTheHeapIsExhausted)
 
 TEST(InitLogger, ReportsThatTheHeapIsExhausted)
 {
-    TempDirectory folder;
-    const std::string path = folder / "log";
+    TempDirectory directory;
+    const std::string path = directory / "log";
     g_no_memory = true;
     const int error = InitLogger(path.c_str());
     g_no_memory = false;
@@ -172,8 +172,8 @@ TEST(InitLogger, ReportsThatTheHeapIsExhausted)
 
 TEST(GetLogger, ReportsThatTheHeapIsExhausted)
 {
-    TempDirectory folder;
-    ASSERT_EQ(InitLogger((folder / "log").c_str()), 0);
+    TempDirectory directory;
+    ASSERT_EQ(InitLogger((directory / "log").c_str()), 0);
     ILog* log = nullptr;
     g_no_memory = true;
     const int error = GetLogger(LOGKIND_FILE, "launcher", LOGLEVEL_DEBUG, &log);

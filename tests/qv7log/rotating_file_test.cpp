@@ -401,8 +401,8 @@ TEST_F(FailedRotation, ChangesNothing)
 {
     for (int unmovable = 0; unmovable <= qv7log::kOldFiles; ++unmovable) {
         for (int gap = std::max(unmovable + 1, 1); gap <= qv7log::kOldFiles + 1; ++gap) {
-            TempDirectory folder;
-            const std::string path = folder / "log";
+            TempDirectory directory;
+            const std::string path = directory / "log";
             qv7log::RotatingFile log;
             ASSERT_EQ(log.Open(path.c_str()), 0);
             const auto old_file = [&](int number) { return path + "." + std::to_string(number); };
@@ -464,8 +464,8 @@ void* LogAndBeCancelled(void* text)
 // Through the whole library, which disables cancellation.
 TEST(LogV, IsNotInterruptedByACancellationDuringARotation)
 {
-    TempDirectory folder;
-    const std::string path = folder / "log";
+    TempDirectory directory;
+    const std::string path = directory / "log";
     g_log = StartLog(path);
     std::string text(qv7log::kRotateSize, '.');
     g_on_rename = [] { pthread_cancel(pthread_self()); };

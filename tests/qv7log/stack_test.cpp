@@ -69,8 +69,8 @@ std::size_t StackUsedBy(const std::function<void()>& body)
 #pragma GCC diagnostic ignored "-Wformat"  // %m is not in ISO C++
 TEST(LogV, NeedsNoMoreStackThanPromised)
 {
-    TempDirectory folder;
-    const std::string path = folder / "a/log";
+    TempDirectory directory;
+    const std::string path = directory / "a/log";
     ILog* const log = StartLog(path);
     ASSERT_NE(log, nullptr);
     const std::string full(qv7log::kRotateSize, '\x1b');
@@ -93,7 +93,7 @@ TEST(LogV, NeedsNoMoreStackThanPromised)
              }
              unlink(path.c_str());
              unlink((path + ".lock").c_str());
-             EXPECT_EQ(rmdir((folder / "a").c_str()), 0);
+             EXPECT_EQ(rmdir((directory / "a").c_str()), 0);
          },
          [&] { Log(log, LOGLEVEL_ERROR, "%s", full.c_str()); }},
     };

@@ -11,9 +11,9 @@
 #include "logging/log_path.h"
 #include "tools/launchlist/base/text.h"
 #include "tools/launchlist/command.h"
-#include "tools/launchlist/log/report.h"
+#include "tools/launchlist/log/make_report.h"
 #include "tools/launchlist/output/page_file.h"
-#include "tools/launchlist/output/report_output.h"
+#include "tools/launchlist/output/report_formats.h"
 
 namespace launchlist {
 
@@ -70,8 +70,8 @@ int PrintReport(const Report& report, const std::string& level_file, bool json)
 
 CLI::App* AddReportCommand(CLI::App& app, ReportOptions& options)
 {
-    CLI::App* command =
-        app.add_subcommand("report", "Report from the log how launchers and items fared.");
+    CLI::App* command = app.add_subcommand(
+        "report", "Summarize from the log how often items ran, ended and crashed.");
     const CLI::Validator moment(CheckMoment, "TIME", "time");
     command->add_option("LOG", options.logs,
                         "Logs, each with its old files LOG.1, LOG.2, ...; - is standard input; "

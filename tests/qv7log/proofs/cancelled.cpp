@@ -23,9 +23,9 @@ void* LogUntilCancelled(void* text)
 
 }  // namespace
 
-std::string ThreadsCancelled(const std::string& folder, int threads)
+std::string ThreadsCancelled(const std::string& directory, int threads)
 {
-    const std::string path = folder + "/log";
+    const std::string path = directory + "/log";
     g_log = StartLog(path);
     std::string text(static_cast<std::size_t>(qv7log::kRotateSize), '.');
     std::mt19937 random(5);

@@ -5,10 +5,10 @@
 #include "tests/qv7log/proofs/helpers.h"
 #include "tests/qv7log/proofs/proofs.h"
 
-std::string DiskFull(const std::string& folder, int rounds)
+std::string DiskFull(const std::string& directory, int rounds)
 {
-    const std::string path = folder + "/log";
-    const std::string ballast = folder + "/ballast";
+    const std::string path = directory + "/log";
+    const std::string ballast = directory + "/ballast";
     ILog* const log = StartLog(path);
     const auto fill = [&] {
         const std::string block(4096, 'x');

@@ -12,11 +12,11 @@ constexpr int kForksPerFile = 500;
 
 }  // namespace
 
-std::string ForksWhileRotating(const std::string& folder, int forks)
+std::string ForksWhileRotating(const std::string& directory, int forks)
 {
-    const std::string path = folder + "/log";
+    const std::string path = directory + "/log";
     ILog* const log = StartLog(path);
-    Archive archive(path, folder + "/archive");
+    Archive archive(path, directory + "/archive");
     Writers writers(log, 8, microseconds(100));
     std::vector<pid_t> children;
     std::string wrong;

@@ -51,11 +51,11 @@ struct Counts
 
 }  // namespace
 
-std::string InheritedDescriptorDisturbed(const std::string& folder, int programs)
+std::string InheritedDescriptorDisturbed(const std::string& directory, int programs)
 {
-    const std::string path = folder + "/log";
+    const std::string path = directory + "/log";
     auto* const counts = Shared<Counts>();
-    Archive archive(path, folder + "/archive");
+    Archive archive(path, directory + "/archive");
     std::vector<pid_t> launchers;
     for (int i = 0; i < kLaunchers; ++i) {
         launchers.push_back(Fork(

@@ -49,14 +49,14 @@ void RunUntilKilled(const std::string& path, int first_writer, Progress& progres
 
 }  // namespace
 
-std::string KilledWhileRotating(const std::string& folder, int rounds)
+std::string KilledWhileRotating(const std::string& directory, int rounds)
 {
     constexpr int kWitness = 1;
-    const std::string path = folder + "/log";
+    const std::string path = directory + "/log";
     if (StartLog(path) == nullptr) {
         return "no log";
     }
-    Archive archive(path, folder + "/archive");
+    Archive archive(path, directory + "/archive");
     auto* const witness = Shared<Progress>();
     const pid_t witness_process = Fork([&] {
         ILog* const log = StartLog(path);

@@ -3,9 +3,9 @@
 #include "tests/qv7log/proofs/helpers.h"
 #include "tests/qv7log/proofs/proofs.h"
 
-std::string ForksInSetlocale(const std::string& folder, int forks)
+std::string ForksInSetlocale(const std::string& directory, int forks)
 {
-    const std::string path = folder + "/log";
+    const std::string path = directory + "/log";
     ILog* const log = StartLog(path);
     std::atomic<bool> stop{false};
     std::thread changing([&stop] {

@@ -16,7 +16,7 @@ namespace {
 struct Proof
 {
     const char* name;
-    std::string (*run)(const std::string& folder, int count);
+    std::string (*run)(const std::string& directory, int count);
 };
 
 constexpr Proof kProofs[] = {
@@ -38,21 +38,21 @@ constexpr Proof kProofs[] = {
 
 int Run(const Proof& proof, const std::string& parent, int count)
 {
-    std::string folder = parent + "/log-XXXXXX";
-    if (mkdtemp(folder.data()) == nullptr) {
-        std::perror(folder.c_str());
+    std::string directory = parent + "/log-XXXXXX";
+    if (mkdtemp(directory.data()) == nullptr) {
+        std::perror(directory.c_str());
         return 1;
     }
     const auto start = std::chrono::steady_clock::now();
-    const std::string wrong = proof.run(folder, count);
+    const std::string wrong = proof.run(directory, count);
     const std::chrono::duration<double> time = std::chrono::steady_clock::now() - start;
     std::printf("%s %d: %s (%.1f s)\n", proof.name, count, wrong.empty() ? "held" : "FAILED",
                 time.count());
     if (!wrong.empty()) {
-        std::printf("%s\nThe files are in %s\n", wrong.c_str(), folder.c_str());
+        std::printf("%s\nThe files are in %s\n", wrong.c_str(), directory.c_str());
         return 1;
     }
-    std::filesystem::remove_all(folder);
+    std::filesystem::remove_all(directory);
     return 0;
 }
 

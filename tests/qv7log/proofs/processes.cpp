@@ -7,15 +7,15 @@ constexpr seconds kLimit{300};  // every process logs as many records as the cal
 
 }  // namespace
 
-std::string ProcessesRotating(const std::string& folder, int records)
+std::string ProcessesRotating(const std::string& directory, int records)
 {
     constexpr int kProcesses = 8;
     constexpr int kThreads = 4;
-    const std::string path = folder + "/log";
+    const std::string path = directory + "/log";
     if (StartLog(path) == nullptr) {
         return "no log";
     }
-    Archive archive(path, folder + "/archive");
+    Archive archive(path, directory + "/archive");
     std::vector<pid_t> processes;
     std::map<int, int> written;
     for (int process = 0; process < kProcesses; ++process) {

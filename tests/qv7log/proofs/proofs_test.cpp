@@ -8,80 +8,80 @@ namespace {
 
 TEST(Log, LosesNothingWhileChildrenAreForkedInRotations)
 {
-    TempDirectory folder;
-    EXPECT_EQ(ForksWhileRotating(folder.path(), 2000), "");
+    TempDirectory directory;
+    EXPECT_EQ(ForksWhileRotating(directory.path(), 2000), "");
 }
 
 TEST(Log, LosesNothingWhenEightProcessesWrite)
 {
-    TempDirectory folder;
-    EXPECT_EQ(ProcessesRotating(folder.path(), 2000), "");
+    TempDirectory directory;
+    EXPECT_EQ(ProcessesRotating(directory.path(), 2000), "");
 }
 
 TEST(Log, LosesNothingWhenItIsRemoved)
 {
-    TempDirectory folder;
-    EXPECT_EQ(RemovedUnderLoad(folder.path(), 200), "");
+    TempDirectory directory;
+    EXPECT_EQ(RemovedUnderLoad(directory.path(), 200), "");
 }
 
 TEST(Log, LosesNoRecordCompletedBeforeAKill)
 {
-    TempDirectory folder;
-    EXPECT_EQ(KilledWhileRotating(folder.path(), 30), "");
+    TempDirectory directory;
+    EXPECT_EQ(KilledWhileRotating(directory.path(), 30), "");
 }
 
 TEST(Log, LosesNothingWhenProgramsDisturbTheInheritedDescriptor)
 {
-    TempDirectory folder;
-    EXPECT_EQ(InheritedDescriptorDisturbed(folder.path(), 200), "");
+    TempDirectory directory;
+    EXPECT_EQ(InheritedDescriptorDisturbed(directory.path(), 200), "");
 }
 
 TEST(Log, LosesNothingWhenAnOldFileCannotBeRenamed)
 {
-    TempDirectory folder;
-    EXPECT_EQ(OldFileUnmovable(folder.path(), 500), "");
+    TempDirectory directory;
+    EXPECT_EQ(OldFileUnmovable(directory.path(), 500), "");
 }
 
 TEST(Log, KillsNoProcessAtTheFileSizeLimit)
 {
-    TempDirectory folder;
-    EXPECT_EQ(SizeLimitReached(folder.path(), 5), "");
+    TempDirectory directory;
+    EXPECT_EQ(SizeLimitReached(directory.path(), 5), "");
 }
 
 TEST(Log, HangsNoChildForkedInSetlocale)
 {
-    TempDirectory folder;
-    EXPECT_EQ(ForksInSetlocale(folder.path(), 200), "");
+    TempDirectory directory;
+    EXPECT_EQ(ForksInSetlocale(directory.path(), 200), "");
 }
 
 TEST(Log, IsRotatedAfterCancellations)
 {
-    TempDirectory folder;
-    EXPECT_EQ(ThreadsCancelled(folder.path(), 200), "");
+    TempDirectory directory;
+    EXPECT_EQ(ThreadsCancelled(directory.path(), 200), "");
 }
 
 TEST(Log, StartsWithAnyMask)
 {
-    TempDirectory folder;
-    EXPECT_EQ(EveryMask(folder.path(), 13), "");
+    TempDirectory directory;
+    EXPECT_EQ(EveryMask(directory.path(), 13), "");
 }
 
 TEST(Log, KeepsTheOrderOfRecordsOfTwoLogsOfOneFile)
 {
-    TempDirectory folder;
-    EXPECT_EQ(SameLogTwice(folder.path(), 5000), "");
+    TempDirectory directory;
+    EXPECT_EQ(SameLogTwice(directory.path(), 5000), "");
 }
 
 TEST(Log, KnowsTheProcessIdInEarlierForkHandlers)
 {
-    TempDirectory folder;
-    EXPECT_EQ(ForkHandlersRegisteredEarlier(folder.path(), 100), "");
+    TempDirectory directory;
+    EXPECT_EQ(ForkHandlersRegisteredEarlier(directory.path(), 100), "");
 }
 
 TEST(Log, IsRotatedByAChildWithTheProcessIdOfItsParent)
 {
-    TempDirectory folder;
-    EXPECT_EQ(ChildrenInPidNamespaces(folder.path(), 20), "");
+    TempDirectory directory;
+    EXPECT_EQ(ChildrenInPidNamespaces(directory.path(), 20), "");
 }
 
 }  // namespace

@@ -76,17 +76,17 @@ std::string ReadRemoved(const Removed& removed, Content& content)
 
 }  // namespace
 
-std::string RemovedUnderLoad(const std::string& folder, int removals)
+std::string RemovedUnderLoad(const std::string& directory, int removals)
 {
-    const std::string path = folder + "/log";
+    const std::string path = directory + "/log";
     ILog* const log = StartLog(path);
-    Archive archive(path, folder + "/archive");
+    Archive archive(path, directory + "/archive");
     Writers writers(log, 8, microseconds(50));
     std::vector<Removed> removed;
     std::string wrong;
     for (int i = 0; i < removals && wrong.empty(); ++i) {
         // Rename the log first: a rotation could put another file there between open and unlink.
-        const std::string aside = folder + "/aside";
+        const std::string aside = directory + "/aside";
         if (rename(path.c_str(), aside.c_str()) == 0) {
             const int file = open(aside.c_str(), O_RDONLY | O_CLOEXEC);
             unlink(aside.c_str());

@@ -9,18 +9,18 @@
 #include "tests/qv7log/proofs/helpers.h"
 #include "tests/qv7log/proofs/proofs.h"
 
-std::string SameLogTwice(const std::string& folder, int records)
+std::string SameLogTwice(const std::string& directory, int records)
 {
     constexpr int kProcesses = 3;
     constexpr int kThreads = 4;
-    const std::string path = folder + "/log";
-    Archive archive(path, folder + "/archive");
+    const std::string path = directory + "/log";
+    Archive archive(path, directory + "/archive");
     std::vector<pid_t> processes;
     std::map<int, int> written;
     for (int process = 0; process < kProcesses; ++process) {
         processes.push_back(Fork([&] {
             // The second path is another spelling of the first one.
-            ILog* const logs[] = {StartLog(path), StartLog(folder + "//log")};
+            ILog* const logs[] = {StartLog(path), StartLog(directory + "//log")};
             std::vector<std::thread> threads;
             for (int i = 0; i < kThreads; ++i) {
                 threads.emplace_back([&, i] {
@@ -57,9 +57,9 @@ void LogInChild()
 
 }  // namespace
 
-std::string ForkHandlersRegisteredEarlier(const std::string& folder, int forks)
+std::string ForkHandlersRegisteredEarlier(const std::string& directory, int forks)
 {
-    const std::string path = folder + "/log";
+    const std::string path = directory + "/log";
     std::vector<pid_t> process = {Fork([&] {
         pthread_atfork(nullptr, nullptr, LogInChild);
         g_log = StartLog(path);
@@ -131,11 +131,11 @@ int RunParent(const std::string& path, unsigned delay)
 }  // namespace
 #endif
 
-std::string ChildrenInPidNamespaces(const std::string& folder, int children)
+std::string ChildrenInPidNamespaces(const std::string& directory, int children)
 {
 #ifdef __linux__
     for (int i = 0; i < children; ++i) {
-        const std::string path = folder + "/" + std::to_string(i) + "/log";
+        const std::string path = directory + "/" + std::to_string(i) + "/log";
         const pid_t process = Fork([&] {
             _exit(RunInPidNamespace(
                 [&] { return RunParent(path, 500 + static_cast<unsigned>(i) % 100); }));
@@ -153,7 +153,7 @@ std::string ChildrenInPidNamespaces(const std::string& folder, int children)
         }
     }
 #endif
-    static_cast<void>(folder);
+    static_cast<void>(directory);
     static_cast<void>(children);
     return "";
 }

@@ -32,11 +32,11 @@ void RunWriter(const std::string& path, int writer, int records)
 
 }  // namespace
 
-std::string SizeLimitReached(const std::string& folder, int rounds)
+std::string SizeLimitReached(const std::string& directory, int rounds)
 {
     constexpr int kRecords = 100;
     for (int round = 0; round < rounds; ++round) {
-        const std::string path = folder + "/log" + std::to_string(round);
+        const std::string path = directory + "/log" + std::to_string(round);
         std::vector<pid_t> processes;
         std::map<int, int> written;
         for (int writer = 0; writer < kProcesses; ++writer) {

@@ -31,11 +31,11 @@ void RunWithMask(const std::string& path, mode_t mask)
 
 }  // namespace
 
-std::string EveryMask(const std::string& folder, int step)
+std::string EveryMask(const std::string& directory, int step)
 {
-    chmod(folder.c_str(), 0777);
+    chmod(directory.c_str(), 0777);
     for (unsigned mask = 0; mask <= 0777; mask += static_cast<unsigned>(step)) {
-        const std::string path = folder + "/" + std::to_string(mask) + "/a/log";
+        const std::string path = directory + "/" + std::to_string(mask) + "/a/log";
         std::vector<pid_t> process = {Fork([&] { RunWithMask(path, static_cast<mode_t>(mask)); })};
         if (!WaitForAll(process)) {
             return "failed with the umask " + std::to_string(mask) + "\n";

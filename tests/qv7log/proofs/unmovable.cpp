@@ -6,7 +6,7 @@
 #include "tests/qv7log/proofs/helpers.h"
 #include "tests/qv7log/proofs/proofs.h"
 
-std::string OldFileUnmovable(const std::string& folder, int records)
+std::string OldFileUnmovable(const std::string& directory, int records)
 {
     constexpr uid_t kUser = 65534;
     constexpr int kThreads = 4;
@@ -15,8 +15,8 @@ std::string OldFileUnmovable(const std::string& folder, int records)
         return "";
     }
     // In a directory with the sticky bit, a user cannot rename the file of another user.
-    chmod(folder.c_str(), 01777);
-    const std::string path = folder + "/log";
+    chmod(directory.c_str(), 01777);
+    const std::string path = directory + "/log";
     WriteFile(path + ".1", "the user's\n");
     WriteFile(path + ".2", "root's\n");
     if (chown((path + ".1").c_str(), kUser, kUser) != 0) {

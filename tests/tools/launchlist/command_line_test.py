@@ -113,7 +113,7 @@ HELPS = {
         --version
         check Find the mistakes in launch lists.
         explain Show what the launcher does with each item of a list.
-        report Report from the log how launchers and items fared.
+        report Summarize from the log how often items ran, ended and crashed.
         Example: launchlist check helpers.json && launchlist explain helpers.json
     """,
     "check": """
@@ -133,7 +133,7 @@ HELPS = {
         3 the list cannot be read. Example: launchlist explain helpers.json
     """,
     "report": """
-        Report from the log how launchers and items fared.
+        Summarize from the log how often items ran, ended and crashed.
         launchlist report [OPTIONS] [LOG...]
         Logs, each with its old files LOG.1, LOG.2, ...; - is standard input; default: the log of
         default: the log of this user's launcher
@@ -235,8 +235,8 @@ class CommandLine(unittest.TestCase):
 
     def test_it_writes_the_pages_that_are_expected(self):
         for name, logs in PAGES:
-            with self.subTest(name), tempfile.TemporaryDirectory() as folder:
-                page = pathlib.Path(folder) / "page.html"
+            with self.subTest(name), tempfile.TemporaryDirectory() as directory:
+                page = pathlib.Path(directory) / "page.html"
                 result = run("report", *logs.split(), "--html", str(page))
                 self.assertEqual(0, result.returncode)
                 self.assertEqual(run("report", *logs.split()).stdout, result.stdout)

@@ -121,11 +121,11 @@ return found;
 class Page(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        cls.folder = tempfile.mkdtemp()
-        log = os.path.join(cls.folder, "qv7log")
+        cls.directory = tempfile.mkdtemp()
+        log = os.path.join(cls.directory, "qv7log")
         with open(log, "w", encoding="utf-8") as file:
             file.write(sample_log())
-        cls.page = os.path.join(cls.folder, "report.html")
+        cls.page = os.path.join(cls.directory, "report.html")
         output = subprocess.run(
             [launchlist, "report", "--json", "--html", cls.page, log],
             stdout=subprocess.PIPE,
@@ -144,7 +144,7 @@ class Page(unittest.TestCase):
     @classmethod
     def tearDownClass(cls):
         cls.browser.quit()
-        shutil.rmtree(cls.folder)
+        shutil.rmtree(cls.directory)
 
     def open(self, width, height, scheme):
         self.browser.execute_cdp_cmd(
@@ -263,8 +263,8 @@ class Page(unittest.TestCase):
         self.assertIn("null", medians)
 
     def test_a_tip_across_midnight_names_both_days(self):
-        log = os.path.join(self.folder, "days")
-        page = os.path.join(self.folder, "days.html")
+        log = os.path.join(self.directory, "days")
+        page = os.path.join(self.directory, "days.html")
         with open(log, "w", encoding="utf-8") as file:
             # A cell of the bar is an hour.
             for moment in ("20T12:00", "20T23:30", "25T12:00"):

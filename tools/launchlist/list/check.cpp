@@ -161,20 +161,20 @@ private:
         const std::size_t index =
             is_seen ? static_cast<std::size_t>(std::stoi(member.name)) : items.size();
         if (index >= items.size()) {
-            item.not_reached = effects::kNotReached;
+            item.effect_if_unreached = effects::kNotReached;
         } else {
             item.explained = items[index];
         }
-        const Fate fate = item.explained.fate;
-        const bool is_without_start =
-            index >= items.size() || fate == Fate::kSkipped || fate == Fate::kRejected;
+        const ItemOutcome outcome = item.explained.outcome;
+        const bool is_without_start = index >= items.size() || outcome == ItemOutcome::kSkipped ||
+                                      outcome == ItemOutcome::kRejected;
         if (is_without_start && member.value.type == JsonType::kObject) {
             // Explained as if it were started, so that its program and arguments are checked, too.
             const std::string effect = item.explained.effect;
             item.explained = ExplainProgram(item.item, m_context.files);
             item.explained.effect = index < items.size() ? effect : item.explained.effect;
-            item.not_started =
-                fate == Fate::kSkipped ? effects::kNotNamed : effects::NotBefore("name");
+            item.effect_if_not_started =
+                outcome == ItemOutcome::kSkipped ? effects::kNotNamed : effects::HiddenBy("name");
         }
         CheckItem(item, member.value.type);
         if (index < items.size() && items[index].replaces) {

@@ -63,7 +63,7 @@ std::string ProgramProblem(const ProgramFile& file)
     }
 }
 
-std::string NotBefore(const std::string& member)
+std::string HiddenBy(const std::string& member)
 {
     return "none until the mistake in \"" + member + "\" is fixed, which takes effect first";
 }

@@ -79,6 +79,6 @@ std::string Replaces(int earlier, int later);
 std::string ProgramProblem(const ProgramFile& file);
 
 // The effect of a mistake that is hidden by one in `member`, which takes effect earlier.
-std::string NotBefore(const std::string& member);
+std::string HiddenBy(const std::string& member);
 
 }  // namespace launchlist::effects

@@ -14,7 +14,7 @@ namespace launchlist {
 
 namespace {
 
-// Decides the fate of an item whose arguments are known.
+// Decides the outcome of an item whose arguments are known.
 void ExplainExecution(ExplainedItem& item, ProgramFiles& files)
 {
     const ProgramFile& file = files.Examine(*item.program);
@@ -32,7 +32,7 @@ void ExplainExecution(ExplainedItem& item, ProgramFiles& files)
         }
         return;
     }
-    item.fate = Fate::kCannotExecute;
+    item.outcome = ItemOutcome::kCannotExecute;
 }
 
 // The count of arguments. Throws if the child would abort; `problem` then says why.
@@ -85,7 +85,7 @@ void ExplainArguments(JsonObject& json, ExplainedItem& item, ProgramFiles& files
     const int count = ReadCount(json, item.problem);
     item.is_problem_in_args = true;
     if (count < -1) {
-        item.fate = Fate::kUndefined;
+        item.outcome = ItemOutcome::kUndefined;
         item.problem = problems::ArgcIs(count);
         item.effect = effects::kUndefined;
         return;
@@ -93,7 +93,7 @@ void ExplainArguments(JsonObject& json, ExplainedItem& item, ProgramFiles& files
     const StackFit fit = FitOnStack(count);
     if (fit != StackFit::kFits) {
         const bool may_fit = fit == StackFit::kMayOverrun;
-        item.fate = may_fit ? Fate::kMayOverrunStack : Fate::kOverrunsStack;
+        item.outcome = may_fit ? ItemOutcome::kMayOverrunStack : ItemOutcome::kOverrunsStack;
         item.problem = problems::ArgcIs(count);
         item.effect = may_fit ? effects::kMayOverrunStack : effects::kOverrunsStack;
         return;
@@ -105,7 +105,7 @@ void ExplainArguments(JsonObject& json, ExplainedItem& item, ProgramFiles& files
     AppendArguments(json, count, item);
     item.problem.clear();
     ExplainExecution(item, files);
-    if (count == -1 && item.fate == Fate::kRuns) {
+    if (count == -1 && item.outcome == ItemOutcome::kRuns) {
         item.note += (item.note.empty() ? "" : "; ") + std::string(effects::kEmptyVector);
     }
 }
@@ -122,7 +122,7 @@ public:
         for (int index = 0; HasItem(list, index); ++index) {
             m_explanation.items.push_back({});
             m_explanation.items.back().index = index;
-            m_explanation.items.back().fate = Fate::kRejected;
+            m_explanation.items.back().outcome = ItemOutcome::kRejected;
             m_explanation.items.back().problem = problems::kItemType;
             ReadItem(list, index);
         }
@@ -131,19 +131,20 @@ public:
     void FinishItems()
     {
         for (ExplainedItem& item : m_explanation.items) {
-            if (item.fate == Fate::kSignalsGroup) {
+            if (item.outcome == ItemOutcome::kSignalsGroup) {
                 item.effect =
                     m_started == 1 ? effects::kSignalsGroup : effects::kSignalsGroupOrSibling;
             }
         }
         if (m_explanation.is_rejected && !m_explanation.items.empty()) {
-            m_explanation.items.back().effect = effects::RejectedAtItem(
-                m_started == 0, Has(Fate::kAbortsLauncher) || Has(Fate::kSignalsGroup));
+            m_explanation.items.back().effect =
+                effects::RejectedAtItem(m_started == 0, Has(ItemOutcome::kAbortsLauncher) ||
+                                                            Has(ItemOutcome::kSignalsGroup));
         }
         m_explanation.outcomes = Outcomes();
         for (ExplainedItem& item : m_explanation.items) {
-            item.runs = RunsOf(item);
-            if (item.runs == Runs::kNever) {
+            item.runs = LikelihoodOf(item);
+            if (item.runs == Likelihood::kNever) {
                 item.arguments.reset();
             }
         }
@@ -154,7 +155,7 @@ private:
     {
         JsonObject json = GetItem(list, index);
         if (!HasName(json)) {
-            m_explanation.items.back().fate = Fate::kSkipped;
+            m_explanation.items.back().outcome = ItemOutcome::kSkipped;
             m_explanation.items.back().problem =
                 json.IsValid() ? problems::kNoName : problems::kItemIsNull;
             m_explanation.items.back().effect = effects::Skipped();
@@ -182,18 +183,20 @@ private:
         return m_explanation.items[static_cast<std::size_t>(earlier)].first_user.value_or(earlier);
     }
 
-    bool Has(Fate fate) const
-    {
-        return std::any_of(m_explanation.items.begin(), m_explanation.items.end(),
-                           [fate](const ExplainedItem& item) { return item.fate == fate; });
-    }
-
-    // Whether any item has this fate and is not ended by a later one.
-    bool HasLasting(Fate fate) const
+    bool Has(ItemOutcome outcome) const
     {
         return std::any_of(
             m_explanation.items.begin(), m_explanation.items.end(),
-            [fate](const ExplainedItem& item) { return item.fate == fate && !item.replaced_by; });
+            [outcome](const ExplainedItem& item) { return item.outcome == outcome; });
+    }
+
+    // Whether any item has this outcome and is not ended by a later one.
+    bool HasLasting(ItemOutcome outcome) const
+    {
+        return std::any_of(m_explanation.items.begin(), m_explanation.items.end(),
+                           [outcome](const ExplainedItem& item) {
+                               return item.outcome == outcome && !item.replaced_by;
+                           });
     }
 
     LauncherOutcomes Outcomes() const
@@ -202,8 +205,8 @@ private:
         const bool ends_an_item = (is_rejected && m_started > 0) || m_last.size() < m_started;
         // An item whose program cannot be converted ends the launcher in any case: if it is ended
         // before its thread gets there, it has not forked, and the whole group is killed.
-        if (Has(Fate::kAbortsLauncher)) {
-            return ends_an_item || Has(Fate::kSignalsGroup)
+        if (Has(ItemOutcome::kAbortsLauncher)) {
+            return ends_an_item || Has(ItemOutcome::kSignalsGroup)
                        ? LauncherOutcomes{{Outcome::kAborts, Condition::kTiming},
                                           {Outcome::kGroupKilled, Condition::kTiming}}
                        : LauncherOutcomes{{Outcome::kAborts, Condition::kAlways}};
@@ -214,7 +217,7 @@ private:
                                                      {Outcome::kGroupKilled, Condition::kTiming}};
         }
         LauncherOutcomes outcomes;
-        if (HasLasting(Fate::kSignalsGroup)) {
+        if (HasLasting(ItemOutcome::kSignalsGroup)) {
             outcomes.push_back({Outcome::kGroupKilled, Condition::kAlways});
             if (m_started == 1) {
                 return outcomes;
@@ -226,24 +229,24 @@ private:
         } else {
             outcomes.push_back({Outcome::kKeepsRunning, Condition::kAlways});
         }
-        if (Has(Fate::kCannotExecute) || Has(Fate::kUndefined)) {
+        if (Has(ItemOutcome::kCannotExecute) || Has(ItemOutcome::kUndefined)) {
             outcomes.push_back({Outcome::kUserKilled, Condition::kProcessLimit});
         }
         return outcomes;
     }
 
-    Runs RunsOf(const ExplainedItem& item) const
+    Likelihood LikelihoodOf(const ExplainedItem& item) const
     {
-        switch (item.fate) {
-            case Fate::kRuns:
+        switch (item.outcome) {
+            case ItemOutcome::kRuns:
                 break;
-            case Fate::kUndefined:
-            case Fate::kMayOverrunStack:
-                return Runs::kPossibly;
-            case Fate::kCannotExecute:
-                return item.may_be_registered ? Runs::kPossibly : Runs::kNever;
+            case ItemOutcome::kUndefined:
+            case ItemOutcome::kMayOverrunStack:
+                return Likelihood::kPossibly;
+            case ItemOutcome::kCannotExecute:
+                return item.may_be_registered ? Likelihood::kPossibly : Likelihood::kNever;
             default:
-                return Runs::kNever;
+                return Likelihood::kNever;
         }
         // A process limit is reached long after every item has been started.
         const auto ends_early = [](const LauncherOutcome& outcome) {
@@ -252,7 +255,7 @@ private:
         };
         const LauncherOutcomes& outcomes = m_explanation.outcomes;
         const bool may_end_early = std::any_of(outcomes.begin(), outcomes.end(), ends_early);
-        return may_end_early || item.is_foreign ? Runs::kPossibly : Runs::kCertainly;
+        return may_end_early || item.is_foreign ? Likelihood::kPossibly : Likelihood::kCertainly;
     }
 
     Explanation& m_explanation;
@@ -270,13 +273,13 @@ ExplainedItem ExplainProgram(JsonObject& json, ProgramFiles& files)
     try {
         item.program = ItemProgram(json);
     } catch (const std::exception&) {
-        item.fate = Fate::kAbortsLauncher;
+        item.outcome = ItemOutcome::kAbortsLauncher;
         item.problem = problems::kProgramType;
         item.effect = effects::kAbortsLauncher;
         return item;
     }
     if (item.program->empty()) {
-        item.fate = Fate::kSignalsGroup;
+        item.outcome = ItemOutcome::kSignalsGroup;
         item.problem = !has_program                ? problems::kNoProgram
                        : json["program"].IsValid() ? problems::kProgramIsEmpty
                                                    : problems::kProgramIsNull;
@@ -287,7 +290,7 @@ ExplainedItem ExplainProgram(JsonObject& json, ProgramFiles& files)
         ExplainArguments(json, item, files);
     } catch (const std::exception&) {
         item.arguments.reset();
-        item.fate = Fate::kAbortsChild;
+        item.outcome = ItemOutcome::kAbortsChild;
         item.effect = effects::kAbortsChild;
     }
     return item;

@@ -17,7 +17,7 @@
 namespace launchlist {
 
 // What becomes of an item, in the order in which the launcher finds out.
-enum class Fate
+enum class ItemOutcome
 {
     kRejected,        // The launcher reads no further items and ends.
     kSkipped,         // No name.
@@ -31,7 +31,7 @@ enum class Fate
     kRuns
 };
 
-enum class Runs
+enum class Likelihood
 {
     kNever,
     kPossibly,
@@ -48,8 +48,8 @@ struct ExplainedItem
     // possibly runs.
     std::optional<ArgumentVector> arguments;
 
-    Fate fate = Fate::kRuns;
-    Runs runs = Runs::kNever;
+    ItemOutcome outcome = ItemOutcome::kRuns;
+    Likelihood runs = Likelihood::kNever;
     std::string problem;             // What is wrong with the program or its arguments.
     std::string effect;              // What that leads to; "" for an item that simply runs.
     std::string note;                // What else is worth knowing about an item that runs.
@@ -74,7 +74,7 @@ struct Explanation
 Explanation ExplainList(const std::string& bytes);
 
 // Explains `item`, an object or null, as if it were started, whatever its name: its program, its
-// arguments, its fate, and the problem and effect if there is one.
+// arguments, its outcome, and the problem and effect if there is one.
 ExplainedItem ExplainProgram(JsonObject& item, ProgramFiles& files);
 
 }  // namespace launchlist

@@ -117,13 +117,13 @@ void CheckProgram(ItemToCheck& item)
 // The member with the mistake that the launcher runs into before `stage`; "" if there is none.
 std::string EarlierMistake(const ExplainedItem& item, Stage stage)
 {
-    switch (item.fate) {
-        case Fate::kAbortsLauncher:
-        case Fate::kSignalsGroup:
+    switch (item.outcome) {
+        case ItemOutcome::kAbortsLauncher:
+        case ItemOutcome::kSignalsGroup:
             return stage > Stage::kProgram ? "program" : "";
-        case Fate::kOverrunsStack:
+        case ItemOutcome::kOverrunsStack:
             return stage > Stage::kCount ? "argc" : "";
-        case Fate::kAbortsChild:
+        case ItemOutcome::kAbortsChild:
             if (item.is_problem_in_args) {
                 return stage > Stage::kArguments ? "args" : "";
             }
@@ -149,15 +149,15 @@ void ItemToCheck::Add(Kind kind, Stage stage, std::size_t place, const std::stri
 {
     std::string replacement;
     if (stage >= Stage::kStart) {
-        replacement = not_reached;
+        replacement = effect_if_unreached;
     }
     if (stage > Stage::kStart && replacement.empty()) {
-        replacement = not_started;
+        replacement = effect_if_not_started;
     }
     const bool is_started = replacement.empty();
     const std::string earlier = EarlierMistake(explained, stage);
     if (is_started && !earlier.empty()) {
-        replacement = effects::NotBefore(earlier);
+        replacement = effects::HiddenBy(earlier);
     }
     context.findings.Add(
         {kind, place, pointer, message, replacement.empty() ? effect : replacement, fix},

@@ -33,10 +33,10 @@ struct ItemToCheck
     ExplainedItem explained;          // What happens to it, or would if it were started.
 
     // For an item that is never started: what to report as the effect of its mistakes.
-    // `not_reached` applies if the launcher does not reach the item. Otherwise `not_started`
-    // applies to all mistakes except the one in its name.
-    std::string not_reached;
-    std::string not_started;
+    // `effect_if_unreached` applies if the launcher does not reach the item. Otherwise
+    // `effect_if_not_started` applies to all mistakes except the one in its name.
+    std::string effect_if_unreached;
+    std::string effect_if_not_started;
 
     // The member `name` that wins; null if there is none.
     const JsonMember* Find(const std::string& name) const;

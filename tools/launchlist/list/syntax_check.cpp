@@ -12,7 +12,7 @@ namespace launchlist {
 
 namespace {
 
-struct Cause
+struct SyntaxError
 {
     std::size_t offset = 0;
     std::string message;
@@ -33,7 +33,7 @@ std::string LowerCase(std::string text)
 }
 
 // What is wrong with a value or name that is not in quotes; nothing for a number or a literal.
-std::optional<Cause> ExplainWord(const std::string& word, std::size_t offset)
+std::optional<SyntaxError> ExplainWord(const std::string& word, std::size_t offset)
 {
     const std::string lower = LowerCase(word);
     if (word == "true" || word == "false" || word == "null") {
@@ -41,28 +41,29 @@ std::optional<Cause> ExplainWord(const std::string& word, std::size_t offset)
     }
     const std::size_t digits = lower[0] == '+' || lower[0] == '-' ? 1 : 0;
     if (lower.compare(digits, 2, "0x") == 0) {
-        return Cause{offset, "JSON has no hexadecimal numbers: " + quoted(word),
-                     "write it as a decimal number"};
+        return SyntaxError{offset, "JSON has no hexadecimal numbers: " + quoted(word),
+                           "write it as a decimal number"};
     }
     if (lower.compare(digits, 3, "nan") == 0 || lower.compare(digits, 3, "inf") == 0) {
-        return Cause{offset, "JSON has no value " + quoted(word),
-                     "write a number, or a string in double quotes"};
+        return SyntaxError{offset, "JSON has no value " + quoted(word),
+                           "write a number, or a string in double quotes"};
     }
     if (word[0] == '+') {
-        return Cause{offset, "a number must not start with \"+\": " + quoted(word),
-                     "remove the \"+\""};
+        return SyntaxError{offset, "a number must not start with \"+\": " + quoted(word),
+                           "remove the \"+\""};
     }
     if (word[0] == '.') {
-        return Cause{offset, "a number must start with a digit: " + quoted(word),
-                     "write a \"0\" before the decimal point"};
+        return SyntaxError{offset, "a number must start with a digit: " + quoted(word),
+                           "write a \"0\" before the decimal point"};
     }
     if (lower == "true" || lower == "false" || lower == "null") {
-        return Cause{offset, quoted(word) + " must be written in lower case", "write " + lower};
+        return SyntaxError{offset, quoted(word) + " must be written in lower case",
+                           "write " + lower};
     }
     if (std::isalpha(static_cast<unsigned char>(word[0])) != 0 || word[0] == '_' ||
         word[0] == '$') {
-        return Cause{offset, quoted(word) + " is not in double quotes",
-                     "write strings and member names in double quotes"};
+        return SyntaxError{offset, quoted(word) + " is not in double quotes",
+                           "write strings and member names in double quotes"};
     }
     return std::nullopt;
 }
@@ -73,12 +74,12 @@ class Scanner
 public:
     Scanner(const std::string& text, std::size_t fault) : m_text(text), m_fault(fault) {}
 
-    std::optional<Cause> Run()
+    std::optional<SyntaxError> Run()
     {
         while (m_at < m_text.size() && m_at <= m_fault) {
             if (std::isspace(static_cast<unsigned char>(m_text[m_at])) != 0) {
                 ++m_at;
-            } else if (std::optional<Cause> cause = ReadToken()) {
+            } else if (std::optional<SyntaxError> cause = ReadToken()) {
                 return cause;
             }
         }
@@ -88,7 +89,7 @@ public:
     }
 
 private:
-    std::optional<Cause> ReadToken()
+    std::optional<SyntaxError> ReadToken()
     {
         const std::size_t begin = m_at;
         const char c = m_text[begin];
@@ -103,10 +104,11 @@ private:
             return ReadString();
         }
         if (c == '\'') {
-            return Cause{begin, "strings must be in double quotes", "write \" instead of '"};
+            return SyntaxError{begin, "strings must be in double quotes", "write \" instead of '"};
         }
         if (c == '#') {
-            return Cause{begin, "a comment must not start with \"#\"", "start it with \"//\""};
+            return SyntaxError{begin, "a comment must not start with \"#\"",
+                               "start it with \"//\""};
         }
         if (IsWordCharacter(c)) {
             while (m_at < m_text.size() && IsWordCharacter(m_text[m_at])) {
@@ -118,36 +120,38 @@ private:
     }
 
     // `word` ends where the next token begins.
-    std::optional<Cause> ReadWord(const std::string& word, std::size_t begin)
+    std::optional<SyntaxError> ReadWord(const std::string& word, std::size_t begin)
     {
         m_comma.reset();
-        std::optional<Cause> cause = ExplainWord(word, begin);
+        std::optional<SyntaxError> cause = ExplainWord(word, begin);
         const std::optional<std::size_t> string = std::exchange(m_string, std::nullopt);
         if (!cause || !string) {
             return cause;
         }
-        return m_long_string ? m_long_string
-                             : Cause{*string,
-                                     "the string is followed by " + quoted(word) +
-                                         " without a comma or a colon",
-                                     "add the quotation mark that is missing at its end, or write "
-                                     "\\\" for one inside it"};
+        return m_long_string
+                   ? m_long_string
+                   : SyntaxError{*string,
+                                 "the string is followed by " + quoted(word) +
+                                     " without a comma or a colon",
+                                 "add the quotation mark that is missing at its end, or write "
+                                 "\\\" for one inside it"};
     }
 
-    std::optional<Cause> ReadComment()
+    std::optional<SyntaxError> ReadComment()
     {
         const std::size_t close = m_text.find("*/", m_at + 2);
         if (close == std::string::npos) {
-            return Cause{m_at, "the comment is not closed", "add \"*/\""};
+            return SyntaxError{m_at, "the comment is not closed", "add \"*/\""};
         }
         m_at = close + 2;
         return std::nullopt;
     }
 
-    std::optional<Cause> ReadString()
+    std::optional<SyntaxError> ReadString()
     {
         const std::size_t begin = m_at;
-        Cause unclosed = {begin, "the string is not closed", "add the missing quotation mark"};
+        SyntaxError unclosed = {begin, "the string is not closed",
+                                "add the missing quotation mark"};
         bool has_line_end = false;
         for (++m_at; m_at < m_text.size() && m_text[m_at] != '"'; ++m_at) {
             has_line_end = has_line_end || m_text[m_at] == '\n' || m_text[m_at] == '\r';
@@ -160,15 +164,16 @@ private:
         ++m_at;
         m_string = begin;
         unclosed.message = "the string is not closed on the line on which it starts";
-        m_long_string = has_line_end ? std::optional<Cause>(unclosed) : std::nullopt;
+        m_long_string = has_line_end ? std::optional<SyntaxError>(unclosed) : std::nullopt;
         return std::nullopt;
     }
 
-    std::optional<Cause> ReadSign()
+    std::optional<SyntaxError> ReadSign()
     {
         const char c = m_text[m_at];
         if (m_comma && (c == '}' || c == ']')) {
-            return Cause{*m_comma, "a comma must not follow the last member", "remove the comma"};
+            return SyntaxError{*m_comma, "a comma must not follow the last member",
+                               "remove the comma"};
         }
         if (c == ',') {
             m_comma = m_at;
@@ -187,11 +192,12 @@ private:
     std::size_t m_at = 0;
     std::optional<std::size_t> m_comma;   // The last token, if it is a comma.
     std::optional<std::size_t> m_string;  // The last token, if it is a string.
-    std::optional<Cause> m_long_string;   // For the last token, if it is a string with a line end.
+    std::optional<SyntaxError>
+        m_long_string;  // For the last token, if it is a string with a line end.
 };
 
 // The reader's own finding in other words.
-Cause ExplainMessage(const std::string& message, std::size_t offset)
+SyntaxError ExplainMessage(const std::string& message, std::size_t offset)
 {
     const struct
     {
@@ -237,7 +243,7 @@ Finding ExplainFault(const std::string& text, const JsonFault& fault)
                 effects::RejectedAtStart(),
                 "nest at most " + std::to_string(fault.depth_limit) + " levels; an item needs two"};
     }
-    std::optional<Cause> cause = Scanner(text, fault.offset).Run();
+    std::optional<SyntaxError> cause = Scanner(text, fault.offset).Run();
     if (!cause) {
         cause = ExplainMessage(fault.message, fault.offset);
         if (text.find_first_not_of(" \t\r\n", fault.offset) == std::string::npos) {

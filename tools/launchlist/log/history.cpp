@@ -32,7 +32,7 @@ constexpr Milliseconds kReuse = 10000;
 // the same id.
 constexpr Milliseconds kSilence = 60000;
 
-bool IsKill(const EndCause& how)
+bool IsKill(const Termination& how)
 {
     return SignalOf(how) == SIGKILL;
 }
@@ -248,7 +248,7 @@ void History::AddStart(std::size_t index, std::size_t item_index, Milliseconds t
                              supervision.is_killed && time >= supervision.last_end &&
                              time - supervision.last_end < kStopGap;
     if (is_replaced) {
-        item.runs[supervision.last].cause = Cause::kLauncher;
+        item.runs[supervision.last].ended_by = EndedBy::kLauncher;
     }
     if (supervision.last != kNone && supervision.run == kNone) {
         item.runs[supervision.last].down_until = time;
@@ -289,7 +289,7 @@ void History::AddEnd(const Event& event, std::size_t index, std::size_t item_ind
         item.runs.back().launcher = static_cast<std::uint32_t>(index);
         const bool may_be_other = MayBeOther(writer, supervision);
         if (supervision.last != kNone && may_be_other && supervision.is_killed) {
-            item.runs[supervision.last].cause = Cause::kMaybeLauncher;
+            item.runs[supervision.last].ended_by = EndedBy::kMaybeLauncher;
         }
         if (supervision.last != kNone && !may_be_other && !writer.writes_starts) {
             item.runs.back().start = supervision.last_end + kPause;
@@ -304,7 +304,7 @@ void History::AddEnd(const Event& event, std::size_t index, std::size_t item_ind
     run.is_open = false;
     run.how = {event.result >= 0, event.wait_status};
     if (is_older) {
-        run.cause = IsKill(run.how) ? Cause::kLauncher : Cause::kProgram;
+        run.ended_by = IsKill(run.how) ? EndedBy::kLauncher : EndedBy::kProgram;
         supervision.older = kNone;
     } else {
         supervision.run = kNone;
@@ -319,7 +319,7 @@ void History::AddEnd(const Event& event, std::size_t index, std::size_t item_ind
         item.child_without_program = 0;
     }
     if (!run.how.is_seen) {
-        run.cause = Cause::kUnknown;
+        run.ended_by = EndedBy::kUnknown;
     }
     writer.has_ends = true;
     if (event.child != writer.process) {
@@ -488,9 +488,9 @@ void History::DecideCauses(std::size_t index)
             const bool is_in_stop = is_stop_proven && (root.end == LauncherEnd::kRejected ||
                                                        supervision.last_end >= root.stop_from);
             const bool is_not_restarted = is_complete && later >= kSettled;
-            run.cause = is_in_stop || is_not_restarted               ? Cause::kLauncher
-                        : !writer.writes_starts && later >= kSilence ? Cause::kProgram
-                                                                     : Cause::kMaybeLauncher;
+            run.ended_by = is_in_stop || is_not_restarted               ? EndedBy::kLauncher
+                           : !writer.writes_starts && later >= kSilence ? EndedBy::kProgram
+                                                                        : EndedBy::kMaybeLauncher;
         }
         run.is_final =
             (is_stop_proven && writer.parent == kNone) || (is_complete && later >= kSettled);
@@ -507,7 +507,7 @@ void History::FinishRuns(Item& item, Milliseconds last_record)
         const Writer& root = m_writers[m_roots[run.launcher]];
         run.from = run.to = run.start.value_or(run.end.value_or(0));
         if (run.role != Role::kFailed && run.end) {
-            if (run.cause == Cause::kUnknown) {
+            if (run.ended_by == EndedBy::kUnknown) {
                 run.down_until.reset();
                 continue;
             }

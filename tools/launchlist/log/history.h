@@ -8,11 +8,11 @@
 #include <vector>
 
 #include "tools/launchlist/log/launcher_event.h"
-#include "tools/launchlist/log/report_data.h"
+#include "tools/launchlist/log/report.h"
 
 namespace launchlist {
 
-// Receives the events of a log in their order. report_data.h says what can be inferred from them.
+// Receives the events of a log in their order. report.h says what can be inferred from them.
 class History
 {
 public:

@@ -11,7 +11,7 @@ constexpr Milliseconds kMinute = 60 * kSecond;
 constexpr Milliseconds kHour = 60 * kMinute;
 
 // Adds [from, to] to `parts`, joined to the last one if it touches it.
-void Join(std::vector<Presence>& parts, Presence part)
+void Join(std::vector<KnownPeriod>& parts, KnownPeriod part)
 {
     if (!parts.empty() && part.from <= parts.back().to) {
         parts.back().to = std::max(parts.back().to, part.to);
@@ -20,12 +20,12 @@ void Join(std::vector<Presence>& parts, Presence part)
     }
 }
 
-std::vector<Presence> Union(std::vector<Presence> parts)
+std::vector<KnownPeriod> Union(std::vector<KnownPeriod> parts)
 {
     std::sort(parts.begin(), parts.end(),
-              [](const Presence& a, const Presence& b) { return a.from < b.from; });
-    std::vector<Presence> joined;
-    for (const Presence& part : parts) {
+              [](const KnownPeriod& a, const KnownPeriod& b) { return a.from < b.from; });
+    std::vector<KnownPeriod> joined;
+    for (const KnownPeriod& part : parts) {
         Join(joined, part);
     }
     return joined;
@@ -130,11 +130,11 @@ private:
     void CountEnd(const Run& run)
     {
         ++m_item.ends;
-        if (run.cause == Cause::kLauncher) {
+        if (run.ended_by == EndedBy::kLauncher) {
             ++m_item.stops;
-        } else if (run.cause == Cause::kMaybeLauncher) {
+        } else if (run.ended_by == EndedBy::kMaybeLauncher) {
             ++m_item.possible_stops;
-        } else if (run.cause == Cause::kUnknown) {
+        } else if (run.ended_by == EndedBy::kUnknown) {
             ++m_item.unknown_ends;
         } else {
             ++(run.IsCrash() ? m_item.crashes : m_item.clean_ends);
@@ -176,12 +176,12 @@ private:
                 continue;
             }
             const auto length = run.Length();
-            if (!length || *length >= kShortRun || run.cause != Cause::kProgram ||
+            if (!length || *length >= kShortRun || run.ended_by != EndedBy::kProgram ||
                 run.launcher != launcher) {
                 series = Loop();
                 launcher = run.launcher;
             }
-            if (!length || *length >= kShortRun || run.cause != Cause::kProgram) {
+            if (!length || *length >= kShortRun || run.ended_by != EndedBy::kProgram) {
                 continue;
             }
             series.from = series.runs == 0 ? *run.start : series.from;
@@ -241,7 +241,7 @@ private:
 
     void AddPresence()
     {
-        for (const Presence& part : PresenceOf(m_item, m_first, m_last)) {
+        for (const KnownPeriod& part : KnownPeriodsOf(m_item, m_first, m_last)) {
             (part.is_running ? m_item.running : m_item.down) += part.to - part.from;
         }
         m_item.unknown = m_last - m_first - m_item.running - m_item.down;
@@ -285,16 +285,16 @@ private:
             return State::kAbandoned;
         }
         if (run.end && *run.end <= m_last) {
-            if (run.cause == Cause::kLauncher) {
+            if (run.ended_by == EndedBy::kLauncher) {
                 return State::kStopped;
             }
-            if (run.cause == Cause::kUnknown) {
+            if (run.ended_by == EndedBy::kUnknown) {
                 return State::kUnknown;
             }
             if (run.is_final) {
                 return State::kEnded;
             }
-            const bool is_waiting = !m_item.lacks_starts && run.cause == Cause::kProgram &&
+            const bool is_waiting = !m_item.lacks_starts && run.ended_by == EndedBy::kProgram &&
                                     m_last - *run.end <= kSecond;
             return is_waiting ? State::kEnded : State::kUnknown;
         }
@@ -339,7 +339,7 @@ private:
 
 std::optional<Milliseconds> Run::Length() const
 {
-    if (!start || !end || *end < *start || cause == Cause::kUnknown) {
+    if (!start || !end || *end < *start || cause == EndedBy::kUnknown) {
         return std::nullopt;
     }
     return *end - *start;
@@ -347,14 +347,15 @@ std::optional<Milliseconds> Run::Length() const
 
 bool Run::IsCrash() const
 {
-    return end && cause == Cause::kProgram && role != Role::kFailed && ExitStatusOf(how) != 0;
+    return end && cause == EndedBy::kProgram && role != Role::kFailed && ExitStatusOf(how) != 0;
 }
 
-std::vector<Presence> PresenceOf(const ItemReport& item, Milliseconds first, Milliseconds last)
+std::vector<KnownPeriod> KnownPeriodsOf(const ItemReport& item, Milliseconds first,
+                                        Milliseconds last)
 {
-    std::vector<Presence> running;
-    std::vector<Presence> down;
-    const auto add = [&](std::vector<Presence>& parts, Milliseconds from, Milliseconds to,
+    std::vector<KnownPeriod> running;
+    std::vector<KnownPeriod> down;
+    const auto add = [&](std::vector<KnownPeriod>& parts, Milliseconds from, Milliseconds to,
                          bool is_running) {
         from = std::max(from, first);
         to = std::min(to, last);
@@ -374,9 +375,9 @@ std::vector<Presence> PresenceOf(const ItemReport& item, Milliseconds first, Mil
     running = Union(std::move(running));
     down = Union(std::move(down));
     // What is down loses the parts that are running.
-    std::vector<Presence> parts;
+    std::vector<KnownPeriod> parts;
     std::size_t next = 0;
-    for (const Presence& part : down) {
+    for (const KnownPeriod& part : down) {
         Milliseconds from = part.from;
         while (next < running.size() && running[next].to <= from) {
             ++next;
@@ -393,7 +394,7 @@ std::vector<Presence> PresenceOf(const ItemReport& item, Milliseconds first, Mil
     }
     parts.insert(parts.end(), running.begin(), running.end());
     std::sort(parts.begin(), parts.end(),
-              [](const Presence& a, const Presence& b) { return a.from < b.from; });
+              [](const KnownPeriod& a, const KnownPeriod& b) { return a.from < b.from; });
     return parts;
 }
 

@@ -3,12 +3,12 @@
 
 #include <vector>
 
-#include "tools/launchlist/log/report_data.h"
+#include "tools/launchlist/log/report.h"
 
 namespace launchlist {
 
 // A part of the report's time in which an item was certainly running, or certainly not.
-struct Presence
+struct KnownPeriod
 {
     Milliseconds from = 0;
     Milliseconds to = 0;
@@ -18,7 +18,8 @@ struct Presence
 // The parts between `first` and `last` for which one of the two is known, in order and without
 // overlap. If two launchers supervise items of the same name, the item counts as running while
 // either runs it.
-std::vector<Presence> PresenceOf(const ItemReport& item, Milliseconds first, Milliseconds last);
+std::vector<KnownPeriod> KnownPeriodsOf(const ItemReport& item, Milliseconds first,
+                                        Milliseconds last);
 
 // Fills in the figures of `item` for the time from `first` to `last`, and drops the runs outside.
 void Summarize(ItemReport& item, Milliseconds first, Milliseconds last);

@@ -135,26 +135,26 @@ Event ReadEvent(std::string_view level, std::string_view text)
     return event;
 }
 
-std::optional<int> ExitStatusOf(const EndCause& cause)
+std::optional<int> ExitStatusOf(const Termination& cause)
 {
     return cause.is_seen && WIFEXITED(cause.wait_status)
                ? std::optional<int>(WEXITSTATUS(cause.wait_status))
                : std::nullopt;
 }
 
-std::optional<int> SignalOf(const EndCause& cause)
+std::optional<int> SignalOf(const Termination& cause)
 {
     return cause.is_seen && WIFSIGNALED(cause.wait_status)
                ? std::optional<int>(WTERMSIG(cause.wait_status))
                : std::nullopt;
 }
 
-bool HasCore(const EndCause& cause)
+bool HasCore(const Termination& cause)
 {
     return SignalOf(cause) && WCOREDUMP(cause.wait_status);
 }
 
-std::string EndInWords(const EndCause& cause)
+std::string TextOf(const Termination& cause)
 {
     if (!cause.is_seen) {
         return "unknown: waitpid failed";

@@ -35,28 +35,28 @@ struct Event
 Event ReadEvent(std::string_view level, std::string_view text);
 
 // How a child ended.
-struct EndCause
+struct Termination
 {
     bool is_seen = true;  // False: waitpid failed, and the wait status means nothing.
     int wait_status = 0;
 };
 
-constexpr bool operator==(const EndCause& a, const EndCause& b)
+constexpr bool operator==(const Termination& a, const Termination& b)
 {
     return a.is_seen == b.is_seen && a.wait_status == b.wait_status;
 }
 
-constexpr bool operator<(const EndCause& a, const EndCause& b)
+constexpr bool operator<(const Termination& a, const Termination& b)
 {
     return a.is_seen != b.is_seen ? a.is_seen : a.wait_status < b.wait_status;
 }
 
 // The exit status, or the number of the signal that ended the child; at most one of the two.
-std::optional<int> ExitStatusOf(const EndCause& cause);
-std::optional<int> SignalOf(const EndCause& cause);
-bool HasCore(const EndCause& cause);
+std::optional<int> ExitStatusOf(const Termination& cause);
+std::optional<int> SignalOf(const Termination& cause);
+bool HasCore(const Termination& cause);
 
 // "exit status 3", "killed by SIGSEGV, core dumped".
-std::string EndInWords(const EndCause& cause);
+std::string TextOf(const Termination& cause);
 
 }  // namespace launchlist

@@ -133,36 +133,38 @@ std::string ItemText(const ExplainedItem& item, bool color)
     return text;
 }
 
-const char* NameOf(Fate fate)
+const char* NameOf(ItemOutcome outcome)
 {
-    switch (fate) {
-        case Fate::kRejected:
+    switch (outcome) {
+        case ItemOutcome::kRejected:
             return "rejected";
-        case Fate::kSkipped:
+        case ItemOutcome::kSkipped:
             return "skipped";
-        case Fate::kAbortsLauncher:
+        case ItemOutcome::kAbortsLauncher:
             return "aborts-launcher";
-        case Fate::kSignalsGroup:
+        case ItemOutcome::kSignalsGroup:
             return "signals-group";
-        case Fate::kAbortsChild:
+        case ItemOutcome::kAbortsChild:
             return "aborts-child";
-        case Fate::kUndefined:
+        case ItemOutcome::kUndefined:
             return "undefined";
-        case Fate::kOverrunsStack:
+        case ItemOutcome::kOverrunsStack:
             return "overruns-stack";
-        case Fate::kMayOverrunStack:
+        case ItemOutcome::kMayOverrunStack:
             return "may-overrun-stack";
-        case Fate::kCannotExecute:
+        case ItemOutcome::kCannotExecute:
             return "cannot-execute";
-        case Fate::kRuns:
+        case ItemOutcome::kRuns:
             break;
     }
     return "runs";
 }
 
-const char* NameOf(Runs runs)
+const char* NameOf(Likelihood runs)
 {
-    return runs == Runs::kCertainly ? "yes" : runs == Runs::kPossibly ? "possibly" : "no";
+    return runs == Likelihood::kCertainly  ? "yes"
+           : runs == Likelihood::kPossibly ? "possibly"
+                                           : "no";
 }
 
 const char* NameOf(Condition condition)
@@ -203,7 +205,7 @@ JsonObject ItemObject(const ExplainedItem& item, std::size_t& room)
 {
     JsonObject object = JsonObject::GetEmptyObject();
     PutNumber(object, "index", item.index);
-    PutText(object, "fate", NameOf(item.fate));
+    PutText(object, "fate", NameOf(item.outcome));
     PutText(object, "runs", NameOf(item.runs));
     if (item.name) {
         PutText(object, "name", *item.name);

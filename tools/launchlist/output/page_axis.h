@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/launchlist/log/report_data.h"
+#include "tools/launchlist/log/report.h"
 
 namespace launchlist {
 

@@ -9,7 +9,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "tools/launchlist/output/report_output.h"
+#include "tools/launchlist/output/report_formats.h"
 
 namespace launchlist {
 

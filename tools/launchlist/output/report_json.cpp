@@ -1,5 +1,5 @@
 #include "tools/launchlist/output/json_writer.h"
-#include "tools/launchlist/output/report_output.h"
+#include "tools/launchlist/output/report_formats.h"
 #include "tools/launchlist/output/report_wording.h"
 
 namespace launchlist {
@@ -57,7 +57,7 @@ void PutCauses(JsonWriter& json, const ItemReport& item)
     json.BeginArray("causes");
     for (const auto& [cause, count] : item.causes) {
         json.BeginObject();
-        json.Text("how", EndInWords(cause));
+        json.Text("how", TextOf(cause));
         json.Count("exit_status", ExitStatusOf(cause));
         json.Count("signal", SignalOf(cause));
         json.Bool("core_dumped", HasCore(cause));

@@ -4,7 +4,7 @@
 #include "tools/launchlist/output/page_axis.h"
 #include "tools/launchlist/output/page_script.h"
 #include "tools/launchlist/output/page_style.h"
-#include "tools/launchlist/output/report_output.h"
+#include "tools/launchlist/output/report_formats.h"
 #include "tools/launchlist/output/report_wording.h"
 #include "tools/launchlist/output/timeline.h"
 #include "util/string_util.h"
@@ -32,7 +32,7 @@ constexpr std::size_t kMaxPage = 900000;
 // How finely a bar is divided.
 struct Resolution
 {
-    std::size_t presence;
+    std::size_t base;
     std::size_t marks;
 };
 
@@ -104,7 +104,7 @@ class Bar
 public:
     Bar(const ItemReport& item, const Report& report, const Resolution& resolution)
         : m_item(item),
-          m_presence(Timeline(item, *report.first, *report.last, resolution.presence)),
+          m_base(Timeline(item, *report.first, *report.last, resolution.base)),
           m_cells(Timeline(item, *report.first, *report.last, resolution.marks))
     {
     }
@@ -147,7 +147,7 @@ private:
     // then the stops (s), possible stops (k) and failed starts (f).
     std::string Data() const
     {
-        std::vector<EndCause> causes;
+        std::vector<Termination> causes;
         std::string marks;
         std::size_t separators = 0;
         for (const TimelineCell& cell : m_cells) {
@@ -162,15 +162,15 @@ private:
             return "";
         }
         std::string words;
-        for (const EndCause& cause : causes) {
-            words += (words.empty() ? "" : "|") + EndInWords(cause);
+        for (const Termination& cause : causes) {
+            words += (words.empty() ? "" : "|") + TextOf(cause);
         }
         return " data-n=" + std::to_string(m_cells.size()) + " data-c=\"" + html(words) +
                "\" data-m=\"" + marks + "\"";
     }
 
     // The counts of one cell; notes new causes.
-    static std::string Counts(const TimelineCell& cell, std::vector<EndCause>& causes)
+    static std::string Counts(const TimelineCell& cell, std::vector<Termination>& causes)
     {
         std::vector<std::size_t> counts(causes.size());
         for (const auto& [cause, count] : cell.causes) {
@@ -203,8 +203,8 @@ private:
     std::string Presences() const
     {
         std::vector<Cell> kinds;
-        for (const TimelineCell& cell : m_presence) {
-            kinds.push_back(cell.presence);
+        for (const TimelineCell& cell : m_base) {
+            kinds.push_back(cell.base);
         }
         std::string running;
         std::string unknown;
@@ -223,7 +223,7 @@ private:
     }
 
     const ItemReport& m_item;
-    const std::vector<TimelineCell> m_presence;
+    const std::vector<TimelineCell> m_base;
     const std::vector<TimelineCell> m_cells;
 };
 

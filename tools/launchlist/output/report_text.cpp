@@ -2,7 +2,7 @@
 #include <array>
 
 #include "tools/launchlist/base/text.h"
-#include "tools/launchlist/output/report_output.h"
+#include "tools/launchlist/output/report_formats.h"
 #include "tools/launchlist/output/report_wording.h"
 #include "tools/launchlist/output/terminal_style.h"
 #include "tools/launchlist/output/timeline.h"

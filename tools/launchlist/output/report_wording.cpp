@@ -308,7 +308,7 @@ std::string EndsOf(const ItemReport& item)
         }
     };
     for (const auto& [cause, count] : item.causes) {
-        add(EndInWords(cause), count);
+        add(TextOf(cause), count);
     }
     add("killed by its launcher", item.stops);
     add("killed by SIGKILL, perhaps at a stop", item.possible_stops);

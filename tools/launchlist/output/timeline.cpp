@@ -21,7 +21,7 @@ public:
         return time < m_first || time > m_last ? nullptr : &m_cells[IndexOf(time)];
     }
 
-    void AddPart(const Presence& part)
+    void AddPart(const KnownPeriod& part)
     {
         const std::size_t end = IndexOf(part.to);
         for (std::size_t i = IndexOf(part.from); i <= end; ++i) {
@@ -39,10 +39,8 @@ public:
             const bool is_running =
                 m_running[i] > 0 && m_running[i] >= std::max(m_down[i], unknown);
             const bool is_down = m_down[i] > 0 && m_down[i] >= unknown;
-            m_cells[i].presence = is_running ? Cell::kRunning
-                                  : is_down  ? Cell::kDown
-                                             : Cell::kUnknown;
-            Raise(m_cells[i], m_cells[i].presence);
+            m_cells[i].base = is_running ? Cell::kRunning : is_down ? Cell::kDown : Cell::kUnknown;
+            Raise(m_cells[i], m_cells[i].base);
         }
         return std::move(m_cells);
     }
@@ -88,18 +86,18 @@ void MarkRun(Row& row, const Run& run)
     if (cell == nullptr) {
         return;
     }
-    switch (run.cause) {
-        case Cause::kLauncher:
+    switch (run.ended_by) {
+        case EndedBy::kLauncher:
             ++cell->stops;
             Row::Raise(*cell, Cell::kStop);
             break;
-        case Cause::kMaybeLauncher:
+        case EndedBy::kMaybeLauncher:
             ++cell->maybe_stops;
             Row::Raise(*cell, Cell::kMaybeStop);
             break;
-        case Cause::kUnknown:
+        case EndedBy::kUnknown:
             break;
-        case Cause::kProgram:
+        case EndedBy::kProgram:
             ++cell->causes[run.how];
             Row::Raise(*cell, run.IsCrash() ? Cell::kCrash : Cell::kEnd);
     }
@@ -131,7 +129,7 @@ std::vector<TimelineCell> Timeline(const ItemReport& item, Milliseconds first, M
                                    std::size_t count)
 {
     Row row(first, last, count);
-    for (const Presence& part : PresenceOf(item, first, last)) {
+    for (const KnownPeriod& part : KnownPeriodsOf(item, first, last)) {
         row.AddPart(part);
     }
     for (const Run& run : item.runs) {

@@ -5,7 +5,7 @@
 #include <map>
 #include <vector>
 
-#include "tools/launchlist/log/report_data.h"
+#include "tools/launchlist/log/report.h"
 
 namespace launchlist {
 
@@ -27,11 +27,11 @@ constexpr std::size_t kCellKinds = 8;
 struct TimelineCell
 {
     Cell cell = Cell::kUnknown;
-    Cell presence = Cell::kUnknown;  // The same without the marks of single events.
+    Cell base = Cell::kUnknown;  // The same without the marks of single events.
     std::size_t stops = 0;
     std::size_t maybe_stops = 0;
     std::size_t failed = 0;
-    std::map<EndCause, std::size_t> causes;  // Of the other ends.
+    std::map<Termination, std::size_t> causes;  // Of the other ends.
 
     // How many events of one kind, from kStop on.
     std::size_t CountOf(Cell kind) const;

@@ -228,7 +228,7 @@ void ExpectSound(const std::string& bytes)
     const Explanation explanation = ExplainList(bytes);
     EXPECT_TRUE(!EndsPossibly(explanation.outcomes) || findings.errors > 0) << printable(text);
     for (const ExplainedItem& item : explanation.items) {
-        EXPECT_TRUE(item.runs != Runs::kNever || findings.errors > 0) << printable(text);
+        EXPECT_TRUE(item.runs != Likelihood::kNever || findings.errors > 0) << printable(text);
     }
     for (const std::string& output :
          {FindingsText("x", findings, false), FindingsJson({{"x", "", findings}}),

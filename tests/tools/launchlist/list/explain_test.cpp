@@ -88,8 +88,8 @@ TEST(Explain, GivesTheArgumentVector)
         const ExplainedItem item = ItemWith(row.more);
         ASSERT_TRUE(item.arguments) << row.more;
         EXPECT_EQ(Written(*item.arguments), row.arguments) << row.more;
-        EXPECT_EQ(item.fate, Fate::kRuns) << row.more;
-        EXPECT_EQ(item.runs, Runs::kCertainly) << row.more;
+        EXPECT_EQ(item.outcome, ItemOutcome::kRuns) << row.more;
+        EXPECT_EQ(item.runs, Likelihood::kCertainly) << row.more;
     }
     EXPECT_EQ(ItemWith(R"(, "argc": -1)").note, effects::kEmptyVector);
 }
@@ -99,35 +99,36 @@ TEST(Explain, SaysWhyAnItemNeverRuns)
     const struct
     {
         const char* more;
-        Fate fate;
+        ItemOutcome outcome;
         const char* effect;
     } kTable[] = {
-        {R"(, "program": "")", Fate::kSignalsGroup, effects::kSignalsGroup},
-        {R"(, "program": null)", Fate::kSignalsGroup, effects::kSignalsGroup},
-        {R"(, "program": [])", Fate::kAbortsLauncher, effects::kAbortsLauncher},
-        {R"(, "program": "/nowhere")", Fate::kCannotExecute, effects::kCannotExecute},
-        {R"(, "program": "/etc")", Fate::kCannotExecute, effects::kCannotExecute},
-        {R"(, "argc": "1")", Fate::kAbortsChild, effects::kAbortsChild},
-        {R"(, "argc": 1, "args": [])", Fate::kAbortsChild, effects::kAbortsChild},
-        {R"(, "argc": 2147483647)", Fate::kOverrunsStack, effects::kOverrunsStack},
+        {R"(, "program": "")", ItemOutcome::kSignalsGroup, effects::kSignalsGroup},
+        {R"(, "program": null)", ItemOutcome::kSignalsGroup, effects::kSignalsGroup},
+        {R"(, "program": [])", ItemOutcome::kAbortsLauncher, effects::kAbortsLauncher},
+        {R"(, "program": "/nowhere")", ItemOutcome::kCannotExecute, effects::kCannotExecute},
+        {R"(, "program": "/etc")", ItemOutcome::kCannotExecute, effects::kCannotExecute},
+        {R"(, "argc": "1")", ItemOutcome::kAbortsChild, effects::kAbortsChild},
+        {R"(, "argc": 1, "args": [])", ItemOutcome::kAbortsChild, effects::kAbortsChild},
+        {R"(, "argc": 2147483647)", ItemOutcome::kOverrunsStack, effects::kOverrunsStack},
         // The supervisor converts "program" before the child converts the arguments, and the child
         // does so before it executes the program.
-        {R"(, "program": "", "argc": "1")", Fate::kSignalsGroup, effects::kSignalsGroup},
-        {R"(, "program": "/nowhere", "argc": "1")", Fate::kAbortsChild, effects::kAbortsChild},
+        {R"(, "program": "", "argc": "1")", ItemOutcome::kSignalsGroup, effects::kSignalsGroup},
+        {R"(, "program": "/nowhere", "argc": "1")", ItemOutcome::kAbortsChild,
+         effects::kAbortsChild},
     };
     for (const auto& row : kTable) {
         const ExplainedItem item = ItemWith(row.more);
         EXPECT_FALSE(item.arguments) << row.more;
-        EXPECT_EQ(item.fate, row.fate) << row.more;
+        EXPECT_EQ(item.outcome, row.outcome) << row.more;
         EXPECT_EQ(item.effect, row.effect) << row.more;
-        EXPECT_EQ(item.runs, Runs::kNever) << row.more;
+        EXPECT_EQ(item.runs, Likelihood::kNever) << row.more;
     }
 }
 
 TEST(Explain, CallsAnUndefinedCountPossible)
 {
-    EXPECT_EQ(ItemWith(R"(, "argc": -2)").fate, Fate::kUndefined);
-    EXPECT_EQ(ItemWith(R"(, "argc": -2)").runs, Runs::kPossibly);
+    EXPECT_EQ(ItemWith(R"(, "argc": -2)").outcome, ItemOutcome::kUndefined);
+    EXPECT_EQ(ItemWith(R"(, "argc": -2)").runs, Likelihood::kPossibly);
 }
 
 TEST(Explain, DerivesTheLargestCountFromTheStack)
@@ -137,10 +138,10 @@ TEST(Explain, DerivesTheLargestCountFromTheStack)
     std::string error;
     ASSERT_TRUE(ReadFile(KESTRANE_DOCS "/man/launch-list.5", page, error)) << error;
     EXPECT_NE(page.find("sure to work is 61,438"), std::string::npos);
-    EXPECT_EQ(ItemWith(R"(, "argc": 61438)").fate, Fate::kRuns);
-    EXPECT_EQ(ItemWith(R"(, "argc": 61439)").fate, Fate::kMayOverrunStack);
-    EXPECT_EQ(ItemWith(R"(, "argc": 65534)").fate, Fate::kMayOverrunStack);
-    EXPECT_EQ(ItemWith(R"(, "argc": 65535)").fate, Fate::kOverrunsStack);
+    EXPECT_EQ(ItemWith(R"(, "argc": 61438)").outcome, ItemOutcome::kRuns);
+    EXPECT_EQ(ItemWith(R"(, "argc": 61439)").outcome, ItemOutcome::kMayOverrunStack);
+    EXPECT_EQ(ItemWith(R"(, "argc": 65534)").outcome, ItemOutcome::kMayOverrunStack);
+    EXPECT_EQ(ItemWith(R"(, "argc": 65535)").outcome, ItemOutcome::kOverrunsStack);
 }
 
 TEST(Explain, ReadsItemsUpToTheFirstGap)
@@ -149,7 +150,7 @@ TEST(Explain, ReadsItemsUpToTheFirstGap)
         R"({"0": {"name": "a"}, "1": {"program": "/p"}, "2": {"name": "a"}, "4": {"name": "b"}})");
     ASSERT_EQ(explanation.items.size(), 3U);
     EXPECT_FALSE(explanation.items[1].name);
-    EXPECT_EQ(explanation.items[1].fate, Fate::kSkipped);
+    EXPECT_EQ(explanation.items[1].outcome, ItemOutcome::kSkipped);
     EXPECT_EQ(explanation.items[0].replaced_by, 2);
     EXPECT_EQ(explanation.items[2].replaces, 0);
     EXPECT_FALSE(explanation.is_rejected);
@@ -163,7 +164,7 @@ TEST(Explain, StopsAtARejectedItem)
         ExplainList(R"({"0": {"name": "a"}, "1": {"name": []}, "2": {"name": "b"}})");
     ASSERT_EQ(explanation.items.size(), 2U);
     EXPECT_TRUE(explanation.is_rejected);
-    EXPECT_EQ(explanation.items[1].fate, Fate::kRejected);
+    EXPECT_EQ(explanation.items[1].outcome, ItemOutcome::kRejected);
     EXPECT_EQ(ExplainList(R"({"0": 1})").items.front().effect, effects::RejectedAtStart());
     EXPECT_EQ(ExplainList("").list_effect, effects::kEndsInSilence);
     EXPECT_EQ(ExplainList("{").list_effect, effects::RejectedAtStart());
@@ -212,11 +213,11 @@ TEST(Explain, NamesEveryOutcomeOfTheLauncher)
 TEST(Explain, CallsItemsPossibleWhereTheLauncherMayEnd)
 {
     const Explanation explanation = ExplainList(ListOf({Item("a", kGood), Item("b", "\"\"")}));
-    EXPECT_EQ(explanation.items[0].runs, Runs::kPossibly);
-    EXPECT_EQ(explanation.items[1].runs, Runs::kNever);
+    EXPECT_EQ(explanation.items[0].runs, Likelihood::kPossibly);
+    EXPECT_EQ(explanation.items[1].runs, Likelihood::kNever);
     // The limit of processes is reached only after all items have been started.
     EXPECT_EQ(ExplainList(ListOf({Item("a", kGood), Item("b", "\"/no\"")})).items[0].runs,
-              Runs::kCertainly);
+              Likelihood::kCertainly);
 }
 
 TEST(ExplanationText, QuotesForAShell)
@@ -232,22 +233,22 @@ TEST(ExplanationText, QuotesForAShell)
               "The launcher keeps running until SIGTERM.\n");
 }
 
-TEST(ExplanationJson, NamesFatesOutcomesAndConditions)
+TEST(ExplanationJson, NamesOutcomesAndConditions)
 {
     const struct
     {
-        Fate fate;
+        ItemOutcome outcome;
         const char* name;
-    } kFates[] = {{Fate::kRejected, "rejected"},
-                  {Fate::kSkipped, "skipped"},
-                  {Fate::kAbortsLauncher, "aborts-launcher"},
-                  {Fate::kSignalsGroup, "signals-group"},
-                  {Fate::kAbortsChild, "aborts-child"},
-                  {Fate::kUndefined, "undefined"},
-                  {Fate::kOverrunsStack, "overruns-stack"},
-                  {Fate::kMayOverrunStack, "may-overrun-stack"},
-                  {Fate::kCannotExecute, "cannot-execute"},
-                  {Fate::kRuns, "runs"}};
+    } kItemOutcomes[] = {{ItemOutcome::kRejected, "rejected"},
+                         {ItemOutcome::kSkipped, "skipped"},
+                         {ItemOutcome::kAbortsLauncher, "aborts-launcher"},
+                         {ItemOutcome::kSignalsGroup, "signals-group"},
+                         {ItemOutcome::kAbortsChild, "aborts-child"},
+                         {ItemOutcome::kUndefined, "undefined"},
+                         {ItemOutcome::kOverrunsStack, "overruns-stack"},
+                         {ItemOutcome::kMayOverrunStack, "may-overrun-stack"},
+                         {ItemOutcome::kCannotExecute, "cannot-execute"},
+                         {ItemOutcome::kRuns, "runs"}};
     const struct
     {
         LauncherOutcome outcome;
@@ -261,22 +262,22 @@ TEST(ExplanationJson, NamesFatesOutcomesAndConditions)
                       "process-limit"},
                      {{Outcome::kUserKilled, Condition::kAlways}, "all-processes-killed", "none"}};
     Explanation explanation;
-    for (const auto& row : kFates) {
+    for (const auto& row : kItemOutcomes) {
         explanation.items.emplace_back();
-        explanation.items.back().fate = row.fate;
+        explanation.items.back().outcome = row.outcome;
     }
     for (const auto& row : kOutcomes) {
         explanation.outcomes.push_back(row.outcome);
     }
     JsonObject json(ExplanationJson("x", explanation).c_str());
     int index = 0;
-    for (const auto& row : kFates) {
+    for (const auto& row : kItemOutcomes) {
         EXPECT_EQ(static_cast<std::string>(json["items"][index++]["fate"]), row.name);
     }
     index = 0;
     for (const auto& row : kOutcomes) {
         JsonObject outcome = json["outcomes"][index++];
-        EXPECT_EQ(static_cast<std::string>(outcome["outcome"]), row.name);
+        EXPECT_EQ(static_cast<std::string>(outcome["fate"]), row.name);
         EXPECT_EQ(static_cast<std::string>(outcome["condition"]), row.condition);
     }
 }

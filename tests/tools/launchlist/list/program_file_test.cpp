@@ -170,6 +170,6 @@ TEST(ProgramFile, OfAnUnknownFormatPossiblyRuns)
     const std::string text = R"({"0": {"name": "a", "program": ")" + programs.path("text") + "\"}}";
     const ExplainedItem item = ExplainList(text).items.front();
     const bool may_be_registered = ProgramFiles().Examine(programs.path("text")).may_be_registered;
-    EXPECT_EQ(item.runs, may_be_registered ? Runs::kPossibly : Runs::kNever);
+    EXPECT_EQ(item.runs, may_be_registered ? Likelihood::kPossibly : Likelihood::kNever);
     EXPECT_EQ(item.arguments.has_value(), may_be_registered);
 }

@@ -51,7 +51,8 @@ TEST(ItemSummary, MeasuresRuns)
     EXPECT_EQ(item.failed_starts, 0U);
     EXPECT_EQ(item.state, State::kStarted);
     EXPECT_FALSE(item.loop);
-    EXPECT_EQ(item.causes, (std::map<EndCause, std::size_t>{{{true, kExit3}, 2}, {{true, 9}, 1}}));
+    EXPECT_EQ(item.causes,
+              (std::map<Termination, std::size_t>{{{true, kExit3}, 2}, {{true, 9}, 1}}));
     EXPECT_EQ(item.crashes, 3U);
 }
 
@@ -280,7 +281,7 @@ TEST(ItemSummary, KnowsNothingAfterTheLastEndWithoutDebugRecords)
     EXPECT_EQ(item.unknown, 8000);
 }
 
-TEST(PresenceOf, LetsRunningPrevailWhereLaunchersOverlap)
+TEST(KnownPeriodsOf, LetsRunningPrevailWhereLaunchersOverlap)
 {
     LogText log;
     log.Start(0, kLauncher, "a").Start(1, kLauncher, "b");
@@ -288,7 +289,7 @@ TEST(PresenceOf, LetsRunningPrevailWhereLaunchersOverlap)
     log.End(4000, kLauncher, "a", 200, kKilled).End(4051, kLauncher, "b", 201, kKilled);
     log.End(9000, 400, "a", 500, kKilled).End(9051, 400, "c", 501, kKilled);
     const Report report = ReportOn(log);
-    const auto parts = PresenceOf(report.items[0], *report.first, *report.last);
+    const auto parts = KnownPeriodsOf(report.items[0], *report.first, *report.last);
     ASSERT_EQ(parts.size(), 2U);
     EXPECT_TRUE(parts[0].is_running);
     EXPECT_EQ(parts[0].to - parts[0].from, 9000);
@@ -305,7 +306,7 @@ TEST(Summarize, FindsTheStateAtTheEnd)
         change(result);
         return result;
     };
-    const auto ended = [&run](Milliseconds end, Cause cause, bool is_final) {
+    const auto ended = [&run](Milliseconds end, EndedBy ended_by, bool is_final) {
         launchlist::Run result = run;
         result.end = result.to = end;
         result.cause = cause;
@@ -330,13 +331,13 @@ TEST(Summarize, FindsTheStateAtTheEnd)
          {changed([](launchlist::Run& r) { r.is_abandoned = true; })},
          false,
          State::kAbandoned},
-        {"stopped", {ended(2000, Cause::kLauncher, true)}, false, State::kStopped},
-        {"end not seen", {ended(2000, Cause::kUnknown, false)}, false, State::kUnknown},
-        {"not restarted", {ended(2000, Cause::kProgram, true)}, false, State::kEnded},
-        {"in its pause", {ended(9500, Cause::kProgram, false)}, false, State::kEnded},
-        {"perhaps stopped", {ended(9500, Cause::kMaybeLauncher, false)}, false, State::kUnknown},
-        {"perhaps restarted", {ended(9500, Cause::kProgram, false)}, true, State::kUnknown},
-        {"long after an end", {ended(8999, Cause::kProgram, false)}, false, State::kUnknown},
+        {"stopped", {ended(2000, EndedBy::kLauncher, true)}, false, State::kStopped},
+        {"end not seen", {ended(2000, EndedBy::kUnknown, false)}, false, State::kUnknown},
+        {"not restarted", {ended(2000, EndedBy::kProgram, true)}, false, State::kEnded},
+        {"in its pause", {ended(9500, EndedBy::kProgram, false)}, false, State::kEnded},
+        {"perhaps stopped", {ended(9500, EndedBy::kMaybeLauncher, false)}, false, State::kUnknown},
+        {"perhaps restarted", {ended(9500, EndedBy::kProgram, false)}, true, State::kUnknown},
+        {"long after an end", {ended(8999, EndedBy::kProgram, false)}, false, State::kUnknown},
         {"failed", {attempted(1000, Role::kFailed)}, false, State::kFailing},
         {"just started", {attempted(9000, Role::kAttempt)}, false, State::kStarted},
         {"started earlier", {attempted(8999, Role::kAttempt)}, false, State::kUnknown},
@@ -345,7 +346,7 @@ TEST(Summarize, FindsTheStateAtTheEnd)
          false,
          State::kFailing},
         {"running", {changed([](launchlist::Run& r) { r.to = 10000; })}, false, State::kRunning},
-        {"ends later", {ended(20000, Cause::kProgram, false)}, false, State::kRunning},
+        {"ends later", {ended(20000, EndedBy::kProgram, false)}, false, State::kRunning},
         {"last seen earlier",
          {changed([](launchlist::Run& r) { r.to = 9000; })},
          false,
@@ -394,9 +395,9 @@ TEST(RunLength, IsKnownIfBothTimesAre)
     EXPECT_FALSE(run.Length());
     run.end = 3000;
     EXPECT_EQ(run.Length(), 2000);
-    run.cause = Cause::kUnknown;
+    run.ended_by = EndedBy::kUnknown;
     EXPECT_FALSE(run.Length());
-    run.cause = Cause::kProgram;
+    run.ended_by = EndedBy::kProgram;
     run.end = 999;
     EXPECT_FALSE(run.Length());
     run.start.reset();
@@ -415,14 +416,14 @@ TEST(RunIsCrash, IfItsProgramEndedItBadly)
     run.role = Role::kFailed;
     EXPECT_FALSE(run.IsCrash());
     run.role = Role::kRun;
-    run.cause = Cause::kLauncher;
+    run.ended_by = EndedBy::kLauncher;
     EXPECT_FALSE(run.IsCrash());
-    run.cause = Cause::kProgram;
+    run.ended_by = EndedBy::kProgram;
     run.how = {true, 0};
     EXPECT_FALSE(run.IsCrash());
 }
 
-TEST(PresenceOf, CutsWhatIsDownAroundWhatIsRunning)
+TEST(KnownPeriodsOf, CutsWhatIsDownAroundWhatIsRunning)
 {
     const auto run = [](Milliseconds from, Milliseconds to) {
         launchlist::Run result;
@@ -436,10 +437,10 @@ TEST(PresenceOf, CutsWhatIsDownAroundWhatIsRunning)
     item.runs[2].role = Role::kFailed;
     item.runs[2].down_until = 9500;
     std::string parts;
-    for (const Presence& part : PresenceOf(item, 0, 10000)) {
+    for (const KnownPeriod& part : KnownPeriodsOf(item, 0, 10000)) {
         parts += (part.is_running ? " running " : " down ") + std::to_string(part.from) + "-" +
                  std::to_string(part.to);
     }
     EXPECT_EQ(parts, " running 1000-2000 down 2000-3000 running 3000-4000 down 4000-9500");
-    EXPECT_TRUE(PresenceOf(item, 10000, 10000).empty());
+    EXPECT_TRUE(KnownPeriodsOf(item, 10000, 10000).empty());
 }

@@ -80,7 +80,7 @@ TEST(ReadEvent, IgnoresOtherTexts)
     }
 }
 
-TEST(EndInWords, NamesSignals)
+TEST(TextOf, NamesSignals)
 {
     const struct
     {
@@ -94,11 +94,11 @@ TEST(EndInWords, NamesSignals)
         {SIGXFSZ, "SIGXFSZ"}, {SIGVTALRM, "SIGVTALRM"}, {SIGPROF, "SIGPROF"}, {SIGSYS, "SIGSYS"},
     };
     for (const auto& row : kTable) {
-        EXPECT_EQ(EndInWords({true, row.number}), std::string("killed by ") + row.name);
+        EXPECT_EQ(TextOf({true, row.number}), std::string("killed by ") + row.name);
     }
 }
 
-TEST(EndInWords, DescribesStatusesAndSignals)
+TEST(TextOf, DescribesStatusesAndSignals)
 {
     const struct
     {
@@ -116,11 +116,11 @@ TEST(EndInWords, DescribesStatusesAndSignals)
         {-1, 0, "unknown: waitpid failed"},
     };
     for (const auto& row : kTable) {
-        EXPECT_EQ(EndInWords({row.result >= 0, row.wait_status}), row.words);
+        EXPECT_EQ(TextOf({row.result >= 0, row.wait_status}), row.words);
     }
 }
 
-TEST(EndCause, GivesEitherAStatusOrASignal)
+TEST(Termination, GivesEitherAStatusOrASignal)
 {
     EXPECT_EQ(ExitStatusOf({true, 3 << 8}), 3);
     EXPECT_FALSE(SignalOf({true, 3 << 8}));

@@ -16,20 +16,20 @@ using namespace launchlist;
 
 TEST(ReadLogs, FindsRotatedFilesAndReadsThemInOrder)
 {
-    const TempDirectory folder;
-    const std::string path = folder.Write(
+    const TempDirectory directory;
+    const std::string path = directory.Write(
         "qv7log", LogText().Start(4050, kLauncher, "a").End(5050, kLauncher, "a", 203, 0).Text());
-    folder.Write("qv7log.1", LogText().End(4000, kLauncher, "a", 202, 0).Text());
-    folder.Write("qv7log.2", LogText()
-                                 .Start(0, kLauncher, "a")
-                                 .End(1000, kLauncher, "a", 201, 0)
-                                 .Start(1050, kLauncher, "a")
-                                 .Text());
-    folder.Write("qv7log.lock", "not a log");
+    directory.Write("qv7log.1", LogText().End(4000, kLauncher, "a", 202, 0).Text());
+    directory.Write("qv7log.2", LogText()
+                                    .Start(0, kLauncher, "a")
+                                    .End(1000, kLauncher, "a", 201, 0)
+                                    .Start(1050, kLauncher, "a")
+                                    .Text());
+    directory.Write("qv7log.lock", "not a log");
     // A run that spans two files is one run; naming a file twice does not count it twice.
-    const Report report = MakeReport({path, folder / "qv7log.1"}, {});
+    const Report report = MakeReport({path, directory / "qv7log.1"}, {});
     ASSERT_EQ(report.files.size(), 3U);
-    EXPECT_EQ(report.files[0].path, folder / "qv7log.2");
+    EXPECT_EQ(report.files[0].path, directory / "qv7log.2");
     EXPECT_EQ(report.files[2].path, path);
     EXPECT_EQ(report.unread, 0U);
     const ItemReport& item = ItemOf(report, "a");
@@ -41,22 +41,23 @@ TEST(ReadLogs, FindsRotatedFilesAndReadsThemInOrder)
 
 TEST(ReadLogs, ReadsOldFilesNumbered1To99)
 {
-    const TempDirectory folder;
-    const std::string path = folder.Write("qv7log", "");
+    const TempDirectory directory;
+    const std::string path = directory.Write("qv7log", "");
     for (const char* number : {"0", "1", "99", "100"}) {
-        folder.Write(std::string("qv7log.") + number, "");
+        directory.Write(std::string("qv7log.") + number, "");
     }
     std::vector<std::string> read;
     for (const LogFile& file : MakeReport({path}, {}).files) {
         read.push_back(file.path);
     }
-    EXPECT_EQ(read, (std::vector<std::string>{folder / "qv7log.99", folder / "qv7log.1", path}));
+    EXPECT_EQ(read,
+              (std::vector<std::string>{directory / "qv7log.99", directory / "qv7log.1", path}));
 }
 
 TEST(ReadLogs, IdentifiesAFileThatItCannotOpen)
 {
-    const TempDirectory folder;
-    const std::string path = folder.Write("qv7log", "");
+    const TempDirectory directory;
+    const std::string path = directory.Write("qv7log", "");
     struct stat status = {};
     ASSERT_EQ(stat(path.c_str(), &status), 0);
     // Without a free descriptor, not even the superuser can open it.
@@ -79,36 +80,36 @@ TEST(ReadLogs, IdentifiesAFileThatItCannotOpen)
 
 TEST(ReadLogs, ReadsAFileWithTwoNamesOnce)
 {
-    const TempDirectory folder;
+    const TempDirectory directory;
     const std::string path =
-        folder.Write("qv7log", LogText().End(0, kLauncher, "a", 201, 0).Text());
-    ASSERT_EQ(link(path.c_str(), (folder / "qv7log.1").c_str()), 0);
+        directory.Write("qv7log", LogText().End(0, kLauncher, "a", 201, 0).Text());
+    ASSERT_EQ(link(path.c_str(), (directory / "qv7log.1").c_str()), 0);
     EXPECT_EQ(ItemOf(MakeReport({path}, {}), "a").ends, 1U);
 }
 
 TEST(ReadLogs, ClosesEveryFile)
 {
-    const TempDirectory folder;
-    const std::string path = folder.Write("qv7log", "");
-    folder.Write("qv7log.1", "");
-    ASSERT_EQ(link(path.c_str(), (folder / "qv7log.2").c_str()), 0);
-    ASSERT_EQ(mkdir((folder / "qv7log.3").c_str(), 0700), 0);
+    const TempDirectory directory;
+    const std::string path = directory.Write("qv7log", "");
+    directory.Write("qv7log.1", "");
+    ASSERT_EQ(link(path.c_str(), (directory / "qv7log.2").c_str()), 0);
+    ASSERT_EQ(mkdir((directory / "qv7log.3").c_str(), 0700), 0);
     const int before = NextDescriptor();
-    MakeReport({path, path, folder / "none"}, {});
+    MakeReport({path, path, directory / "none"}, {});
     EXPECT_EQ(NextDescriptor(), before);
 }
 
 TEST(ReadLogs, ReportsUnreadableFiles)
 {
-    const TempDirectory folder;
+    const TempDirectory directory;
     const std::string path =
-        folder.Write("qv7log", LogText().End(0, kLauncher, "a", 201, 0).Text());
-    ASSERT_EQ(mkdir((folder / "qv7log.1").c_str(), 0700), 0);
-    const Report report = MakeReport({path, folder / "none"}, {});
+        directory.Write("qv7log", LogText().End(0, kLauncher, "a", 201, 0).Text());
+    ASSERT_EQ(mkdir((directory / "qv7log.1").c_str(), 0700), 0);
+    const Report report = MakeReport({path, directory / "none"}, {});
     ASSERT_EQ(report.files.size(), 3U);
     EXPECT_FALSE(report.files[0].error.empty());
     EXPECT_TRUE(report.files[1].error.empty());
-    EXPECT_EQ(report.files[2].path, folder / "none");
+    EXPECT_EQ(report.files[2].path, directory / "none");
     EXPECT_FALSE(report.files[2].error.empty());
     EXPECT_EQ(report.items.size(), 1U);
 }
@@ -128,11 +129,11 @@ TEST(ReadLogs, AcceptsLineEndsInCrLf)
 
 TEST(ReadLogs, RejectsUtf16)
 {
-    const TempDirectory folder;
+    const TempDirectory directory;
     const std::string zero(1, '\0');
     for (const std::string& text : {"\xff\xfe" + std::string("2") + zero, "\xfe\xff" + zero + "2",
                                     "2" + zero + "0" + zero, zero + "2" + zero + "0"}) {
-        const Report report = MakeReport({folder.Write("qv7log", text)}, {});
+        const Report report = MakeReport({directory.Write("qv7log", text)}, {});
         EXPECT_NE(report.files[0].error.find("UTF-16"), std::string::npos);
     }
 }

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "tests/tools/launchlist/log/log_text.h"
-#include "tools/launchlist/log/report.h"
+#include "tools/launchlist/log/make_report.h"
 
 // Process ids and wait statuses of the tests' logs.
 constexpr int kLauncher = 100;
@@ -23,11 +23,11 @@ inline launchlist::Milliseconds At(launchlist::Milliseconds time)
 // As though the log were read long after its last record, unless `range` says otherwise.
 inline launchlist::Report ReportOn(const LogText& log, launchlist::ReportRange range = {})
 {
-    const TempDirectory folder;
+    const TempDirectory directory;
     if (range.now == 0) {
         range.now = At(launchlist::Milliseconds{1000} * 24 * 3600 * 1000);
     }
-    return launchlist::MakeReport({folder.Write("qv7log", log.Text())}, range);
+    return launchlist::MakeReport({directory.Write("qv7log", log.Text())}, range);
 }
 
 inline const launchlist::ItemReport& ItemOf(const launchlist::Report& report,

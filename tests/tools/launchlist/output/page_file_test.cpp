@@ -15,7 +15,7 @@
 #include <map>
 
 #include "tests/support/temp_directory.h"
-#include "tools/launchlist/output/report_output.h"
+#include "tools/launchlist/output/report_formats.h"
 
 using namespace launchlist;
 

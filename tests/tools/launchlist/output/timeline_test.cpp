@@ -165,10 +165,10 @@ TEST(Timeline, MarksNoEndThatWasNotSeen)
 {
     launchlist::Run run;
     run.end = 1500;
-    run.cause = Cause::kUnknown;
+    run.ended_by = EndedBy::kUnknown;
     ItemReport item;
     item.runs = {run, run};
-    item.runs[1].cause = Cause::kMaybeLauncher;
+    item.runs[1].ended_by = EndedBy::kMaybeLauncher;
     item.runs[1].end = 2500;
     const std::vector<TimelineCell> cells = Timeline(item, 0, 10000, 10);
     EXPECT_EQ(cells[1].cell, Cell::kUnknown);

@@ -1,4 +1,4 @@
-#include "tools/launchlist/output/report_output.h"
+#include "tools/launchlist/output/report_formats.h"
 
 #include <gtest/gtest.h>
 
@@ -146,8 +146,8 @@ TEST(ReportOutput, EscapesHostileText)
     log.Raw(
         "\x1b[2J<img src=x onerror=alert(2)>\xc2\x9b"
         "31m\n");
-    const TempDirectory folder;
-    const std::string path = folder.Write("<b>\x1b[1m", log.Text());
+    const TempDirectory directory;
+    const std::string path = directory.Write("<b>\x1b[1m", log.Text());
     const Report report = MakeReport({path}, {});
     EXPECT_EQ(report.items[0].name, "\x1b]0;owned\x07\u202e<script>alert('1')</script>\"&\xff\n");
     const std::string page = ReportHtml(report, "<i>");
@@ -170,12 +170,12 @@ TEST(ReportOutput, IsSafeWhicheverByteOfTheLogChanges)
     LogText log;
     log.Start(0, kLauncher, "a\\n").End(1000, kLauncher, "a\\n", 201, 256);
     log.Add(2000, "ERROR", 201, "[LAUNCHER  ] program path of a is empty");
-    const TempDirectory folder;
+    const TempDirectory directory;
     for (std::size_t i = 0; i < log.Text().size(); ++i) {
         for (const char c : {'\n', '\x1b', '9', '\xff'}) {
             std::string changed = log.Text();
             changed[i] = c;
-            const Report report = MakeReport({folder.Write("qv7log", changed)}, {});
+            const Report report = MakeReport({directory.Write("qv7log", changed)}, {});
             for (const std::string& output : {Text(report), ReportJson(report)}) {
                 EXPECT_TRUE(is_utf8(output));
                 EXPECT_FALSE(Holds(output, "\x1b"));

@@ -1,4 +1,4 @@
-#include "tools/launchlist/log/report.h"
+#include "tools/launchlist/log/make_report.h"
 
 #include <gtest/gtest.h>
 

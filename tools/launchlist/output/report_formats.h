@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "tools/launchlist/log/report_data.h"
+#include "tools/launchlist/log/report.h"
 
 namespace launchlist {
 

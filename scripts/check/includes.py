@@ -31,6 +31,7 @@ LAUNCHLIST_LAYERS = {
     "list": {"base"},
     "log": {"base"},
     "output": {"base", "list", "log"},
+    "commands": {"base", "list", "log", "output"},
 }
 FREE = {"bench", "examples", "tests"}
 
@@ -101,7 +102,8 @@ class SelfTest(unittest.TestCase):
         ("tools/launchlist/log/a.cpp", "qv7log/record_reader.h"),
         ("tools/launchlist/log/a.cpp", "tools/launchlist/base/text.h"),
         ("tools/launchlist/output/a.cpp", "tools/launchlist/list/check.h"),
-        ("tools/launchlist/main.cpp", "tools/launchlist/output/report.h"),
+        ("tools/launchlist/commands/a.cpp", "tools/launchlist/output/report.h"),
+        ("tools/launchlist/main.cpp", "tools/launchlist/commands/a.h"),
         ("tools/launchlist/list/a.cpp", "launcher/launch_item.h"),
         ("tests/qv7log/a_test.cpp", "qv7log/private.h"),
         ("bench/a.cpp", "launcher/child_proc.h"),
@@ -122,6 +124,7 @@ class SelfTest(unittest.TestCase):
         ("tools/launchlist/log/a.cpp", "tools/launchlist/list/check.h"),
         ("tools/launchlist/log/a.cpp", "tools/launchlist/output/report.h"),
         ("tools/launchlist/list/a.cpp", "tools/launchlist/main.h"),
+        ("tools/launchlist/output/a.cpp", "tools/launchlist/commands/a.h"),
         ("launcher/a.cpp", "tests/support/fake.h"),
         ("launcher/a.cpp", "child_proc.h"),
     ]

@@ -1,26 +1,20 @@
 // launchlist: shows what the launcher will do with a list, and reports what it did.
-//
-//     launchlist check LIST... | explain LIST | report [LOG...]
 
 #include <locale.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "tools/launchlist/base/text.h"
-#include "tools/launchlist/command.h"
-#include "tools/launchlist/list_commands.h"
-#include "tools/launchlist/report_command.h"
+#include "tools/launchlist/commands/commands.h"
 
 namespace {
 
 using namespace launchlist;
-
-constexpr std::array<const char*, 3> kCommands = {"check", "explain", "report"};
 
 int FailOnUsage(const std::string& message)
 {
@@ -29,36 +23,39 @@ int FailOnUsage(const std::string& message)
     return kUsage;
 }
 
-// What is wrong with the first argument as a subcommand; "" if nothing is. CLI11 would report an
-// unknown one as an unexpected argument.
-std::string FindUnknownCommand(const std::string& name)
+// What is wrong with `name` as a subcommand; "" if nothing is. CLI11 would report an unknown one as
+// an unexpected argument.
+std::string FindUnknownCommand(const std::string& name, const std::vector<Command>& commands)
 {
-    if (name.empty() || name[0] == '-' ||
-        std::find(kCommands.begin(), kCommands.end(), name) != kCommands.end()) {
+    if (name.empty() || name[0] == '-') {
         return "";
     }
-    const std::string nearest = closest_word(name, {kCommands.begin(), kCommands.end()});
+    std::vector<std::string> names;
+    for (const Command& command : commands) {
+        names.push_back(command.parser->get_name());
+        if (names.back() == name) {
+            return "";
+        }
+    }
+    const std::string nearest = closest_word(name, names);
     return "unknown command " + quoted(name) +
            (nearest.empty() ? "" : "; did you mean \"" + nearest + "\"?");
 }
 
 int RunCommand(int argc, char** argv)
 {
-    const std::string unknown = FindUnknownCommand(argc > 1 ? argv[1] : "");
-    if (!unknown.empty()) {
-        return FailOnUsage(unknown);
-    }
     CLI::App app("Shows what the launcher will do with a launch list, and reports what it did.");
     app.name("launchlist");
     app.set_version_flag("--version", "launchlist " KESTRANE_VERSION);
     app.require_subcommand(1);
     app.footer("Example:\n  launchlist check helpers.json && launchlist explain helpers.json");
-    ListOptions list_options;
-    ReportOptions report_options;
-    const CLI::App* check = AddCheckCommand(app, list_options);
-    const CLI::App* explain = AddExplainCommand(app, list_options);
-    AddReportCommand(app, report_options);
+    const std::vector<Command> commands = {AddCheckCommand(app), AddExplainCommand(app),
+                                           AddReportCommand(app)};
 
+    const std::string unknown = FindUnknownCommand(argc > 1 ? argv[1] : "", commands);
+    if (!unknown.empty()) {
+        return FailOnUsage(unknown);
+    }
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -69,9 +66,8 @@ int RunCommand(int argc, char** argv)
         app.exit(error, help_or_version);
         return Print(help_or_version.str(), kSuccess);
     }
-    return check->parsed()     ? RunCheck(list_options)
-           : explain->parsed() ? RunExplain(list_options)
-                               : RunReport(report_options);
+    const auto is_given = [](const Command& command) { return command.parser->parsed(); };
+    return std::find_if(commands.begin(), commands.end(), is_given)->run();
 }
 
 }  // namespace

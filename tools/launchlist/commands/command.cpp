@@ -1,4 +1,4 @@
-#include "tools/launchlist/command.h"
+#include "tools/launchlist/commands/command.h"
 
 #include <errno.h>
 #include <unistd.h>
@@ -7,9 +7,15 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "tools/launchlist/base/files.h"
 #include "tools/launchlist/base/text.h"
 
 namespace launchlist {
+
+bool ReadList(const std::string& path, std::string& bytes, std::string& error)
+{
+    return path == "-" ? ReadDescriptor(STDIN_FILENO, bytes, error) : ReadFile(path, bytes, error);
+}
 
 bool UseColor()
 {

@@ -1,16 +1,15 @@
-#include "tools/launchlist/report_command.h"
-
 #include <sys/ioctl.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
+#include <memory>
 #include <optional>
 
 #include "logging/log_path.h"
 #include "tools/launchlist/base/text.h"
-#include "tools/launchlist/command.h"
+#include "tools/launchlist/commands/commands.h"
 #include "tools/launchlist/log/make_report.h"
 #include "tools/launchlist/output/page_file.h"
 #include "tools/launchlist/output/report_formats.h"
@@ -18,6 +17,16 @@
 namespace launchlist {
 
 namespace {
+
+struct Options
+{
+    std::vector<std::string> logs;  // Empty: the log of this user's launcher.
+    std::string since;
+    std::string until;
+    std::string html;
+    bool is_forced = false;
+    bool json = false;
+};
 
 Milliseconds Now()
 {
@@ -66,32 +75,7 @@ int PrintReport(const Report& report, const std::string& level_file, bool json)
     return status;
 }
 
-}  // namespace
-
-CLI::App* AddReportCommand(CLI::App& app, ReportOptions& options)
-{
-    CLI::App* command = app.add_subcommand(
-        "report", "Summarize from the log how often items ran, ended and crashed.");
-    const CLI::Validator moment(CheckMoment, "TIME", "time");
-    command->add_option("LOG", options.logs,
-                        "Logs, each with its old files LOG.1, LOG.2, ...; - is standard input; "
-                        "default: the log of this user's launcher");
-    command->add_option("--since", options.since, "Report on the time from TIME on")->check(moment);
-    command->add_option("--until", options.until, "Report on the time up to TIME")->check(moment);
-    command->add_option("--html", options.html, "Also write the report to FILE, as a web page")
-        ->type_name("FILE");
-    command->add_flag("--force", options.is_forced, "Let --html replace any regular file");
-    command->add_flag("--json", options.json, "Print JSON, for programs");
-    command->footer(
-        "TIME is in UTC, 2026-11-21 or \"2026-11-21 02:26\", or an age: 90s, 15m, 2h, 3d.\n"
-        "A log may be compressed by gzip.\n"
-        "Exit status: 0 reported, 3 no log can be read or the output cannot be written,\n"
-        "64 invalid arguments.\n"
-        "Example:\n  launchlist report --since 2h --html report.html");
-    return command;
-}
-
-int RunReport(ReportOptions options)
+int Run(Options options)
 {
     const ReportRange range = {MomentOf(options.since), MomentOf(options.until), Now()};
     if (range.since && range.until && *range.until < *range.since) {
@@ -117,6 +101,32 @@ int RunReport(ReportOptions options)
         return FailOn(options.html, error);
     }
     return PrintReport(report, level_file, options.json);
+}
+
+}  // namespace
+
+Command AddReportCommand(CLI::App& app)
+{
+    CLI::App* parser = app.add_subcommand(
+        "report", "Summarize from the log how often items ran, ended and crashed.");
+    const auto options = std::make_shared<Options>();
+    const CLI::Validator moment(CheckMoment, "TIME", "time");
+    parser->add_option("LOG", options->logs,
+                       "Logs, each with its old files LOG.1, LOG.2, ...; - is standard input; "
+                       "default: the log of this user's launcher");
+    parser->add_option("--since", options->since, "Report on the time from TIME on")->check(moment);
+    parser->add_option("--until", options->until, "Report on the time up to TIME")->check(moment);
+    parser->add_option("--html", options->html, "Also write the report to FILE, as a web page")
+        ->type_name("FILE");
+    parser->add_flag("--force", options->is_forced, "Let --html replace any regular file");
+    parser->add_flag("--json", options->json, "Print JSON, for programs");
+    parser->footer(
+        "TIME is in UTC, 2026-11-21 or \"2026-11-21 02:26\", or an age: 90s, 15m, 2h, 3d.\n"
+        "A log may be compressed by gzip.\n"
+        "Exit status: 0 reported, 3 no log can be read or the output cannot be written,\n"
+        "64 invalid arguments.\n"
+        "Example:\n  launchlist report --since 2h --html report.html");
+    return {parser, [options] { return Run(*options); }};
 }
 
 }  // namespace launchlist

@@ -1,9 +1,18 @@
-// What the subcommands share: exit statuses, colour, printing, failures.
+// What the subcommands share: exit statuses, reading lists, colour, printing, failures.
 #pragma once
 
+#include <CLI/CLI.hpp>
+#include <functional>
 #include <string>
 
 namespace launchlist {
+
+// A subcommand: what parses its arguments, and what runs it after that and returns the exit status.
+struct Command
+{
+    const CLI::App* parser;
+    std::function<int()> run;
+};
 
 // Exit statuses; launchlist(1) lists them.
 constexpr int kSuccess = 0;
@@ -11,6 +20,9 @@ constexpr int kWarnings = 1;
 constexpr int kErrors = 2;
 constexpr int kUnreadable = 3;  // Also: the output could not be written.
 constexpr int kUsage = 64;
+
+// Reads the list at `path`; "-" is standard input. On false, `error` says why it cannot be read.
+bool ReadList(const std::string& path, std::string& bytes, std::string& error);
 
 // Whether to colour standard output: only if it is a terminal, NO_COLOR is unset or empty, and TERM
 // is not "dumb".

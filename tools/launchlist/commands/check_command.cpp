@@ -35,7 +35,7 @@ int StatusOf(const CheckedList& list)
                                         : kSuccess;
 }
 
-int Run(const Options& options)
+int RunCheck(const Options& options)
 {
     std::vector<CheckedList> lists;
     std::string text;
@@ -71,7 +71,7 @@ Command AddCheckCommand(CLI::App& app)
     parser->footer(
         "Exit status: 0 no mistakes, 1 warnings only, 2 errors, 3 a list cannot be read.\n"
         "Example:\n  launchlist check helpers.json");
-    return {parser, [options] { return Run(*options); }};
+    return {parser, [options] { return RunCheck(*options); }};
 }
 
 }  // namespace launchlist

@@ -14,7 +14,7 @@ struct Options
     bool json = false;
 };
 
-int Run(const Options& options)
+int RunExplain(const Options& options)
 {
     std::string bytes;
     std::string error;
@@ -40,7 +40,7 @@ Command AddExplainCommand(CLI::App& app)
         "Exit status: 0 the launcher keeps running until SIGTERM, 2 it ends or may end before, 3\n"
         "the list cannot be read.\n"
         "Example:\n  launchlist explain helpers.json");
-    return {parser, [options] { return Run(*options); }};
+    return {parser, [options] { return RunExplain(*options); }};
 }
 
 }  // namespace launchlist

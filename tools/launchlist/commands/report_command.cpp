@@ -75,7 +75,7 @@ int PrintReport(const Report& report, const std::string& level_file, bool json)
     return status;
 }
 
-int Run(Options options)
+int RunReport(Options options)
 {
     const ReportRange range = {MomentOf(options.since), MomentOf(options.until), Now()};
     if (range.since && range.until && *range.until < *range.since) {
@@ -126,7 +126,7 @@ Command AddReportCommand(CLI::App& app)
         "Exit status: 0 reported, 3 no log can be read or the output cannot be written,\n"
         "64 invalid arguments.\n"
         "Example:\n  launchlist report --since 2h --html report.html");
-    return {parser, [options] { return Run(*options); }};
+    return {parser, [options] { return RunReport(*options); }};
 }
 
 }  // namespace launchlist

@@ -302,23 +302,23 @@ void History::AddEnd(const Event& event, std::size_t index, std::size_t item_ind
     Run& run = item.runs[number];
     run.end = time;
     run.is_open = false;
-    run.how = {event.result >= 0, event.wait_status};
+    run.termination = {event.result >= 0, event.wait_status};
     if (is_older) {
-        run.ended_by = IsKill(run.how) ? EndedBy::kLauncher : EndedBy::kProgram;
+        run.ended_by = IsKill(run.termination) ? EndedBy::kLauncher : EndedBy::kProgram;
         supervision.older = kNone;
     } else {
         supervision.run = kNone;
         supervision.last = number;
         supervision.gaps = m_gaps;
         supervision.last_end = time;
-        supervision.is_killed = IsKill(run.how);
+        supervision.is_killed = IsKill(run.termination);
     }
     if (event.child == item.child_without_program) {
         run.role = Role::kFailed;
         run.lacks_program = true;
         item.child_without_program = 0;
     }
-    if (!run.how.is_seen) {
+    if (!run.termination.is_seen) {
         run.ended_by = EndedBy::kUnknown;
     }
     writer.has_ends = true;

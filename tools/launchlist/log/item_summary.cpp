@@ -138,7 +138,7 @@ private:
             ++m_item.unknown_ends;
         } else {
             ++(run.IsCrash() ? m_item.crashes : m_item.clean_ends);
-            ++m_item.causes[run.how];
+            ++m_item.causes[run.termination];
             m_ends.push_back(*run.end);
         }
     }
@@ -339,7 +339,7 @@ private:
 
 std::optional<Milliseconds> Run::Length() const
 {
-    if (!start || !end || *end < *start || cause == EndedBy::kUnknown) {
+    if (!start || !end || *end < *start || ended_by == EndedBy::kUnknown) {
         return std::nullopt;
     }
     return *end - *start;
@@ -347,7 +347,7 @@ std::optional<Milliseconds> Run::Length() const
 
 bool Run::IsCrash() const
 {
-    return end && cause == EndedBy::kProgram && role != Role::kFailed && ExitStatusOf(how) != 0;
+    return end && ended_by == EndedBy::kProgram && role != Role::kFailed && ExitStatusOf(termination) != 0;
 }
 
 std::vector<KnownPeriod> KnownPeriodsOf(const ItemReport& item, Milliseconds first,

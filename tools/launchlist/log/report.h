@@ -73,7 +73,7 @@ struct Run
     // The program was certainly not running from the end (of a failed attempt: from its start)
     // until this time.
     std::optional<Milliseconds> down_until;
-    Termination how;  // Only with an end.
+    Termination termination;  // Only with an end.
     std::uint32_t launcher = 0;
     Role role = Role::kRun;
     EndedBy ended_by = EndedBy::kProgram;

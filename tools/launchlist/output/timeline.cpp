@@ -98,7 +98,7 @@ void MarkRun(Row& row, const Run& run)
         case EndedBy::kUnknown:
             break;
         case EndedBy::kProgram:
-            ++cell->causes[run.how];
+            ++cell->causes[run.termination];
             Row::Raise(*cell, run.IsCrash() ? Cell::kCrash : Cell::kEnd);
     }
 }

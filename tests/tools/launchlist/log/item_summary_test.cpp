@@ -309,7 +309,7 @@ TEST(Summarize, FindsTheStateAtTheEnd)
     const auto ended = [&run](Milliseconds end, EndedBy ended_by, bool is_final) {
         launchlist::Run result = run;
         result.end = result.to = end;
-        result.cause = cause;
+        result.ended_by = ended_by;
         result.is_final = is_final;
         return result;
     };
@@ -407,11 +407,11 @@ TEST(RunLength, IsKnownIfBothTimesAre)
 TEST(RunIsCrash, IfItsProgramEndedItBadly)
 {
     launchlist::Run run;
-    run.how = {true, kExit3};
+    run.termination = {true, kExit3};
     EXPECT_FALSE(run.IsCrash()) << "has not ended";
     run.end = 1000;
     EXPECT_TRUE(run.IsCrash());
-    run.how = {true, kKilled};
+    run.termination = {true, kKilled};
     EXPECT_TRUE(run.IsCrash());
     run.role = Role::kFailed;
     EXPECT_FALSE(run.IsCrash());
@@ -419,7 +419,7 @@ TEST(RunIsCrash, IfItsProgramEndedItBadly)
     run.ended_by = EndedBy::kLauncher;
     EXPECT_FALSE(run.IsCrash());
     run.ended_by = EndedBy::kProgram;
-    run.how = {true, 0};
+    run.termination = {true, 0};
     EXPECT_FALSE(run.IsCrash());
 }
 

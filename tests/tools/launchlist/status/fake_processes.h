@@ -98,7 +98,11 @@ public:
     std::string DirectoryOf(const launchlist::Process& process) override
     {
         const FakeProcess* fake = Find(process);
-        return fake != nullptr ? fake->directory : "";
+        const std::string directory = fake != nullptr ? fake->directory : "";
+        if (on_directory) {
+            on_directory();
+        }
+        return directory;
     }
     std::string AppendedInputOf(const launchlist::Process& process) override
     {
@@ -108,7 +112,8 @@ public:
 
     std::int64_t now = static_cast<std::int64_t>(time(nullptr)) * 1000;
     std::string list_error;
-    std::function<void()> on_list;  // After the processes have been listed.
+    std::function<void()> on_list;       // After the processes have been listed.
+    std::function<void()> on_directory;  // After the directory of a process has been read.
     int lists = 0;
 
 private:

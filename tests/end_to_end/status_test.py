@@ -392,7 +392,8 @@ class Hostile(StatusTest):
         shutil.copy(STAY, WORK + "/launcher")
         imitation = os.fork()
         if imitation == 0:
-            os.execv(STAY, [LAUNCHER, "Kestrane Test", LIST])
+            environment = {"KESTRANE_TEST_STARTS": self.starts_path}
+            os.execve(STAY, [LAUNCHER, "Kestrane Test", LIST], environment)
         named = self.spawn([WORK + "/launcher", "Kestrane Test", LIST])
         self.wait_for_starts(3)
         (entry,) = self.status(expected=RUNNING)["launchers"]
@@ -475,7 +476,9 @@ class Leftovers(StatusTest):
         launcher = self.start(numbered(item("a")))
         self.wait_for_starts(1)
         with open(self.log_path(), "rb") as log:
-            reader = subprocess.Popen([STAY, "reader"], stdin=log)
+            reader = subprocess.Popen(
+                [STAY, "reader"], stdin=log, env={"KESTRANE_TEST_STARTS": self.starts_path}
+            )
         self.wait_for_starts(1, "reader")
         self.assertEqual([], self.status()["leftovers"])
         reader.kill()

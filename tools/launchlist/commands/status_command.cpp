@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <memory>
 #include <optional>
-#include <vector>
+#include <string>
 
 #include "tools/launchlist/base/text.h"
 #include "tools/launchlist/commands/commands.h"
@@ -32,7 +32,7 @@ struct Options
     std::string list;
     bool json = false;
     bool watches = false;
-    std::vector<std::string> interval;  // At most one.
+    std::string interval;  // What followed --watch; "" if nothing did.
     double seconds = kUsualInterval;
 };
 
@@ -49,10 +49,10 @@ std::optional<double> ParseInterval(const std::string& text)
 // What follows --watch may be the list instead of the interval.
 void ReadInterval(Options& options)
 {
-    if (options.interval.empty() || options.interval.front().empty()) {
+    const std::string& text = options.interval;
+    if (text.empty()) {
         return;
     }
-    const std::string& text = options.interval.front();
     if (const std::optional<double> seconds = ParseInterval(text)) {
         options.seconds = *seconds;
     } else if (options.list.empty() && text.find_first_not_of("0123456789.") != std::string::npos) {

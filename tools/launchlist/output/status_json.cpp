@@ -116,6 +116,7 @@ private:
             m_json.BeginObject();
             WriteProcess(supervisor.process);
             m_json.Count("item", supervisor.item);
+            m_json.Bool("has_failed", supervisor.has_failed);
             m_json.EndObject();
         }
         m_json.EndArray();

@@ -85,9 +85,9 @@ private:
         int rank;  // The columns with the highest ranks are dropped first; 0 is always shown.
     };
 
-    static constexpr Column kColumns[] = {{"item", 0},    {"state", 0},    {"pid", 0},
-                                          {"started", 2}, {"restarts", 0}, {"last hour", 3},
-                                          {"memory", 1},  {"CPU", 1}};
+    static constexpr Column kColumns[] = {{"item", 0},        {"state", 0},    {"pid", 0},
+                                          {"started UTC", 2}, {"restarts", 0}, {"last hour", 3},
+                                          {"memory", 1},      {"CPU", 1}};
     static constexpr std::size_t kStateColumn = 1;
 
     std::string Remark(const std::string& text) const
@@ -304,12 +304,18 @@ private:
         return text.empty() ? "" : "\n" + text;
     }
 
+    // Children that have just been forked are about to execute their program, and not mentioned.
     std::string SupervisorText(const LauncherStatus& launcher) const
     {
-        if (launcher.supervisors.empty()) {
+        const auto has_failed = [](const SupervisorStatus& supervisor) {
+            return supervisor.has_failed;
+        };
+        const auto count = static_cast<std::size_t>(
+            std::count_if(launcher.supervisors.begin(), launcher.supervisors.end(), has_failed));
+        if (count == 0) {
             return "";
         }
-        std::size_t unknown = launcher.supervisors.size();
+        std::size_t unknown = count;
         std::string items;
         std::size_t shown = 0;
         for (const ItemStatus& item : launcher.items) {
@@ -325,9 +331,10 @@ private:
         if (unknown > 0) {
             items += (items.empty() ? "" : ", ") + std::to_string(unknown) + " of unknown items";
         }
-        return "\n" + Remark(counted(launcher.supervisors.size(), "child") +
-                             " in chains of supervisors whose program was not executed: " + items +
-                             ". Stopping the launcher ends only the first of each chain.");
+        return "\n" + Remark(counted(count, "further supervisor") +
+                             ", left behind by failed starts: " + items +
+                             ". Each waits for the next one, and stopping the launcher ends only "
+                             "the first of each item.");
     }
 
     std::string OtherChildren(const LauncherStatus& launcher) const

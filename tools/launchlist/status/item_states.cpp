@@ -86,7 +86,7 @@ private:
             group.items.push_back(item.index);
             item.group = m_launcher.groups.size();
             if (alike.items.size() == alike.processes.size()) {
-                SetProcess(index, alike.processes[i], MatchedBy::kArguments);
+                SetProcess(index, alike.processes[i], alike.by);
             } else {
                 item.reason = std::to_string(alike.processes.size()) + " of " +
                               counted(alike.items.size(), "item") +
@@ -147,7 +147,12 @@ private:
     // Whether its first member has certainly failed to execute its program.
     bool IsOld(const Chain& chain) const
     {
-        return chain.members.size() > 1 || m_evidence.now - chain.members.front().start >= kSettled;
+        return chain.members.size() > 1 || IsSettled(chain.members.front());
+    }
+
+    bool IsSettled(const ProcessStatus& process) const
+    {
+        return m_evidence.now - process.start >= kSettled;
     }
 
     void SetSupervised(std::size_t index, bool is_failing)
@@ -283,13 +288,16 @@ private:
                 {m_evidence.processes[process], m_evidence.command_lines[process]});
         }
         for (const Chain& chain : m_chains) {
-            for (const ProcessStatus& process : chain.members) {
-                m_launcher.supervisors.push_back(
-                    {process, chain.item ? std::optional<int>(m_evidence.items[*chain.item].index)
-                                         : std::nullopt});
-            }
-            if (chain.item) {
-                m_launcher.items[*chain.item].supervisors += chain.members.size();
+            for (std::size_t i = 0; i < chain.members.size(); ++i) {
+                SupervisorStatus supervisor;
+                supervisor.process = chain.members[i];
+                // All but the last one have a child, which they could not have forked before.
+                supervisor.has_failed = i + 1 < chain.members.size() || IsSettled(chain.members[i]);
+                if (chain.item) {
+                    supervisor.item = m_evidence.items[*chain.item].index;
+                    m_launcher.items[*chain.item].supervisors += supervisor.has_failed ? 1U : 0U;
+                }
+                m_launcher.supervisors.push_back(supervisor);
             }
         }
         m_launcher.log_has_starts = m_records != nullptr && m_records->has_starts;

@@ -8,6 +8,9 @@ namespace launchlist {
 
 namespace {
 
+// A child executes its program within this time, even on a busy machine.
+constexpr Milliseconds kSettled = 1000;
+
 // `path` without the ".1", ".2" and so on of an old file.
 std::string WithoutNumber(const std::string& path)
 {
@@ -77,9 +80,8 @@ bool LeftoverFinder::Describe(const Process& process, Leftover& leftover) const
     return true;
 }
 
-std::vector<Leftover> LeftoverFinder::Find(
-    const Snapshot& snapshot, bool only_known,
-    const std::function<ProcessStatus(const Process&)>& measure) const
+std::vector<Leftover> LeftoverFinder::Find(const Snapshot& snapshot, bool only_known,
+                                           Milliseconds now, const Measure& measure) const
 {
     std::set<std::size_t> with_log;
     std::vector<std::size_t> candidates;
@@ -113,25 +115,39 @@ std::vector<Leftover> LeftoverFinder::Find(
         leftovers.push_back(std::move(leftover));
     }
     for (const Family& family : snapshot.families) {
-        if (!family.is_orphaned) {
-            continue;
+        if (family.is_orphaned) {
+            AddFamily(snapshot, family, now, measure, leftovers);
         }
-        for (const std::size_t i : family.supervisors) {
+    }
+    return leftovers;
+}
+
+void LeftoverFinder::AddFamily(const Snapshot& snapshot, const Family& family, Milliseconds now,
+                               const Measure& measure, std::vector<Leftover>& leftovers) const
+{
+    std::set<std::size_t> parents;
+    for (const auto* members : {&family.supervisors, &family.children}) {
+        for (const std::size_t i : *members) {
+            parents.insert(snapshot.ParentOf(i).value_or(i));
+        }
+    }
+    for (const std::size_t i : family.supervisors) {
+        // Another one may be about to execute its program.
+        if (parents.count(i) != 0 || now - snapshot[i].start >= kSettled) {
             Leftover leftover;
             leftover.kind = LeftoverKind::kSupervisor;
             leftover.list = family.AbsoluteList();
             leftover.process = measure(snapshot[i]);
             leftovers.push_back(std::move(leftover));
         }
-        for (const std::size_t i : family.children) {
-            Leftover leftover;
-            leftover.kind =
-                Describe(snapshot[i], leftover) ? LeftoverKind::kHelper : LeftoverKind::kHasLog;
-            leftover.process = measure(snapshot[i]);
-            leftovers.push_back(std::move(leftover));
-        }
     }
-    return leftovers;
+    for (const std::size_t i : family.children) {
+        Leftover leftover;
+        leftover.kind =
+            Describe(snapshot[i], leftover) ? LeftoverKind::kHelper : LeftoverKind::kHasLog;
+        leftover.process = measure(snapshot[i]);
+        leftovers.push_back(std::move(leftover));
+    }
 }
 
 }  // namespace launchlist

@@ -21,6 +21,8 @@ namespace launchlist {
 class LeftoverFinder
 {
 public:
+    using Measure = std::function<ProcessStatus(const Process&)>;
+
     LeftoverFinder(ProcessTable& table, uid_t user) : m_table(table), m_user(user) {}
 
     // The items of the list at `path` are searched for.
@@ -30,8 +32,8 @@ public:
     void AddLog(const std::string& path);
 
     // The processes that were left behind. With `only_known`, only those of a list that was added.
-    std::vector<Leftover> Find(const Snapshot& snapshot, bool only_known,
-                               const std::function<ProcessStatus(const Process&)>& measure) const;
+    std::vector<Leftover> Find(const Snapshot& snapshot, bool only_known, Milliseconds now,
+                               const Measure& measure) const;
 
 private:
     struct Source
@@ -41,6 +43,8 @@ private:
         std::vector<std::string> names;
     };
 
+    void AddFamily(const Snapshot& snapshot, const Family& family, Milliseconds now,
+                   const Measure& measure, std::vector<Leftover>& leftovers) const;
     bool HasLog(const Process& process) const;
     bool Describe(const Process& process, Leftover& leftover) const;
 

@@ -115,7 +115,7 @@ private:
         if (items.size() == 1) {
             m_result.matches.push_back({items.front(), processes.front(), by});
         } else {
-            m_result.alike.push_back({std::move(items), std::move(processes)});
+            m_result.alike.push_back({std::move(items), std::move(processes), by});
         }
     }
 

@@ -37,6 +37,7 @@ struct AlikeItems
 {
     std::vector<std::size_t> items;
     std::vector<std::size_t> processes;
+    MatchedBy by = MatchedBy::kArguments;
 };
 
 struct Matching

@@ -58,7 +58,7 @@ struct ItemStatus
     MatchedBy matched_by = MatchedBy::kArguments;
     std::optional<std::size_t> group;     // Of LauncherStatus::groups.
     bool has_further_supervisor = false;  // The process is a child of one.
-    std::size_t supervisors = 0;          // Further ones that are known to be of this item.
+    std::size_t supervisors = 0;          // Further ones of this item, as far as it is known.
     // From the log; nothing if it does not say.
     std::optional<std::size_t> restarts;
     std::optional<std::size_t> restarts_last_hour;
@@ -72,11 +72,13 @@ struct ItemGroup
     std::size_t running = 0;
 };
 
-// A child that could not execute its program and continues as a supervisor.
+// A child that has not executed a program.
 struct SupervisorStatus
 {
     ProcessStatus process;
     std::optional<int> item;  // Its index, if it is known.
+    // It could not, and continues as a supervisor; otherwise it may be about to.
+    bool has_failed = false;
 };
 
 // A process that has no item.

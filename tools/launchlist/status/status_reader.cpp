@@ -74,7 +74,8 @@ ReadList ReadListFile(const std::string& path)
     } else if (ReadFile(path, bytes, list.error)) {
         list.items = ReadItems(bytes);
         if (list.items.is_rejected) {
-            list.error = "the launcher would reject it as it is now";
+            list.error = "the launcher would reject it";
+            list.items.items.clear();
         }
     }
     return list;
@@ -285,9 +286,9 @@ Status StatusReader::Read(Milliseconds now)
                                                        list_at(family.AbsoluteList())));
         }
     }
-    status.leftovers = finder.Find(snapshot, m_list.has_value(), [&reader](const Process& process) {
-        return reader.Measure(process);
-    });
+    status.leftovers =
+        finder.Find(snapshot, m_list.has_value(), now,
+                    [&reader](const Process& process) { return reader.Measure(process); });
     m_previous = now;
     m_cpu.clear();
     for (std::size_t i = 0; i < snapshot.Size(); ++i) {

@@ -212,7 +212,7 @@ TEST_F(StatusReaderTest, SaysWhyTheListCannotBeUsed)
     m_processes.Add(7, kLauncher, "/a x");
     m_directory.Write("list.json", "[]");
     LauncherStatus launcher = ReadOne();
-    EXPECT_EQ(launcher.list_error, "the launcher would reject it as it is now");
+    EXPECT_EQ(launcher.list_error, "the launcher would reject it");
     EXPECT_EQ(launcher.others.size(), 1U);
     unlink(launcher.list.c_str());
     EXPECT_EQ(ReadOne().list_error, "No such file or directory");

@@ -240,7 +240,9 @@ class NotRunning(StatusTest):
                 found = {process["pid"] for process in entry["further_supervisors"]}
                 self.assertTrue(found < known, (found, known))
                 self.assertEqual({0}, {child["item"] for child in entry["further_supervisors"]})
-                self.assertIn("in chains of supervisors", self.text())
+                self.assertRegex(
+                    self.text(), r'(?m)^\d+ further supervisors, left behind .*: \d+ of "bad"\.'
+                )
                 self.kill_all()
                 launcher.wait()
 

@@ -33,24 +33,20 @@ Milliseconds ToMilliseconds(const timespec& time)
     return static_cast<Milliseconds>(time.tv_sec) * 1000 + time.tv_nsec / 1000000;
 }
 
-// When the file at `path` was changed or renamed for the last time.
-std::optional<Milliseconds> ChangeOf(const std::string& path)
+// When the file was changed or renamed for the last time.
+Milliseconds ChangeOf(const struct stat& file)
 {
-    struct stat status = {};
-    if (stat(path.c_str(), &status) != 0) {
-        return std::nullopt;
-    }
 #ifdef __APPLE__
-    return std::max(ToMilliseconds(status.st_mtimespec), ToMilliseconds(status.st_ctimespec));
+    return std::max(ToMilliseconds(file.st_mtimespec), ToMilliseconds(file.st_ctimespec));
 #else
-    return std::max(ToMilliseconds(status.st_mtim), ToMilliseconds(status.st_ctim));
+    return std::max(ToMilliseconds(file.st_mtim), ToMilliseconds(file.st_ctim));
 #endif
 }
 
-bool IsRegularFile(const std::string& path)
+bool IsUnchanged(const struct stat& a, const struct stat& b)
 {
-    struct stat status = {};
-    return stat(path.c_str(), &status) != 0 || S_ISREG(status.st_mode);
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size &&
+           a.st_mode == b.st_mode && ChangeOf(a) == ChangeOf(b);
 }
 
 bool IsSameList(const std::string& a, const std::string& b)
@@ -58,36 +54,15 @@ bool IsSameList(const std::string& a, const std::string& b)
     return a == b || (!RealPath(a).empty() && RealPath(a) == RealPath(b));
 }
 
-// A list as it is now.
-struct ReadList
-{
-    ListedItems items;
-    std::string error;
-};
-
-ReadList ReadListFile(const std::string& path)
-{
-    ReadList list;
-    std::string bytes;
-    if (!IsRegularFile(path)) {
-        list.error = "it is not a regular file";
-    } else if (ReadFile(path, bytes, list.error)) {
-        list.items = ReadItems(bytes);
-        if (list.items.is_rejected) {
-            list.error = "the launcher would reject it";
-            list.items.items.clear();
-        }
-    }
-    return list;
-}
-
 // Whether the log of a launcher that wrote no record says that nothing ended.
 bool LogsEnds(const std::string& level_file, Milliseconds launcher_start)
 {
     char level[1024] = {};
     GetPrivateProfileString("LOG", "LEVEL", "ERROR", level, sizeof level, level_file);
-    const std::optional<Milliseconds> change = ChangeOf(level_file);
-    return std::string(level) != "CRITICAL" && (!change || *change <= launcher_start + kClockSlack);
+    struct stat file = {};
+    const bool may_have_changed =
+        stat(level_file.c_str(), &file) == 0 && ChangeOf(file) > launcher_start + kClockSlack;
+    return std::string(level) != "CRITICAL" && !may_have_changed;
 }
 
 // Reads the status of one moment.
@@ -146,7 +121,8 @@ public:
     }
 
     LauncherStatus Describe(const Family& family, const LauncherFiles& files,
-                            const LauncherLog& log, const ReadList& list) const
+                            const LauncherLog& log, const ListedItems& items,
+                            const std::string& list_error, const struct stat& list_file) const
     {
         LauncherStatus launcher;
         launcher.process = Measure(m_snapshot[family.root]);
@@ -154,19 +130,18 @@ public:
         launcher.is_deleted = family.is_deleted;
         launcher.application = family.application;
         launcher.list = family.AbsoluteList();
-        launcher.list_error = list.error;
+        launcher.list_error = list_error;
         launcher.log = files.log;
         launcher.log_error = log.Error();
         launcher.log_may_lack_records = log.MayLackRecordsSince(launcher.process.start);
-        const std::optional<Milliseconds> change = ChangeOf(launcher.list);
-        launcher.list_may_have_changed = change && *change > launcher.process.start + kClockSlack;
+        launcher.list_may_have_changed = ChangeOf(list_file) > launcher.process.start + kClockSlack;
 
         ItemEvidence evidence;
         evidence.launcher = launcher.process.id;
         evidence.launcher_start = launcher.process.start;
         evidence.now = m_now;
-        evidence.items = list.items.items;
-        evidence.list_may_have_changed = launcher.list_may_have_changed || !list.error.empty();
+        evidence.items = items.items;
+        evidence.list_may_have_changed = launcher.list_may_have_changed || !list_error.empty();
         const bool says_ends = log.Find(launcher.process.id) != nullptr ||
                                LogsEnds(files.level, launcher.process.start);
         evidence.log = log.Error().empty() && says_ends ? &log : nullptr;
@@ -239,6 +214,30 @@ private:
 
 }  // namespace
 
+// Reads the list again only if its file has changed.
+const StatusReader::ReadList& StatusReader::ListAt(const std::string& path)
+{
+    ReadList& list = m_lists[path];
+    struct stat file = {};
+    const bool exists = stat(path.c_str(), &file) == 0;
+    if (exists && IsUnchanged(file, list.file)) {
+        return list;
+    }
+    list = ReadList();
+    list.file = file;
+    std::string bytes;
+    if (exists && !S_ISREG(file.st_mode)) {
+        list.error = "it is not a regular file";
+    } else if (ReadFile(path, bytes, list.error)) {
+        list.items = ReadItems(bytes);
+        if (list.items.is_rejected) {
+            list.error = "the launcher would reject it";
+            list.items.items.clear();
+        }
+    }
+    return list;
+}
+
 Status StatusReader::Read(Milliseconds now)
 {
     Status status;
@@ -250,19 +249,13 @@ Status StatusReader::Read(Milliseconds now)
     const Snapshot& snapshot = reader.GetSnapshot();
     status.unexamined = snapshot.unexamined;
 
-    std::map<std::string, ReadList> lists;
-    const auto list_at = [&](const std::string& path) -> const ReadList& {
-        const auto found = lists.find(path);
-        return found != lists.end() ? found->second
-                                    : lists.emplace(path, ReadListFile(path)).first->second;
-    };
     LeftoverFinder finder(m_processes, getuid());
     finder.AddLog(GetLogPath());
     std::map<std::string, ProcessTimes> writers;  // By the path of their log.
     for (const Family& family : snapshot.families) {
         const std::string log = FilesOf(family.executable).log;
         finder.AddLog(log);
-        finder.AddList(family.AbsoluteList(), list_at(family.AbsoluteList()).items.items);
+        finder.AddList(family.AbsoluteList(), ListAt(family.AbsoluteList()).items.items);
         ProcessTimes& processes = writers[log];
         processes[snapshot[family.root].id] = snapshot[family.root].start - kLogSlack;
         for (const std::size_t index : family.supervisors) {
@@ -270,7 +263,7 @@ Status StatusReader::Read(Milliseconds now)
         }
     }
     if (m_list) {
-        finder.AddList(*m_list, list_at(*m_list).items.items);
+        finder.AddList(*m_list, ListAt(*m_list).items.items);
     }
     for (const auto& [path, processes] : writers) {
         auto& log = m_logs[path];
@@ -282,8 +275,9 @@ Status StatusReader::Read(Milliseconds now)
     for (const Family& family : snapshot.families) {
         if (!family.is_orphaned) {
             const LauncherFiles files = FilesOf(family.executable);
+            const ReadList& list = ListAt(family.AbsoluteList());
             status.launchers.push_back(reader.Describe(family, files, *m_logs.at(files.log),
-                                                       list_at(family.AbsoluteList())));
+                                                       list.items, list.error, list.file));
         }
     }
     status.leftovers =

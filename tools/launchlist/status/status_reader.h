@@ -4,6 +4,8 @@
 // restarts. Both are read at slightly different times. What they do not say is unknown.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <map>
 #include <memory>
 #include <optional>
@@ -12,6 +14,7 @@
 
 #include "tools/launchlist/processes/processes.h"
 #include "tools/launchlist/status/launcher_log.h"
+#include "tools/launchlist/status/listed_item.h"
 #include "tools/launchlist/status/status.h"
 
 namespace launchlist {
@@ -29,9 +32,20 @@ public:
     Status Read(Milliseconds now);
 
 private:
+    // A list as it was when its file was read.
+    struct ReadList
+    {
+        ListedItems items;
+        std::string error;
+        struct stat file = {};
+    };
+
+    const ReadList& ListAt(const std::string& path);
+
     ProcessTable& m_processes;
     const std::optional<std::string> m_list;
     std::map<std::string, std::unique_ptr<LauncherLog>> m_logs;  // By path.
+    std::map<std::string, ReadList> m_lists;                     // By path.
     // The time of the previous status and the processor time that each process had used by then, by
     // its id and birth.
     Milliseconds m_previous = 0;

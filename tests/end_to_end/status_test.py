@@ -2,20 +2,16 @@
 
 import json
 import os
-import re
 import shutil
 import signal
 import subprocess
-import sys
 import time
 
 import namespace
 from launcher import (
-    BUNDLE,
     END,
     LAUNCHER,
     STAY,
-    WITHOUT_LEAKS,
     WORK,
     LauncherTest,
     LimitedUserTest,
@@ -172,9 +168,7 @@ class Running(StatusTest):
 
     def test_a_relative_list(self):
         self.write(WORK + "/deep/list.json", json.dumps(numbered(item("a"))))
-        launcher = self.start_with(
-            ["name", "./deep//list.json"], before=lambda: os.chdir(WORK)
-        )
+        launcher = self.start_with(["name", "./deep//list.json"], before=lambda: os.chdir(WORK))
         self.wait_for_starts(1)
         os.chdir("/")
         (entry,) = self.status(WORK + "/deep/list.json", expected=RUNNING)["launchers"]
@@ -439,10 +433,7 @@ class Leftovers(StatusTest):
         status = self.status(LIST, expected=NO_LAUNCHER)
         self.assertEqual(
             {("helper", pids["a"], "a"), ("same-command", pids["close"], "b")},
-            {
-                (left["kind"], left["pid"], left["items"][0]["name"])
-                for left in status["leftovers"]
-            },
+            {(left["kind"], left["pid"], left["items"][0]["name"]) for left in status["leftovers"]},
         )
         self.assertIn("is a helper whose launcher or supervisor has ended", self.text(LIST))
         # The next launcher starts them a second time.

@@ -22,7 +22,8 @@ int main(int argc, char** argv)
     const auto size = static_cast<std::size_t>(end - begin);
     std::fill(begin, end, '\0');
     std::memcpy(begin, title.data(), std::min(title.size(), size - 2));
-    // On Linux, a text without a NUL in its last place is shown up to the first NUL, without the rest.
+    // On Linux, a text without a NUL in its last place is shown up to the first NUL, without the
+    // rest.
     end[-1] = 'x';
     std::string text = title;
     char* report[] = {program.data(), text.data()};

@@ -61,7 +61,10 @@ class OutputSchema(unittest.TestCase):
             {**output, "format_version": 2},
             {**output, "more": 1},
             {**output, "launchers": [{**launcher, "pid": "100"}]},
-            {**output, "launchers": [{**launcher, "items": [{**launcher["items"][0], "process": None}]}]},
+            {
+                **output,
+                "launchers": [{**launcher, "items": [{**launcher["items"][0], "process": None}]}],
+            },
         ):
             self.assertFalse(status.is_valid(broken))
 

@@ -109,7 +109,7 @@ private:
         return item.name ? quoted(*item.name) : "item " + std::to_string(item.index);
     }
 
-    // The date is left out if it is today's.
+    // The date is omitted if it is today's.
     std::string Moment(Milliseconds time) const
     {
         constexpr std::size_t kDateSize = sizeof "2026-11-21" - 1;

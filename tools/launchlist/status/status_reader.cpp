@@ -19,7 +19,7 @@ namespace launchlist {
 namespace {
 
 // A launcher that ends while it is examined makes the snapshot useless. After this many attempts it
-// is left out.
+// is omitted.
 constexpr int kAttempts = 3;
 
 // The start of a process is known to a clock tick, and the clock of the file system may be late.

@@ -124,10 +124,10 @@ Status FullStatus()
     return status;
 }
 
-// Compares `text` with a file in printed/, or replaces the file if KESTRANE_RENEW is set.
+// Compares `text` with a file in output/printed/, or replaces the file if KESTRANE_RENEW is set.
 void ExpectPrinted(const std::string& text, const std::string& name)
 {
-    const std::string path = KESTRANE_LISTS "/../printed/" + name;
+    const std::string path = KESTRANE_LISTS "/../output/printed/" + name;
     if (std::getenv("KESTRANE_RENEW") != nullptr) {
         std::ofstream(path, std::ios::binary) << text;
     }

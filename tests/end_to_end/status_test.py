@@ -589,6 +589,22 @@ class Watch(StatusTest):
         self.assertEqual(-signal.SIGINT, watch.wait())
         self.assertEqual(1, launcher.stop())
 
+    def test_it_clears_a_terminal(self):
+        controller, terminal = os.openpty()
+        environment = {**self.sanitizer_options, "TERM": "xterm"}
+        watch = subprocess.Popen(
+            [LAUNCHLIST, "status", "--watch", "0.1"], stdout=terminal, env=environment
+        )
+        output = b""
+        while output.count(b"No launcher") < 3:
+            output += os.read(controller, 4096)
+        watch.kill()
+        watch.wait()
+        os.close(terminal)
+        os.close(controller)
+        line = b"No launcher of this user is running.\r\n"
+        self.assertTrue(output.startswith(line + b"\x1b[H\x1b[2J" + line + b"\x1b[H\x1b[2J"))
+
     def test_it_waits_for_a_launcher(self):
         watch = subprocess.Popen(
             [LAUNCHLIST, "status", "--watch", LIST, "--json"], stdout=subprocess.PIPE

@@ -10,8 +10,7 @@ namespace launchlist {
 
 namespace {
 
-// A child executes its program, and a supervisor restarts it, within this time, even on a busy
-// machine.
+// A supervisor restarts its program within this time, even on a busy machine.
 constexpr Milliseconds kSettled = 1000;
 
 class Decider
@@ -102,6 +101,11 @@ private:
     // them runs.
     void AddSupervisors()
     {
+        for (const auto* processes : {&m_evidence.supervisors, &m_evidence.processes}) {
+            for (const ProcessStatus& process : *processes) {
+                m_parents.insert(process.parent);
+            }
+        }
         std::unordered_map<pid_t, std::size_t> chains;
         for (const ProcessStatus& process : m_evidence.supervisors) {
             const auto parent = chains.find(process.parent);
@@ -128,7 +132,7 @@ private:
         }
         for (const Chain& chain : m_chains) {
             if (chain.item && !m_is_decided[*chain.item]) {
-                SetSupervised(*chain.item, IsOld(chain));
+                SetSupervised(*chain.item, HasFailed(chain));
             }
         }
     }
@@ -144,16 +148,14 @@ private:
         std::optional<std::size_t> item;
     };
 
-    // Whether its first member has certainly failed to execute its program.
-    bool IsOld(const Chain& chain) const
+    // Whether a supervisor has certainly failed to execute its program: it has forked, or written
+    // to the log. How long it has existed proves nothing, since the execution itself may take long.
+    bool HasFailed(const ProcessStatus& supervisor) const
     {
-        return chain.members.size() > 1 || IsSettled(chain.members.front());
+        return m_parents.count(supervisor.id) != 0 || RecordsOf(supervisor.id) != nullptr;
     }
 
-    bool IsSettled(const ProcessStatus& process) const
-    {
-        return m_evidence.now - process.start >= kSettled;
-    }
+    bool HasFailed(const Chain& chain) const { return HasFailed(chain.members.front()); }
 
     void SetSupervised(std::size_t index, bool is_failing)
     {
@@ -201,7 +203,7 @@ private:
                     FormatDuration(std::max<Milliseconds>(m_evidence.now - *records->last_end, 0)) +
                     " ago");
         } else if (records != nullptr && IsRecent(records->last_start)) {
-            Set(index, ItemState::kStarting, "the launcher is about to fork");
+            Set(index, ItemState::kStarting, "the launcher is starting it");
         } else if (!listed.command_line) {
             Set(index, ItemState::kFailing, listed.problem);
         }
@@ -230,14 +232,14 @@ private:
         }
         const bool is_complete = m_evidence.matching.unmatched.empty() && UndecidedGroups() == 0 &&
                                  !m_evidence.list_may_have_changed;
-        const auto old_count = static_cast<std::size_t>(std::count_if(
-            chains.begin(), chains.end(), [this](Chain* chain) { return IsOld(*chain); }));
+        const auto failed_count = static_cast<std::size_t>(std::count_if(
+            chains.begin(), chains.end(), [this](Chain* chain) { return HasFailed(*chain); }));
         const bool is_decided = is_complete && !chains.empty() &&
                                 chains.size() == open_items.size() &&
-                                (old_count == 0 || old_count == chains.size());
+                                (failed_count == 0 || failed_count == chains.size());
         for (const std::size_t index : open_items) {
             if (is_decided) {
-                SetSupervised(index, old_count > 0);
+                SetSupervised(index, failed_count > 0);
             } else {
                 DecideWithoutEvidence(index, chains.size());
             }
@@ -288,11 +290,10 @@ private:
                 {m_evidence.processes[process], m_evidence.command_lines[process]});
         }
         for (const Chain& chain : m_chains) {
-            for (std::size_t i = 0; i < chain.members.size(); ++i) {
+            for (const ProcessStatus& process : chain.members) {
                 SupervisorStatus supervisor;
-                supervisor.process = chain.members[i];
-                // All but the last one have a child, which they could not have forked before.
-                supervisor.has_failed = i + 1 < chain.members.size() || IsSettled(chain.members[i]);
+                supervisor.process = process;
+                supervisor.has_failed = HasFailed(supervisor.process);
                 if (chain.item) {
                     supervisor.item = m_evidence.items[*chain.item].index;
                     m_launcher.items[*chain.item].supervisors += supervisor.has_failed ? 1U : 0U;
@@ -376,6 +377,7 @@ private:
     LauncherStatus& m_launcher;
     std::vector<bool> m_is_decided;
     std::unordered_map<std::string, std::size_t> m_by_name;  // Without items that are replaced.
+    std::unordered_set<pid_t> m_parents;                     // Of children of every kind.
     std::vector<Chain> m_chains;
     const ProcessRecords* m_records = nullptr;  // Of the launcher itself.
 };

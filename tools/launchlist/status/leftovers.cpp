@@ -8,9 +8,6 @@ namespace launchlist {
 
 namespace {
 
-// A child executes its program within this time, even on a busy machine.
-constexpr Milliseconds kSettled = 1000;
-
 // `path` without the ".1", ".2" and so on of an old file.
 std::string WithoutNumber(const std::string& path)
 {
@@ -81,7 +78,7 @@ bool LeftoverFinder::Describe(const Process& process, Leftover& leftover) const
 }
 
 std::vector<Leftover> LeftoverFinder::Find(const Snapshot& snapshot, bool only_known,
-                                           Milliseconds now, const Measure& measure) const
+                                           const Measure& measure) const
 {
     std::set<std::size_t> with_log;
     std::vector<std::size_t> candidates;
@@ -116,13 +113,13 @@ std::vector<Leftover> LeftoverFinder::Find(const Snapshot& snapshot, bool only_k
     }
     for (const Family& family : snapshot.families) {
         if (family.is_orphaned) {
-            AddFamily(snapshot, family, now, measure, leftovers);
+            AddFamily(snapshot, family, measure, leftovers);
         }
     }
     return leftovers;
 }
 
-void LeftoverFinder::AddFamily(const Snapshot& snapshot, const Family& family, Milliseconds now,
+void LeftoverFinder::AddFamily(const Snapshot& snapshot, const Family& family,
                                const Measure& measure, std::vector<Leftover>& leftovers) const
 {
     std::set<std::size_t> parents;
@@ -132,8 +129,8 @@ void LeftoverFinder::AddFamily(const Snapshot& snapshot, const Family& family, M
         }
     }
     for (const std::size_t i : family.supervisors) {
-        // Another one may be about to execute its program.
-        if (parents.count(i) != 0 || now - snapshot[i].start >= kSettled) {
+        // One that has not forked may be about to execute its program.
+        if (parents.count(i) != 0) {
             Leftover leftover;
             leftover.kind = LeftoverKind::kSupervisor;
             leftover.list = family.AbsoluteList();

@@ -32,7 +32,7 @@ public:
     void AddLog(const std::string& path);
 
     // The processes that were left behind. With `only_known`, only those of a list that was added.
-    std::vector<Leftover> Find(const Snapshot& snapshot, bool only_known, Milliseconds now,
+    std::vector<Leftover> Find(const Snapshot& snapshot, bool only_known,
                                const Measure& measure) const;
 
 private:
@@ -43,8 +43,8 @@ private:
         std::vector<std::string> names;
     };
 
-    void AddFamily(const Snapshot& snapshot, const Family& family, Milliseconds now,
-                   const Measure& measure, std::vector<Leftover>& leftovers) const;
+    void AddFamily(const Snapshot& snapshot, const Family& family, const Measure& measure,
+                   std::vector<Leftover>& leftovers) const;
     bool HasLog(const Process& process) const;
     bool Describe(const Process& process, Leftover& leftover) const;
 

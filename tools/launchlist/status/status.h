@@ -15,7 +15,7 @@ namespace launchlist {
 enum class ItemState
 {
     kRunning,
-    kStarting,      // Its child was forked, and has not executed the program yet.
+    kStarting,      // Its child is about to be forked, or has not executed the program yet.
     kBetweenRuns,   // It ended and is about to be restarted.
     kFailing,       // Its children cannot execute the program.
     kAbandoned,     // Its supervisor could not fork, and does not try again.

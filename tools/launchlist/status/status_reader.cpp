@@ -280,9 +280,9 @@ Status StatusReader::Read(Milliseconds now)
                                                        list.items, list.error, list.file));
         }
     }
-    status.leftovers =
-        finder.Find(snapshot, m_list.has_value(), now,
-                    [&reader](const Process& process) { return reader.Measure(process); });
+    status.leftovers = finder.Find(snapshot, m_list.has_value(), [&reader](const Process& process) {
+        return reader.Measure(process);
+    });
     m_previous = now;
     m_cpu.clear();
     for (std::size_t i = 0; i < snapshot.Size(); ++i) {

@@ -138,15 +138,29 @@ TEST_F(DecideItemsTest, TheLogTellsTheItemOfASupervisor)
     const LauncherStatus launcher = Decide(Start(4000, "b", 31) + End(300000, "a"));
     EXPECT_EQ(launcher.items[0].state, ItemState::kUnknown);
     EXPECT_EQ(launcher.items[1].state, ItemState::kFailing);
-    EXPECT_EQ(launcher.items[1].supervisors, 3U);
+    EXPECT_EQ(launcher.items[1].supervisors, 2U) << "the last one has not forked";
     EXPECT_EQ(launcher.supervisors[0].item, 1);
     EXPECT_EQ(launcher.supervisors[2].item, 1);
+}
+
+TEST_F(DecideItemsTest, AChildFailsOnlyIfItForksOrWritesToTheLog)
+{
+    m_evidence.items = {Item(0, "a")};
+    m_evidence.supervisors = {Child(30, kLauncher, 300000)};
+    EXPECT_EQ(StateWith("").first, ItemState::kStarting);
+    EXPECT_EQ(StateWith(Start(200000, "a", 30)).first, ItemState::kFailing);
+    m_evidence.supervisors.push_back(Child(31, 30, 0));
+    const LauncherStatus launcher = Decide("");
+    EXPECT_EQ(launcher.items[0].state, ItemState::kFailing);
+    EXPECT_EQ(launcher.items[0].supervisors, 1U);
+    EXPECT_TRUE(launcher.supervisors[0].has_failed);
+    EXPECT_FALSE(launcher.supervisors[1].has_failed);
 }
 
 TEST_F(DecideItemsTest, DoesNotEliminateWhereAnythingIsUncertain)
 {
     m_evidence.items = {Item(0, "a")};
-    m_evidence.supervisors = {Child(30)};
+    m_evidence.supervisors = {Child(30), Child(31, 30)};
     EXPECT_EQ(StateWith("").first, ItemState::kFailing);
     m_evidence.list_may_have_changed = true;
     EXPECT_EQ(StateWith("").first, ItemState::kUnknown);

@@ -406,7 +406,7 @@ class Hostile(StatusTest):
                 [LAUNCHLIST, "status", "--json"], stdout=subprocess.PIPE, stderr=subprocess.PIPE
             )
             time.sleep(0.002 * (number % 15))  # another moment each time
-            os.killpg(launcher.pid, signal.SIGKILL)
+            launcher.send(signal.SIGKILL)  # It may have no process group yet.
             output, errors = running.communicate()
             self.assertEqual(b"", errors)
             status = json.loads(output)

@@ -130,12 +130,19 @@ show_report() {
     say "The same report as a page: $page"
 }
 
+# The exit status is 1 while an item is being restarted.
+show_status() {
+    say "What is running (launchlist status):"
+    "$contents/MacOS/launchlist" status "$list" || true
+}
+
 show_examples() {
     local indexer thumbnailer
     say "Three helpers start."
     wait_for_child sync_agent >/dev/null
     indexer=$(wait_for_child indexer)
     thumbnailer=$(wait_for_child thumbnailer)
+    show_status
     sleep 1
 
     say "The thumbnailer crashes and is restarted (status 6: signal 6)."
@@ -145,6 +152,7 @@ show_examples() {
     say "The indexer is killed from outside and restarted: kill -9 $indexer"
     kill -KILL "$indexer"
     wait_for_child indexer "$indexer" >/dev/null
+    show_status
     sleep 3
 
     say "SIGTERM stops the launcher and its helpers."

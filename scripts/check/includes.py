@@ -30,8 +30,10 @@ LAUNCHLIST_LAYERS = {
     "base": set(),
     "list": {"base"},
     "log": {"base"},
-    "output": {"base", "list", "log"},
-    "commands": {"base", "list", "log", "output"},
+    "processes": {"base"},
+    "status": {"base", "list", "log", "processes"},
+    "output": {"base", "list", "log", "status"},
+    "commands": {"base", "list", "log", "processes", "status", "output"},
 }
 FREE = {"bench", "examples", "tests"}
 
@@ -103,6 +105,8 @@ class SelfTest(unittest.TestCase):
         ("tools/launchlist/log/a.cpp", "tools/launchlist/base/text.h"),
         ("tools/launchlist/output/a.cpp", "tools/launchlist/list/check.h"),
         ("tools/launchlist/commands/a.cpp", "tools/launchlist/output/report.h"),
+        ("tools/launchlist/status/a.cpp", "tools/launchlist/processes/processes.h"),
+        ("tools/launchlist/output/a.cpp", "tools/launchlist/status/status.h"),
         ("tools/launchlist/main.cpp", "tools/launchlist/commands/a.h"),
         ("tools/launchlist/list/a.cpp", "launcher/launch_item.h"),
         ("tests/qv7log/a_test.cpp", "qv7log/private.h"),
@@ -124,6 +128,8 @@ class SelfTest(unittest.TestCase):
         ("tools/launchlist/log/a.cpp", "tools/launchlist/list/check.h"),
         ("tools/launchlist/log/a.cpp", "tools/launchlist/output/report.h"),
         ("tools/launchlist/list/a.cpp", "tools/launchlist/main.h"),
+        ("tools/launchlist/processes/a.cpp", "tools/launchlist/log/log_time.h"),
+        ("tools/launchlist/output/a.cpp", "tools/launchlist/processes/processes.h"),
         ("tools/launchlist/output/a.cpp", "tools/launchlist/commands/a.h"),
         ("launcher/a.cpp", "tests/support/fake.h"),
         ("launcher/a.cpp", "child_proc.h"),

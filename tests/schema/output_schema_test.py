@@ -1,8 +1,9 @@
 """Validates the JSON output of launchlist against its published schemas.
 
-    output_schema_test.py LAUNCHLIST SCHEMAS LISTS
+    output_schema_test.py LAUNCHLIST SCHEMAS LISTS STATUS
 
-SCHEMAS contains check.schema.json and explain.schema.json; LISTS contains launch lists.
+SCHEMAS contains check.schema.json and so on; LISTS contains launch lists. STATUS is what a unit test
+proves to be the output of `status` for one of everything.
 """
 
 import json
@@ -47,6 +48,26 @@ class OutputSchema(unittest.TestCase):
         output["items"][3]["arguments"] = []
         self.assertFalse(explain.is_valid(output))
 
+    def test_every_kind_of_status_is_as_the_schema_says(self):
+        status = self.validator("status")
+        status.validate(json.loads(run("status", "--json")))
+        output = json.loads(STATUS.read_text(encoding="utf-8"))
+        status.validate(output)
+        launcher = output["launchers"][0]
+        states = {item["state"] for item in launcher["items"]}
+        schema = status.schema["$defs"]["item"]["properties"]["state"]["enum"]
+        self.assertEqual(set(schema), states)
+        for broken in (
+            {**output, "format_version": 2},
+            {**output, "more": 1},
+            {**output, "launchers": [{**launcher, "pid": "100"}]},
+            {
+                **output,
+                "launchers": [{**launcher, "items": [{**launcher["items"][0], "process": None}]}],
+            },
+        ):
+            self.assertFalse(status.is_valid(broken))
+
     def test_the_schema_is_not_empty(self):
         check, explain = self.validator("check"), self.validator("explain")
         self.assertFalse(check.is_valid({"format_version": 1}))
@@ -59,5 +80,5 @@ class OutputSchema(unittest.TestCase):
 
 if __name__ == "__main__":
     LAUNCHLIST = sys.argv[1]
-    SCHEMAS, LISTS = map(pathlib.Path, sys.argv[2:])
+    SCHEMAS, LISTS, STATUS = map(pathlib.Path, sys.argv[2:])
     unittest.main(argv=sys.argv[:1])

@@ -104,6 +104,10 @@ MISTAKES = [
         "report logs/mixed --since 2026-11-22 --until 2026-11-21",
         "--until 2026-11-21 is earlier than --since 2026-11-22",
     ),
+    ("status one two", "not expected: two"),
+    ("status --watch 0", 'invalid number of seconds "0"; use 0.1 to 86400'),
+    ("status --watch 100000", 'invalid number of seconds "100000"'),
+    ("status list --watch \x1b[1m", r'invalid number of seconds "\x1b[1m"'),
 ]
 
 # The lines of each help text, with runs of blanks joined, because CLI11 controls the layout.
@@ -114,6 +118,7 @@ HELPS = {
         check Find the mistakes in launch lists.
         explain Show what the launcher does with each item of a list.
         report Summarize from the log how often items ran, ended and crashed.
+        status Show which launchers and items are running.
         Example: launchlist check helpers.json && launchlist explain helpers.json
     """,
     "check": """
@@ -146,6 +151,17 @@ HELPS = {
         A log may be compressed by gzip.
         Exit status: 0 reported, 3 no log can be read or the output cannot be written,
         64 invalid arguments. Example: launchlist report --since 2h --html report.html
+    """,
+    "status": """
+        Show which launchers and items are running.
+        launchlist status [OPTIONS] [LIST]
+        Show only launchers with this list; default: all of this user
+        --json Print JSON, for programs
+        --watch [SECONDS] Print it again every SECONDS (default: 2), until Ctrl-C
+        Times are in UTC. CPU is the share of one processor since the process was started; with
+        --watch, since the status before. Memory is what is resident.
+        Exit status: 0 all items run, 1 some do not, or it is unknown, 3 no launcher runs, or the
+        processes cannot be listed. Example: launchlist status helpers.json --watch 5
     """,
 }
 
@@ -285,6 +301,7 @@ class CommandLine(unittest.TestCase):
         if not os.path.exists("/dev/full"):
             self.skipTest("no /dev/full")
         helps = ["--help", "--version", "check --help", "explain --help", "report --help"]
+        helps += ["status", "status --help", "status --json", "status --watch 1"]
         for arguments in (
             *("check lists/good.json", "explain lists/good.json", "report logs/mixed"),
             *("report --json logs/mixed", *helps),

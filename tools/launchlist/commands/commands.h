@@ -10,5 +10,6 @@ namespace launchlist {
 Command AddCheckCommand(CLI::App& app);
 Command AddExplainCommand(CLI::App& app);
 Command AddReportCommand(CLI::App& app);
+Command AddStatusCommand(CLI::App& app);
 
 }  // namespace launchlist

@@ -5,9 +5,11 @@
 #pragma once
 
 #include <cstddef>
+#include <set>
 #include <string>
 #include <vector>
 
+#include "json/json_object.h"
 #include "launcher/supervision.h"
 
 namespace launchlist {
@@ -31,6 +33,16 @@ inline std::size_t CountOf(const ArgumentVector& arguments)
     }
     return count;
 }
+
+// The numbers below `count` of the arguments that "args" of `item` holds. Throws if it is neither
+// an object nor null and `count` is above 0.
+std::set<int> FindArguments(JsonObject& item, int count);
+
+// Appends the first `count` arguments of `item`, of which "args" holds those in `given`. Only these
+// are looked up: the lookup of a missing one adds it to the list. Throws if one cannot be
+// converted.
+void AppendArguments(JsonObject& item, int count, const std::set<int>& given,
+                     ArgumentVector& arguments);
 
 // What the child's own calls may need of that stack while the vector lies on it: thread-local data,
 // the frames of the supervisor and those of the JSON library.

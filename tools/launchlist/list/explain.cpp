@@ -48,37 +48,6 @@ int ReadCount(JsonObject& json, std::string& problem)
     return count;
 }
 
-// Appends the first `count` arguments to those of `item`. Looks up only those that "args" holds:
-// the lookup of a missing one adds it to the list. Throws if the child would abort; the item's
-// problem then says why.
-void AppendArguments(JsonObject& json, int count, ExplainedItem& item)
-{
-    if (count <= 0) {
-        return;
-    }
-    item.problem = problems::kArgsType;
-    std::set<int> given;
-    for (const std::string& key : json["args"].GetKeys()) {
-        if (IsPlainNumber(key) && key.size() <= 9 && std::stoi(key) < count) {
-            given.insert(std::stoi(key));
-        }
-    }
-    item.problem = problems::kArgumentType;
-    ArgumentVector& arguments = *item.arguments;
-    int next = 0;
-    const auto append_missing = [&](int end) {
-        if (next < end) {
-            arguments.push_back({"", static_cast<std::size_t>(end - next)});
-        }
-    };
-    for (const int index : given) {
-        append_missing(index);
-        arguments.push_back({ItemArgument(json, index)});
-        next = index + 1;
-    }
-    append_missing(count);
-}
-
 // The arguments of an item whose program is not empty. Throws if the child would abort.
 void ExplainArguments(JsonObject& json, ExplainedItem& item, ProgramFiles& files)
 {
@@ -102,7 +71,10 @@ void ExplainArguments(JsonObject& json, ExplainedItem& item, ProgramFiles& files
     if (count >= 0) {
         item.arguments->push_back({*item.program});
     }
-    AppendArguments(json, count, item);
+    item.problem = problems::kArgsType;
+    const std::set<int> given = FindArguments(json, count);
+    item.problem = problems::kArgumentType;
+    AppendArguments(json, count, given, *item.arguments);
     item.problem.clear();
     ExplainExecution(item, files);
     if (count == -1 && item.outcome == ItemOutcome::kRuns) {

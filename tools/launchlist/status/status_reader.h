@@ -1,0 +1,55 @@
+// Finds out what is running.
+//
+// The processes decide whether an item runs; the log explains why one does not, and counts
+// restarts. Both are read at slightly different times. What they do not say is unknown.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "tools/launchlist/processes/processes.h"
+#include "tools/launchlist/status/launcher_log.h"
+#include "tools/launchlist/status/listed_item.h"
+#include "tools/launchlist/status/status.h"
+
+namespace launchlist {
+
+class StatusReader
+{
+public:
+    // Reads about the launchers with this list only, if one is given; its path must be absolute.
+    StatusReader(ProcessTable& processes, std::optional<std::string> list)
+        : m_processes(processes), m_list(std::move(list))
+    {
+    }
+
+    // `now` is the present time. A later call reads of each log only what was added.
+    Status Read(Milliseconds now);
+
+private:
+    // A list as it was when its file was read.
+    struct ReadList
+    {
+        ListedItems items;
+        std::string error;
+        struct stat file = {};
+    };
+
+    const ReadList& ListAt(const std::string& path);
+
+    ProcessTable& m_processes;
+    const std::optional<std::string> m_list;
+    std::map<std::string, std::unique_ptr<LauncherLog>> m_logs;  // By path.
+    std::map<std::string, ReadList> m_lists;                     // By path.
+    // The time of the previous status and the processor time that each process had used by then, by
+    // its id and birth.
+    Milliseconds m_previous = 0;
+    std::map<std::pair<pid_t, std::uint64_t>, Milliseconds> m_cpu;
+};
+
+}  // namespace launchlist

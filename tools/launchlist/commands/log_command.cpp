@@ -165,34 +165,33 @@ Command AddLogCommand(CLI::App& app)
         app.add_subcommand("log", "Show the launcher's log in words, one line for each event.");
     const auto options = std::make_shared<Options>();
     parser->add_option("NAME", options->names, "Show only the events of these items");
-    CLI::Option* log =
-        parser
-            ->add_option("--file", options->log,
-                         "Read LOG and its old files LOG.1, LOG.2, ...; - is standard input; default: "
-                         "the log of this user's launcher")
-            ->type_name("LOG");
-    CLI::Option* follow =
-        parser->add_flag("-f,--follow", options->follows,
-                         "Wait for further events, also if there is no log yet; shows the last "
-                         "10 events first, unless -n or --since is given");
+    parser
+        ->add_option("--file", options->log,
+                     "Read LOG and its old files LOG.1, LOG.2, ...; - is standard input; default: the "
+                     "log of this user's launcher")
+        ->type_name("LOG");
+    parser->add_flag("-f,--follow", options->follows,
+                     "Wait for further events, also if there is no log yet; shows the last 10 events "
+                     "first, unless -n or --since is given");
     parser->add_option("-n,--lines", options->last, "Show only the last N events")->type_name("N");
     parser->add_option("--since", options->since, "Show the events from TIME on")
         ->type_name("TIME");
     parser->add_option("--until", options->until, "Show the events up to TIME")
-        ->type_name("TIME")
-        ->excludes(follow);
-    CLI::Option* raw =
-        parser->add_flag("--raw", options->is_raw, "Show the records as they are in the log");
-    parser->add_flag("--utc", options->is_utc, "Show and read times in UTC")->excludes(raw);
-    parser->callback([options, log, follow] {
+        ->type_name("TIME");
+    parser->add_flag("--raw", options->is_raw, "Show the records as they are in the log");
+    parser->add_flag("--utc", options->is_utc, "Show and read times in UTC");
+    parser->callback([options] {
         for (const std::string* moment : {&options->since, &options->until}) {
             const std::string problem = CheckMoment(*moment, options->GetZone());
             if (!moment->empty() && !problem.empty()) {
                 throw CLI::ValidationError(problem);
             }
         }
-        if (log->count() > 0 && options->log == "-" && follow->count() > 0) {
-            throw CLI::ValidationError("--file", "standard input cannot be followed");
+        if (options->follows && !options->until.empty()) {
+            throw CLI::ValidationError("--follow", "cannot be used with --until");
+        }
+        if (options->follows && options->log == "-") {
+            throw CLI::ValidationError("--follow", "standard input cannot be followed");
         }
     });
     parser->footer(

@@ -92,10 +92,15 @@ LogFollower::File* LogFollower::FindOpen(const FileId& id)
 bool LogFollower::OpenNewFiles(std::string& error)
 {
     struct stat status = {};
-    if (stat(m_path.c_str(), &status) != 0) {
+    int newest = stat(m_path.c_str(), &status);
+    if (newest != 0 && IsMissing(errno)) {
+        // A process may have been killed after it had renamed the log, or removed it.
+        newest = stat((m_path + ".1").c_str(), &status);
+    }
+    if (newest != 0) {
         return IsMissing(errno) || Fail(error);
     }
-    if (!m_files.empty() && m_files.back().id == IdOf(status)) {
+    if (FindOpen(IdOf(status)) != nullptr) {
         return true;
     }
     std::vector<File> found;

@@ -199,6 +199,20 @@ TEST(LogFollower, FollowsSeveralRotationsBetweenTwoCalls)
     EXPECT_EQ(log.Next(), Entries{});
 }
 
+TEST(LogFollower, FollowsARotationThatIsNotCompleted)
+{
+    Follower log;
+    log.AppendStart("a");
+    EXPECT_EQ(log.Next(), Entries{"a"});
+    log.Rename("qv7log", "qv7log.2");
+    log.AppendStart("b", "qv7log.1");
+    EXPECT_EQ(log.Next(), Entries{"b"});
+    log.AppendStart("c");
+    EXPECT_EQ(log.Next(), Entries{"c"});
+    unlink(log.path.c_str());
+    EXPECT_EQ(log.Next(), Entries{});
+}
+
 TEST(LogFollower, PassesTheIncompleteEndOfAnOldFile)
 {
     Follower log;

@@ -82,9 +82,9 @@ int ShowLog(const std::string& path, EventQueue& queue, Output& output)
     LogSink sink;
     sink.on_file = [] {};
     sink.on_record = [&](const qv7log::Record& record, std::string_view raw) {
-        queue.AddRecord(record, raw, 0);
+        queue.AddRecord(record, raw);
     };
-    sink.on_unparsed = [&](const UnparsedEntry& entry) { queue.AddUnparsed(entry, 0); };
+    sink.on_unparsed = [&](const UnparsedEntry& entry) { queue.AddUnparsed(entry); };
     const std::vector<LogFile> files = ReadLogs({path}, sink);
     bool is_read = false;
     for (const LogFile& file : files) {
@@ -110,10 +110,10 @@ int FollowLog(const std::string& path, EventQueue& queue, Output& output)
     FollowSink sink;
     sink.on_file = [] {};
     sink.on_record = [&](const qv7log::Record& record, std::string_view raw) {
-        queue.AddRecord(record, raw, Now());
+        queue.AddRecord(record, raw);
     };
-    sink.on_unparsed = [&](const UnparsedEntry& entry) { queue.AddUnparsed(entry, Now()); };
-    sink.on_change = [&](LogChange change) { queue.AddChange(change, Now()); };
+    sink.on_unparsed = [&](const UnparsedEntry& entry) { queue.AddUnparsed(entry); };
+    sink.on_change = [&](LogChange change) { queue.AddChange(change); };
     sink.on_unreadable = [](const std::string& file, const std::string& error) {
         FailOn(file, error);
     };

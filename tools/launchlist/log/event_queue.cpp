@@ -49,12 +49,11 @@ bool EventQueue::IsWithin() const
            *m_last_time <= m_selection.until.value_or(*m_last_time);
 }
 
-void EventQueue::Push(Pending pending, std::string_view text, Milliseconds now)
+void EventQueue::Push(Pending pending, std::string_view text)
 {
     if (!IsWithin()) {
         return;
     }
-    pending.added = now;
     pending.text = text;
     m_pending.push_back(std::move(pending));
     if (m_selection.last && m_pending.size() > *m_selection.last) {
@@ -62,7 +61,7 @@ void EventQueue::Push(Pending pending, std::string_view text, Milliseconds now)
     }
 }
 
-void EventQueue::AddRecord(const qv7log::Record& record, std::string_view raw, Milliseconds now)
+void EventQueue::AddRecord(const qv7log::Record& record, std::string_view raw)
 {
     Pending pending;
     pending.time = ParseTimeStamp(record.time);
@@ -77,14 +76,14 @@ void EventQueue::AddRecord(const qv7log::Record& record, std::string_view raw, M
     if (event.kind == EventKind::kOther) {
         pending.entry = EntryKind::kOtherRecord;
         if (m_selection.names.empty()) {
-            Push(std::move(pending), raw, now);
+            Push(std::move(pending), raw);
         }
         return;
     }
     if (event.kind == EventKind::kRecordsLost) {
         // They may have been about any item.
         m_history.AddGap();
-        Push(std::move(pending), m_selection.is_raw ? raw : "", now);
+        Push(std::move(pending), m_selection.is_raw ? raw : "");
         return;
     }
     pending.place = m_history.Add(event, record.process, *pending.time);
@@ -92,28 +91,28 @@ void EventQueue::AddRecord(const qv7log::Record& record, std::string_view raw, M
     const bool is_selected =
         HasItem(event.kind) ? IsSelected(event.name) : m_selection.names.empty();
     if (is_selected) {
-        Push(std::move(pending), m_selection.is_raw ? raw : "", now);
+        Push(std::move(pending), m_selection.is_raw ? raw : "");
     }
 }
 
-void EventQueue::AddUnparsed(const UnparsedEntry& entry, Milliseconds now)
+void EventQueue::AddUnparsed(const UnparsedEntry& entry)
 {
     m_history.AddGap();
     if (m_selection.names.empty()) {
         Pending pending;
         pending.entry = EntryKind::kUnparsed;
         pending.line = FileName(entry.path) + ":" + std::to_string(entry.line);
-        Push(std::move(pending), entry.text, now);
+        Push(std::move(pending), entry.text);
     }
 }
 
-void EventQueue::AddChange(LogChange change, Milliseconds now)
+void EventQueue::AddChange(LogChange change)
 {
     m_history.AddGap();
     Pending pending;
     pending.entry =
         change == LogChange::kTruncated ? EntryKind::kTruncated : EntryKind::kReplaced;
-    Push(std::move(pending), "", now);
+    Push(std::move(pending), "");
 }
 
 void EventQueue::Release(Milliseconds now, bool is_growing,
@@ -129,8 +128,10 @@ void EventQueue::Release(Milliseconds now, bool is_growing,
         LogEvent event;
         if (pending.entry == EntryKind::kLauncherRecord) {
             const History::Knowledge known = m_history.KnowledgeOf(pending.kind, pending.place);
-            const bool is_new = now >= pending.added && now - pending.added < kSettled;
-            if (is_growing && known.may_change && is_new && !m_selection.is_raw) {
+            // No longer than that, even if the clock was set back.
+            const bool is_open = known.open_until && now < *known.open_until &&
+                                 *known.open_until - now <= kSettled;
+            if (is_growing && is_open && !m_selection.is_raw) {
                 return;
             }
             if (known.launcher != History::kNone) {

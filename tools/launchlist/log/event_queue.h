@@ -71,13 +71,13 @@ class EventQueue
 public:
     explicit EventQueue(EventSelection selection);
 
-    // Entries must be added in their order. `now` is the present time.
-    void AddRecord(const qv7log::Record& record, std::string_view raw, Milliseconds now);
-    void AddUnparsed(const UnparsedEntry& entry, Milliseconds now);
-    void AddChange(LogChange change, Milliseconds now);
+    // Entries must be added in their order.
+    void AddRecord(const qv7log::Record& record, std::string_view raw);
+    void AddUnparsed(const UnparsedEntry& entry);
+    void AddChange(LogChange change);
 
-    // Removes events from the front and passes them to `show`. With `is_growing`, an event whose
-    // outcome further records may show stays for a second after it was added, and so do all after it.
+    // Removes events from the front and passes them to `show`. With `is_growing`, an event of
+    // the last second whose outcome further records may show stays, and so do all after it.
     void Release(Milliseconds now, bool is_growing,
                  const std::function<void(const LogEvent&)>& show);
 
@@ -99,14 +99,13 @@ private:
         std::int64_t child = 0;
         std::uint64_t number = 0;
         History::Place place;
-        Milliseconds added = 0;
         std::string text;
         std::string line;
     };
 
     bool IsSelected(std::string_view name) const;
     bool IsWithin() const;
-    void Push(Pending pending, std::string_view text, Milliseconds now);
+    void Push(Pending pending, std::string_view text);
     void ForgetHistory();
 
     EventSelection m_selection;

@@ -631,13 +631,18 @@ History::Knowledge History::KnowledgeOf(EventKind kind, const Place& place) cons
     if (kind == EventKind::kStart) {
         // A process that writes about a second item is another launcher.
         knowledge.is_continued = writer.parent != kNone && run.is_first;
-        knowledge.may_change = knowledge.is_continued;
+        if (knowledge.is_continued) {
+            knowledge.open_until = *run.start + kSettled;
+        }
         return knowledge;
     }
     knowledge.is_restarted = run.down_until && run.ended_by != EndedBy::kLauncher;
     const Supervision& supervision = *writer.Find(place.item);
-    knowledge.may_change = writer.writes_starts && supervision.last == place.run &&
-                           supervision.run == kNone && supervision.gaps == m_gaps;
+    // Then DecideEnd and DecideCauses have seen enough.
+    if (writer.writes_starts && supervision.last == place.run && supervision.run == kNone &&
+        supervision.gaps == m_gaps && writer.last - supervision.last_end < kSettled) {
+        knowledge.open_until = writer.last + kSettled;
+    }
     return knowledge;
 }
 

@@ -44,7 +44,8 @@ public:
         const Run* run = nullptr;    // With a run.
         bool is_restarted = false;   // An end: its supervisor started the program again.
         bool is_continued = false;   // A start: the child that could not execute the program wrote it.
-        bool may_change = false;     // An event within the next second may show more.
+        // Until this time, a further record may show more. Nothing: all is known.
+        std::optional<Milliseconds> open_until;
         std::size_t launcher = kNone;
         std::int64_t launcher_process = 0;
     };

@@ -19,14 +19,13 @@ class Queue
 public:
     explicit Queue(EventSelection selection = {}) : m_queue(std::move(selection)) {}
 
-    // Adds the entries at the time `now`.
-    Queue& Add(const LogText& log, Milliseconds now = 0)
+    Queue& Add(const LogText& log)
     {
         LogSink sink;
         sink.on_record = [&](const qv7log::Record& record, std::string_view raw) {
-            m_queue.AddRecord(record, raw, At(now));
+            m_queue.AddRecord(record, raw);
         };
-        sink.on_unparsed = [&](const UnparsedEntry& entry) { m_queue.AddUnparsed(entry, At(now)); };
+        sink.on_unparsed = [&](const UnparsedEntry& entry) { m_queue.AddUnparsed(entry); };
         std::string_view bytes = log.Text();
         std::size_t line = 1;
         PassEntries("/logs/qv7log", true, bytes, line, sink);
@@ -128,10 +127,10 @@ TEST(EventQueue, WaitsForTheRestartOfALogThatGrows)
     Queue queue;
     LogText log;
     log.Start(0, kLauncher, "a").End(3000, kLauncher, "a", 201, kExit3);
-    queue.Add(log, 3000);
+    queue.Add(log);
     EXPECT_EQ(NamesOf(queue.Release(3010, true)), Names{"a"});
     EXPECT_EQ(NamesOf(queue.Release(3999, true)), Names{});
-    queue.Add(LogText().Start(3050, kLauncher, "a"), 3999);
+    queue.Add(LogText().Start(3050, kLauncher, "a"));
     const std::vector<LogEvent> events = queue.Release(3999, true);
     ASSERT_EQ(events.size(), 2U);
     EXPECT_TRUE(events[0].is_restarted);
@@ -142,9 +141,9 @@ TEST(EventQueue, ForgetsThatAProgramSeemedToBeStoppedWhenItIsRestarted)
     Queue queue;
     LogText log;
     log.Start(0, kLauncher, "a").End(3000, kLauncher, "a", 201, kKilled);
-    queue.Add(log, 3000);
+    queue.Add(log);
     EXPECT_EQ(NamesOf(queue.Release(3999, true)), Names{"a"});
-    queue.Add(LogText().Start(3050, kLauncher, "a"), 3999);
+    queue.Add(LogText().Start(3050, kLauncher, "a"));
     const std::vector<LogEvent> events = queue.Release(3999, true);
     ASSERT_EQ(events.size(), 2U);
     EXPECT_TRUE(events[0].is_restarted);
@@ -154,10 +153,9 @@ TEST(EventQueue, ForgetsThatAProgramSeemedToBeStoppedWhenItIsRestarted)
 TEST(EventQueue, WaitsForARestartForASecond)
 {
     Queue queue;
-    queue.Add(
-        LogText().Start(0, kLauncher, "a").End(3000, kLauncher, "a", 201, kKilled).End(3000, 7, "b",
-                                                                                     8, 0),
-        3000);
+    LogText log;
+    log.Start(0, kLauncher, "a").End(3000, kLauncher, "a", 201, kKilled).End(3000, 7, "b", 8, 0);
+    queue.Add(log);
     EXPECT_EQ(queue.Release(3999, true).size(), 1U);
     const std::vector<LogEvent> events = queue.Release(4000, true);
     // The event after it had to wait as well.
@@ -165,17 +163,48 @@ TEST(EventQueue, WaitsForARestartForASecond)
     EXPECT_FALSE(events[0].is_restarted);
 }
 
+// The end of a stop is recognised a second after its last record.
+TEST(EventQueue, WaitsForTheWholeStop)
+{
+    Queue queue;
+    LogText log;
+    log.Start(0, kLauncher, "a").Start(1, kLauncher, "b").Start(2, kLauncher, "c");
+    queue.Add(log.End(5000, kLauncher, "a", 201, kKilled).End(5051, kLauncher, "b", 202, kKilled));
+    EXPECT_EQ(queue.Release(5100, true).size(), 3U);
+    queue.Add(LogText().End(5900, kLauncher, "c", 203, kKilled));
+    EXPECT_EQ(queue.Release(6899, true).size(), 0U);
+    const std::vector<LogEvent> events = queue.Release(6900, true);
+    ASSERT_EQ(events.size(), 3U);
+    for (const LogEvent& event : events) {
+        EXPECT_EQ(event.run->ended_by, EndedBy::kLauncher);
+    }
+}
+
+TEST(EventQueue, WaitsNoLongerWhileTheLauncherKeepsWriting)
+{
+    Queue queue;
+    LogText log;
+    log.Start(0, kLauncher, "a").Start(1, kLauncher, "b").End(2000, kLauncher, "a", 201, kKilled);
+    for (int i = 0; i < 11; ++i) {
+        log.End(2000 + 100 * i, kLauncher, "b", 202, kExit3);
+        log.Start(2050 + 100 * i, kLauncher, "b");
+    }
+    const std::vector<LogEvent> events = queue.Add(log).Release(3060, true);
+    ASSERT_EQ(events.size(), 25U);
+    EXPECT_EQ(events[2].run->ended_by, EndedBy::kLauncher);
+}
+
 TEST(EventQueue, DoesNotWaitWhereStartsAreNotLogged)
 {
     Queue queue;
-    queue.Add(LogText().End(3000, kLauncher, "a", 201, kExit3), 3000);
+    queue.Add(LogText().End(3000, kLauncher, "a", 201, kExit3));
     EXPECT_EQ(NamesOf(queue.Release(3000, true)), Names{"a"});
 }
 
 TEST(EventQueue, DoesNotWaitIfTheClockWasSetBack)
 {
     Queue queue;
-    queue.Add(LogText().Start(0, kLauncher, "a").End(3000, kLauncher, "a", 201, kExit3), 3000);
+    queue.Add(LogText().Start(0, kLauncher, "a").End(3000, kLauncher, "a", 201, kExit3));
     EXPECT_EQ(queue.Release(2000, true).size(), 2U);
 }
 
@@ -277,7 +306,7 @@ TEST(EventQueue, KeepsTheTextOfEveryEntryOfARawSelection)
     EventSelection selection;
     selection.is_raw = true;
     Queue queue(selection);
-    queue.Add(log, 3000);
+    queue.Add(log);
     // And shows it at once.
     std::string text;
     for (const LogEvent& event : queue.Release(3000, true)) {

@@ -155,8 +155,7 @@ std::string printable(const std::string& text)
 bool is_shown_as(const std::string& text, const std::string& wanted)
 {
     // Only a text with an escape is shown differently.
-    return text == wanted ||
-           (wanted.find('\\') != std::string::npos && wanted == printable(text));
+    return text == wanted || (wanted.find('\\') != std::string::npos && wanted == printable(text));
 }
 
 std::string quoted(const std::string& text)

@@ -41,7 +41,8 @@ Milliseconds Now();
 // For CLI11: "" if `text` is a time in `zone`, otherwise what is wrong with it.
 std::string CheckMoment(const std::string& text, Zone zone);
 
-// The time that an option names, which CheckMoment must accept; nothing for an option without a value.
+// The time that an option names, which CheckMoment must accept; nothing for an option without a
+// value.
 std::optional<Milliseconds> MomentOf(const std::string& text, Zone zone);
 
 // Whether --until, given as the text `until`, is earlier than --since. If so, reports that.

@@ -18,9 +18,8 @@ Value ValueOf(const CLI::Option& option)
     if (option.get_items_expected_max() == 0) {
         return value;
     }
-    value.is_repeatable =
-        option.get_multi_option_policy() == CLI::MultiOptionPolicy::TakeAll ||
-        option.get_items_expected_max() > 1;
+    value.is_repeatable = option.get_multi_option_policy() == CLI::MultiOptionPolicy::TakeAll ||
+                          option.get_items_expected_max() > 1;
     const std::string type = option.get_type_name();
     value.name = option.get_positional() ? option.get_name(true) : type.substr(type.find(':') + 1);
     value.kind = ValueKind::kOther;

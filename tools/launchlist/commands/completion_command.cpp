@@ -66,10 +66,9 @@ Words NamesOf(const std::vector<OptionWords>& options)
 // What bash suggests for a value, as the body of a case.
 std::string BashValue(const Value& value)
 {
-    return value.kind == ValueKind::kFile ? "files=yes"
-           : value.kind == ValueKind::kChoices
-               ? "words=" + ShellQuoted(Joined(value.choices, " "))
-               : ":";
+    return value.kind == ValueKind::kFile      ? "files=yes"
+           : value.kind == ValueKind::kChoices ? "words=" + ShellQuoted(Joined(value.choices, " "))
+                                               : ":";
 }
 
 std::string BashCommand(const CommandWords& command)
@@ -148,12 +147,14 @@ std::string ZshOption(const OptionWords& option)
     for (const std::string& name : names) {
         const bool has_value = option.value.kind != ValueKind::kNone;
         const bool is_long = name.compare(0, 2, "--") == 0;
-        const std::string exclusive = option.value.is_repeatable
-                                          ? "*"
-                                          : "(" + Joined(names, " ") + ")";
-        words += " \\\n                " +
-                 ShellQuoted(exclusive + name + (!has_value ? "" : is_long ? "=" : "+") + text +
-                             (has_value ? ZshValue(option.value) : ""));
+        const std::string exclusive =
+            option.value.is_repeatable ? "*" : "(" + Joined(names, " ") + ")";
+        words +=
+            " \\\n                " + ShellQuoted(exclusive + name +
+                                                  (!has_value ? ""
+                                                   : is_long  ? "="
+                                                              : "+") +
+                                                  text + (has_value ? ZshValue(option.value) : ""));
     }
     return words;
 }
@@ -197,7 +198,8 @@ _launchlist()
     shift words
     ((CURRENT--))
     case $words[1] in
-)" + cases + R"(    esac
+)" + cases +
+           R"(    esac
 }
 
 _launchlist "$@"
@@ -236,8 +238,8 @@ std::string FishOptions(const CommandWords& command, const std::string& line)
         for (const std::string& name : option.long_names) {
             names += " -l " + name;
         }
-        lines += line + names + FishValue(option.value) + " -d " + FishQuoted(option.description) +
-                 "\n";
+        lines +=
+            line + names + FishValue(option.value) + " -d " + FishQuoted(option.description) + "\n";
     }
     return lines;
 }

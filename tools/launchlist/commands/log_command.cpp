@@ -33,8 +33,8 @@ struct Options
 // How many events --follow shows at first, unless --lines or --since says otherwise.
 constexpr std::size_t kLastEvents = 10;
 
-// Between two checks of a log that grows, and of one that has not grown for a while. A check of an idle
-// log takes about ten system calls of microseconds.
+// Between two checks of a log that grows, and of one that has not grown for a while. A check of an
+// idle log takes about ten system calls of microseconds.
 constexpr Milliseconds kBusyPause = 50;
 constexpr Milliseconds kIdlePause = 500;
 
@@ -166,18 +166,19 @@ Command AddLogCommand(CLI::App& app)
     const auto options = std::make_shared<Options>();
     parser->add_option("NAME", options->names, "Show only the events of these items");
     parser
-        ->add_option("--file", options->log,
-                     "Read LOG and its old files LOG.1, LOG.2, ...; - is standard input; default: the "
-                     "log of this user's launcher")
+        ->add_option(
+            "--file", options->log,
+            "Read LOG and its old files LOG.1, LOG.2, ...; - is standard input; default: the "
+            "log of this user's launcher")
         ->type_name("LOG");
-    parser->add_flag("-f,--follow", options->follows,
-                     "Wait for further events, also if there is no log yet; shows the last 10 events "
-                     "first, unless -n or --since is given");
+    parser->add_flag(
+        "-f,--follow", options->follows,
+        "Wait for further events, also if there is no log yet; shows the last 10 events "
+        "first, unless -n or --since is given");
     parser->add_option("-n,--lines", options->last, "Show only the last N events")->type_name("N");
     parser->add_option("--since", options->since, "Show the events from TIME on")
         ->type_name("TIME");
-    parser->add_option("--until", options->until, "Show the events up to TIME")
-        ->type_name("TIME");
+    parser->add_option("--until", options->until, "Show the events up to TIME")->type_name("TIME");
     parser->add_flag("--raw", options->is_raw, "Show the records as they are in the log");
     parser->add_flag("--utc", options->is_utc, "Show and read times in UTC");
     parser->callback([options] {
@@ -195,7 +196,8 @@ Command AddLogCommand(CLI::App& app)
         }
     });
     parser->footer(
-        "TIME is a local time, \"2026-11-21 09:00\" or 09:00 for today, or an age: 90s, 15m, 2h, 3d.\n"
+        "TIME is a local time, \"2026-11-21 09:00\" or 09:00 for today, or an age: 90s, 15m, 2h, "
+        "3d.\n"
         "\"restarting\" is shown if the log proves it.\n"
         "Exit status: 0 shown, 3 the log cannot be read or mentions no item NAME, or the output\n"
         "cannot be written, 64 invalid arguments.\n"

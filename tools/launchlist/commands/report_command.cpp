@@ -105,8 +105,8 @@ int RunReport(Options options)
                                                 std::to_string(*options.filter.launcher));
     }
     std::string error;
-    if (!options.trace.empty() && !WriteTrace(options.trace, ReportTrace(report), report.files,
-                                              options.is_forced, error)) {
+    if (!options.trace.empty() &&
+        !WriteTrace(options.trace, ReportTrace(report), report.files, options.is_forced, error)) {
         return FailOn(options.trace, error);
     }
     if (!options.html.empty() && !WritePage(options.html, ReportHtml(report, level_file),
@@ -149,7 +149,8 @@ Command AddReportCommand(CLI::App& app)
         ->type_name("PID");
     parser->add_option("--sort", options->order, "The order of the items in text and JSON")
         ->check(CLI::IsMember(std::vector<std::string>(std::begin(kOrders), std::end(kOrders))));
-    parser->add_option("--fail-on", options->fail_on, "End with status 1 if an item has this problem")
+    parser
+        ->add_option("--fail-on", options->fail_on, "End with status 1 if an item has this problem")
         ->check(CLI::IsMember({"loop"}))
         ->expected(1)
         ->take_all();
@@ -157,7 +158,8 @@ Command AddReportCommand(CLI::App& app)
     parser->footer(
         "TIME is in UTC, 2026-11-21 or \"2026-11-21 02:26\", or an age: 90s, 15m, 2h, 3d.\n"
         "A log may be compressed by gzip.\n"
-        "Exit status: 0 reported, 1 --fail-on found a problem, 3 no log can be read, the log mentions\n"
+        "Exit status: 0 reported, 1 --fail-on found a problem, 3 no log can be read, the log "
+        "mentions\n"
         "no such item or launcher, or the output cannot be written, 64 invalid arguments.\n"
         "Example:\n  launchlist report --since 2h --html report.html");
     return {parser, [options] { return RunReport(*options); }};

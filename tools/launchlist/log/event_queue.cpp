@@ -110,8 +110,7 @@ void EventQueue::AddChange(LogChange change)
 {
     m_history.AddGap();
     Pending pending;
-    pending.entry =
-        change == LogChange::kTruncated ? EntryKind::kTruncated : EntryKind::kReplaced;
+    pending.entry = change == LogChange::kTruncated ? EntryKind::kTruncated : EntryKind::kReplaced;
     Push(std::move(pending), "");
 }
 
@@ -129,8 +128,8 @@ void EventQueue::Release(Milliseconds now, bool is_growing,
         if (pending.entry == EntryKind::kLauncherRecord) {
             const History::Knowledge known = m_history.KnowledgeOf(pending.kind, pending.place);
             // No longer than that, even if the clock was set back.
-            const bool is_open = known.open_until && now < *known.open_until &&
-                                 *known.open_until - now <= kSettled;
+            const bool is_open =
+                known.open_until && now < *known.open_until && *known.open_until - now <= kSettled;
             if (is_growing && is_open && !m_selection.is_raw) {
                 return;
             }

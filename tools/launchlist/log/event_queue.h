@@ -28,7 +28,8 @@ enum class EntryKind
     kReplaced         // or replaced.
 };
 
-// A process that keeps items running. Two launchers may have the same process id at different times.
+// A process that keeps items running. Two launchers may have the same process id at different
+// times.
 struct LauncherId
 {
     std::size_t number = 0;
@@ -39,9 +40,9 @@ struct LogEvent
 {
     EntryKind entry = EntryKind::kLauncherRecord;
     std::optional<Milliseconds> time;  // Only of a record.
-    std::string text;                  // The entry as it is in the log; only of other records, of what
-                                       // was not parsed, and in a raw selection.
-    std::string place;                 // "qv7log:12"; only of what was not parsed.
+    std::string text;   // The entry as it is in the log; only of other records, of what
+                        // was not parsed, and in a raw selection.
+    std::string place;  // "qv7log:12"; only of what was not parsed.
 
     // Of a launcher's record:
     EventKind kind = EventKind::kOther;
@@ -113,8 +114,8 @@ private:
     std::deque<Pending> m_pending;
     std::optional<Milliseconds> m_last_time;    // Of the last record.
     std::optional<Milliseconds> m_last_record;  // The latest time of a record.
-    std::size_t m_first_launcher = 0;  // The number of the history's first launcher.
-    std::size_t m_added = 0;           // Events in the history.
+    std::size_t m_first_launcher = 0;           // The number of the history's first launcher.
+    std::size_t m_added = 0;                    // Events in the history.
 };
 
 }  // namespace launchlist

@@ -227,8 +227,8 @@ std::size_t History::RootOf(std::size_t writer) const
     return writer;
 }
 
-// Notes that the supervisor of `run` started its program again at `time`. An earlier call of Decide may
-// have found that it did not.
+// Notes that the supervisor of `run` started its program again at `time`. An earlier call of Decide
+// may have found that it did not.
 void History::NoteRestart(Run& run, Milliseconds time)
 {
     run.down_until = time;
@@ -688,8 +688,7 @@ void History::Finish(Report& report, Milliseconds now, std::optional<std::int64_
         }
     }
     for (std::size_t i = 0; i < m_writers.size(); ++i) {
-        report.has_starts =
-            report.has_starts || (m_writers[i].writes_starts && IsOf(launcher, i));
+        report.has_starts = report.has_starts || (m_writers[i].writes_starts && IsOf(launcher, i));
     }
     const auto is_other_run = [&](const Run& run) { return !IsOf(launcher, run.launcher); };
     const auto is_other_writer = [&](std::size_t writer) { return !IsOf(launcher, writer); };

@@ -18,8 +18,8 @@ class History
 public:
     static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
 
-    // What an event concerned: indexes, or kNone. The run of a start or an end is the one that began
-    // or ended.
+    // What an event concerned: indexes, or kNone. The run of a start or an end is the one that
+    // began or ended.
     struct Place
     {
         std::size_t writer = kNone;
@@ -33,17 +33,18 @@ public:
     // Records may be missing here: some were lost, or a line could not be parsed.
     void AddGap() { ++m_gaps; }
 
-    // Decides how launchers and runs ended, as far as the events so far show it. The arguments are those
-    // of Finish. May be called again after further events.
+    // Decides how launchers and runs ended, as far as the events so far show it. The arguments are
+    // those of Finish. May be called again after further events.
     void Decide(Milliseconds last_record, Milliseconds now);
 
     // What is known about an event that was added before the last call of Decide.
     struct Knowledge
     {
-        std::string_view name;       // The item's.
-        const Run* run = nullptr;    // With a run.
-        bool is_restarted = false;   // An end: its supervisor started the program again.
-        bool is_continued = false;   // A start: the child that could not execute the program wrote it.
+        std::string_view name;      // The item's.
+        const Run* run = nullptr;   // With a run.
+        bool is_restarted = false;  // An end: its supervisor started the program again.
+        bool is_continued =
+            false;  // A start: the child that could not execute the program wrote it.
         // Until this time, a further record may show more. Nothing: all is known.
         std::optional<Milliseconds> open_until;
         std::size_t launcher = kNone;

@@ -87,8 +87,8 @@ LogFollower::File* LogFollower::FindOpen(const FileId& id)
     return found == m_files.end() ? nullptr : &*found;
 }
 
-// Opens the log and its old files, the newest first, up to one that is open already. A rotation only
-// moves files to higher numbers, so none is missed if the log is rotated meanwhile.
+// Opens the log and its old files, the newest first, up to one that is open already. A rotation
+// only moves files to higher numbers, so none is missed if the log is rotated meanwhile.
 bool LogFollower::OpenNewFiles(std::string& error)
 {
     struct stat status = {};

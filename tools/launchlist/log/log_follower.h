@@ -29,8 +29,8 @@ struct FollowSink : LogSink
 // rotated, truncated, removed or replaced. The log need not exist.
 //
 // The files stay open: a process that was writing while the log was rotated writes to the renamed
-// file, and what is in a removed file is still read. What was written and truncated between two calls
-// of Poll is missed.
+// file, and what is in a removed file is still read. What was written and truncated between two
+// calls of Poll is missed.
 class LogFollower
 {
 public:

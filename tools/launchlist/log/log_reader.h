@@ -40,9 +40,10 @@ struct LogSink
     std::function<void(const UnparsedEntry&)> on_unparsed;
 };
 
-// Passes the entries at the beginning of `bytes`, which are from the file `path`, to `sink` and removes
-// them from `bytes`. `line` is the number of the first line, and receives that of the next one. Without
-// `is_whole`, an entry at the end that has no line end is kept, because its writer may complete it.
+// Passes the entries at the beginning of `bytes`, which are from the file `path`, to `sink` and
+// removes them from `bytes`. `line` is the number of the first line, and receives that of the next
+// one. Without `is_whole`, an entry at the end that has no line end is kept, because its writer may
+// complete it.
 void PassEntries(const std::string& path, bool is_whole, std::string_view& bytes, std::size_t& line,
                  const LogSink& sink);
 

@@ -150,9 +150,8 @@ WallTime WallTimeOf(Milliseconds time, Zone zone)
     WallTime shown = {text.substr(0, kDateSize), text.substr(kDateSize + 1), "UTC"};
     if (zone == Zone::kLocal) {
         const Milliseconds minutes = std::abs(offset) / kMinute;
-        shown.zone +=
-            string_format("%c%02d:%02d", offset < 0 ? '-' : '+', static_cast<int>(minutes / 60),
-                          static_cast<int>(minutes % 60));
+        shown.zone += string_format("%c%02d:%02d", offset < 0 ? '-' : '+',
+                                    static_cast<int>(minutes / 60), static_cast<int>(minutes % 60));
     }
     return shown;
 }

@@ -21,8 +21,8 @@ enum class Zone
 };
 
 // What `--since` and `--until` take: a timestamp that may end after its day, minutes or seconds, or
-// a time of today ("09:00"), or "90s", "15m", "2h", "3d" before `now`. Times are in `zone`, or in UTC if they
-// end in "Z".
+// a time of today ("09:00"), or "90s", "15m", "2h", "3d" before `now`. Times are in `zone`, or in
+// UTC if they end in "Z".
 std::optional<Milliseconds> ParseMoment(const std::string& text, Milliseconds now,
                                         Zone zone = Zone::kUtc);
 

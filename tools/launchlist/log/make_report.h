@@ -22,7 +22,7 @@ struct ReportRange
 // What a report is about, besides its time.
 struct ReportFilter
 {
-    std::vector<std::string> names;        // Of items, as they are or as they are printed; empty: all.
+    std::vector<std::string> names;  // Of items, as they are or as they are printed; empty: all.
     std::optional<std::int64_t> launcher;  // A process id. Its records and the time of them.
 };
 

@@ -214,8 +214,8 @@ struct Report
     std::vector<Launcher> launchers;  // Those that touch the time of the report.
     std::vector<ItemReport> items;    // In the order in which the log first names them.
     std::optional<ItemOrder> order;   // Nothing: the usual one of each form of the report.
-    // Of the names that were asked for, those that the log does not mention; then also those that it
-    // mentions.
+    // Of the names that were asked for, those that the log does not mention; then also those that
+    // it mentions.
     std::vector<std::string> unknown_names;
     std::vector<std::string> known_names;
 };

@@ -56,8 +56,8 @@ std::string EndText(const LogEvent& event)
         text = ProcessText(event.child) + " of " + name +
                (run.lacks_program ? ", which has no program, " : ", which could not be executed, ");
     }
-    text += run.ended_by == EndedBy::kLauncher ? "was killed by its launcher"
-                                               : Verb(run.termination);
+    text +=
+        run.ended_by == EndedBy::kLauncher ? "was killed by its launcher" : Verb(run.termination);
     const auto length = run.Length();
     if (length && run.role != Role::kFailed) {
         text += " after " + FormatDuration(*length);
@@ -66,9 +66,9 @@ std::string EndText(const LogEvent& event)
     if (run.ended_by == EndedBy::kMaybeLauncher) {
         return text + ", perhaps by its launcher";
     }
-    return text + (event.is_restarted                                       ? "; restarting"
+    return text + (event.is_restarted                                  ? "; restarting"
                    : run.is_final && run.ended_by == EndedBy::kProgram ? "; not restarted"
-                                                                            : "");
+                                                                       : "");
 }
 
 std::string StartText(const LogEvent& event)

@@ -9,11 +9,12 @@
 
 namespace launchlist {
 
-// "thumbnailer was killed by SIGABRT after 3.0 s; restarting". Printable. Says only what the log shows.
+// "thumbnailer was killed by SIGABRT after 3.0 s; restarting". Printable. Says only what the log
+// shows.
 std::string EventText(const LogEvent& event);
 
-// Writes the lines of events, each with its time. A line in dashes precedes the first event of a day, of
-// another launcher, and of another offset from UTC.
+// Writes the lines of events, each with its time. A line in dashes precedes the first event of a
+// day, of another launcher, and of another offset from UTC.
 class EventLines
 {
 public:

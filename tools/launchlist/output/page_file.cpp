@@ -65,8 +65,8 @@ bool MayReplace(const std::string& path, const Kind& kind, const std::vector<Log
         return false;
     }
     if (!is_forced && status.st_size > 0 && !HasMark(path, kind.mark)) {
-        error = std::string("exists and is not a ") + kind.name +
-                " of launchlist; --force replaces it";
+        error =
+            std::string("exists and is not a ") + kind.name + " of launchlist; --force replaces it";
         return false;
     }
     return true;

@@ -50,8 +50,8 @@ Span SpanOf(const Run& run)
     return span;
 }
 
-// Writes the runs of one item. A viewer shows the events of one "tid" in one track, which it calls by
-// the "tid" if that is a text. There, events may nest, but not overlap.
+// Writes the runs of one item. A viewer shows the events of one "tid" in one track, which it calls
+// by the "tid" if that is a text. There, events may nest, but not overlap.
 class ItemTracks
 {
 public:

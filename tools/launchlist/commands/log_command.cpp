@@ -60,21 +60,29 @@ public:
         } else if (event.entry != EntryKind::kTruncated && event.entry != EntryKind::kReplaced) {
             m_text += (m_escapes ? printable(event.text) : event.text) + "\n";
         }
+        if (m_text.size() >= kMaxText) {
+            Flush();
+        }
     }
 
-    // Prints what was added; returns the exit status.
+    // Prints what was added; returns the exit status. After a failure nothing more is printed.
     int Flush()
     {
-        const int status = m_text.empty() ? kSuccess : Print(m_text, kSuccess);
+        if (m_status == kSuccess && !m_text.empty()) {
+            m_status = Print(m_text, kSuccess);
+        }
         m_text.clear();
-        return status;
+        return m_status;
     }
 
 private:
+    static constexpr std::size_t kMaxText = std::size_t{64} * 1024;
+
     const bool m_is_raw;
     const bool m_escapes;
     EventLines m_lines;
     std::string m_text;
+    int m_status = kSuccess;
 };
 
 int ShowLog(const std::string& path, EventQueue& queue, Output& output)

@@ -12,9 +12,6 @@ namespace {
 // How long the log may take to show what became of an event.
 constexpr Milliseconds kSettled = 1000;
 
-// The history of this many events takes about 100 MB.
-constexpr std::size_t kMaxHistory = 1000000;
-
 // Whether the record is about an item.
 bool HasItem(EventKind kind)
 {
@@ -29,7 +26,10 @@ std::string FileName(const std::string& path)
 
 }  // namespace
 
-EventQueue::EventQueue(EventSelection selection) : m_selection(std::move(selection)) {}
+EventQueue::EventQueue(EventSelection selection, std::size_t max_history)
+    : m_selection(std::move(selection)), m_max_history(max_history)
+{
+}
 
 bool EventQueue::IsSelected(std::string_view name) const
 {
@@ -157,11 +157,9 @@ void EventQueue::Release(Milliseconds now, bool is_growing,
     }
 }
 
-// Bounds the memory of a queue that follows a log for weeks. Afterwards, the length of each item's
-// present run is unknown.
 void EventQueue::ForgetHistory()
 {
-    if (m_added >= kMaxHistory) {
+    if (m_added >= m_max_history) {
         m_first_launcher += m_added;
         m_added = 0;
         m_history = History();

@@ -66,11 +66,16 @@ struct EventSelection
     bool is_raw = false;              // Every event has its text.
 };
 
+// The history of this many events takes about 100 MB.
+constexpr std::size_t kMaxHistory = 1000000;
+
 // Holds events until the log shows what became of them. Not thread-safe.
 class EventQueue
 {
 public:
-    explicit EventQueue(EventSelection selection);
+    // After `max_history` events it forgets the older ones, so that it can follow a log for weeks.
+    // Then the length of each item's present run is unknown.
+    explicit EventQueue(EventSelection selection, std::size_t max_history = kMaxHistory);
 
     // Entries must be added in their order.
     void AddRecord(const qv7log::Record& record, std::string_view raw);
@@ -110,6 +115,7 @@ private:
     void ForgetHistory();
 
     EventSelection m_selection;
+    const std::size_t m_max_history;
     History m_history;
     std::deque<Pending> m_pending;
     std::optional<Milliseconds> m_last_time;    // Of the last record.

@@ -59,22 +59,23 @@ bool LogFollower::Poll(std::string& error)
     for (File& file : m_files) {
         file.has_grown = false;
     }
-    // In this order, because a file's last records precede those of the file that replaced it.
-    for (File& file : m_files) {
-        if (!ReadNew(file, error)) {
-            return false;
-        }
-    }
-    const std::size_t known = m_files.size();
     if (!OpenNewFiles(error)) {
         return false;
     }
-    if (m_files.size() > known) {
-        for (File& file : m_files) {
-            if (!ReadNew(file, error)) {
-                return false;
-            }
+    // While a log is rotated, a thread may still write to the old file, and then to the new one.
+    // Reading the new one first keeps the order: the old one then contains all that precedes what
+    // was read.
+    for (auto file = m_files.rbegin(); file != m_files.rend(); ++file) {
+        if (!ReadNew(*file, error)) {
+            return false;
         }
+    }
+    for (File& file : m_files) {
+        if (file.is_replacement) {
+            file.is_replacement = false;
+            m_sink.on_change(LogChange::kReplaced);
+        }
+        PassRest(file, false);
     }
     CloseOldFiles();
     return true;
@@ -138,8 +139,8 @@ bool LogFollower::OpenNewFiles(std::string& error)
             found.push_back(std::move(file));
         }
     }
-    if (!m_files.empty() && known != &m_files.back()) {
-        m_sink.on_change(LogChange::kReplaced);
+    if (!m_files.empty() && known != &m_files.back() && !found.empty()) {
+        found.back().is_replacement = true;
     }
     m_files.insert(m_files.end(), std::make_move_iterator(found.rbegin()),
                    std::make_move_iterator(found.rend()));
@@ -216,7 +217,6 @@ bool LogFollower::ReadNew(File& file, std::string& error)
         }
         m_sink.on_file();
     }
-    PassRest(file, false);
     return true;
 }
 

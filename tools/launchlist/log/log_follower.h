@@ -63,6 +63,7 @@ private:
         std::string rest;      // Read, and not passed yet, because the last entry is incomplete.
         std::size_t line = 1;  // The number of the first line in `rest`.
         bool is_first_read = true;
+        bool is_replacement = false;  // Of the file before it, which was not rotated.
         bool has_grown = false;
         bool is_unlinked = false;
     };

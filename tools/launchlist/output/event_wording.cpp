@@ -106,9 +106,10 @@ std::string EventText(const LogEvent& event)
 {
     switch (event.entry) {
         case EntryKind::kOtherRecord:
-            // A record without its time is as the log library escaped it, unless another program
-            // imitated one.
-            return printable(event.text.substr(qv7log::kTimestampSize + 1));
+            // Another program may have imitated a record, so it may contain anything. A time that
+            // does not exist is shown as well.
+            return printable(event.time ? event.text.substr(qv7log::kTimestampSize + 1)
+                                        : event.text);
         case EntryKind::kUnparsed:
             return "not a record (" + printable(event.place) + "): \"" + printable(event.text) +
                    "\"";

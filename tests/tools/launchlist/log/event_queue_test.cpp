@@ -17,7 +17,10 @@ namespace {
 class Queue
 {
 public:
-    explicit Queue(EventSelection selection = {}) : m_queue(std::move(selection)) {}
+    explicit Queue(EventSelection selection = {}, std::size_t max_history = kMaxHistory)
+        : m_queue(std::move(selection), max_history)
+    {
+    }
 
     Queue& Add(const LogText& log)
     {
@@ -313,6 +316,26 @@ TEST(EventQueue, KeepsTheTextOfEveryEntryOfARawSelection)
         text += event.text + "\n";
     }
     EXPECT_EQ(text, log.Text());
+}
+
+TEST(EventQueue, ForgetsOldEvents)
+{
+    Queue queue({}, 2);
+    queue.Add(LogText().Start(0, kLauncher, "a"));
+    EXPECT_EQ(queue.All().size(), 1U);
+    EXPECT_TRUE(queue.All().empty());
+    queue.Add(LogText().Start(1, kLauncher, "b"));
+    const std::vector<LogEvent> before = queue.All();
+    ASSERT_EQ(before.size(), 1U);
+    EXPECT_TRUE(queue.All().empty());
+    queue.Add(LogText().End(3000, kLauncher, "a", 201, kExit3).Start(3050, kLauncher, "a"));
+    queue.Add(LogText().End(5050, kLauncher, "a", 201, kExit3));
+    const std::vector<LogEvent> events = queue.All();
+    ASSERT_EQ(events.size(), 3U);
+    EXPECT_FALSE(events[0].run->Length());
+    EXPECT_TRUE(events[0].is_restarted);
+    EXPECT_EQ(events[2].run->Length(), 2000);
+    EXPECT_GT(events[0].launcher->number, before[0].launcher->number);
 }
 
 // Whatever the log contains, its report and its events agree.

@@ -164,9 +164,12 @@ TEST(EventText, QuotesNamesThatCouldImitateItsWords)
 
 TEST(EventText, ShowsOtherEntriesWithoutControlCharacters)
 {
-    EXPECT_EQ(EventText(Entry(EntryKind::kOtherRecord,
-                              LogText::Time(0) + " INFO     indexer[77] news\\n\x1b[2J")),
-              "INFO     indexer[77] news\\n\\x1b[2J");
+    LogEvent event =
+        Entry(EntryKind::kOtherRecord, LogText::Time(0) + " INFO     indexer[77] news\\n\x1b[2J");
+    event.time = At(0);
+    EXPECT_EQ(EventText(event), "INFO     indexer[77] news\\n\\x1b[2J");
+    EXPECT_EQ(EventText(Entry(EntryKind::kOtherRecord, "2026-02-30T00:00:00.000Z INFO     a[7] b")),
+              "2026-02-30T00:00:00.000Z INFO     a[7] b");
     EXPECT_EQ(EventText(Entry(EntryKind::kUnparsed, "\x1b]0;owned\x07")),
               "not a record (qv7log:12): \"\\x1b]0;owned\\x07\"");
 }

@@ -223,6 +223,42 @@ TEST(EventQueue, RecognisesAStop)
     EXPECT_FALSE(events[2].is_restarted);
 }
 
+TEST(EventQueue, ForgetsThatTheLauncherSeemedToBeStopped)
+{
+    Queue queue;
+    queue.Add(LogText().Start(0, kLauncher, "a").End(1000, kLauncher, "a", 201, kKilled));
+    const std::vector<LogEvent> stopped = queue.Release(5000, true);
+    ASSERT_EQ(stopped.size(), 2U);
+    EXPECT_EQ(stopped[1].run->ended_by, EndedBy::kLauncher);
+    LogText log;
+    log.Start(6000, kLauncher, "b").Start(6001, kLauncher, "c");
+    log.End(7000, kLauncher, "b", 202, kKilled).Start(7500, 700, "d");
+    const std::vector<LogEvent> events = queue.Add(log).Release(9000, true);
+    ASSERT_EQ(events.size(), 4U);
+    EXPECT_EQ(events[2].run->ended_by, EndedBy::kMaybeLauncher);
+}
+
+TEST(EventQueue, ConcludesNothingFromRecordsThatMayBeMissing)
+{
+    const std::string lost =
+        LogText().Add(1500, "ERROR", kLauncher, "[QV7LOG    ] 1 records were lost").Text();
+    const struct
+    {
+        std::string gap;
+        EndedBy ended_by;
+    } kTable[] = {{"", EndedBy::kLauncher},
+                  {"foreign\n", EndedBy::kMaybeLauncher},
+                  {lost, EndedBy::kMaybeLauncher}};
+    for (const auto& row : kTable) {
+        LogText log;
+        log.Start(0, kLauncher, "a")
+            .Start(1, kLauncher, "b")
+            .End(1000, kLauncher, "a", 201, kKilled);
+        log.Raw(row.gap).End(3000, kLauncher, "b", 202, kExit3).Start(3050, kLauncher, "b");
+        EXPECT_EQ(Queue().Add(log).All()[2].run->ended_by, row.ended_by) << row.gap;
+    }
+}
+
 TEST(EventQueue, DoesNotTakeTheStartOfALaterItemOfTheSameNameForARestart)
 {
     LogText log;

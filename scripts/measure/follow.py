@@ -43,9 +43,10 @@ def main():
         total, sleeps = follow(sys.argv[1], path, 1 + seconds)
     idle = max(total - short, 0)
     share = idle / seconds
+    wakeups = (sleeps - short_sleeps) / seconds
     print(
         f"{seconds:.0f} s without a record: {1000 * idle:.1f} ms of CPU time "
-        f"({100 * share:.3f} % of a processor), {(sleeps - short_sleeps) / seconds:.1f} wake-ups a second"
+        f"({100 * share:.3f} % of a processor), {wakeups:.1f} wake-ups a second"
     )
     return 1 if share >= MAX_SHARE else 0
 

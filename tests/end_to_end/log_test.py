@@ -126,9 +126,7 @@ class Log(LauncherTest):
                 os.remove(self.starts_path)
 
     def test_programs_that_cannot_be_executed(self):
-        launcher = self.start(
-            numbered(item("bad", WORK + "/missing"), item("good", STAY, "good"))
-        )
+        launcher = self.start(numbered(item("bad", WORK + "/missing"), item("good", STAY, "good")))
         self.wait_for_starts(1, "good")
         self.wait_for(lambda: len(launcher.records()) >= 12, "a chain of processes")
         self.kill_all()
@@ -163,9 +161,7 @@ class Log(LauncherTest):
             "",
             "x 1 is killed. ret = 1, status = 9",
         ]
-        launcher = self.start(
-            numbered(*(item(name, STAY, str(i)) for i, name in enumerate(names)))
-        )
+        launcher = self.start(numbered(*(item(name, STAY, str(i)) for i, name in enumerate(names))))
         self.wait_for_starts(len(names))
         self.assertEqual(1, launcher.stop())
         text = launchlist("log", "--utc")

@@ -118,9 +118,9 @@ FAILURES = [
     ("log --file logs -f", 3, "logs: Is a directory"),
     ("log --file logs/mixed \x1b[1m", 3, r'logs/mixed: mentions no item "\x1b[1m"'),
     (
-        "log --file logs/mixed missin",
+        "log --file logs/mixed agents",
         3,
-        'logs/mixed: mentions no item "missin"; did you mean "missing"?',
+        'logs/mixed: mentions no item "agents"; did you mean "agent"?',
     ),
 ]
 
@@ -450,9 +450,7 @@ class CommandLine(unittest.TestCase):
     def test_a_trace_has_complete_events_only_and_a_track_for_each_item(self):
         with tempfile.TemporaryDirectory() as directory:
             path = pathlib.Path(directory) / "trace.json"
-            report = json.loads(
-                run("report", "--json", "logs/mixed", "--trace", str(path)).stdout
-            )
+            report = json.loads(run("report", "--json", "logs/mixed", "--trace", str(path)).stdout)
             trace = json.loads(path.read_text(encoding="utf-8"))
             # Our own trace may be replaced, and nothing else.
             self.assertEqual(0, run("report", "logs/mixed", "--trace", str(path)).returncode)

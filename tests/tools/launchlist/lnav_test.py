@@ -33,22 +33,32 @@ RECORDS = [
     ("trace", "indexer", "77", "", "", ""),
     ("debug", "indexer", "77", "", "", ""),
 ]
-LOG = r"""
-2026-11-21T02:00:00.100Z DEBUG    launcher[100] [LAUNCHER  ] Start to fork agent
-2026-11-21T02:00:00.101Z DEBUG    launcher[100] [LAUNCHER  ] Start to fork a is empty
-2026-11-21T02:00:00.102Z DEBUG    launcher[100] [LAUNCHER  ] Start to fork a 1 is killed. ret = 1, status = 9
-2026-11-21T02:00:00.103Z ERROR    launcher[100] [LAUNCHER  ] agent 4712 is killed. ret = 4712, status = 9
-2026-11-21T02:00:00.104Z ERROR    launcher[100] [LAUNCHER  ] Failed to fork x 1 is killed. ret = 1, status = 9 5 is killed. ret = 5, status = 768
-2026-11-21T02:00:00.105Z ERROR    launcher[100] [LAUNCHER  ] Failed to fork abandoned
-2026-11-21T02:00:00.106Z ERROR    launcher[100] [LAUNCHER  ] program path of no program is empty
-2026-11-21T02:00:00.107Z ERROR    launcher[100] [LAUNCHER  ] There is an item has no name.
-2026-11-21T02:00:00.108Z ERROR    launcher[100] [QV7LOG    ] 12 records were lost
-2026-11-21T02:00:00.109Z MESSAGE  indexer[77] [OTHER     ] news
-2026-11-21T02:00:00.110Z WARNING  indexer[77] [OTHER     ] news
-2026-11-21T02:00:00.111Z CRITICAL indexer[77] [OTHER     ] news
-2026-11-21T02:00:00.112Z VERBOSE  indexer[77] [OTHER     ] news
-2026-11-21T02:00:00.113Z DEBUG    indexer[77] [OTHER     ] news
-""".lstrip()
+# The level, program and text of each record.
+TEXTS = [
+    ("DEBUG", "launcher[100]", "[LAUNCHER  ] Start to fork agent"),
+    ("DEBUG", "launcher[100]", "[LAUNCHER  ] Start to fork a is empty"),
+    ("DEBUG", "launcher[100]", "[LAUNCHER  ] Start to fork a 1 is killed. ret = 1, status = 9"),
+    ("ERROR", "launcher[100]", "[LAUNCHER  ] agent 4712 is killed. ret = 4712, status = 9"),
+    (
+        "ERROR",
+        "launcher[100]",
+        "[LAUNCHER  ] Failed to fork x 1 is killed. ret = 1, status ="
+        " 9 5 is killed. ret = 5, status = 768",
+    ),
+    ("ERROR", "launcher[100]", "[LAUNCHER  ] Failed to fork abandoned"),
+    ("ERROR", "launcher[100]", "[LAUNCHER  ] program path of no program is empty"),
+    ("ERROR", "launcher[100]", "[LAUNCHER  ] There is an item has no name."),
+    ("ERROR", "launcher[100]", "[QV7LOG    ] 12 records were lost"),
+    ("MESSAGE", "indexer[77]", "[OTHER     ] news"),
+    ("WARNING", "indexer[77]", "[OTHER     ] news"),
+    ("CRITICAL", "indexer[77]", "[OTHER     ] news"),
+    ("VERBOSE", "indexer[77]", "[OTHER     ] news"),
+    ("DEBUG", "indexer[77]", "[OTHER     ] news"),
+]
+LOG = "".join(
+    f"2026-11-21T02:00:00.{100 + number}Z {level:8} {program} {text}\n"
+    for number, (level, program, text) in enumerate(TEXTS)
+)
 
 
 def lnav(directory, *arguments):

@@ -11,7 +11,7 @@ namespace {
 // A name with a blank could imitate the words after it, so it is quoted.
 std::string Named(const std::string& name)
 {
-    const std::string text = printable(name);
+    std::string text = printable(name);
     if (!text.empty() && text.find_first_of(" \"") == std::string::npos) {
         return text;
     }

@@ -50,7 +50,8 @@ int RunCommand(int argc, char** argv)
     app.require_subcommand(1);
     app.footer("Example:\n  launchlist check helpers.json && launchlist explain helpers.json");
     const std::vector<Command> commands = {AddCheckCommand(app), AddExplainCommand(app),
-                                           AddReportCommand(app), AddStatusCommand(app)};
+                                           AddLogCommand(app), AddReportCommand(app),
+                                           AddStatusCommand(app), AddCompletionCommand(app)};
 
     const std::string unknown = FindUnknownCommand(argc > 1 ? argv[1] : "", commands);
     if (!unknown.empty()) {

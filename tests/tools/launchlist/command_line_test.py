@@ -7,6 +7,7 @@ files with what LAUNCHLIST prints now: read the difference before you commit it.
 """
 
 import base64
+import collections
 import fcntl
 import gzip
 import hashlib
@@ -67,6 +68,24 @@ RUNS = [
         None,
         0,
     ),
+    (
+        "report_selected.txt",
+        "report logs/mixed --item missing --item crasher --launcher 100 --sort name --fail-on loop",
+        None,
+        1,
+    ),
+    ("report_launcher.json", "report --json logs/mixed --launcher 90 --fail-on loop", None, 0),
+    ("log.txt", "log --utc --file logs/mixed", None, 0),
+    ("log_color.txt", "log --utc --file logs/mixed -n 22", 80, 0),
+    ("log_names.txt", "log --utc --file logs/mixed agent missing", None, 0),
+    ("log_no_starts.txt", "log --utc --file logs/no_starts", None, 0),
+    ("log_raw.txt", "log --raw --file logs/mixed crasher --lines 3", None, 0),
+    (
+        "log_range.txt",
+        "log --utc --file logs/mixed --since 2026-11-21T02:00:09 --until 2026-11-21T02:00:10.100",
+        None,
+        0,
+    ),
 ]
 
 # The file with the expected page, and the logs that the page reports on.
@@ -84,6 +103,25 @@ FAILURES = [
     ("explain none", 3, "none: No such file or directory"),
     ("report none logs", 3, "none: No such file or directory"),
     ("report logs/empty --html none/page", 3, "none/page: No such file or directory"),
+    ("report logs/empty --trace none/trace", 3, "none/trace: No such file or directory"),
+    (
+        "report logs/mixed --item Crasher",
+        3,
+        'logs/mixed: mentions no item "Crasher"; did you mean "crasher"?',
+    ),
+    (
+        "report logs/mixed --launcher 91",
+        3,
+        "logs/mixed: mentions no launcher with the process id 91",
+    ),
+    ("log --file none", 3, "none: No such file or directory"),
+    ("log --file logs -f", 3, "logs: Is a directory"),
+    ("log --file logs/mixed \x1b[1m", 3, r'logs/mixed: mentions no item "\x1b[1m"'),
+    (
+        "log --file logs/mixed agents",
+        3,
+        'logs/mixed: mentions no item "agents"; did you mean "agent"?',
+    ),
 ]
 
 # Wrong arguments, and a part of the message; CLI11 adds the rest.
@@ -108,6 +146,18 @@ MISTAKES = [
     ("status --watch 0", 'invalid number of seconds "0"; use 0.1 to 86400'),
     ("status --watch 100000", 'invalid number of seconds "100000"'),
     ("status list --watch \x1b[1m", r'invalid number of seconds "\x1b[1m"'),
+    ("report logs/mixed --launcher x", "--launcher"),
+    ("report logs/mixed --sort size", "size not in {worst,log,name,"),
+    ("report logs/mixed --fail-on crash", "crash not in {loop}"),
+    ("log --since yesterday", 'invalid time "yesterday"; use 2026-11-21T02:26, 90s'),
+    ("log --until \x1b[1m", r'invalid time "\x1b[1m"'),
+    (
+        "log --since 2026-11-22 --until 2026-11-21",
+        "--until 2026-11-21 is earlier than --since 2026-11-22",
+    ),
+    ("log -n few", "--lines"),
+    ("log -f --until 2h", "--follow: cannot be used with --until"),
+    ("log -f --file -", "--follow: standard input cannot be followed"),
 ]
 
 # The lines of each help text, with runs of blanks joined, because CLI11 controls the layout.
@@ -117,6 +167,7 @@ HELPS = {
         --version
         check Find the mistakes in launch lists.
         explain Show what the launcher does with each item of a list.
+        log Show the launcher's log in words, one line for each event.
         report Summarize from the log how often items ran, ended and crashed.
         status Show which launchers and items are running.
         Example: launchlist check helpers.json && launchlist explain helpers.json
@@ -145,12 +196,34 @@ HELPS = {
         --since TEXT:TIME Report on the time from TIME on
         --until TEXT:TIME Report on the time up to TIME
         --html FILE Also write the report to FILE, as a web page
-        --force Let --html replace any regular file
+        --trace FILE Also write the runs to FILE, as a Chrome trace for Perfetto
+        --force Let --html and --trace replace any regular file
+        --item NAME Report on this item; can be repeated
+        --launcher PID Report on the launcher with this process id
+        The order of the items in text and JSON
+        End with status 1 if an item has this problem
         --json Print JSON, for programs
         TIME is in UTC, 2026-11-21 or "2026-11-21 02:26", or an age: 90s, 15m, 2h, 3d.
         A log may be compressed by gzip.
-        Exit status: 0 reported, 3 no log can be read or the output cannot be written,
-        64 invalid arguments. Example: launchlist report --since 2h --html report.html
+        Exit status: 0 reported, 1 --fail-on found a problem, 3 no log can be read, the log mentions
+        no such item or launcher, or the output cannot be written, 64 invalid arguments.
+        Example: launchlist report --since 2h --html report.html
+    """,
+    "log": """
+        Show the launcher's log in words, one line for each event.
+        launchlist log [OPTIONS] [NAME...]
+        Show only the events of these items
+        --file LOG Read LOG and its old files LOG.1, LOG.2, ...; - is standard input; default: the
+        log of this user's launcher
+        -f,--follow Wait for further events, also if there is no log yet; shows the last 10 events
+        -n,--lines N Show only the last N events
+        --since TIME Show the events from TIME on
+        --until TIME Show the events up to TIME
+        --raw Show the records as they are in the log
+        --utc Show and read times in UTC
+        TIME is a local time, "2026-11-21 09:00" or 09:00 for today, or an age: 90s, 15m, 2h, 3d.
+        Exit status: 0 shown, 3 the log cannot be read or mentions no item NAME, or the output
+        cannot be written, 64 invalid arguments. Example: launchlist log -f thumbnailer
     """,
     "status": """
         Show which launchers and items are running.
@@ -304,7 +377,8 @@ class CommandLine(unittest.TestCase):
         helps += ["status", "status --help", "status --json", "status --watch 1"]
         for arguments in (
             *("check lists/good.json", "explain lists/good.json", "report logs/mixed"),
-            *("report --json logs/mixed", *helps),
+            *("report --json logs/mixed", "log --file logs/mixed", "log --file logs/mixed -f"),
+            *helps,
         ):
             with self.subTest(arguments), open("/dev/full", "wb") as full:
                 result = run(*arguments.split(), stdout=full)
@@ -323,6 +397,7 @@ class CommandLine(unittest.TestCase):
         }
         page = (root / "docs/man/launchlist.1").read_text(encoding="utf-8")
         self.assertIn("PATH", variables)
+        variables.add("TZ")  # Read by localtime_r().
         self.assertEqual(variables, set(re.findall(r"^\.It Ev (\w+)$", page, re.MULTILINE)))
 
     def test_version(self):
@@ -389,6 +464,63 @@ class CommandLine(unittest.TestCase):
             self.assertEqual(3, damaged.returncode)
             self.assertIn(b"gzip cannot decompress it", damaged.stderr)
 
+    def test_a_trace_has_complete_events_only_and_a_track_for_each_item(self):
+        with tempfile.TemporaryDirectory() as directory:
+            path = pathlib.Path(directory) / "trace.json"
+            report = json.loads(run("report", "--json", "logs/mixed", "--trace", str(path)).stdout)
+            trace = json.loads(path.read_text(encoding="utf-8"))
+            # Our own trace may be replaced, and nothing else.
+            self.assertEqual(0, run("report", "logs/mixed", "--trace", str(path)).returncode)
+            path.write_text("precious", encoding="utf-8")
+            self.assertEqual(3, run("report", "logs/mixed", "--trace", str(path)).returncode)
+            self.assertEqual("precious", path.read_text(encoding="utf-8"))
+        events = trace["traceEvents"]
+        self.assertEqual({"X"}, {event["ph"] for event in events})
+        tracks = collections.defaultdict(list)
+        for event in events:
+            tracks[event["args"]["item"]].append(event)
+        self.assertEqual({item["name"] for item in report["items"]}, set(tracks))
+        for item in report["items"]:
+            with self.subTest(item["name"]):
+                runs = [event for event in tracks[item["name"]] if event["cat"] == "run"]
+                self.assertEqual(1, len({event["tid"] for event in tracks[item["name"]]}))
+                self.assertEqual({100}, {event["pid"] for event in tracks[item["name"]]})
+                # Two starts of "looper" and "agent" are the last that is known of them.
+                self.assertIn(len(runs) - item["ends"], (0, 1))
+                self.assertEqual(
+                    1000 * item["running_ms"], sum(event["dur"] for event in runs), runs
+                )
+                for before, after in zip(runs, runs[1:]):
+                    self.assertLessEqual(before["ts"] + before["dur"], after["ts"])
+        (first, *_) = tracks["crasher"]
+        self.assertEqual(
+            {
+                "name": "crasher: killed by SIGSEGV, core dumped",
+                "cat": "run",
+                "ph": "X",
+                "ts": 1795226401000000,
+                "dur": 350000,
+                "pid": 100,
+                "tid": "crasher",
+                "args": {"item": "crasher", "from": "2026-11-21T02:00:01.000Z"},
+            },
+            first,
+        )
+
+    def test_the_order_of_items(self):
+        def names(*options):
+            report = json.loads(run("report", "--json", "logs/mixed", *options).stdout)
+            return [item["name"] for item in report["items"]]
+
+        in_log = names()
+        self.assertEqual(in_log, names("--sort", "log"))
+        self.assertEqual(sorted(in_log, key=str.encode), names("--sort", "name"))
+        self.assertEqual("crasher", names("--sort", "crashes")[0])
+        self.assertEqual("agent", names("--sort", "median")[0])
+        self.assertNotEqual(in_log, names("--sort", "worst"))
+        for order in ("worst", "starts", "ends", "crashes", "restarts", "median", "down"):
+            self.assertEqual(sorted(in_log), sorted(names("--sort", order)))
+
     def test_reports_match_their_schema(self):
         if jsonschema is None:
             self.skipTest("no jsonschema")
@@ -422,6 +554,166 @@ class CommandLine(unittest.TestCase):
         if result.returncode != 0:  # There may be one.
             self.assertEqual(3, result.returncode)
             self.assertRegex(result.stderr.decode(), "^launchlist: /.*/qv7log: .+\n$")
+
+
+class Follow(unittest.TestCase):
+    """Runs `launchlist log -f` on a log that the test writes."""
+
+    def setUp(self):
+        directory = tempfile.TemporaryDirectory()
+        self.addCleanup(directory.cleanup)
+        self.path = pathlib.Path(directory.name) / "logs" / "qv7log"
+        self.output = b""
+
+    def follow(self, *arguments):
+        # pylint: disable=consider-using-with
+        process = subprocess.Popen(
+            [LAUNCHLIST, "log", "-f", "--utc", "--file", str(self.path), *arguments],
+            env=ENVIRONMENT,
+            stdin=subprocess.DEVNULL,
+            stdout=subprocess.PIPE,
+            stderr=subprocess.PIPE,
+        )
+        os.set_blocking(process.stdout.fileno(), False)
+
+        def end():
+            process.kill()
+            process.wait()
+            process.stdout.close()
+            process.stderr.close()
+
+        self.addCleanup(end)
+        return process
+
+    def read(self, process):
+        self.output += process.stdout.read() or b""
+        return self.output.decode()
+
+    def wait_for(self, process, condition):
+        """Polls until the output fulfils the condition, and returns it."""
+        end = time.monotonic() + 20
+        while not condition(self.read(process)):
+            if time.monotonic() > end:
+                self.fail(f"timed out; printed {self.output[-1000:]!r}")
+            time.sleep(0.01)
+        return self.output.decode()
+
+    def append(self, text, suffix=""):
+        self.path.parent.mkdir(exist_ok=True)
+        with open(str(self.path) + suffix, "a", encoding="utf-8") as file:
+            file.write(text)
+
+    @staticmethod
+    def start(name, second=0, launcher=100):
+        return (
+            f"2026-11-21T02:00:{second:02}.000Z DEBUG    launcher[{launcher}] "
+            f"[LAUNCHER  ] Start to fork {name}\n"
+        )
+
+    @staticmethod
+    def end(name, wait_status, second=0, launcher=100):
+        return (
+            f"2026-11-21T02:00:{second:02}.000Z ERROR    launcher[{launcher}] "
+            f"[LAUNCHER  ] {name} 201 is killed. ret = 201, status = {wait_status}\n"
+        )
+
+    def test_it_waits_for_a_log_and_follows_it(self):
+        process = self.follow()
+        self.assertEqual(
+            f"launchlist: waiting for {self.path}\n", process.stderr.readline().decode()
+        )
+        self.append(self.start("a"))
+        self.wait_for(process, lambda text: "a is starting\n" in text)
+        # Torn, and then completed.
+        self.append(self.end("a", 6, 3)[:40])
+        self.append(self.end("a", 6, 3)[40:] + self.start("a", 3))
+        text = self.wait_for(process, lambda text: "again\n" in text)
+        self.assertEqual(
+            "-- 2026-11-21 UTC, launcher 100 --\n"
+            "02:00:00 a is starting\n"
+            "02:00:03 a was killed by SIGABRT after 3.0 s; restarting\n"
+            "02:00:03 a is starting again\n",
+            text,
+        )
+
+    def test_an_end_without_a_restart_is_shown_after_a_second(self):
+        moment = time.time()
+        stamp = time.strftime("%Y-%m-%dT%H:%M:%S", time.gmtime(moment)) + (
+            f".{int(moment * 1000) % 1000:03}Z"
+        )
+        self.append(self.start("a") + stamp + self.end("a", 256)[24:])
+        process = self.follow()
+        self.wait_for(process, lambda text: "exited" in text)
+        self.assertGreater(time.time() - moment, 0.99)
+
+    def test_it_begins_with_the_last_ten_events(self):
+        self.append("".join(self.start(f"item-{number}") for number in range(30)))
+        process = self.follow()
+        text = self.wait_for(process, lambda text: "item-29" in text)
+        self.assertEqual([f"item-{n}" for n in range(20, 30)], re.findall(r"item-\d+", text))
+
+    def test_only_the_named_items_are_followed(self):
+        process = self.follow("b", "none")
+        self.append(self.start("a") + self.start("b"))
+        text = self.wait_for(process, lambda text: "b is starting" in text)
+        self.assertNotIn("a is starting", text)
+
+    def test_every_event_appears_once_across_rotations(self):
+        process = self.follow("--raw", "-n", "1000000")
+        written = []
+        for number in range(400):
+            written.append(self.start(f"item-{number}"))
+            if number % 7 == 3:
+                # A process that was stopped between its check of the path and its write.
+                os.rename(self.path, str(self.path) + ".new")
+                for old in range(20, 0, -1):
+                    if os.path.exists(f"{self.path}.{old}"):
+                        os.rename(f"{self.path}.{old}", f"{self.path}.{old + 1}")
+                os.rename(str(self.path) + ".new", str(self.path) + ".1")
+                self.append(written[-1], ".1")
+            else:
+                self.append(written[-1])
+            if number % 50 == 49:
+                self.wait_for(process, lambda text: text.count("\n") >= len(written))
+        self.assertEqual(sorted(written), sorted(self.read(process).splitlines(keepends=True)))
+
+    def test_a_log_that_is_truncated_or_replaced(self):
+        self.append(self.start("a") + self.start("b"))
+        process = self.follow()
+        self.wait_for(process, lambda text: "b is starting" in text)
+        self.path.write_text("", encoding="utf-8")
+        self.wait_for(process, lambda text: "the log was truncated" in text)
+        self.append(self.start("c"))
+        self.wait_for(process, lambda text: "c is starting" in text)
+        self.path.unlink()
+        self.append(self.start("d"))
+        text = self.wait_for(process, lambda text: "d is starting" in text)
+        self.assertIn("the log was removed or replaced\n", text)
+        self.assertEqual(1, text.count("a is starting"))
+
+    def test_an_idle_log_takes_no_measurable_time(self):
+        self.append(self.start("a"))
+        process = self.follow()
+        self.wait_for(process, lambda text: "a is starting" in text)
+        stat = pathlib.Path(f"/proc/{process.pid}/stat")
+        if not stat.exists() or not os.path.samefile(f"/proc/{process.pid}/exe", LAUNCHLIST):
+            self.skipTest("no /proc, or not a program of this system")
+
+        def ticks():
+            fields = stat.read_text(encoding="utf-8").rsplit(")", 1)[1].split()
+            return int(fields[11]) + int(fields[12])
+
+        before = ticks()
+        time.sleep(3)
+        # A hundredth of a second; a loop without a pause would take three hundred of them.
+        self.assertLessEqual(ticks() - before, 1)
+
+    def test_it_ends_when_nobody_reads_its_output(self):
+        process = self.follow()
+        process.stderr.readline()
+        process.stdout.close()
+        self.append(self.start("a"))
+        self.assertNotEqual(0, process.wait(20))
 
 
 if __name__ == "__main__":

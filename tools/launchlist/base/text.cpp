@@ -152,6 +152,12 @@ std::string printable(const std::string& text)
     return result;
 }
 
+bool is_shown_as(const std::string& text, const std::string& wanted)
+{
+    // Only a text with an escape is shown differently.
+    return text == wanted || (wanted.find('\\') != std::string::npos && wanted == printable(text));
+}
+
 std::string quoted(const std::string& text)
 {
     std::string result = "\"";

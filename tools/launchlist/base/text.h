@@ -16,6 +16,10 @@ namespace launchlist {
 // written as an escape: "\n", "\x1b", "\u{202e}". Everything else is kept, including backslashes.
 std::string printable(const std::string& text);
 
+// Whether `wanted` is `text`, as it is or as printable() shows it, so that a name can be copied
+// from what is printed.
+bool is_shown_as(const std::string& text, const std::string& wanted);
+
 // printable(text) in quotes, cut off after 80 characters.
 std::string quoted(const std::string& text);
 

@@ -1,6 +1,7 @@
 #include "tools/launchlist/commands/command.h"
 
 #include <errno.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -21,8 +22,45 @@ bool UseColor()
 {
     const char* no_color = std::getenv("NO_COLOR");
     const char* terminal = std::getenv("TERM");
-    return isatty(STDOUT_FILENO) != 0 && (no_color == nullptr || *no_color == '\0') &&
+    return IsTerminal() && (no_color == nullptr || *no_color == '\0') &&
            (terminal == nullptr || std::strcmp(terminal, "dumb") != 0);
+}
+
+bool IsTerminal()
+{
+    return isatty(STDOUT_FILENO) != 0;
+}
+
+Milliseconds Now()
+{
+    timespec now = {};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return static_cast<Milliseconds>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
+
+std::string CheckMoment(const std::string& text, Zone zone)
+{
+    return ParseMoment(text, Now(), zone) ? ""
+                                          : "invalid time \"" + printable(text) +
+                                                "\"; use 2026-11-21T02:26, 90s, 15m, 2h or 3d";
+}
+
+std::optional<Milliseconds> MomentOf(const std::string& text, Zone zone)
+{
+    return text.empty() ? std::nullopt : ParseMoment(text, Now(), zone);
+}
+
+bool IsReversed(const std::string& since, std::optional<Milliseconds> since_time,
+                const std::string& until, std::optional<Milliseconds> until_time)
+{
+    if (!since_time || !until_time || *until_time >= *since_time) {
+        return false;
+    }
+    std::fprintf(stderr,
+                 "launchlist: --until %s is earlier than --since %s\n"
+                 "Try \"launchlist --help\".\n",
+                 printable(until).c_str(), printable(since).c_str());
+    return true;
 }
 
 int Print(const std::string& text, int status)
@@ -36,6 +74,14 @@ int FailOn(const std::string& path, const std::string& error)
 {
     std::fprintf(stderr, "launchlist: %s: %s\n", printable(path).c_str(), error.c_str());
     return kUnreadable;
+}
+
+int FailOnUnknownItem(const std::string& log, const std::string& name,
+                      const std::vector<std::string>& items)
+{
+    const std::string nearest = closest_word(name, items);
+    return FailOn(log, "mentions no item " + quoted(name) +
+                           (nearest.empty() ? "" : "; did you mean " + quoted(nearest) + "?"));
 }
 
 }  // namespace launchlist

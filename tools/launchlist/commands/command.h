@@ -3,7 +3,11 @@
 
 #include <CLI/CLI.hpp>
 #include <functional>
+#include <optional>
 #include <string>
+#include <vector>
+
+#include "tools/launchlist/log/log_time.h"
 
 namespace launchlist {
 
@@ -28,11 +32,32 @@ bool ReadList(const std::string& path, std::string& bytes, std::string& error);
 // is not "dumb".
 bool UseColor();
 
+// Whether standard output is a terminal.
+bool IsTerminal();
+
+// The present time.
+Milliseconds Now();
+
+// For CLI11: "" if `text` is a time in `zone`, otherwise what is wrong with it.
+std::string CheckMoment(const std::string& text, Zone zone);
+
+// The time that an option names, which CheckMoment must accept; nothing for an option without a
+// value.
+std::optional<Milliseconds> MomentOf(const std::string& text, Zone zone);
+
+// Whether --until, given as the text `until`, is earlier than --since. If so, reports that.
+bool IsReversed(const std::string& since, std::optional<Milliseconds> since_time,
+                const std::string& until, std::optional<Milliseconds> until_time);
+
 // Prints `text`, which must be printable. Returns `status`, or reports a failed write and returns
 // kUnreadable.
 int Print(const std::string& text, int status);
 
 // Reports that `path` could not be read or written. Returns kUnreadable.
 int FailOn(const std::string& path, const std::string& error);
+
+// Reports that `log` does not mention the item `name`, but `items`. Returns kUnreadable.
+int FailOnUnknownItem(const std::string& log, const std::string& name,
+                      const std::vector<std::string>& items);
 
 }  // namespace launchlist

@@ -8,7 +8,9 @@
 namespace launchlist {
 
 Command AddCheckCommand(CLI::App& app);
+Command AddCompletionCommand(CLI::App& app);
 Command AddExplainCommand(CLI::App& app);
+Command AddLogCommand(CLI::App& app);
 Command AddReportCommand(CLI::App& app);
 Command AddStatusCommand(CLI::App& app);
 

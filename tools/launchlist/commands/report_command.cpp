@@ -1,9 +1,8 @@
 #include <sys/ioctl.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
+#include <iterator>
 #include <memory>
 #include <optional>
 
@@ -24,28 +23,31 @@ struct Options
     std::string since;
     std::string until;
     std::string html;
+    std::string trace;
+    ReportFilter filter;
+    std::string order;
+    std::vector<std::string> fail_on;
     bool is_forced = false;
     bool json = false;
 };
 
-Milliseconds Now()
+// The orders of items, in the order of ItemOrder.
+constexpr const char* kOrders[] = {"worst",   "log",      "name",   "starts", "ends",
+                                   "crashes", "restarts", "median", "down"};
+
+std::optional<ItemOrder> OrderOf(const std::string& name)
 {
-    timespec now = {};
-    clock_gettime(CLOCK_REALTIME, &now);
-    return static_cast<Milliseconds>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+    const auto* const found = std::find(std::begin(kOrders), std::end(kOrders), name);
+    return found == std::end(kOrders)
+               ? std::nullopt
+               : std::optional<ItemOrder>(static_cast<ItemOrder>(found - std::begin(kOrders)));
 }
 
-// For CLI11: "" if `text` is a time, otherwise what is wrong with it.
-std::string CheckMoment(const std::string& text)
+// Whether an item restarts in a loop within the time of the report.
+bool HasLoop(const Report& report)
 {
-    return ParseMoment(text, Now()) ? ""
-                                    : "invalid time \"" + printable(text) +
-                                          "\"; use 2026-11-21T02:26, 90s, 15m, 2h or 3d";
-}
-
-std::optional<Milliseconds> MomentOf(const std::string& text)
-{
-    return text.empty() ? std::nullopt : ParseMoment(text, Now());
+    return std::any_of(report.items.begin(), report.items.end(),
+                       [](const ItemReport& item) { return item.loop.has_value(); });
 }
 
 // A terminal that reports no width counts as one of the usual width.
@@ -62,27 +64,25 @@ Terminal OwnTerminal()
     return terminal;
 }
 
-int PrintReport(const Report& report, const std::string& level_file, bool json)
+// Returns `status`, or reports a failed write and returns kUnreadable.
+int PrintReport(const Report& report, const std::string& level_file, bool json, int status)
 {
     if (!json) {
-        return Print(ReportText(report, level_file, OwnTerminal()), kSuccess);
+        return Print(ReportText(report, level_file, OwnTerminal()), status);
     }
-    int status = kSuccess;
-    WriteReportJson(report, [&status](std::string_view piece) {
+    bool is_written = true;
+    WriteReportJson(report, [&is_written](std::string_view piece) {
         // After a failure the rest is dropped.
-        status = status == kSuccess ? Print(std::string(piece), kSuccess) : status;
+        is_written = is_written && Print(std::string(piece), kSuccess) == kSuccess;
     });
-    return status;
+    return is_written ? status : kUnreadable;
 }
 
 int RunReport(Options options)
 {
-    const ReportRange range = {MomentOf(options.since), MomentOf(options.until), Now()};
-    if (range.since && range.until && *range.until < *range.since) {
-        std::fprintf(stderr,
-                     "launchlist: --until %s is earlier than --since %s\n"
-                     "Try \"launchlist --help\".\n",
-                     printable(options.until).c_str(), printable(options.since).c_str());
+    const ReportRange range = {MomentOf(options.since, Zone::kUtc),
+                               MomentOf(options.until, Zone::kUtc), Now()};
+    if (IsReversed(options.since, range.since, options.until, range.until)) {
         return kUsage;
     }
     // This user's level file is known to apply only to this user's own launcher.
@@ -90,17 +90,31 @@ int RunReport(Options options)
     if (options.logs.empty()) {
         options.logs.push_back(GetLogPath());
     }
-    const Report report = MakeReport(options.logs, range);
+    Report report = MakeReport(options.logs, range, options.filter);
+    report.order = OrderOf(options.order);
     const auto is_read = [](const LogFile& file) { return file.error.empty(); };
     if (std::none_of(report.files.begin(), report.files.end(), is_read)) {
         return FailOn(report.files.front().path, report.files.front().error);
     }
+    if (!report.unknown_names.empty()) {
+        return FailOnUnknownItem(options.logs.front(), report.unknown_names.front(),
+                                 report.known_names);
+    }
+    if (options.filter.launcher && report.launchers.empty()) {
+        return FailOn(options.logs.front(), "mentions no launcher with the process id " +
+                                                std::to_string(*options.filter.launcher));
+    }
     std::string error;
+    if (!options.trace.empty() &&
+        !WriteTrace(options.trace, ReportTrace(report), report.files, options.is_forced, error)) {
+        return FailOn(options.trace, error);
+    }
     if (!options.html.empty() && !WritePage(options.html, ReportHtml(report, level_file),
                                             report.files, options.is_forced, error)) {
         return FailOn(options.html, error);
     }
-    return PrintReport(report, level_file, options.json);
+    const bool fails = !options.fail_on.empty() && HasLoop(report);
+    return PrintReport(report, level_file, options.json, fails ? kWarnings : kSuccess);
 }
 
 }  // namespace
@@ -110,7 +124,8 @@ Command AddReportCommand(CLI::App& app)
     CLI::App* parser = app.add_subcommand(
         "report", "Summarize from the log how often items ran, ended and crashed.");
     const auto options = std::make_shared<Options>();
-    const CLI::Validator moment(CheckMoment, "TIME", "time");
+    const CLI::Validator moment(
+        [](const std::string& text) { return CheckMoment(text, Zone::kUtc); }, "TIME", "time");
     parser->add_option("LOG", options->logs,
                        "Logs, each with its old files LOG.1, LOG.2, ...; - is standard input; "
                        "default: the log of this user's launcher");
@@ -118,13 +133,34 @@ Command AddReportCommand(CLI::App& app)
     parser->add_option("--until", options->until, "Report on the time up to TIME")->check(moment);
     parser->add_option("--html", options->html, "Also write the report to FILE, as a web page")
         ->type_name("FILE");
-    parser->add_flag("--force", options->is_forced, "Let --html replace any regular file");
+    parser
+        ->add_option("--trace", options->trace,
+                     "Also write the runs to FILE, as a Chrome trace for Perfetto")
+        ->type_name("FILE");
+    parser->add_flag("--force", options->is_forced,
+                     "Let --html and --trace replace any regular file");
+    parser->add_option("--item", options->filter.names, "Report on this item; can be repeated")
+        ->type_name("NAME")
+        ->expected(1)
+        ->take_all();
+    parser
+        ->add_option("--launcher", options->filter.launcher,
+                     "Report on the launcher with this process id")
+        ->type_name("PID");
+    parser->add_option("--sort", options->order, "The order of the items in text and JSON")
+        ->check(CLI::IsMember(std::vector<std::string>(std::begin(kOrders), std::end(kOrders))));
+    parser
+        ->add_option("--fail-on", options->fail_on, "End with status 1 if an item has this problem")
+        ->check(CLI::IsMember({"loop"}))
+        ->expected(1)
+        ->take_all();
     parser->add_flag("--json", options->json, "Print JSON, for programs");
     parser->footer(
         "TIME is in UTC, 2026-11-21 or \"2026-11-21 02:26\", or an age: 90s, 15m, 2h, 3d.\n"
         "A log may be compressed by gzip.\n"
-        "Exit status: 0 reported, 3 no log can be read or the output cannot be written,\n"
-        "64 invalid arguments.\n"
+        "Exit status: 0 reported, 1 --fail-on found a problem, 3 no log can be read, the log "
+        "mentions\n"
+        "no such item or launcher, or the output cannot be written, 64 invalid arguments.\n"
         "Example:\n  launchlist report --since 2h --html report.html");
     return {parser, [options] { return RunReport(*options); }};
 }

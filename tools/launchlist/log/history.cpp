@@ -39,7 +39,7 @@ bool IsKill(const Termination& how)
 
 }  // namespace
 
-History::Supervision* History::Writer::Find(std::size_t index)
+const History::Supervision* History::Writer::Find(std::size_t index) const
 {
     if (item == index) {
         return &supervision;
@@ -49,6 +49,11 @@ History::Supervision* History::Writer::Find(std::size_t index)
     }
     const auto found = more->find(index);
     return found == more->end() ? nullptr : &found->second;
+}
+
+History::Supervision* History::Writer::Find(std::size_t index)
+{
+    return const_cast<Supervision*>(static_cast<const Writer*>(this)->Find(index));
 }
 
 History::Supervision& History::Writer::Get(std::size_t index)
@@ -83,7 +88,7 @@ void History::Writer::ForEach(Visit visit)
     }
 }
 
-void History::Add(const Event& event, std::int64_t process, Milliseconds time)
+History::Place History::Add(const Event& event, std::int64_t process, Milliseconds time)
 {
     const bool has_item =
         event.kind != EventKind::kNoName && event.kind != EventKind::kListRejected;
@@ -92,16 +97,17 @@ void History::Add(const Event& event, std::int64_t process, Milliseconds time)
     // The child of an item without a program writes this one record only, and is not a supervisor.
     if (event.kind == EventKind::kNoProgram) {
         AddNoProgram(item, process, time);
-        return;
+        return {kNone, item, kNone};
     }
     const std::size_t writer = WriterOf(event, process, item, time);
     const bool is_new = m_writers.size() > known;
+    Place place = {writer, item, kNone};
     switch (event.kind) {
         case EventKind::kStart:
-            AddStart(writer, item, time, is_new);
+            place.run = AddStart(writer, item, time, is_new);
             break;
         case EventKind::kEnd:
-            AddEnd(event, writer, item, time);
+            place.run = AddEnd(event, writer, item, time);
             break;
         case EventKind::kForkFailed:
             AddForkFailed(writer, item, time);
@@ -113,6 +119,7 @@ void History::Add(const Event& event, std::int64_t process, Milliseconds time)
             break;
     }
     m_writers[writer].last = std::max(m_writers[writer].last, time);
+    return place;
 }
 
 std::size_t History::ItemOf(std::string_view name)
@@ -220,6 +227,17 @@ std::size_t History::RootOf(std::size_t writer) const
     return writer;
 }
 
+// Notes that the supervisor of `run` started its program again at `time`. An earlier call of Decide
+// may have found that it did not.
+void History::NoteRestart(Run& run, Milliseconds time)
+{
+    run.down_until = time;
+    run.is_final = false;
+    if (run.ended_by != EndedBy::kUnknown) {
+        run.ended_by = EndedBy::kProgram;
+    }
+}
+
 History::Supervision& History::SupervisionOf(std::size_t writer, std::size_t item)
 {
     if (m_writers[writer].Find(item) == nullptr) {
@@ -228,7 +246,8 @@ History::Supervision& History::SupervisionOf(std::size_t writer, std::size_t ite
     return m_writers[writer].Get(item);
 }
 
-void History::AddStart(std::size_t index, std::size_t item_index, Milliseconds time, bool is_new)
+std::size_t History::AddStart(std::size_t index, std::size_t item_index, Milliseconds time,
+                              bool is_new)
 {
     Item& item = m_items[item_index];
     Writer& writer = m_writers[index];
@@ -247,11 +266,11 @@ void History::AddStart(std::size_t index, std::size_t item_index, Milliseconds t
     const bool is_replaced = supervision.last != kNone && supervision.run == kNone &&
                              supervision.is_killed && time >= supervision.last_end &&
                              time - supervision.last_end < kStopGap;
+    if (supervision.last != kNone && supervision.run == kNone) {
+        NoteRestart(item.runs[supervision.last], time);
+    }
     if (is_replaced) {
         item.runs[supervision.last].ended_by = EndedBy::kLauncher;
-    }
-    if (supervision.last != kNone && supervision.run == kNone) {
-        item.runs[supervision.last].down_until = time;
     }
     if (supervision.run != kNone) {
         if (supervision.gaps == m_gaps && supervision.older == kNone) {
@@ -273,10 +292,11 @@ void History::AddStart(std::size_t index, std::size_t item_index, Milliseconds t
     run.launcher = static_cast<std::uint32_t>(index);
     item.last_start = supervision.run;
     item.last_starter = index;
+    return supervision.run;
 }
 
-void History::AddEnd(const Event& event, std::size_t index, std::size_t item_index,
-                     Milliseconds time)
+std::size_t History::AddEnd(const Event& event, std::size_t index, std::size_t item_index,
+                            Milliseconds time)
 {
     Item& item = m_items[item_index];
     Writer& writer = m_writers[index];
@@ -293,7 +313,7 @@ void History::AddEnd(const Event& event, std::size_t index, std::size_t item_ind
         }
         if (supervision.last != kNone && !may_be_other && !writer.writes_starts) {
             item.runs.back().start = supervision.last_end + kPause;
-            item.runs[supervision.last].down_until = supervision.last_end + kPause;
+            NoteRestart(item.runs[supervision.last], supervision.last_end + kPause);
         }
         item.runs.back().is_first = supervision.last == kNone;
     } else {
@@ -325,6 +345,7 @@ void History::AddEnd(const Event& event, std::size_t index, std::size_t item_ind
     if (event.child != writer.process) {
         AdoptChild(event.child, index, item_index, number, run.start);
     }
+    return number;
 }
 
 // The child that ended at `run` may have written to the log: then it was a supervisor and never its
@@ -353,9 +374,10 @@ void History::AdoptChild(std::int64_t child, std::size_t parent, std::size_t ite
 void History::AddNoProgram(std::size_t index, std::int64_t child, Milliseconds time)
 {
     Item& item = m_items[index];
-    item.no_program.push_back(time);
+    const bool is_started = item.last_start != kNone && item.runs[item.last_start].is_open;
+    item.no_program.push_back({time, is_started ? item.last_starter : kNone});
     item.child_without_program = child;
-    if (item.last_start != kNone && item.runs[item.last_start].is_open) {
+    if (is_started) {
         Run& run = item.runs[item.last_start];
         run.role = Role::kFailed;
         run.lacks_program = true;
@@ -366,7 +388,7 @@ void History::AddNoProgram(std::size_t index, std::int64_t child, Milliseconds t
 void History::AddForkFailed(std::size_t index, std::size_t item_index, Milliseconds time)
 {
     Item& item = m_items[item_index];
-    item.failed_forks.push_back(time);
+    item.failed_forks.push_back({time, index});
     Supervision& supervision = SupervisionOf(index, item_index);
     supervision.is_abandoned = true;
     if (supervision.run != kNone) {
@@ -448,6 +470,8 @@ bool History::IsReplaced(std::size_t index)
 void History::DecideEnd(std::size_t index, Milliseconds last_record, Milliseconds now)
 {
     Writer& writer = m_writers[index];
+    writer.end = LauncherEnd::kUnknown;
+    writer.is_certain = true;
     const bool is_settled = writer.is_gone || std::max(last_record, now) - writer.last >= kSettled;
     std::size_t killed = 0;
     const bool has_stop = writer.open_runs == 0 && FindStop(writer, killed);
@@ -565,22 +589,98 @@ void History::SortLaunchers()
         return m_writers[a].first < m_writers[b].first;
     };
     for (Item& item : m_items) {
+        item.launchers.clear();
         std::copy_if(item.writers.begin(), item.writers.end(), std::back_inserter(item.launchers),
                      is_launcher);
         std::stable_sort(item.launchers.begin(), item.launchers.end(), began_before);
     }
 }
 
-void History::Finish(Report& report, Milliseconds now)
+void History::Decide(Milliseconds last_record, Milliseconds now)
 {
-    const Milliseconds last_record = report.last_record.value_or(0);
     FindRoots();
     SortLaunchers();
+    for (std::size_t i = 0; i < m_writers.size(); ++i) {
+        if (m_writers[i].parent == kNone) {
+            DecideEnd(i, last_record, now);
+        }
+    }
+    for (std::size_t i = 0; i < m_writers.size(); ++i) {
+        DecideCauses(i);
+    }
+}
+
+History::Knowledge History::KnowledgeOf(EventKind kind, const Place& place) const
+{
+    Knowledge knowledge;
+    if (place.writer != kNone) {
+        knowledge.launcher = m_roots[place.writer];
+        knowledge.launcher_process = m_writers[knowledge.launcher].process;
+    }
+    if (place.item == kNone) {
+        return knowledge;
+    }
+    const Item& item = m_items[place.item];
+    knowledge.name = item.name;
+    if (place.run == kNone) {
+        return knowledge;
+    }
+    const Writer& writer = m_writers[place.writer];
+    const Run& run = item.runs[place.run];
+    knowledge.run = &run;
+    if (kind == EventKind::kStart) {
+        // A process that writes about a second item is another launcher.
+        knowledge.is_continued = writer.parent != kNone && run.is_first;
+        if (knowledge.is_continued) {
+            knowledge.open_until = *run.start + kSettled;
+        }
+        return knowledge;
+    }
+    knowledge.is_restarted = run.down_until && run.ended_by != EndedBy::kLauncher;
+    const Supervision& supervision = *writer.Find(place.item);
+    // Then DecideEnd and DecideCauses have seen enough.
+    if (writer.writes_starts && supervision.last == place.run && supervision.run == kNone &&
+        supervision.gaps == m_gaps && writer.last - supervision.last_end < kSettled) {
+        knowledge.open_until = writer.last + kSettled;
+    }
+    return knowledge;
+}
+
+std::vector<std::string> History::ItemNames() const
+{
+    std::vector<std::string> names;
+    for (const Item& item : m_items) {
+        names.push_back(item.name);
+    }
+    return names;
+}
+
+// Whether the writer belongs to a launcher of the process id `launcher`.
+bool History::IsOf(std::optional<std::int64_t> launcher, std::size_t writer) const
+{
+    return !launcher || (writer != kNone && m_writers[m_roots[writer]].process == *launcher);
+}
+
+std::vector<Milliseconds> History::TimesOf(const std::vector<Failure>& failures,
+                                           std::optional<std::int64_t> launcher) const
+{
+    std::vector<Milliseconds> times;
+    for (const Failure& failure : failures) {
+        if (IsOf(launcher, failure.writer)) {
+            times.push_back(failure.time);
+        }
+    }
+    return times;
+}
+
+void History::Finish(Report& report, Milliseconds now, std::optional<std::int64_t> launcher)
+{
+    const Milliseconds last_record = report.last_record.value_or(0);
+    Decide(last_record, now);
     std::vector<std::uint32_t> numbers(m_writers.size());
     for (std::size_t i = 0; i < m_writers.size(); ++i) {
         Writer& writer = m_writers[i];
-        if (writer.parent == kNone) {
-            DecideEnd(i, last_record, now);
+        if (writer.parent == kNone && IsOf(launcher, i)) {
             numbers[i] = static_cast<std::uint32_t>(report.launchers.size());
             report.launchers.push_back({writer.process, writer.first, writer.last, writer.end,
                                         writer.is_certain, writer.writes_starts,
@@ -588,12 +688,25 @@ void History::Finish(Report& report, Milliseconds now)
         }
     }
     for (std::size_t i = 0; i < m_writers.size(); ++i) {
-        DecideCauses(i);
-        report.has_starts = report.has_starts || m_writers[i].writes_starts;
+        report.has_starts = report.has_starts || (m_writers[i].writes_starts && IsOf(launcher, i));
     }
+    const auto is_other_run = [&](const Run& run) { return !IsOf(launcher, run.launcher); };
+    const auto is_other_writer = [&](std::size_t writer) { return !IsOf(launcher, writer); };
     report.items.reserve(m_items.size());
     for (Item& item : m_items) {
         FinishRuns(item, last_record);
+        if (launcher) {
+            item.runs.erase(std::remove_if(item.runs.begin(), item.runs.end(), is_other_run),
+                            item.runs.end());
+            item.writers.erase(
+                std::remove_if(item.writers.begin(), item.writers.end(), is_other_writer),
+                item.writers.end());
+        }
+        std::vector<Milliseconds> no_program = TimesOf(item.no_program, launcher);
+        std::vector<Milliseconds> failed_forks = TimesOf(item.failed_forks, launcher);
+        if (launcher && item.runs.empty() && no_program.empty() && failed_forks.empty()) {
+            continue;
+        }
         report.items.emplace_back();
         ItemReport& result = report.items.back();
         result.name = std::move(item.name);
@@ -606,8 +719,8 @@ void History::Finish(Report& report, Milliseconds now)
             run.launcher = numbers[m_roots[run.launcher]];
         }
         result.runs = std::move(item.runs);
-        result.no_program_times = std::move(item.no_program);
-        result.failed_fork_times = std::move(item.failed_forks);
+        result.no_program_times = std::move(no_program);
+        result.failed_fork_times = std::move(failed_forks);
     }
 }
 

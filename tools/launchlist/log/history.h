@@ -16,20 +16,51 @@ namespace launchlist {
 class History
 {
 public:
+    static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
+
+    // What an event concerned: indexes, or kNone. The run of a start or an end is the one that
+    // began or ended.
+    struct Place
+    {
+        std::size_t writer = kNone;
+        std::size_t item = kNone;
+        std::size_t run = kNone;
+    };
+
     // Adds an event, written by `process` at `time`.
-    void Add(const Event& event, std::int64_t process, Milliseconds time);
+    Place Add(const Event& event, std::int64_t process, Milliseconds time);
 
     // Records may be missing here: some were lost, or a line could not be parsed.
     void AddGap() { ++m_gaps; }
 
+    // Decides how launchers and runs ended, as far as the events so far show it. The arguments are
+    // those of Finish. May be called again after further events.
+    void Decide(Milliseconds last_record, Milliseconds now);
+
+    // What is known about an event that was added before the last call of Decide.
+    struct Knowledge
+    {
+        std::string_view name;      // The item's.
+        const Run* run = nullptr;   // With a run.
+        bool is_restarted = false;  // An end: its supervisor started the program again.
+        bool is_continued =
+            false;  // A start: the child that could not execute the program wrote it.
+        // Until this time, a further record may show more. Nothing: all is known.
+        std::optional<Milliseconds> open_until;
+        std::size_t launcher = kNone;
+        std::int64_t launcher_process = 0;
+    };
+    Knowledge KnowledgeOf(EventKind kind, const Place& place) const;
+    std::vector<std::string> ItemNames() const;
+
     // Moves items, runs and launchers into `report`, whose last_record must be set. `now` is the
     // time at which the log was read: if it is later than the last record, nothing followed that
-    // record. Nothing may be added afterwards.
-    void Finish(Report& report, Milliseconds now);
+    // record. With `launcher`, only what launchers of this process id did. Nothing may be added
+    // afterwards.
+    void Finish(Report& report, Milliseconds now,
+                std::optional<std::int64_t> launcher = std::nullopt);
 
 private:
-    static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
-
     // One process supervising one item.
     struct Supervision
     {
@@ -68,10 +99,18 @@ private:
         std::optional<Milliseconds> may_be_other_after;
 
         Supervision* Find(std::size_t index);
+        const Supervision* Find(std::size_t index) const;
         Supervision& Get(std::size_t index);
         std::size_t CountItems() const;
         template <typename Visit>
         void ForEach(Visit visit);
+    };
+
+    // An event that is not part of a run.
+    struct Failure
+    {
+        Milliseconds time = 0;
+        std::size_t writer = kNone;  // Of its supervisor, if known.
     };
 
     struct Item
@@ -80,8 +119,8 @@ private:
         std::vector<Run> runs;
         std::vector<std::size_t> writers;
         std::vector<std::size_t> launchers;  // Sorted by their first records.
-        std::vector<Milliseconds> no_program;
-        std::vector<Milliseconds> failed_forks;
+        std::vector<Failure> no_program;
+        std::vector<Failure> failed_forks;
         std::size_t last_start = kNone;  // The run that was started last.
         std::size_t last_starter = kNone;
         std::int64_t child_without_program = 0;  // The last such child.
@@ -96,13 +135,14 @@ private:
     std::size_t ParentOf(const Item& item, Milliseconds time) const;
     std::size_t RootOf(std::size_t writer) const;
 
-    void AddStart(std::size_t writer, std::size_t item, Milliseconds time, bool is_new);
-    void AddEnd(const Event& event, std::size_t writer, std::size_t item, Milliseconds time);
+    std::size_t AddStart(std::size_t writer, std::size_t item, Milliseconds time, bool is_new);
+    std::size_t AddEnd(const Event& event, std::size_t writer, std::size_t item, Milliseconds time);
     void AddForkFailed(std::size_t writer, std::size_t item, Milliseconds time);
     void AddNoProgram(std::size_t item, std::int64_t child, Milliseconds time);
     void AdoptChild(std::int64_t child, std::size_t parent, std::size_t item, std::size_t run,
                     std::optional<Milliseconds> since);
 
+    static void NoteRestart(Run& run, Milliseconds time);
     static bool MayBeOther(const Writer& writer, const Supervision& supervision);
     static bool FindStop(Writer& writer, std::size_t& killed);
     bool IsReplaced(std::size_t writer);
@@ -111,6 +151,9 @@ private:
     void FindRoots();
     void SortLaunchers();
     void FinishRuns(Item& item, Milliseconds last_record);
+    bool IsOf(std::optional<std::int64_t> launcher, std::size_t writer) const;
+    std::vector<Milliseconds> TimesOf(const std::vector<Failure>& failures,
+                                      std::optional<std::int64_t> launcher) const;
 
     std::vector<Item> m_items;
     std::unordered_map<std::string, std::size_t> m_by_name;

@@ -347,7 +347,8 @@ std::optional<Milliseconds> Run::Length() const
 
 bool Run::IsCrash() const
 {
-    return end && ended_by == EndedBy::kProgram && role != Role::kFailed && ExitStatusOf(termination) != 0;
+    return end && ended_by == EndedBy::kProgram && role != Role::kFailed &&
+           ExitStatusOf(termination) != 0;
 }
 
 std::vector<KnownPeriod> KnownPeriodsOf(const ItemReport& item, Milliseconds first,

@@ -16,9 +16,6 @@ namespace launchlist {
 
 namespace {
 
-// More old files than any log keeps.
-constexpr int kMaxOldFiles = 99;
-
 constexpr int kFlags = O_RDONLY | O_CLOEXEC;
 
 struct OpenFile
@@ -90,22 +87,27 @@ private:
     std::set<FileId> m_seen;
 };
 
-// Passes the entries of one file to `sink`.
-void ReadEntries(const LogFile& file, std::string_view bytes, const LogSink& sink)
+}  // namespace
+
+void PassEntries(const std::string& path, bool is_whole, std::string_view& bytes, std::size_t& line,
+                 const LogSink& sink)
 {
     qv7log::Entry entry;
-    std::size_t line = 1;
-    while (qv7log::NextEntry(bytes, entry)) {
-        if (entry.is_record) {
-            sink.on_record(entry.record);
-        } else {
-            sink.on_unparsed({file.path, line, entry.raw});
+    std::string_view rest = bytes;
+    while (qv7log::NextEntry(rest, entry)) {
+        const bool has_line_end = rest.data()[-1] == '\n';
+        if (rest.empty() && !has_line_end && !is_whole) {
+            return;
         }
-        line += bytes.empty() || bytes.data()[-1] == '\n' ? 1U : 0U;
+        bytes = rest;
+        if (entry.is_record) {
+            sink.on_record(entry.record, entry.raw);
+        } else {
+            sink.on_unparsed({path, line, entry.raw});
+        }
+        line += has_line_end || rest.empty() ? 1U : 0U;
     }
 }
-
-}  // namespace
 
 std::vector<LogFile> ReadLogs(const std::vector<std::string>& paths, const LogSink& sink)
 {
@@ -121,7 +123,9 @@ std::vector<LogFile> ReadLogs(const std::vector<std::string>& paths, const LogSi
             file.size = bytes.size();
             if (PrepareLog(bytes, file.error)) {
                 sink.on_file();
-                ReadEntries(file, bytes, sink);
+                std::string_view rest = bytes;
+                std::size_t line = 1;
+                PassEntries(file.path, true, rest, line, sink);
             }
         }
         files.push_back(std::move(file));

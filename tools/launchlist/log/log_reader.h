@@ -35,9 +35,20 @@ struct UnparsedEntry
 struct LogSink
 {
     std::function<void()> on_file;  // Before the entries of a file.
-    std::function<void(const qv7log::Record&)> on_record;
+    // The second argument is the record as it is in the log, without its line end.
+    std::function<void(const qv7log::Record&, std::string_view)> on_record;
     std::function<void(const UnparsedEntry&)> on_unparsed;
 };
+
+// Passes the entries at the beginning of `bytes`, which are from the file `path`, to `sink` and
+// removes them from `bytes`. `line` is the number of the first line, and receives that of the next
+// one. Without `is_whole`, an entry at the end that has no line end is kept, because its writer may
+// complete it.
+void PassEntries(const std::string& path, bool is_whole, std::string_view& bytes, std::size_t& line,
+                 const LogSink& sink);
+
+// More old files than any log keeps.
+constexpr int kMaxOldFiles = 99;
 
 // Reads the logs at `paths`, each with its old files, from the oldest entry to the newest, and
 // passes each entry to `sink`. The path "-" is standard input. A file may be compressed by gzip,

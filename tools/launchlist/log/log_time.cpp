@@ -1,5 +1,7 @@
 #include "tools/launchlist/log/log_time.h"
 
+#include <time.h>
+
 #include <cstdlib>
 
 #include "qv7log/calendar.h"
@@ -53,6 +55,28 @@ std::optional<Milliseconds> ParseAge(const std::string& text)
     return size != 0 ? std::optional<Milliseconds>(count * size) : std::nullopt;
 }
 
+// How far the clocks of this machine are ahead of UTC at `time`.
+Milliseconds OffsetAt(Milliseconds time)
+{
+    const auto seconds = static_cast<time_t>((time >= 0 ? time : time - kSecond + 1) / kSecond);
+    tm local = {};
+    if (localtime_r(&seconds, &local) == nullptr) {
+        return 0;
+    }
+    const std::int64_t days =
+        qv7log::DaysSince1970({local.tm_year + 1900, local.tm_mon + 1, local.tm_mday});
+    return days * kDay + local.tm_hour * kHour + local.tm_min * kMinute + local.tm_sec * kSecond -
+           static_cast<Milliseconds>(seconds) * kSecond;
+}
+
+// The time at which the clocks of this machine show what UTC shows at `shown`. Of a time that the
+// clocks skip or repeat, one of the two.
+Milliseconds FromLocal(Milliseconds shown)
+{
+    const Milliseconds near = shown - OffsetAt(shown);
+    return shown - OffsetAt(near);
+}
+
 }  // namespace
 
 std::optional<Milliseconds> ParseTimeStamp(std::string_view text)
@@ -74,7 +98,7 @@ std::optional<Milliseconds> ParseTimeStamp(std::string_view text)
            second * kSecond + Number(text, qv7log::kMillisecondField);
 }
 
-std::optional<Milliseconds> ParseMoment(const std::string& text, Milliseconds now)
+std::optional<Milliseconds> ParseMoment(const std::string& text, Milliseconds now, Zone zone)
 {
     if (const auto age = ParseAge(text)) {
         return now - *age;
@@ -83,6 +107,10 @@ std::optional<Milliseconds> ParseMoment(const std::string& text, Milliseconds no
     std::string whole = text;
     if (!whole.empty() && whole.back() == 'Z') {
         whole.pop_back();
+        zone = Zone::kUtc;
+    }
+    if ((whole.size() == 5 || whole.size() == 8) && whole[2] == ':') {
+        whole.insert(0, WallTimeOf(now, zone).date + "T");
     }
     if (whole.size() > 10 && whole[10] == ' ') {
         whole[10] = 'T';
@@ -90,7 +118,8 @@ std::optional<Milliseconds> ParseMoment(const std::string& text, Milliseconds no
     if (whole.size() == 10 || whole.size() == 16 || whole.size() == 19 || whole.size() == 23) {
         whole += qv7log::kTimestampForm.substr(whole.size());
     }
-    return ParseTimeStamp(whole);
+    const std::optional<Milliseconds> time = ParseTimeStamp(whole);
+    return time && zone == Zone::kLocal ? FromLocal(*time) : time;
 }
 
 std::string FormatTimeStamp(Milliseconds time)
@@ -111,6 +140,20 @@ std::string FormatForPeople(Milliseconds time)
     text.resize(text.size() - 5);
     text[10] = ' ';
     return text;
+}
+
+WallTime WallTimeOf(Milliseconds time, Zone zone)
+{
+    constexpr std::size_t kDateSize = 10;
+    const Milliseconds offset = zone == Zone::kLocal ? OffsetAt(time) : 0;
+    const std::string text = FormatForPeople(time + offset);
+    WallTime shown = {text.substr(0, kDateSize), text.substr(kDateSize + 1), "UTC"};
+    if (zone == Zone::kLocal) {
+        const Milliseconds minutes = std::abs(offset) / kMinute;
+        shown.zone += string_format("%c%02d:%02d", offset < 0 ? '-' : '+',
+                                    static_cast<int>(minutes / 60), static_cast<int>(minutes % 60));
+    }
+    return shown;
 }
 
 std::string FormatRange(Milliseconds first, Milliseconds last)

@@ -13,13 +13,31 @@ using Milliseconds = std::int64_t;
 // A log's timestamp, "2026-11-21T02:26:11.123Z"; nothing for a day or time that does not exist.
 std::optional<Milliseconds> ParseTimeStamp(std::string_view text);
 
-// What `--since` and `--until` take, in UTC: a timestamp that may end after its day, minutes or
-// seconds, or "90s", "15m", "2h", "3d" before `now`.
-std::optional<Milliseconds> ParseMoment(const std::string& text, Milliseconds now);
+// Whose clock people read.
+enum class Zone
+{
+    kUtc,
+    kLocal  // Of this machine.
+};
+
+// What `--since` and `--until` take: a timestamp that may end after its day, minutes or seconds, or
+// a time of today ("09:00"), or "90s", "15m", "2h", "3d" before `now`. Times are in `zone`, or in
+// UTC if they end in "Z".
+std::optional<Milliseconds> ParseMoment(const std::string& text, Milliseconds now,
+                                        Zone zone = Zone::kUtc);
 
 // "2026-11-21T02:26:11.123Z", and the same without the fraction for people: "2026-11-21 02:26:11".
 std::string FormatTimeStamp(Milliseconds time);
 std::string FormatForPeople(Milliseconds time);
+
+// What a clock in a time zone shows: "2026-11-21", "02:26:11", and "UTC" or "UTC+01:00".
+struct WallTime
+{
+    std::string date;
+    std::string clock;
+    std::string zone;
+};
+WallTime WallTimeOf(Milliseconds time, Zone zone);
 
 // "2026-11-21 02:26:11 to 03:00:00 UTC"; the second date only where it is another one.
 std::string FormatRange(Milliseconds first, Milliseconds last);

@@ -20,7 +20,10 @@ constexpr Milliseconds kClockSetBack = 1000;
 class Reporter
 {
 public:
-    explicit Reporter(const ReportRange& range) : m_range(range) {}
+    Reporter(const ReportRange& range, const ReportFilter& filter)
+        : m_range(range), m_filter(filter)
+    {
+    }
 
     void BeginFile() { m_last_in_file.reset(); }
 
@@ -37,7 +40,8 @@ public:
             ++m_report.clock_set_back;
         }
         m_last_in_file = *time;
-        const bool is_within = IsWithin(*time);
+        const bool is_within =
+            IsWithin(*time) && record.process == m_filter.launcher.value_or(record.process);
         m_report.records += is_within ? 1 : 0;
         const bool is_whole = record.name == "launcher" && record.cut == 0;
         const Event event = is_whole ? ReadEvent(record.level, record.text) : Event();
@@ -58,14 +62,24 @@ public:
     Report Finish(std::vector<LogFile> files)
     {
         m_report.files = std::move(files);
-        m_history.Finish(m_report, m_range.now);
+        m_history.Finish(m_report, m_range.now, m_filter.launcher);
+        SelectItems();
         if (!m_first_record) {
             return std::move(m_report);
         }
-        const Milliseconds first =
-            std::max(*m_first_record, m_range.since.value_or(*m_first_record));
-        const Milliseconds last =
+        Milliseconds first = std::max(*m_first_record, m_range.since.value_or(*m_first_record));
+        Milliseconds last =
             std::min(*m_report.last_record, m_range.until.value_or(*m_report.last_record));
+        if (m_filter.launcher) {
+            Milliseconds from = last;
+            Milliseconds to = first;
+            for (const Launcher& launcher : m_report.launchers) {
+                from = std::min(from, launcher.from);
+                to = std::max(to, launcher.to);
+            }
+            first = std::max(first, from);
+            last = std::min(last, to);
+        }
         if (first > last) {
             // The range lies outside the log.
             m_report.items.clear();
@@ -106,12 +120,38 @@ private:
         m_history.Add(event, process, time);
     }
 
+    // Drops the items that were not asked for.
+    void SelectItems()
+    {
+        if (m_filter.names.empty()) {
+            return;
+        }
+        for (const ItemReport& item : m_report.items) {
+            m_report.known_names.push_back(item.name);
+        }
+        for (const std::string& name : m_filter.names) {
+            const auto is_this = [&](const std::string& item) { return is_shown_as(item, name); };
+            const auto& known = m_report.known_names;
+            if (std::none_of(known.begin(), known.end(), is_this)) {
+                m_report.unknown_names.push_back(name);
+            }
+        }
+        const auto is_other = [&](const ItemReport& item) {
+            const auto is_this = [&](const std::string& name) {
+                return is_shown_as(item.name, name);
+            };
+            return std::none_of(m_filter.names.begin(), m_filter.names.end(), is_this);
+        };
+        auto& items = m_report.items;
+        items.erase(std::remove_if(items.begin(), items.end(), is_other), items.end());
+    }
+
     void SummarizeItems(Milliseconds first, Milliseconds last)
     {
         for (ItemReport& item : m_report.items) {
             Summarize(item, first, last);
         }
-        if (!m_range.since && !m_range.until) {
+        if (!m_range.since && !m_range.until && !m_filter.launcher) {
             return;
         }
         const auto is_outside = [](const ItemReport& item) {
@@ -122,6 +162,7 @@ private:
     }
 
     const ReportRange m_range;
+    const ReportFilter m_filter;
     Report m_report;
     History m_history;
     std::optional<Milliseconds> m_first_record;
@@ -130,12 +171,15 @@ private:
 
 }  // namespace
 
-Report MakeReport(const std::vector<std::string>& paths, const ReportRange& range)
+Report MakeReport(const std::vector<std::string>& paths, const ReportRange& range,
+                  const ReportFilter& filter)
 {
-    Reporter reporter(range);
+    Reporter reporter(range, filter);
     LogSink sink;
     sink.on_file = [&] { reporter.BeginFile(); };
-    sink.on_record = [&](const qv7log::Record& record) { reporter.AddRecord(record); };
+    sink.on_record = [&](const qv7log::Record& record, std::string_view) {
+        reporter.AddRecord(record);
+    };
     sink.on_unparsed = [&](const UnparsedEntry& unread) { reporter.AddUnparsed(unread); };
     std::vector<LogFile> files = ReadLogs(paths, sink);
     return reporter.Finish(std::move(files));

@@ -19,8 +19,16 @@ struct ReportRange
     Milliseconds now = 0;
 };
 
+// What a report is about, besides its time.
+struct ReportFilter
+{
+    std::vector<std::string> names;  // Of items, as they are or as they are printed; empty: all.
+    std::optional<std::int64_t> launcher;  // A process id. Its records and the time of them.
+};
+
 // Reports on the logs at `paths`. All records are read, so that a run which began before the range
 // is known in it; what is counted and shown lies within the range.
-Report MakeReport(const std::vector<std::string>& paths, const ReportRange& range);
+Report MakeReport(const std::vector<std::string>& paths, const ReportRange& range,
+                  const ReportFilter& filter = {});
 
 }  // namespace launchlist

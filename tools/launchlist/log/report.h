@@ -180,6 +180,20 @@ struct ItemReport
     std::vector<Run> runs;  // Those that touch the time of the report.
 };
 
+// In which order to show the items.
+enum class ItemOrder
+{
+    kWorst,  // The worst first.
+    kLog,    // In the order in which the log first names them.
+    kName,
+    kStarts,  // From here on: the greatest number first.
+    kEnds,
+    kCrashes,
+    kRestarts,
+    kMedian,
+    kDown
+};
+
 struct Report
 {
     std::vector<LogFile> files;
@@ -199,6 +213,11 @@ struct Report
     bool has_starts = false;
     std::vector<Launcher> launchers;  // Those that touch the time of the report.
     std::vector<ItemReport> items;    // In the order in which the log first names them.
+    std::optional<ItemOrder> order;   // Nothing: the usual one of each form of the report.
+    // Of the names that were asked for, those that the log does not mention; then also those that
+    // it mentions.
+    std::vector<std::string> unknown_names;
+    std::vector<std::string> known_names;
 };
 
 }  // namespace launchlist

@@ -23,21 +23,28 @@ bool Fail(std::string& error)
     return false;
 }
 
-// Whether the file at `path`, which is a regular file, begins like a page.
-bool IsPage(const std::string& path)
+// A kind of file that is ours and may be replaced.
+struct Kind
+{
+    const char* name;
+    std::string_view mark;  // At its beginning.
+};
+
+// Whether the file at `path`, which is a regular file, begins with `mark`.
+bool HasMark(const std::string& path, std::string_view mark)
 {
     const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
     if (descriptor < 0) {
         return false;
     }
-    std::string begin(kPageMark.size(), '\0');
+    std::string begin(mark.size(), '\0');
     const ssize_t count = read(descriptor, begin.data(), begin.size());
     close(descriptor);
-    return count == static_cast<ssize_t>(begin.size()) && begin == kPageMark;
+    return count == static_cast<ssize_t>(begin.size()) && begin == mark;
 }
 
-bool MayReplace(const std::string& path, const std::vector<LogFile>& inputs, bool is_forced,
-                std::string& error)
+bool MayReplace(const std::string& path, const Kind& kind, const std::vector<LogFile>& inputs,
+                bool is_forced, std::string& error)
 {
     struct stat status = {};
     if (lstat(path.c_str(), &status) != 0) {
@@ -57,8 +64,9 @@ bool MayReplace(const std::string& path, const std::vector<LogFile>& inputs, boo
         error = "is one of the logs that the report is about";
         return false;
     }
-    if (!is_forced && status.st_size > 0 && !IsPage(path)) {
-        error = "exists and is not a page of launchlist; --force replaces it";
+    if (!is_forced && status.st_size > 0 && !HasMark(path, kind.mark)) {
+        error =
+            std::string("exists and is not a ") + kind.name + " of launchlist; --force replaces it";
         return false;
     }
     return true;
@@ -91,12 +99,10 @@ bool WriteAll(int descriptor, std::string_view bytes)
     return true;
 }
 
-}  // namespace
-
-bool WritePage(const std::string& path, std::string_view page, const std::vector<LogFile>& inputs,
-               bool is_forced, std::string& error)
+bool WriteOurs(const std::string& path, const Kind& kind, std::string_view bytes,
+               const std::vector<LogFile>& inputs, bool is_forced, std::string& error)
 {
-    if (!MayReplace(path, inputs, is_forced, error)) {
+    if (!MayReplace(path, kind, inputs, is_forced, error)) {
         return false;
     }
     std::string name;
@@ -105,7 +111,7 @@ bool WritePage(const std::string& path, std::string_view page, const std::vector
         return Fail(error);
     }
     // The umask may have removed bits.
-    bool is_written = fchmod(descriptor, 0600) == 0 && WriteAll(descriptor, page);
+    bool is_written = fchmod(descriptor, 0600) == 0 && WriteAll(descriptor, bytes);
     is_written = is_written || Fail(error);
     if (close(descriptor) != 0 && is_written) {
         is_written = Fail(error);
@@ -117,6 +123,20 @@ bool WritePage(const std::string& path, std::string_view page, const std::vector
         unlink(name.c_str());
     }
     return is_written;
+}
+
+}  // namespace
+
+bool WritePage(const std::string& path, std::string_view page, const std::vector<LogFile>& inputs,
+               bool is_forced, std::string& error)
+{
+    return WriteOurs(path, {"page", kPageMark}, page, inputs, is_forced, error);
+}
+
+bool WriteTrace(const std::string& path, std::string_view trace, const std::vector<LogFile>& inputs,
+                bool is_forced, std::string& error)
+{
+    return WriteOurs(path, {"trace", kTraceMark}, trace, inputs, is_forced, error);
 }
 
 }  // namespace launchlist

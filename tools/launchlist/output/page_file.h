@@ -1,4 +1,4 @@
-// Writing the report's page to a file without destroying anything else.
+// Writing a report to a file without destroying anything else.
 #pragma once
 
 #include <string>
@@ -15,5 +15,9 @@ namespace launchlist {
 // is not a page of ours. On false, `error` says why.
 bool WritePage(const std::string& path, std::string_view page, const std::vector<LogFile>& inputs,
                bool is_forced, std::string& error);
+
+// The same for a trace.
+bool WriteTrace(const std::string& path, std::string_view trace, const std::vector<LogFile>& inputs,
+                bool is_forced, std::string& error);
 
 }  // namespace launchlist

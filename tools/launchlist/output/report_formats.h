@@ -32,4 +32,10 @@ std::string ReportHtml(const Report& report, const std::string& level_file);
 // A file that begins with this is such a page.
 extern const std::string_view kPageMark;
 
+// The runs as complete events of a Chrome trace, a track for each item.
+std::string ReportTrace(const Report& report);
+
+// A file that begins with this is such a trace.
+extern const std::string_view kTraceMark;
+
 }  // namespace launchlist

@@ -154,8 +154,8 @@ void WriteReportJson(const Report& report, const std::function<void(std::string_
     json.Bool("has_debug_records", report.has_starts);
     PutLaunchers(json, report);
     json.BeginArray("items");
-    for (const ItemReport& item : report.items) {
-        PutItem(json, item);
+    for (const ItemReport* item : InOrder(report, ItemOrder::kLog)) {
+        PutItem(json, *item);
     }
     json.EndArray();
     json.EndObject();

@@ -40,7 +40,7 @@ public:
           m_level_file(level_file),
           m_width(terminal.width),
           m_color(terminal.color),
-          m_items(WorstFirst(report))
+          m_items(InOrder(report, ItemOrder::kWorst))
     {
         if (m_items.size() > kMaxItems) {
             m_omitted = m_items.size() - kMaxItems;
@@ -121,7 +121,9 @@ private:
     {
         return m_omitted == 0 ? ""
                               : counted(m_omitted, "more item") +
-                                    " not shown, none of them worse; --json has all\n";
+                                    (m_report.order ? " not shown; --json has all\n"
+                                                    : " not shown, none of them worse; --json has "
+                                                      "all\n");
     }
 
     std::string Title(const ItemReport& item) const

@@ -333,4 +333,40 @@ std::vector<const ItemReport*> WorstFirst(const Report& report)
     return items;
 }
 
+std::vector<const ItemReport*> InOrder(const Report& report, ItemOrder usual)
+{
+    const ItemOrder order = report.order.value_or(usual);
+    if (order == ItemOrder::kWorst) {
+        return WorstFirst(report);
+    }
+    // What is unknown comes last.
+    const auto figure = [order](const ItemReport& item) -> std::int64_t {
+        switch (order) {
+            case ItemOrder::kStarts:
+                return item.starts ? static_cast<std::int64_t>(*item.starts) : -1;
+            case ItemOrder::kEnds:
+                return static_cast<std::int64_t>(item.ends);
+            case ItemOrder::kCrashes:
+                return static_cast<std::int64_t>(item.crashes);
+            case ItemOrder::kRestarts:
+                return static_cast<std::int64_t>(item.restarts);
+            case ItemOrder::kMedian:
+                return item.median.value_or(-1);
+            case ItemOrder::kDown:
+                return item.down;
+            default:
+                return 0;
+        }
+    };
+    std::vector<const ItemReport*> items;
+    items.reserve(report.items.size());
+    for (const ItemReport& item : report.items) {
+        items.push_back(&item);
+    }
+    std::stable_sort(items.begin(), items.end(), [&](const ItemReport* a, const ItemReport* b) {
+        return order == ItemOrder::kName ? a->name < b->name : figure(*a) > figure(*b);
+    });
+    return items;
+}
+
 }  // namespace launchlist

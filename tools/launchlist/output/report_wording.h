@@ -52,4 +52,8 @@ std::string EndsOf(const ItemReport& item);
 // The items, the worst first.
 std::vector<const ItemReport*> WorstFirst(const Report& report);
 
+// The items in the order of `report`, or in the order `usual` if it has none. Items that are equal
+// in this order keep that of the log.
+std::vector<const ItemReport*> InOrder(const Report& report, ItemOrder usual);
+
 }  // namespace launchlist

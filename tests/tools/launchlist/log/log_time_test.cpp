@@ -1,6 +1,7 @@
 #include "tools/launchlist/log/log_time.h"
 
 #include <gtest/gtest.h>
+#include <stdlib.h>
 #include <time.h>
 
 #include <cstdint>
@@ -103,6 +104,85 @@ TEST(ParseMoment, AcceptsPartialTimesAndAges)
             EXPECT_EQ(FormatTimeStamp(*time), row.time);
         }
     }
+}
+
+namespace {
+
+// Sets the time zone of this machine for a test.
+class TimeZone
+{
+public:
+    explicit TimeZone(const char* zone)
+    {
+        setenv("TZ", zone, 1);
+        tzset();
+    }
+    ~TimeZone()
+    {
+        unsetenv("TZ");
+        tzset();
+    }
+    TimeZone(const TimeZone&) = delete;
+    TimeZone& operator=(const TimeZone&) = delete;
+};
+
+}  // namespace
+
+TEST(ParseMoment, ReadsLocalTimes)
+{
+    const TimeZone zone("CET-1CEST,M3.5.0,M10.5.0/3");
+    const Milliseconds now = *ParseTimeStamp("2026-07-21T23:30:00.000Z");
+    const struct
+    {
+        const char* text;
+        const char* time;
+    } kTable[] = {
+        {"2026-11-21 02:26", "2026-11-21T01:26:00.000Z"},
+        {"2026-07-21T02:26:30", "2026-07-21T00:26:30.000Z"},
+        {"2026-07-21T02:26Z", "2026-07-21T02:26:00.000Z"},
+        {"2026-11-21", "2026-11-20T23:00:00.000Z"},
+        {"09:00", "2026-07-22T07:00:00.000Z"},
+        {"09:00:51", "2026-07-22T07:00:51.000Z"},
+        {"30m", "2026-07-21T23:00:00.000Z"},
+        // The hour that the clocks repeat, and times next to the one that they skip.
+        {"2026-10-25 01:59", "2026-10-24T23:59:00.000Z"},
+        {"2026-10-25 03:00", "2026-10-25T02:00:00.000Z"},
+        {"2026-03-29 01:59", "2026-03-29T00:59:00.000Z"},
+        {"2026-03-29 03:00", "2026-03-29T01:00:00.000Z"},
+    };
+    for (const auto& row : kTable) {
+        const auto time = ParseMoment(row.text, now, Zone::kLocal);
+        ASSERT_TRUE(time) << row.text;
+        EXPECT_EQ(FormatTimeStamp(*time), row.time) << row.text;
+    }
+    EXPECT_FALSE(ParseMoment("2026-07-32", now, Zone::kLocal));
+    EXPECT_EQ(ParseMoment("09:00", now), ParseTimeStamp("2026-07-21T09:00:00.000Z"));
+    EXPECT_FALSE(ParseMoment("9:00", now));
+    EXPECT_FALSE(ParseMoment("24:00", now));
+}
+
+TEST(WallTimeOf, ShowsTheClockAndItsOffset)
+{
+    const struct
+    {
+        const char* zone;
+        const char* time;
+        const char* text;
+    } kTable[] = {
+        {"CET-1CEST,M3.5.0,M10.5.0/3", "2026-11-21T23:30:59.999Z", "2026-11-22 00:30:59 UTC+01:00"},
+        {"CET-1CEST,M3.5.0,M10.5.0/3", "2026-07-21T02:00:00.000Z", "2026-07-21 04:00:00 UTC+02:00"},
+        {"<-0330>3:30", "2026-01-01T02:00:00.000Z", "2025-12-31 22:30:00 UTC-03:30"},
+        {"UTC0", "2026-01-01T02:00:00.000Z", "2026-01-01 02:00:00 UTC+00:00"},
+        {"UTC0", "1969-12-31T23:59:59.001Z", "1969-12-31 23:59:59 UTC+00:00"},
+    };
+    for (const auto& row : kTable) {
+        const TimeZone zone(row.zone);
+        const WallTime time = WallTimeOf(*ParseTimeStamp(row.time), Zone::kLocal);
+        EXPECT_EQ(time.date + " " + time.clock + " " + time.zone, row.text);
+    }
+    const TimeZone zone("CET-1");
+    const WallTime time = WallTimeOf(0, Zone::kUtc);
+    EXPECT_EQ(time.date + " " + time.clock + " " + time.zone, "1970-01-01 00:00:00 UTC");
 }
 
 TEST(FormatRange, OmitsARepeatedDay)

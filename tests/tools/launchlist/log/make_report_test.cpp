@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "tests/tools/launchlist/log/report_on.h"
 
@@ -112,4 +114,97 @@ TEST(Report, MentionsAClockThatWasSetBack)
     EXPECT_EQ(ReportOn(log).clock_set_back, 0U);
     log.Start(8001, kLauncher, "a");
     EXPECT_EQ(ReportOn(log).clock_set_back, 1U);
+}
+
+namespace {
+
+Report ReportOnPart(const LogText& log, const ReportFilter& filter)
+{
+    const TempDirectory directory;
+    return MakeReport({directory.Write("qv7log", log.Text())},
+                      {std::nullopt, std::nullopt, At(Milliseconds{1000} * 24 * 3600 * 1000)},
+                      filter);
+}
+
+ReportFilter OfLauncher(std::int64_t process)
+{
+    ReportFilter filter;
+    filter.launcher = process;
+    return filter;
+}
+
+std::vector<std::string> NamesOf(const Report& report)
+{
+    std::vector<std::string> names;
+    for (const ItemReport& item : report.items) {
+        names.push_back(item.name);
+    }
+    return names;
+}
+
+// Two launchers with items of the same name, one after the other.
+LogText TwoLaunchers()
+{
+    LogText log;
+    log.Start(0, kLauncher, "a").Start(1, kLauncher, "b").Start(2, kLauncher, "bad");
+    log.Start(52, 300, "bad").End(2000, kLauncher, "a", 201, kExit3).Start(2050, kLauncher, "a");
+    log.Start(60000, 700, "a").Start(60001, 700, "c");
+    log.Add(60002, "ERROR", 700, "[LAUNCHER  ] Failed to fork c");
+    log.End(61000, 700, "a", 701, 0).Start(61050, 700, "a");
+    log.Add(61060, "ERROR", 700, "[LAUNCHER  ] There is an item has no name.");
+    log.Add(61070, "ERROR", 702, "[LAUNCHER  ] program path of a is empty");
+    return log;
+}
+
+}  // namespace
+
+TEST(ReportFilter, SelectsTheItemsOfTheGivenNames)
+{
+    LogText log;
+    log.Start(0, kLauncher, "a").Start(1, kLauncher, "b").Start(2, kLauncher, "a\\x1b");
+    ReportFilter filter;
+    filter.names = {"b", "a\\x1b", "none"};
+    const Report report = ReportOnPart(log, filter);
+    EXPECT_EQ(NamesOf(report), (std::vector<std::string>{"b", "a\x1b"}));
+    EXPECT_EQ(report.unknown_names, std::vector<std::string>{"none"});
+    EXPECT_EQ(report.known_names, (std::vector<std::string>{"a", "b", "a\x1b"}));
+    EXPECT_TRUE(ReportOnPart(log, {}).unknown_names.empty());
+}
+
+TEST(ReportFilter, SelectsWhatOneLauncherDid)
+{
+    const Report whole = ReportOn(TwoLaunchers());
+    ASSERT_EQ(whole.launchers.size(), 2U);
+    EXPECT_EQ(ItemOf(whole, "a").ends, 2U);
+    const Report first = ReportOnPart(TwoLaunchers(), OfLauncher(kLauncher));
+    ASSERT_EQ(first.launchers.size(), 1U);
+    EXPECT_EQ(first.launchers[0].process, kLauncher);
+    EXPECT_EQ(NamesOf(first), (std::vector<std::string>{"a", "b", "bad"}));
+    EXPECT_EQ(first.first, At(0));
+    EXPECT_EQ(first.last, At(2050));
+    EXPECT_EQ(first.records, 5U);
+    EXPECT_EQ(first.nameless_items, 0U);
+    EXPECT_EQ(ItemOf(first, "a").starts, 2U);
+    EXPECT_EQ(ItemOf(first, "a").crashes, 1U);
+    EXPECT_EQ(ItemOf(first, "a").no_program, 0U);
+    EXPECT_EQ(ItemOf(first, "bad").failed_starts, 1U);
+    for (const ItemReport& item : first.items) {
+        for (const auto& run : item.runs) {
+            EXPECT_EQ(run.launcher, 0U);
+        }
+    }
+    const Report second = ReportOnPart(TwoLaunchers(), OfLauncher(700));
+    EXPECT_EQ(NamesOf(second), (std::vector<std::string>{"a", "c"}));
+    EXPECT_EQ(second.first, At(60000));
+    EXPECT_EQ(second.nameless_items, 1U);
+    EXPECT_EQ(ItemOf(second, "a").clean_ends, 1U);
+    EXPECT_EQ(ItemOf(second, "c").failed_forks, 1U);
+}
+
+TEST(ReportFilter, FindsNothingForAnUnknownLauncher)
+{
+    const Report report = ReportOnPart(TwoLaunchers(), OfLauncher(300));
+    EXPECT_TRUE(report.launchers.empty());
+    EXPECT_TRUE(report.items.empty());
+    EXPECT_FALSE(report.first);
 }

@@ -272,3 +272,50 @@ TEST(ReportJson, HasTheFigures)
     EXPECT_EQ(static_cast<int>(item["causes"][0]["exit_status"]), 3);
     EXPECT_FALSE(item["loop"].IsValid());
 }
+
+TEST(ReportTrace, PutsRunsThatOverlapInSeparateTracks)
+{
+    LogText log;
+    // A later item of the same name starts before the earlier one is killed.
+    log.Start(0, kLauncher, "a").Start(100, kLauncher, "a").End(300, kLauncher, "a", 201, kKilled);
+    log.End(900, kLauncher, "a", 202, kExit3).Start(950, kLauncher, "a");
+    const std::string trace = ReportTrace(ReportOn(log));
+    EXPECT_NE(trace.find("\"tid\": \"a (2)\""), std::string::npos);
+    EXPECT_EQ(trace.find("\"tid\": \"a (3)\""), std::string::npos);
+    EXPECT_EQ(trace.substr(0, kTraceMark.size()), kTraceMark);
+}
+
+TEST(ReportTrace, KeepsNamesThatLookAlikeApart)
+{
+    LogText log;
+    log.End(0, kLauncher, "", 201, 0).End(1, kLauncher, "\"\"", 202, 0);
+    log.End(2, kLauncher, "x\\x1b", 203, 0).End(3, kLauncher, "x\\\\x1b", 204, 0);
+    const std::string trace = ReportTrace(ReportOn(log));
+    for (const char* track : {R"("tid": "\"\"")", R"("tid": "\"\" [2]")", R"("tid": "x\\x1b")",
+                              R"("tid": "x\\x1b [2]")"}) {
+        EXPECT_NE(trace.find(track), std::string::npos) << track;
+    }
+}
+
+TEST(ReportTrace, NamesFailuresAndWhatIsUnknown)
+{
+    LogText log;
+    log.Start(0, kLauncher, "bad").Start(50, 300, "bad");
+    log.Start(60, kLauncher, "none")
+        .Add(61, "ERROR", 400, "[LAUNCHER  ] program path of none is empty");
+    log.Start(70, kLauncher, "lost")
+        .Add(71, "ERROR", kLauncher, "[LAUNCHER  ] Failed to fork lost");
+    log.Start(80, kLauncher, "a").End(5000, kLauncher, "b", 201, kKilled);
+    const std::string trace = ReportTrace(ReportOn(log));
+    for (const char* name :
+         {"bad: could not be executed", "bad: started", "none: no program",
+          "lost: abandoned: fork failed", "a: running", "b: killed by SIGKILL"}) {
+        EXPECT_NE(trace.find("\"name\": \"" + std::string(name)), std::string::npos)
+            << name << trace;
+    }
+}
+
+TEST(ReportTrace, IsEmptyWithoutRecords)
+{
+    EXPECT_NE(ReportTrace(ReportOn(LogText())).find("\"traceEvents\": []"), std::string::npos);
+}

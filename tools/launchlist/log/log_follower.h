@@ -1,0 +1,84 @@
+// Following a log while it grows.
+#pragma once
+
+#include <sys/types.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "tools/launchlist/log/log_reader.h"
+
+namespace launchlist {
+
+// What happened to the file of a log, other than growing and being rotated.
+enum class LogChange
+{
+    kTruncated,
+    kReplaced  // Or moved away or removed, and created again.
+};
+
+struct FollowSink : LogSink
+{
+    std::function<void(LogChange)> on_change;
+    // An old file cannot be read, and its entries are missing.
+    std::function<void(const std::string& path, const std::string& error)> on_unreadable;
+};
+
+// Passes each entry of a log and its old files once, in order, and continues as the log grows, is
+// rotated, truncated, removed or replaced. The log need not exist.
+//
+// The files stay open: a process that was writing while the log was rotated writes to the renamed
+// file, and what is in a removed file is still read. What was written and truncated between two
+// calls of Poll is missed.
+class LogFollower
+{
+public:
+    // `path` names the log, which must not be standard input.
+    LogFollower(std::string path, FollowSink sink);
+    ~LogFollower();
+    LogFollower(const LogFollower&) = delete;
+    LogFollower& operator=(const LogFollower&) = delete;
+
+    // Passes all entries that are complete. If nothing has changed, this makes one system call for
+    // each open file and one for the log's path.
+    //
+    // On false, `error` says why the log cannot be read. A log that does not exist is not an error.
+    bool Poll(std::string& error);
+
+    // Whether the last call of Poll read anything.
+    bool HasGrown() const { return m_has_grown; }
+
+    // Whether the log exists or has existed.
+    bool HasFile() const { return !m_files.empty(); }
+
+private:
+    struct File
+    {
+        std::string path;  // At which it was found.
+        int descriptor = -1;
+        FileId id;
+        off_t offset = 0;      // Everything before it has been read.
+        std::string last;      // The last bytes before the offset.
+        std::string rest;      // Read, and not passed yet, because the last entry is incomplete.
+        std::size_t line = 1;  // The number of the first line in `rest`.
+        bool is_first_read = true;
+        bool is_replacement = false;  // Of the file before it, which was not rotated.
+        bool has_grown = false;
+        bool is_unlinked = false;
+    };
+
+    bool OpenNewFiles(std::string& error);
+    File* FindOpen(const FileId& id);
+    bool ReadNew(File& file, std::string& error);
+    bool ReadFrom(File& file, off_t offset, std::string& bytes, std::string& error) const;
+    void PassRest(File& file, bool is_whole);
+    void CloseOldFiles();
+
+    const std::string m_path;
+    const FollowSink m_sink;
+    std::vector<File> m_files;  // The oldest first.
+    bool m_has_grown = false;
+};
+
+}  // namespace launchlist

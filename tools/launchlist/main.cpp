@@ -49,16 +49,17 @@ int RunCommand(int argc, char** argv)
     app.set_version_flag("--version", "launchlist " KESTRANE_VERSION);
     app.require_subcommand(1);
     app.footer("Example:\n  launchlist check helpers.json && launchlist explain helpers.json");
-    const std::vector<Command> commands = {AddCheckCommand(app), AddExplainCommand(app),
-                                           AddLogCommand(app), AddReportCommand(app),
-                                           AddStatusCommand(app), AddCompletionCommand(app)};
+    const std::vector<Command> commands = {AddCheckCommand(app),  AddExplainCommand(app),
+                                           AddFixCommand(app),    AddNewCommand(app),
+                                           AddStatusCommand(app), AddLogCommand(app),
+                                           AddReportCommand(app), AddCompletionCommand(app)};
 
     const std::string unknown = FindUnknownCommand(argc > 1 ? argv[1] : "", commands);
     if (!unknown.empty()) {
         return FailOnUsage(unknown);
     }
     try {
-        app.parse(argc, argv);
+        app.parse(ArgumentsForParser(argc, argv));
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() != 0) {
             return FailOnUsage(error.what());  // CLI11's messages contain the arguments unchanged.

@@ -1,7 +1,7 @@
 #include "tools/launchlist/list/argument_vector.h"
 
 #include "launcher/launch_item.h"
-#include "tools/launchlist/list/check_context.h"
+#include "tools/launchlist/list/item_number.h"
 
 namespace launchlist {
 

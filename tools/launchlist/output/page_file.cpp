@@ -6,16 +6,14 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 
+#include "tools/launchlist/base/files.h"
 #include "tools/launchlist/output/report_formats.h"
 
 namespace launchlist {
 
 namespace {
-
-constexpr int kMaxNames = 100;
 
 bool Fail(std::string& error)
 {
@@ -72,71 +70,20 @@ bool MayReplace(const std::string& path, const Kind& kind, const std::vector<Log
     return true;
 }
 
-// Creates a file beside `path` and opens it; -1 on failure.
-int CreateBeside(const std::string& path, std::string& name)
-{
-    for (int number = 0; number < kMaxNames; ++number) {
-        name = path + ".new-" + std::to_string(getpid()) + "-" + std::to_string(number);
-        const int descriptor =
-            open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
-        if (descriptor >= 0 || errno != EEXIST) {
-            return descriptor;
-        }
-    }
-    return -1;
-}
-
-bool WriteAll(int descriptor, std::string_view bytes)
-{
-    while (!bytes.empty()) {
-        const ssize_t count = write(descriptor, bytes.data(), bytes.size());
-        if (count >= 0) {
-            bytes.remove_prefix(static_cast<std::size_t>(count));
-        } else if (errno != EINTR) {
-            return false;
-        }
-    }
-    return true;
-}
-
-bool WriteOurs(const std::string& path, const Kind& kind, std::string_view bytes,
-               const std::vector<LogFile>& inputs, bool is_forced, std::string& error)
-{
-    if (!MayReplace(path, kind, inputs, is_forced, error)) {
-        return false;
-    }
-    std::string name;
-    const int descriptor = CreateBeside(path, name);
-    if (descriptor < 0) {
-        return Fail(error);
-    }
-    // The umask may have removed bits.
-    bool is_written = fchmod(descriptor, 0600) == 0 && WriteAll(descriptor, bytes);
-    is_written = is_written || Fail(error);
-    if (close(descriptor) != 0 && is_written) {
-        is_written = Fail(error);
-    }
-    if (is_written && std::rename(name.c_str(), path.c_str()) != 0) {
-        is_written = Fail(error);
-    }
-    if (!is_written) {
-        unlink(name.c_str());
-    }
-    return is_written;
-}
-
 }  // namespace
 
 bool WritePage(const std::string& path, std::string_view page, const std::vector<LogFile>& inputs,
                bool is_forced, std::string& error)
 {
-    return WriteOurs(path, {"page", kPageMark}, page, inputs, is_forced, error);
+    return MayReplace(path, {"page", kPageMark}, inputs, is_forced, error) &&
+           ReplaceFile(path, page, {}, error);
 }
 
 bool WriteTrace(const std::string& path, std::string_view trace, const std::vector<LogFile>& inputs,
                 bool is_forced, std::string& error)
 {
-    return WriteOurs(path, {"trace", kTraceMark}, trace, inputs, is_forced, error);
+    return MayReplace(path, {"trace", kTraceMark}, inputs, is_forced, error) &&
+           ReplaceFile(path, trace, {}, error);
 }
 
 }  // namespace launchlist

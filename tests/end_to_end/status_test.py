@@ -30,6 +30,10 @@ MISBEHAVE = HELPERS + "/misbehave"
 RUNNING, SOME_DO_NOT, NO_LAUNCHER = 0, 1, 3
 
 
+def by_name(launcher):
+    return {entry["name"]: entry for entry in launcher["items"]}
+
+
 class StatusTest(LauncherTest):
     def status(self, *arguments, expected=None):
         """The parsed output. Every text is also printed once, which must not fail."""
@@ -53,14 +57,16 @@ class StatusTest(LauncherTest):
     def items(self, *arguments, expected=None):
         """The items of the only launcher, by name."""
         (launcher,) = self.status(*arguments, expected=expected)["launchers"]
-        return {entry["name"]: entry for entry in launcher["items"]}
+        return by_name(launcher)
 
     def wait_for_states(self, **states):
         """Waits until the items have these states."""
 
         def has_states():
-            items = self.items()
-            return {name: items[name]["state"] for name in states} == states and items
+            # There is none until the process that becomes the launcher has executed its program.
+            launchers = self.status()["launchers"]
+            items = by_name(launchers[0]) if launchers else {}
+            return items and {name: items[name]["state"] for name in states} == states and items
 
         return self.wait_for(has_states, f"the states {states}")
 

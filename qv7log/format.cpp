@@ -330,7 +330,7 @@ void PutInteger(Output& output, const Conversion& conversion, bool negative, uin
         conversion.has_precision
             ? std::min(static_cast<std::size_t>(conversion.precision), kMaxWidth)
             : 1;
-    std::string_view prefix;
+    std::string_view prefix = "";  // Not null: Append copies with memcpy.
     if (is_signed) {
         prefix = negative ? "-" : conversion.plus ? "+" : conversion.blank ? " " : "";
     } else if (conversion.alternate && base == 16 && value != 0) {

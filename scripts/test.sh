@@ -24,7 +24,7 @@ if ! on_a_mac; then
     need_command bwrap bubblewrap -
 fi
 case "$preset" in
-    clang) need_command clang++ clang llvm ;;
+    clang | asan) need_command clang++ clang llvm ;;
     libcxx) need_libcxx ;;
 esac
 install_missing

@@ -9,6 +9,7 @@ is a failure.
 
 import collections
 import concurrent.futures
+import contextlib
 import json
 import os
 import random
@@ -230,7 +231,8 @@ class Batch(LauncherTest):
         """Kills the launcher's children; returns whether the handler then continues."""
         children = self.children(launcher)
         for child in children:
-            os.kill(child.pid, signal.SIGKILL)
+            with contextlib.suppress(ProcessLookupError):  # The launcher continued by itself.
+                os.kill(child.pid, signal.SIGKILL)
 
         def continued():
             now = threads(launcher.pid)

@@ -131,7 +131,7 @@ MISTAKES = [
     ("checks lists/good.json", 'unknown command "checks"; did you mean "check"?'),
     ("start \x1b]0;owned\x07", 'unknown command "start"'),
     ("explain", "LIST is required"),
-    ("explain lists/good.json lists/good.json", "LIST"),
+    ("explain lists/good.json lists/good.json", "argument was not expected: lists/good.json"),
     ("check - -", "LIST: - can be given only once"),
     ("check - lists/good.json -", "LIST: - can be given only once"),
     ("check lists/good.json --x\x1b]0;owned\x07", r"\x1b]0;owned\x07"),

@@ -277,7 +277,7 @@ TEST(ExplanationJson, NamesOutcomesAndConditions)
     index = 0;
     for (const auto& row : kOutcomes) {
         JsonObject outcome = json["outcomes"][index++];
-        EXPECT_EQ(static_cast<std::string>(outcome["fate"]), row.name);
+        EXPECT_EQ(static_cast<std::string>(outcome["outcome"]), row.name);
         EXPECT_EQ(static_cast<std::string>(outcome["condition"]), row.condition);
     }
 }

@@ -144,6 +144,7 @@ static const struct {
     NUMBER(MAP_ANON),
     NUMBER(PTHREAD_CANCEL_ENABLE),
     NUMBER(PTHREAD_CANCEL_DISABLE),
+    NUMBER(PTHREAD_CANCELED),
     NUMBER(RENAME_EXCL),
     NUMBER(RLIMIT_FSIZE),
     NUMBER(RLIMIT_CORE),
@@ -231,6 +232,7 @@ static const struct {
     TYPE_MEMBER(_RuneLocale, __mapupper),
     TYPE(pthread_mutex_t),
     TYPE(pthread_cond_t),
+    TYPE(pthread_attr_t),
     TYPE(mbstate_t),
 };
 

@@ -37,7 +37,7 @@ def time_(call):
 
 
 def sleep(seconds):
-    yield Wait(lambda: False, deadline=time.monotonic() + seconds)
+    yield Wait(lambda: False, deadline=time.monotonic() + seconds, what=("time",))
     return 0
 
 

@@ -203,7 +203,6 @@ class EmptyProgram(LauncherTest):
         self.assertNotIn(outsider, self.ended)
         self.assert_left_behind(["sleep"])
 
-
     @unittest.skipUnless(MACOS, "on Linux the whole process group is killed")
     def test_the_order_of_the_map_decides(self):
         ends = {name: self.end_with_another_item(name) for name in "acdefghi"}
@@ -214,8 +213,12 @@ class EmptyProgram(LauncherTest):
         launcher = self.start(numbered(item("b"), *nameless(MANY), {"name": name}))
 
         def first_end(item_name, statuses):
-            found = [record.text for record in launcher.records() if f"] {item_name} " in record.text]
-            return [text for text in found if text.endswith(tuple(f"status = {n}" for n in statuses))]
+            found = [
+                record.text for record in launcher.records() if f"] {item_name} " in record.text
+            ]
+            return [
+                text for text in found if text.endswith(tuple(f"status = {n}" for n in statuses))
+            ]
 
         self.wait_for(lambda: not launcher.running() or first_end(name, ABORTED), "an end")
         if not launcher.running():

@@ -1,7 +1,9 @@
-// What programs may expect of the system, checked from inside a program. model_test.py runs it on the
-// model of macOS, and built for Linux on Linux itself, so that no expectation is the model's own.
+// What programs may expect of the system, checked from inside a program. model_test.py runs it on
+// the model of macOS, and built for Linux on Linux itself, so that no expectation is the model's
+// own.
 //
-// Sources: POSIX; where the two systems differ, Apple's manual pages. Prints each wrong expectation.
+// Sources: POSIX; where the two systems differ, Apple's manual pages. Prints each wrong
+// expectation.
 
 #include <dirent.h>
 #include <errno.h>
@@ -25,19 +27,19 @@
 
 static int failures;
 
-#define CHECK(condition)                                          \
-    do {                                                          \
-        if (!(condition)) {                                       \
-            printf("line %d: %s\n", __LINE__, #condition);        \
-            ++failures;                                           \
-        }                                                         \
+#define CHECK(condition)                                   \
+    do {                                                   \
+        if (!(condition)) {                                \
+            printf("line %d: %s\n", __LINE__, #condition); \
+            ++failures;                                    \
+        }                                                  \
     } while (0)
 
-#define CHECK_ERROR(number, call)       \
-    do {                                \
-        errno = 0;                      \
-        CHECK((call) == -1);            \
-        CHECK(errno == (number));       \
+#define CHECK_ERROR(number, call) \
+    do {                          \
+        errno = 0;                \
+        CHECK((call) == -1);      \
+        CHECK(errno == (number)); \
     } while (0)
 
 // Signals
@@ -177,7 +179,10 @@ static void* frame_address(void* unused)
 
 static void check_supplied_stack(void)
 {
-    enum { kSize = 256 * 1024 };
+    enum
+    {
+        kSize = 256 * 1024
+    };
     char* const stack = mmap(NULL, kSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANON, -1, 0);
     pthread_attr_t attributes;
     CHECK(pthread_attr_init(&attributes) == 0);

@@ -10,7 +10,6 @@ build/macos/ARCHITECTURE/output.
 
 import os
 import re
-import resource
 import shutil
 import subprocess
 import sys
@@ -24,6 +23,16 @@ TIMEOUT = 3600
 DEADLINE = "300"
 # An emulated walk over this many items takes as long as a native one over 20,000.
 MANY = "400"
+
+
+# Runs a command and appends the processor time that it used to the file KESTRANE_USAGE.
+MEASURED = [
+    *(shutil.which("python3"), "-IBc"),
+    "import os, subprocess, sys; "
+    "status = subprocess.run(sys.argv[1:]).returncode; "
+    "print(sum(os.times()[:4]), file=open(os.environ['KESTRANE_USAGE'], 'a')); "
+    "sys.exit(status if status >= 0 else 128 - status)",
+]
 
 
 def read_skipped(with_slow):
@@ -50,6 +59,8 @@ class Tests:
         self.reports = MACOS / "reports" / architecture
         self.output = self.built / "output"
         self.output.mkdir(exist_ok=True)
+        self.usage = self.built / "usage"
+        self.seconds = 0.0
 
     def is_skipped(self, name):
         if name in self.skipped:
@@ -65,12 +76,12 @@ class Tests:
     def check(self, name, command, environment, directory=None):
         if not self.pattern.search(name):
             return
-        began = processor_time()
+        self.usage.write_text("")
         with open(self.output / (name.replace("/", "_") + ".txt"), "w+b") as output:
             try:
                 status = subprocess.run(
                     [str(part) for part in command],
-                    env={**os.environ, **environment},
+                    env={**os.environ, "KESTRANE_USAGE": str(self.usage), **environment},
                     cwd=directory,
                     stdin=subprocess.DEVNULL,
                     stdout=output,
@@ -84,9 +95,10 @@ class Tests:
             text = output.read().decode(errors="replace")
         reports = self.take_reports()
         well = status == 0 and not reports
+        seconds = sum(float(line.split()[0]) for line in self.usage.read_text().splitlines())
+        self.seconds += seconds
         print(
-            f"{'ok' if well else 'FAILED':6} {processor_time() - began:6.1f} s  "
-            f"{self.architecture} {name}",
+            f"{'ok' if well else 'FAILED':6} {seconds:6.1f} s  {self.architecture} {name}",
             flush=True,
         )
         if not well:
@@ -123,11 +135,12 @@ class Tests:
                 },
             )
 
-    def namespace(self):
+    def namespace(self, options=()):
         """The command prefix that keeps a test from signalling any process outside."""
         command = ["bwrap", "--unshare-pid", "--die-with-parent", "--new-session"]
         command += ["--ro-bind", "/", "/", "--proc", "/proc", "--dev", "/dev", "--tmpfs", "/tmp"]
-        return command + ["--bind", MACOS, MACOS, "--ro-bind", ROOT / "tests", ROOT / "tests"]
+        command += [*options, "--bind", MACOS, MACOS, "--ro-bind", ROOT / "tests", ROOT / "tests"]
+        return command + MEASURED
 
     def interpreter(self, program):
         python = ROOT / "build/venv/macos/bin/python"
@@ -144,7 +157,9 @@ class Tests:
     def run_launchlist(self):
         launchlist = self.built / "run/stage/Kestrane.app/Contents/MacOS/launchlist"
         script = ROOT / "tests/tools/launchlist/command_line_test.py"
-        command = [*self.namespace(), shutil.which("python3"), "-B", script, launchlist]
+        # The lists of this test run /bin/sh, which launchlist expects to be a program for macOS.
+        shell = ["--ro-bind", MACOS / "Kestrane.app/Contents/MacOS/launchlist", "/bin/sh"]
+        command = [*self.namespace(shell), shutil.which("python3"), "-B", script, launchlist]
         self.check("launchlist_command_line_test", command, {})
 
     def run_end_to_end(self):
@@ -186,12 +201,6 @@ def cases_of(file):
     return done.stdout.split()
 
 
-def processor_time():
-    """The seconds that all ended processes of this one have used the processor."""
-    usage = resource.getrusage(resource.RUSAGE_CHILDREN)
-    return usage.ru_utime + usage.ru_stime
-
-
 def main():
     arguments = sys.argv[1:]
     run_slow = "--all" in arguments
@@ -208,7 +217,7 @@ def main():
         print("skipped.txt names tests that do not exist:", *sorted(unknown), sep="\n  ")
     print(
         f"{architecture}: {len(tests.failed)} failed; skipped: {len(tests.used)}; "
-        f"{processor_time():.0f} s of processor time"
+        f"{tests.seconds:.0f} s of processor time"
     )
     return 1 if tests.failed else 0
 

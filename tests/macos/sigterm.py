@@ -10,10 +10,11 @@ A thread is main, s0, s1, ... in order of creation, or c0, c1, ... for the first
 before it calls execv; c0.2 is its second child. A call that has to wait counts twice: when it begins
 and when it waits. Functions of the guest library, such as malloc, do not count.
 
-Threads switch where they wait and when they have created a thread, and the pause before a restart takes no time, so the same plan
-gives the same run. Before the first signal, the first child of s0 is killed once all threads wait, so
-that a plan can name calls of a restart. KESTRANE_RECORD names the file for the record, whose lines
-are those of tests/moments/moments.cpp: a size in four bytes, then text.
+Threads switch where they wait and when they have created a thread, and the pause before a restart
+takes no time, so the same plan gives the same run. Before the first signal, the first child of s0 is
+killed once all threads wait, so that a plan can name calls of a restart. KESTRANE_RECORD names the
+file for the record, whose lines are those of tests/moments/moments.cpp: a size in four bytes, then
+text.
 """
 
 import fcntl
@@ -350,7 +351,9 @@ class Moments:
             named = [self._name(o) if o in self._names else str(o) for o in other]
             handler = ", handler," if thread.handling else ""
             call = self._calls.get(self._name(thread))
-            self._note(f"waits {self._name(thread)}{handler} in {call} for {what} {' '.join(named)}")
+            self._note(
+                f"waits {self._name(thread)}{handler} in {call} for {what} {' '.join(named)}"
+            )
         return self._end()
 
     def _end_lost(self, main):

@@ -11,6 +11,7 @@ from launcher import (
     MACOS,
     MANY,
     SANITIZE,
+    STAY,
     WITHOUT_LEAKS,
     WORK,
     LauncherTest,
@@ -205,12 +206,13 @@ class EmptyProgram(LauncherTest):
 
     @unittest.skipUnless(MACOS, "on Linux the whole process group is killed")
     def test_the_order_of_the_map_decides(self):
-        ends = {name: self.end_with_another_item(name) for name in "acdefghi"}
+        ends = {name: self.end_with_other_items(name) for name in "aefghi"}
         self.assertEqual({"killed", "aborted"}, set(ends.values()), ends)
 
-    def end_with_another_item(self, name):
-        """What happens if the item of this name has no program and runs beside another one."""
-        launcher = self.start(numbered(item("b"), *nameless(MANY), {"name": name}))
+    def end_with_other_items(self, name):
+        """What happens if the item of this name has no program and others run already."""
+        others = {other: item(other, STAY, other) for other in "bcd"}
+        launcher = self.start(numbered(*others.values(), *nameless(MANY), {"name": name}))
 
         def first_end(item_name, statuses):
             found = [
@@ -224,11 +226,17 @@ class EmptyProgram(LauncherTest):
         if not launcher.running():
             self.assertEqual(-signal.SIGKILL, launcher.wait())
             return "killed"
-        # The child has killed the other helper before it aborted, and both are started again.
-        bystander = self.starts()[0].pid
-        self.assertEqual(end_text("b", bystander, 9), first_end("b", [9])[0])
+
+        # The child has killed one other helper before it aborted, and both are started again.
+        def killed():
+            return [other for other in others if first_end(other, [9])]
+
+        (bystander,) = self.wait_for(killed, "the end of another helper")
+        first = self.starts(bystander)[0]
+        self.assertEqual(end_text(bystander, first.pid, 9), first_end(bystander, [9])[0])
         self.wait_for(lambda: len(first_end(name, ABORTED)) > 1, "the same end again")
-        self.wait_for_starts(2)
+        self.wait_for_starts(2, bystander)
+        self.assertEqual([bystander], killed())
         launcher.kill()
         return "aborted"
 

@@ -8,6 +8,7 @@ For each test prints the processor time that it needed. Its output is kept in
 build/macos/ARCHITECTURE/output.
 """
 
+import json
 import os
 import re
 import shutil
@@ -114,19 +115,12 @@ class Tests:
         return found
 
     def run_unit_tests(self):
-        for program in sorted(self.built.glob("tests/*/*")):
-            if not program.is_file() or not os.access(program, os.X_OK) or program.suffix:
-                continue
-            name = program.name
+        for name, program, *arguments in self.programs():
             if self.is_skipped(name):
                 continue
-            arguments = []
             parts = self.skipped_parts(name)
             if parts:
-                arguments = ["--gtest_filter=-" + ":".join(parts)]
-            if name.startswith("fuzz_"):
-                seeds = name[len("fuzz_") : -len("_seeds")]
-                arguments = [ROOT / "tests/fuzz/seeds" / seeds]
+                arguments.append("--gtest_filter=-" + ":".join(parts))
             self.check(
                 name,
                 [*self.namespace(), *self.interpreter(program), *arguments],
@@ -134,6 +128,15 @@ class Tests:
                     "DYLD_LIBRARY_PATH": str(self.built / "qv7log"),
                 },
             )
+
+    def programs(self):
+        """The name, the path and the arguments of each test that is a program of the tests."""
+        command = ["ctest", "--test-dir", self.built, "--show-only=json-v1"]
+        done = subprocess.run(command, check=True, capture_output=True)
+        for test in json.loads(done.stdout)["tests"]:
+            program, *arguments = test.get("command", [""])
+            if program.startswith(str(self.built / "tests")):
+                yield test["name"], program, *arguments
 
     def namespace(self, options=()):
         """The command prefix that keeps a test from signalling any process outside."""
@@ -178,7 +181,11 @@ class Tests:
             if self.is_skipped(name):
                 continue
             skipped = self.skipped_parts(name)
-            cases = [case for case in cases_of(file) if case not in skipped]
+            cases = [
+                case
+                for case in cases_of(file)
+                if case not in skipped and case.split(".")[0] not in skipped
+            ]
             command = [shutil.which("python3"), "-B", file, *cases]
             self.check(name, command, environment)
 

@@ -138,11 +138,24 @@ class Tests:
             if program.startswith(str(self.built / "tests")):
                 yield test["name"], program, *arguments
 
-    def namespace(self, options=()):
+    def namespace(self):
         """The command prefix that keeps a test from signalling any process outside."""
+        # launchlist expects /bin/sh, the program of many lists, to be a program for macOS.
+        shell = MACOS / "Kestrane.app/Contents/MacOS/launchlist"
+        tests = ROOT / "tests"
         command = ["bwrap", "--unshare-pid", "--die-with-parent", "--new-session"]
         command += ["--ro-bind", "/", "/", "--proc", "/proc", "--dev", "/dev", "--tmpfs", "/tmp"]
-        command += [*options, "--bind", MACOS, MACOS, "--ro-bind", ROOT / "tests", ROOT / "tests"]
+        command += [
+            "--bind",
+            MACOS,
+            MACOS,
+            "--ro-bind",
+            tests,
+            tests,
+            "--ro-bind",
+            shell,
+            "/bin/sh",
+        ]
         return command + MEASURED
 
     def interpreter(self, program):
@@ -160,9 +173,7 @@ class Tests:
     def run_launchlist(self):
         launchlist = self.built / "run/stage/Kestrane.app/Contents/MacOS/launchlist"
         script = ROOT / "tests/tools/launchlist/command_line_test.py"
-        # The lists of this test run /bin/sh, which launchlist expects to be a program for macOS.
-        shell = ["--ro-bind", MACOS / "Kestrane.app/Contents/MacOS/launchlist", "/bin/sh"]
-        command = [*self.namespace(shell), shutil.which("python3"), "-B", script, launchlist]
+        command = [*self.namespace(), shutil.which("python3"), "-B", script, launchlist]
         self.check("launchlist_command_line_test", command, {})
 
     def run_end_to_end(self):

@@ -138,7 +138,7 @@ class SelfTest(unittest.TestCase):
     def test_a_wrong_errno(self):
         change = "import values; values._TO_MACOS[2] = 13"
         for architecture, tests in self.each():
-            program = f"{tests}/qv7log/qv7log_log_file_test"
+            program = f"{tests}/qv7log/qv7log_logger_test"
             self.passes(architecture, program)
             self.fails("FAILED", architecture, program, change=change)
 

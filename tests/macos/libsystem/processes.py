@@ -17,6 +17,7 @@ LIBC = ctypes.CDLL(None, use_errno=True)
 
 LIMITS = {
     values.OTHERS["RLIMIT_FSIZE"]: resource.RLIMIT_FSIZE,
+    values.OTHERS["RLIMIT_STACK"]: resource.RLIMIT_STACK,
     values.OTHERS["RLIMIT_CORE"]: resource.RLIMIT_CORE,
     values.OTHERS["RLIMIT_NPROC"]: resource.RLIMIT_NPROC,
     values.OTHERS["RLIMIT_NOFILE"]: resource.RLIMIT_NOFILE,

@@ -123,7 +123,7 @@ class Tests:
                 arguments.append("--gtest_filter=-" + ":".join(parts))
             self.check(
                 name,
-                [*self.namespace(), *self.interpreter(program), *arguments],
+                [*self.namespace(name), *self.interpreter(program), *arguments],
                 {
                     "DYLD_LIBRARY_PATH": str(self.built / "qv7log"),
                 },
@@ -138,24 +138,15 @@ class Tests:
             if program.startswith(str(self.built / "tests")):
                 yield test["name"], program, *arguments
 
-    def namespace(self):
+    def namespace(self, name):
         """The command prefix that keeps a test from signalling any process outside."""
-        # launchlist expects /bin/sh, the program of many lists, to be a program for macOS.
-        shell = MACOS / "Kestrane.app/Contents/MacOS/launchlist"
         tests = ROOT / "tests"
         command = ["bwrap", "--unshare-pid", "--die-with-parent", "--new-session"]
         command += ["--ro-bind", "/", "/", "--proc", "/proc", "--dev", "/dev", "--tmpfs", "/tmp"]
-        command += [
-            "--bind",
-            MACOS,
-            MACOS,
-            "--ro-bind",
-            tests,
-            tests,
-            "--ro-bind",
-            shell,
-            "/bin/sh",
-        ]
+        command += ["--bind", MACOS, MACOS, "--ro-bind", tests, tests]
+        if re.match("tools_launchlist_list|launchlist_command_line", name):
+            # The lists of these tests run /bin/sh, which launchlist expects to be for macOS.
+            command += ["--ro-bind", MACOS / "Kestrane.app/Contents/MacOS/launchlist", "/bin/sh"]
         return command + MEASURED
 
     def interpreter(self, program):
@@ -173,8 +164,9 @@ class Tests:
     def run_launchlist(self):
         launchlist = self.built / "run/stage/Kestrane.app/Contents/MacOS/launchlist"
         script = ROOT / "tests/tools/launchlist/command_line_test.py"
-        command = [*self.namespace(), shutil.which("python3"), "-B", script, launchlist]
-        self.check("launchlist_command_line_test", command, {})
+        name = "launchlist_command_line_test"
+        command = [*self.namespace(name), shutil.which("python3"), "-B", script, launchlist]
+        self.check(name, command, {})
 
     def run_end_to_end(self):
         run = self.built / "run"

@@ -11,7 +11,7 @@
 #
 #     scripts/macos/moments.sh ITEMS THREAD CALL [hold THREAD CALL]...
 #
-# Needs build/macos (scripts/macos/build.sh) and takes TIME minutes on two processors.
+# Needs build/macos (scripts/macos/build.sh).
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 . scripts/lib/base.sh
@@ -25,7 +25,7 @@ if [ "${1-}" = --arch ]; then
     shift 2
 fi
 prepare_stage
-export KESTRANE_STAGE=build/macos/$architecture/run/stage
-export KESTRANE_HELPERS=build/macos/$architecture/run/helpers
-export KESTRANE_OTHER_LOG=build/macos/$architecture/run/other_log
+export KESTRANE_STAGE=$PWD/build/macos/$architecture/run/stage
+export KESTRANE_HELPERS=$PWD/build/macos/$architecture/run/helpers
+export KESTRANE_OTHER_LOG=$PWD/build/macos/$architecture/run/other_log
 exec python3 -B tests/macos/sweep.py "$@"

@@ -10,11 +10,11 @@ A thread is main, s0, s1, ... in order of creation, or c0, c1, ... for the first
 before it calls execv; c0.2 is its second child. A call that has to wait counts twice: when it begins
 and when it waits. Functions of the guest library, such as malloc, do not count.
 
-Threads switch where they wait and when they have created a thread, and the pause before a restart
-takes no time, so the same plan gives the same run. Before the first signal, the first child of s0 is
-killed once all threads wait, so that a plan can name calls of a restart. KESTRANE_RECORD names the
-file for the record, whose lines are those of tests/moments/moments.cpp: a size in four bytes, then
-text.
+Threads switch where they wait and when they have created a thread. Each reading of the clock advances
+it by two milliseconds, and pauses take no time. So the same plan gives the same run. Before the first
+signal, the first child of s0 is killed once all threads wait, so that a plan can name calls of a
+restart. KESTRANE_RECORD names the file for the record, whose lines are those of
+tests/moments/moments.cpp: a size in four bytes, then text.
 """
 
 import fcntl
@@ -33,6 +33,10 @@ STATUS_OF_RECORDED_END = 99
 MAX_UNKILLED = 16
 # Calls of the guest library that belong to no call of the program.
 UNCOUNTED = ("host_tick", "host_fail")
+# The first time in nanoseconds that the program reads. Between two readings, more time passes than the
+# log lets pass between two checks of its file.
+START = 1_700_000_000 * 10**9
+STEP = 2 * 10**6
 # Added to the deadline of a thread that sleeps, which keeps the order of the deadlines.
 NEVER = 1e15
 
@@ -62,6 +66,7 @@ class Moments:
         self._sent = 0
         self._extra_signals = 0
         self._unkilled = 0
+        self._time = START
 
     def _read(self, words):
         while words:
@@ -79,6 +84,10 @@ class Moments:
         (size,) = struct.unpack("<I", self._record[:4])
         self._record[4 + size : 4 + size + len(data)] = data
         self._record[:4] = struct.pack("<I", size + len(data))
+
+    def time(self):
+        self._time += STEP
+        return self._time
 
     # Names and numbers.
 
@@ -255,9 +264,12 @@ class Moments:
     # What waits for what, when no thread can run.
 
     def _frame(self, thread):
-        """The frame in which a thread waits."""
-        frame = thread.frames[-1] if thread.frames else None
-        return frame if isinstance(frame, ModelFrame) else None
+        """The frame in which a thread waits, or waited before a handler that is about to run."""
+        for frame in reversed(thread.frames):
+            if isinstance(frame, ModelFrame) and frame.interrupts:
+                continue
+            return frame if isinstance(frame, ModelFrame) else None
+        return None
 
     def _reason(self, thread):
         frame = self._frame(thread)

@@ -25,7 +25,7 @@ import struct
 
 import values
 from libsystem.threads import awaited_object
-from scheduling import ModelFrame, Wait
+from scheduling import ANYTHING, ModelFrame, Wait
 
 # Beyond the descriptors that the launcher passes to its helpers.
 PRIVATE_DESCRIPTOR = 200
@@ -194,18 +194,21 @@ class Moments:
                 request = generator.send(value)
             except StopIteration as stop:
                 return stop.value
-            if isinstance(request, Wait) and self._child is None:
+            value = None
+            if isinstance(request, Wait) and self._child is None and request is not ANYTHING:
                 if request.deadline is not None:
                     request.deadline += NEVER
                 if not counted and not request.ready():
                     counted = True
                     yield from self._begin_wait(thread, name, request)
-                    value = yield request
-                    if thread in self._due:
-                        self._due.remove(thread)
-                        yield from self._deliver(thread, planned=True)
-                    continue
-            value = yield request
+                # A child may have ended meanwhile, and no signal would tell the thread again.
+                if not request.ready():
+                    yield request
+                if thread in self._due:
+                    self._due.remove(thread)
+                    yield from self._deliver(thread, planned=True)
+            else:
+                value = yield request
 
     def _begin_wait(self, thread, name, wait):
         self._count(thread, name + ", waiting")

@@ -5,6 +5,7 @@
 #
 #     scripts/macos/moments.sh                 lists of 1 and of 2 items, on Apple silicon
 #     scripts/macos/moments.sh --arch x86_64   the same on Intel
+#     scripts/macos/moments.sh --items 1       a list of 1 item
 #     scripts/macos/moments.sh --document      writes the table in docs/faults.md
 #
 # To make one run and print what each thread waits for at its end (the table has examples):

@@ -3,14 +3,18 @@
 # python_env.sh.
 
 # prepare_guest: creates build/venv/macos and builds build/macos/guest/ARCHITECTURE, if necessary: the
-# library of functions that run as machine code (tests/macos/guest), LLVM's unwinder, and the program
-# that prints the target's values.
+# library of functions that run as machine code (tests/macos/guest), LLVM's unwinder, and the programs
+# that test the model.
 prepare_guest() {
     local sources recipe python
     sources=(scripts/macos/guest.sh scripts/requirements/zig.txt tests/macos/guest/*
-        tests/macos/target_values.c)
+        tests/macos/target_values.c tests/macos/posix_test.c)
     recipe=$(cat "${sources[@]}" | cksum)
-    python_env macos
+    # Some tests run programs as another user, who must be able to execute Python.
+    case $(readlink -f build/venv/macos/bin/python) in
+        "$HOME"/*) rm -rf build/venv/macos ;;
+    esac
+    PATH=/usr/bin:$PATH python_env macos
     [ "$(cat build/macos/guest/recipe 2>/dev/null)" != "$recipe" ] || return 0
     . scripts/macos/tools.sh
     prepare_macos_tools
@@ -37,6 +41,9 @@ build_guest() {
         "$unwind/src/libunwind.cpp" "$unwind/src/UnwindLevel1.c" "$unwind/src/UnwindLevel1-gcc-ext.c" \
         "$unwind/src/UnwindRegistersSave.S" "$unwind/src/UnwindRegistersRestore.S" ||
         fail "The unwinder for $1 does not build; fix the errors above and start again."
-    "$zig" cc "${target[@]}" -Wall -Werror -o "$out/target_values" tests/macos/target_values.c ||
-        fail "The program that prints the target's values does not build; fix the errors above and start again."
+    local program
+    for program in target_values posix_test; do
+        "$zig" cc "${target[@]}" -Wall -Werror -o "$out/$program" "tests/macos/$program.c" ||
+            fail "tests/macos/$program.c does not build for $1; fix the errors above and start again."
+    done
 }

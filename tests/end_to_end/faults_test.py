@@ -25,6 +25,7 @@ from launcher import (
     item,
     nameless,
     numbered,
+    process_limit,
 )
 from log import PARSE_ERROR, end_text, parse_record, read_lines, start_text, without_nameless
 from namespace import HELPERS
@@ -49,8 +50,10 @@ def log_of(path):
 @counts_threads
 class Fork(LimitedUserTest):
     def test_the_first_one_of_a_later_item_fails(self):
-        # Enough for the main thread, both supervisors and one child.
-        launcher = self.start_limited(numbered(item("a"), *nameless(MANY), item("b")), 4)
+        # Enough for the launcher, both supervisors and one child.
+        launcher = self.start_limited(
+            numbered(item("a"), *nameless(MANY), item("b")), process_limit(2, threads=2)
+        )
         (first,) = self.wait_for_starts(1)
         self.wait_for(
             lambda: ("ERROR", "[LAUNCHER  ] Failed to fork b") in launcher.log(),
@@ -142,7 +145,8 @@ class Fork(LimitedUserTest):
         self.assertEqual("[LAUNCHER  ] Failed to fork a", log.pop())
         # The launcher, its supervisor and the other process leave room for this many.
         began = [start_text("a"), end_text("a", first.pid, 9)]
-        self.assertEqual(began + [start_text("a")] * (ENOUGH - 2), log)
+        room = ENOUGH + 1 - process_limit(2, threads=1)
+        self.assertEqual(began + [start_text("a")] * room, log)
         self.assert_left_behind(["sleep"])
 
 

@@ -87,6 +87,12 @@ class Run(LauncherTest):
         with open(RECORD, "r+b") as file:
             self.record = mmap.mmap(file.fileno(), RECORD_SIZE)
 
+    watchdog = WATCHDOG
+
+    def counting(self):
+        """The variables that make the launcher count its calls."""
+        return {"LD_PRELOAD": LIBRARY}
+
     def run_plan(self, plan, trace):
         self.record[:4] = bytes(4)
         if os.path.exists(self.log_path()):
@@ -95,14 +101,14 @@ class Run(LauncherTest):
             LAUNCHER,
             [LAUNCHER, APPLICATION, LIST],
             {
-                "LD_PRELOAD": LIBRARY,
+                **self.counting(),
                 "KESTRANE_PLAN": plan + (" trace yes" if trace else ""),
                 "KESTRANE_RECORD": RECORD,
                 "KESTRANE_TEST_STARTS": self.starts_path,
             },
             setpgroup=0,
         )
-        signal.alarm(WATCHDOG)
+        signal.alarm(self.watchdog)
         self.stuck = False
         signal.signal(signal.SIGALRM, lambda *_: self.end_stuck(pid))
         _, status = os.waitpid(pid, 0)
@@ -150,10 +156,11 @@ class Run(LauncherTest):
         return status["State"].startswith("S") and not pending & 1 << (signal.SIGKILL - 1)
 
 
-def run_plans(items, plans, trace=False):
-    """Runs plans in a namespace; returns the result of Run.run_plan for each."""
+def run_plans(items, plans, trace=False, program=__file__):
+    """Runs plans in a namespace with the class Run of a file; returns the result of Run.run_plan for
+    each."""
     done = namespace.run_in_namespace(
-        [os.path.abspath(__file__), "Run.test_plans"],
+        [os.path.abspath(program), "Run.test_plans"],
         input=json.dumps({"items": items, "plans": plans, "trace": trace}),
         stdout=subprocess.PIPE,
         text=True,
@@ -528,8 +535,8 @@ def shortest(plans):
 BEGIN, END = "<!-- The table is written by scripts/check/moments.sh --document. -->", "<!-- end -->"
 
 
-def document(tables):
-    """Writes the table in docs/faults.md."""
+def document(tables, begin=BEGIN):
+    """Writes the table in docs/faults.md that follows the line `begin`."""
     rows = sorted({row for table in tables.values() for row in table.found}, key=order_of)
     lines = [
         "| Phase | SIGTERM on | Outcome | "
@@ -545,10 +552,10 @@ def document(tables):
     root = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
     path = root + "/docs/faults.md"
     with open(path, encoding="utf-8") as file:
-        head, rest = file.read().split(BEGIN)
+        head, rest = file.read().split(begin)
     tail = rest.split(END, 1)[1]
     with open(path, "w", encoding="utf-8") as file:
-        file.write(head + BEGIN + "\n\n" + "\n".join(lines) + "\n\n" + END + tail)
+        file.write(head + begin + "\n\n" + "\n".join(lines) + "\n\n" + END + tail)
 
 
 def plan_of(words):

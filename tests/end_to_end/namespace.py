@@ -5,6 +5,7 @@ gives each case a new PID namespace and session, an empty /tmp, its own password
 case's setUp, its own system log socket; the rest of the file system is read-only.
 
 CTest passes the directories under test in KESTRANE_STAGE, KESTRANE_HELPERS and KESTRANE_OTHER_LOG.
+Each case appends the processor time of its processes to the file that KESTRANE_USAGE names, if any.
 """
 
 import os
@@ -63,6 +64,9 @@ def run_here(name):
         print(text)
     for _, reason in result.skipped:
         print(f"{name} skipped: {reason}")
+    if "KESTRANE_USAGE" in os.environ:
+        with open(os.environ["KESTRANE_USAGE"], "a", encoding="utf-8") as file:
+            file.write(f"{sum(os.times()[:4]):.2f} {name}\n")
     return 0 if result.testsRun == 1 and result.wasSuccessful() else 1
 
 

@@ -20,7 +20,7 @@ import namespace
 from launcher import DEADLINE, SANITIZER_OPTIONS, item, numbered
 from log import NO_NAME, PARSE_ERROR, end_text, parse_record, parse_start, read_lines, start_text
 from namespace import HELPERS, HOME, STAGE
-from processes import read_status
+from processes import read_status, switches_of_threads
 
 ON_LINUX = sys.platform == "linux"
 STAGE = STAGE if ON_LINUX else os.environ["KESTRANE_STAGE"]
@@ -93,10 +93,12 @@ class Plain(unittest.TestCase):
         return [(record.level, record.text) for record in records]
 
     def stop(self, launcher):
-        # On Linux, /proc shows when the handler is installed. Nothing shows that main waits and that
-        # every supervisor has stored its child's process id; one second is long enough.
+        # On Linux, /proc shows when the handler is installed and when every thread sleeps. Elsewhere
+        # nothing shows that main waits and that every supervisor has stored its child's process id;
+        # one second is long enough.
         if ON_LINUX:
             self.wait_for(lambda: self.catches_sigterm(launcher), "the launcher's handler")
+            self.wait_for(lambda: self.sleeps(launcher), "every thread to sleep")
         time.sleep(1)
         launcher.send_signal(signal.SIGTERM)
         return launcher.wait(DEADLINE)
@@ -104,6 +106,11 @@ class Plain(unittest.TestCase):
     def catches_sigterm(self, launcher):
         caught = int(read_status(f"/proc/{launcher.pid}/status")["SigCgt"], 16)
         return caught >> (signal.SIGTERM - 1) & 1 != 0
+
+    def sleeps(self, launcher):
+        before = switches_of_threads(launcher.pid)
+        time.sleep(0.01)
+        return before is not None and before == switches_of_threads(launcher.pid)
 
     def is_gone(self, pid):
         try:

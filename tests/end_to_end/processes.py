@@ -32,6 +32,17 @@ def context_switches(status):
     return int(status["voluntary_ctxt_switches"]), int(status["nonvoluntary_ctxt_switches"])
 
 
+def switches_of_threads(pid):
+    """The context switches of each thread; None if any thread is not asleep."""
+    threads = {}
+    for thread in os.listdir(f"/proc/{pid}/task"):
+        status = read_status(f"/proc/{pid}/task/{thread}/status")
+        if not status["State"].startswith("S"):
+            return None
+        threads[thread] = context_switches(status)
+    return threads
+
+
 def waits_for_lock(pid):
     with open(f"/proc/{pid}/wchan", encoding="utf-8") as file:
         return file.read().startswith("futex_")

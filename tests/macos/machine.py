@@ -58,6 +58,7 @@ class Machine:
         self._calls = 0
         self._entered = None
         self._error = None
+        self.moments = None
         self.system = {}  # state of the model's modules
         prepare(self)
         self._load_guest_library()
@@ -200,8 +201,12 @@ class Machine:
             implementation = FUNCTIONS.get(name)
             if implementation is None:
                 raise Missing(f"there is no model of {name[1:]}")
-            result = implementation(Call(self, words))
-            self._calls += 1
+            call = Call(self, words)
+            if self.moments is None:
+                result = implementation(call)
+                self._calls += 1
+            else:
+                result = self.moments.call(name, implementation, call)
             if is_generator(result):
                 self._entered = Entered(words[9], generator=result)
             elif self._calls % CALLS_PER_SIGNAL_CHECK == 0 and not isinstance(result, float):

@@ -41,6 +41,7 @@ def run(architecture, directory, file, arguments):
         machine.load_program(file, path)
         gc.freeze()
         gc.disable()
+        environment = prepare_moments(machine, environment)
         status = machine.run([os.fsencode(argument) for argument in arguments], environment)
     except BrokenProgram as error:
         report(directory, architecture, f"{path}: {error}", kept=False)
@@ -55,6 +56,18 @@ def run(architecture, directory, file, arguments):
         )
         status = 70
     os._exit(status)
+
+
+def prepare_moments(machine, environment):
+    """Reads the variables of sigterm.py, if they are set; returns the others."""
+    variables = dict(entry.split(b"=", 1) for entry in environment if b"=" in entry)
+    plan, record = (variables.pop(name, None) for name in (b"KESTRANE_PLAN", b"KESTRANE_RECORD"))
+    if plan is None or record is None:
+        return environment
+    from sigterm import Moments
+
+    machine.moments = Moments(machine, plan.decode(), os.fsdecode(record))
+    return [b"=".join(variable) for variable in variables.items()]
 
 
 def report(directory, architecture, text, kept):

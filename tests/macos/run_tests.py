@@ -1,86 +1,110 @@
-"""Runs the tests of one architecture on Linux: run_tests.py ARCHITECTURE [PATTERN].
+"""Runs the tests of one architecture on Linux: run_tests.py [--all] ARCHITECTURE [PATTERN].
 
 Runs the unit tests, compares launchlist with its golden outputs, and runs the end-to-end tests
-with the staged bundle (stage.py). Skips the tests that left_out.txt names. PATTERN, a regular
-expression, selects tests by name.
+with the staged bundle (stage.py). Skips the tests that skipped.txt names; --all runs those that are
+only slow. PATTERN, a regular expression, selects tests by name.
+
+For each test prints the processor time that it needed. Its output is kept in
+build/macos/ARCHITECTURE/output.
 """
 
+import json
 import os
 import re
 import shutil
 import subprocess
 import sys
-import time
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
 MACOS = ROOT / "build/macos"
-TIMEOUT = 180
+# Only a test that hangs reaches these limits, even on a busy machine: the seconds for a whole test
+# program, and for a condition that an end-to-end test waits for.
+TIMEOUT = 3600
+DEADLINE = "300"
 # An emulated walk over this many items takes as long as a native one over 20,000.
 MANY = "400"
 
 
-def read_left_out():
-    """The reasons by test name; for unit tests, names are GoogleTest patterns."""
-    found = {}
-    for line in (ROOT / "tests/macos/left_out.txt").read_text(encoding="utf-8").splitlines():
+# Runs a command and appends the processor time that it used to the file KESTRANE_USAGE.
+MEASURED = [
+    *(shutil.which("python3"), "-IBc"),
+    "import os, subprocess, sys; "
+    "status = subprocess.run(sys.argv[1:]).returncode; "
+    "print(sum(os.times()[:4]), file=open(os.environ['KESTRANE_USAGE'], 'a')); "
+    "sys.exit(status if status >= 0 else 128 - status)",
+]
+
+
+def read_skipped(with_slow):
+    """The names of the tests that are skipped; those of unit tests are GoogleTest patterns."""
+    names, found = set(), set()
+    for line in (ROOT / "tests/macos/skipped.txt").read_text(encoding="utf-8").splitlines():
         if line and not line.startswith("#"):
             name, _, reason = line.partition(": ")
-            assert reason and name not in found, line
-            found[name] = reason
+            assert reason and name not in names, line
+            names.add(name)
+            if with_slow or not reason.startswith("slow: "):
+                found.add(name)
     return found
 
 
 class Tests:
-    def __init__(self, architecture, pattern):
+    def __init__(self, architecture, pattern, skipped):
         self.architecture = architecture
         self.pattern = re.compile(pattern)
-        self.left_out = read_left_out()
+        self.skipped = skipped
         self.used = set()
         self.failed = []
         self.built = MACOS / architecture
         self.reports = MACOS / "reports" / architecture
+        self.output = self.built / "output"
+        self.output.mkdir(exist_ok=True)
+        self.usage = self.built / "usage"
+        self.seconds = 0.0
 
-    def is_left_out(self, name):
-        if name in self.left_out:
+    def is_skipped(self, name):
+        if name in self.skipped:
             self.used.add(name)
-        return name in self.left_out
+        return name in self.skipped
 
     def skipped_parts(self, prefix):
         """The tests of one program or file that are skipped."""
-        names = [name for name in self.left_out if name.startswith(prefix + "/")]
+        names = [name for name in self.skipped if name.startswith(prefix + "/")]
         self.used.update(names)
         return [name[len(prefix) + 1 :] for name in names]
 
     def check(self, name, command, environment, directory=None):
         if not self.pattern.search(name):
             return
-        began = time.monotonic()
-        output = None
-        try:
-            done = subprocess.run(
-                [str(part) for part in command],
-                env={**os.environ, **environment},
-                cwd=directory,
-                stdin=subprocess.DEVNULL,
-                stdout=subprocess.PIPE,
-                stderr=subprocess.STDOUT,
-                timeout=TIMEOUT,
-                check=False,
-            )
-            output, status = done.stdout, done.returncode
-        except subprocess.TimeoutExpired as error:
-            output, status = error.stdout or b"", f"none after {TIMEOUT} s"
+        self.usage.write_text("")
+        with open(self.output / (name.replace("/", "_") + ".txt"), "w+b") as output:
+            try:
+                status = subprocess.run(
+                    [str(part) for part in command],
+                    env={**os.environ, "KESTRANE_USAGE": str(self.usage), **environment},
+                    cwd=directory,
+                    stdin=subprocess.DEVNULL,
+                    stdout=output,
+                    stderr=subprocess.STDOUT,
+                    timeout=TIMEOUT,
+                    check=False,
+                ).returncode
+            except subprocess.TimeoutExpired:
+                status = f"none after {TIMEOUT} s"
+            output.seek(0)
+            text = output.read().decode(errors="replace")
         reports = self.take_reports()
         well = status == 0 and not reports
-        seconds = time.monotonic() - began
+        seconds = sum(float(line.split()[0]) for line in self.usage.read_text().splitlines())
+        self.seconds += seconds
         print(
             f"{'ok' if well else 'FAILED':6} {seconds:6.1f} s  {self.architecture} {name}",
             flush=True,
         )
         if not well:
             self.failed.append(name)
-            print(output.decode(errors="replace")[-4000:], f"status {status}", *reports, sep="\n")
+            print(text[-4000:], f"status {status}", *reports, sep="\n")
 
     def take_reports(self):
         """Returns and removes the model's reports. Any report makes the test fail."""
@@ -91,32 +115,39 @@ class Tests:
         return found
 
     def run_unit_tests(self):
-        for program in sorted(self.built.glob("tests/*/*")):
-            if not program.is_file() or not os.access(program, os.X_OK) or program.suffix:
+        for name, program, *arguments in self.programs():
+            if self.is_skipped(name):
                 continue
-            name = program.name
-            if self.is_left_out(name):
-                continue
-            arguments = []
             parts = self.skipped_parts(name)
             if parts:
-                arguments = ["--gtest_filter=-" + ":".join(parts)]
-            if name.startswith("fuzz_"):
-                seeds = name[len("fuzz_") : -len("_seeds")]
-                arguments = [ROOT / "tests/fuzz/seeds" / seeds]
+                arguments.append("--gtest_filter=-" + ":".join(parts))
             self.check(
                 name,
-                [*self.namespace(), *self.interpreter(program), *arguments],
+                [*self.namespace(name), *self.interpreter(program), *arguments],
                 {
                     "DYLD_LIBRARY_PATH": str(self.built / "qv7log"),
                 },
             )
 
-    def namespace(self):
+    def programs(self):
+        """The name, the path and the arguments of each test that is a program of the tests."""
+        command = ["ctest", "--test-dir", self.built, "--show-only=json-v1"]
+        done = subprocess.run(command, check=True, capture_output=True)
+        for test in json.loads(done.stdout)["tests"]:
+            program, *arguments = test.get("command", [""])
+            if program.startswith(str(self.built / "tests")):
+                yield test["name"], program, *arguments
+
+    def namespace(self, name):
         """The command prefix that keeps a test from signalling any process outside."""
+        tests = ROOT / "tests"
         command = ["bwrap", "--unshare-pid", "--die-with-parent", "--new-session"]
         command += ["--ro-bind", "/", "/", "--proc", "/proc", "--dev", "/dev", "--tmpfs", "/tmp"]
-        return command + ["--bind", MACOS, MACOS, "--ro-bind", ROOT / "tests", ROOT / "tests"]
+        command += ["--bind", MACOS, MACOS, "--ro-bind", tests, tests]
+        if re.match("tools_launchlist_list|launchlist_command_line", name):
+            # The lists of these tests run /bin/sh, which launchlist expects to be for macOS.
+            command += ["--ro-bind", MACOS / "Kestrane.app/Contents/MacOS/launchlist", "/bin/sh"]
+        return command + MEASURED
 
     def interpreter(self, program):
         python = ROOT / "build/venv/macos/bin/python"
@@ -133,8 +164,9 @@ class Tests:
     def run_launchlist(self):
         launchlist = self.built / "run/stage/Kestrane.app/Contents/MacOS/launchlist"
         script = ROOT / "tests/tools/launchlist/command_line_test.py"
-        command = [*self.namespace(), shutil.which("python3"), "-B", script, launchlist]
-        self.check("launchlist_command_line_test", command, {})
+        name = "launchlist_command_line_test"
+        command = [*self.namespace(name), shutil.which("python3"), "-B", script, launchlist]
+        self.check(name, command, {})
 
     def run_end_to_end(self):
         run = self.built / "run"
@@ -143,14 +175,20 @@ class Tests:
             "KESTRANE_HELPERS": str(run / "helpers"),
             "KESTRANE_OTHER_LOG": str(run / "other_log"),
             "KESTRANE_WRITABLE": str(MACOS),
+            "KESTRANE_SYSTEM": "macOS",
             "KESTRANE_MANY": MANY,
+            "KESTRANE_DEADLINE": DEADLINE,
         }
         for file in sorted((ROOT / "tests/end_to_end").glob("*_test.py")):
             name = f"end_to_end/{file.stem}"
-            if self.is_left_out(name):
+            if self.is_skipped(name):
                 continue
             skipped = self.skipped_parts(name)
-            cases = [case for case in cases_of(file) if case not in skipped]
+            cases = [
+                case
+                for case in cases_of(file)
+                if case not in skipped and case.split(".")[0] not in skipped
+            ]
             command = [shutil.which("python3"), "-B", file, *cases]
             self.check(name, command, environment)
 
@@ -174,18 +212,23 @@ def cases_of(file):
 
 
 def main():
-    architecture = sys.argv[1]
-    tests = Tests(architecture, sys.argv[2] if len(sys.argv) > 2 else "")
+    arguments = sys.argv[1:]
+    run_slow = "--all" in arguments
+    architecture, *pattern = (argument for argument in arguments if argument != "--all")
+    tests = Tests(architecture, "".join(pattern), read_skipped(with_slow=not run_slow))
     tests.reports.mkdir(parents=True, exist_ok=True)
     tests.take_reports()
     tests.run_unit_tests()
     tests.run_launchlist()
     tests.run_end_to_end()
-    unknown = set(tests.left_out) - tests.used
+    unknown = tests.skipped - tests.used
     if unknown:
         tests.failed += unknown
-        print("left_out.txt names tests that do not exist:", *sorted(unknown), sep="\n  ")
-    print(f"{architecture}: {len(tests.failed)} failed; skipped: {len(tests.used)}")
+        print("skipped.txt names tests that do not exist:", *sorted(unknown), sep="\n  ")
+    print(
+        f"{architecture}: {len(tests.failed)} failed; skipped: {len(tests.used)}; "
+        f"{tests.seconds:.0f} s of processor time"
+    )
     return 1 if tests.failed else 0
 
 

@@ -5,7 +5,9 @@ of the model that wait or have called the program. Only the top frame can run.
 
 Signals that the program handles are blocked in the process that runs it. The scheduler takes them
 between two system calls, never inside one. SIGCHLD is always blocked, so that it can end the wait
-for a child. Before an execv, the signal mask becomes the program's own again.
+for a child. Any other signal is blocked in the process while every thread of the program blocks it:
+a signal to a process goes to any thread that does not block it (POSIX, "Signal Generation and
+Delivery"). Before an execv, the signal mask becomes that of the calling thread.
 """
 
 import signal
@@ -13,6 +15,7 @@ import time
 from dataclasses import dataclass, field
 from types import GeneratorType
 
+import values
 from memory import STACKS
 
 # The stack of any thread but the main one: "Threading Programming Guide", 512 KiB.
@@ -29,15 +32,18 @@ class Wait:
 
     polled: nothing in this process shows when it becomes true, so it is checked every millisecond.
     children: it becomes true only when a child ends.
+    what: what is waited for (sigterm.py): ("join", a thread), ("child", its id), ("mutex", the
+        address of its owner), ("notification",) or ("time",).
     """
 
-    __slots__ = ("ready", "deadline", "polled", "children", "seen")
+    __slots__ = ("ready", "deadline", "polled", "children", "what", "seen")
 
-    def __init__(self, ready, deadline=None, polled=False, children=False):
+    def __init__(self, ready, deadline=None, polled=False, children=False, what=("nothing",)):
         self.ready = ready
         self.deadline = deadline
         self.polled = polled
         self.children = children
+        self.what = what
         self.seen = -1
 
 
@@ -83,6 +89,12 @@ class Thread:
     address: int  # of what pthread_t points to
     stack: int  # its first address
     stack_size: int
+    blocked: frozenset = frozenset()  # signals
+    owns_stack: bool = True  # False: the program has supplied it
+    pending: set = field(default_factory=set)  # signals sent to this thread while it blocked them
+    joined: bool = False  # another thread joins it
+    cancellable: bool = True
+    cancelled: bool = False
     frames: list = field(default_factory=list)
     handling: set = field(default_factory=set)
     done: bool = False
@@ -106,27 +118,34 @@ class Scheduler:
         self.threads = []
         self.current = None
         self.handlers = {}  # signal: address of the handler
-        self.blocked = set()  # what the program has blocked itself
-        self._pending = []
+        self.pending = []  # handled signals to the process that no thread has received yet
         self._child_ends = 0
         self._free_stacks = []
         self._next_stack = STACKS[0] + THREAD_STACK
         self._loaded = None  # the frame whose registers the processor has
-        signal.pthread_sigmask(signal.SIG_BLOCK, {signal.SIGCHLD})
+        inherited = signal.pthread_sigmask(signal.SIG_BLOCK, {signal.SIGCHLD})
+        self._inherited = frozenset(inherited) & values.LINUX_SIGNALS
 
     # Threads.
 
-    def new_thread(self, stack_size=THREAD_STACK):
-        """A thread without frames; None if there is no room for its stack."""
-        if stack_size == THREAD_STACK and self._free_stacks:
+    def new_thread(self, stack_size=THREAD_STACK, supplied=None):
+        """A thread without frames, on a new stack or on the one at `supplied`; None if there is no
+        room for its stack."""
+        if supplied is not None:
+            stack = supplied
+        elif stack_size == THREAD_STACK and self._free_stacks:
             stack = self._free_stacks.pop()
         elif self._next_stack + stack_size > sum(STACKS):
             return None
         else:
             stack = self._next_stack
             self._next_stack += stack_size
-        self._machine.memory.write(stack, UNTOUCHED)
         thread = Thread(self._machine.new_thread_block(), stack, stack_size)
+        thread.owns_stack = supplied is None
+        if thread.owns_stack:
+            self._machine.memory.write(stack, UNTOUCHED)
+        # The new thread inherits the mask of its creator (POSIX, pthread_create).
+        thread.blocked = self._inherited if self.current is None else self.current.blocked
         self.threads.append(thread)
         return thread
 
@@ -143,11 +162,13 @@ class Scheduler:
         self.check_stack(thread)
         thread.done = True
         thread.result = result
-        if thread.stack_size == THREAD_STACK:
+        if thread.owns_stack and thread.stack_size == THREAD_STACK:
             self._free_stacks.append(thread.stack)
+        self.update_mask()
 
     def check_stack(self, thread):
-        if self._machine.memory.read(thread.stack, len(UNTOUCHED)) != UNTOUCHED:
+        end = self._machine.memory.read(thread.stack, len(UNTOUCHED)) if thread.owns_stack else None
+        if thread.owns_stack and end != UNTOUCHED:
             raise OverflowError(f"a stack of {thread.stack_size} bytes is too small")
 
     def running(self):
@@ -156,7 +177,9 @@ class Scheduler:
     def after_fork(self):
         """Keeps only the thread that has forked: the child has no other."""
         self.threads = [self.current]
-        self._pending = []
+        self.pending = []
+        self.current.pending.clear()
+        self.update_mask()
 
     # Running.
 
@@ -268,6 +291,9 @@ class Scheduler:
 
     def _idle(self):
         """Waits until a condition may have become true or a signal arrives."""
+        moments = self._machine.moments
+        if moments is not None and moments.idle():
+            return
         end = None
         for thread in self.running():
             frame = thread.frames[-1]
@@ -283,7 +309,7 @@ class Scheduler:
             self._note(signal.sigtimedwait(wanted, max(0.0, end - time.monotonic())))
 
     def _wanted_signals(self):
-        return {signal.SIGCHLD, *(n for n in self.handlers if n not in self.blocked)}
+        return {signal.SIGCHLD, *self.handlers}
 
     def _note(self, info):
         if info is None:
@@ -291,44 +317,51 @@ class Scheduler:
         if info.si_signo == signal.SIGCHLD:
             self._child_ends += 1
         if info.si_signo in self.handlers:
-            self._pending.append(info.si_signo)
+            self.pending.append(info.si_signo)
 
     def _take_signals(self):
         info = signal.sigtimedwait(self._wanted_signals(), 0)
         while info is not None:
             self._note(info)
             info = signal.sigtimedwait(self._wanted_signals(), 0)
-        for number in list(self._pending):
+        for number in list(self.pending):
             for thread in self.running():
-                if number not in thread.handling and thread.frames:
-                    self._pending.remove(number)
-                    self._interrupt(thread, number)
+                if number not in thread.handling | thread.blocked and thread.frames:
+                    self.pending.remove(number)
+                    self.interrupt(thread, number)
                     break
 
-    def _interrupt(self, thread, number):
+    def interrupt(self, thread, number):
         """Makes a thread run the handler next. The caller chooses the first thread that is not in
         this handler already, which is usually the main thread."""
+        thread.frames.append(ModelFrame(self.handle(thread, number), interrupts=True))
 
-        def handle():
-            thread.handling.add(number)
-            yield Invoke(self.handlers[number], self._machine.signal_number(number))
-            thread.handling.discard(number)
-
-        thread.frames.append(ModelFrame(handle(), interrupts=True))
+    def handle(self, thread, number):
+        """Runs the handler in a thread."""
+        thread.handling.add(number)
+        yield Invoke(self.handlers[number], self._machine.signal_number(number))
+        thread.handling.discard(number)
 
     def set_handler(self, number, address):
         """Makes the program handle a signal from now on."""
         self.handlers[number] = address
-        signal.pthread_sigmask(signal.SIG_BLOCK, {number})
+        self.update_mask()
 
     def remove_handler(self, number):
-        if self.handlers.pop(number, None) is not None and number not in self.blocked:
-            if number != signal.SIGCHLD:
-                signal.pthread_sigmask(signal.SIG_UNBLOCK, {number})
+        if self.handlers.pop(number, None) is not None:
+            self.update_mask()
+
+    def update_mask(self):
+        """Blocks in the process what this module's comment says."""
+        everywhere = [thread.blocked for thread in self.running()]
+        blocked = frozenset.intersection(*everywhere) if everywhere else frozenset()
+        signal.pthread_sigmask(
+            signal.SIG_SETMASK, blocked | self.handlers.keys() | {signal.SIGCHLD}
+        )
 
     def unblock_for_exec(self):
-        """Gives the process the mask that the program has set; returns the previous one."""
-        return signal.pthread_sigmask(signal.SIG_SETMASK, self.blocked)
+        """Gives the process the mask of the calling thread; returns the previous one."""
+        return signal.pthread_sigmask(signal.SIG_SETMASK, self.current.blocked)
 
 
 def is_generator(value):

@@ -58,7 +58,7 @@ class SelfTest(unittest.TestCase):
             env={**os.environ, "DYLD_LIBRARY_PATH": f"{MACOS}/{architecture}/qv7log"},
             stdin=subprocess.DEVNULL,
             capture_output=True,
-            timeout=120,
+            timeout=3600,
             check=False,
         )
         return done.returncode, (done.stdout + done.stderr).decode(errors="replace")
@@ -89,13 +89,14 @@ class SelfTest(unittest.TestCase):
                 shutil.which("python3"),
                 "-B",
                 test,
-                "Plain.test_what_is_no_list_ends_it_with_a_record",
+                "Plain.test_an_invalid_list_exits_with_a_record",
             ],
             env={
                 **os.environ,
                 "KESTRANE_STAGE": staged,
                 "KESTRANE_HELPERS": f"{run}/helpers",
                 "KESTRANE_OTHER_LOG": f"{run}/other_log",
+                "KESTRANE_DEADLINE": "300",
             },
             capture_output=True,
             check=False,
@@ -137,7 +138,7 @@ class SelfTest(unittest.TestCase):
     def test_a_wrong_errno(self):
         change = "import values; values._TO_MACOS[2] = 13"
         for architecture, tests in self.each():
-            program = f"{tests}/qv7log/qv7log_log_file_test"
+            program = f"{tests}/qv7log/qv7log_logger_test"
             self.passes(architecture, program)
             self.fails("FAILED", architecture, program, change=change)
 

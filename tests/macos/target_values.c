@@ -144,8 +144,10 @@ static const struct {
     NUMBER(MAP_ANON),
     NUMBER(PTHREAD_CANCEL_ENABLE),
     NUMBER(PTHREAD_CANCEL_DISABLE),
+    NUMBER(PTHREAD_CANCELED),
     NUMBER(RENAME_EXCL),
     NUMBER(RLIMIT_FSIZE),
+    NUMBER(RLIMIT_STACK),
     NUMBER(RLIMIT_CORE),
     NUMBER(RLIMIT_NPROC),
     NUMBER(RLIMIT_NOFILE),
@@ -231,6 +233,7 @@ static const struct {
     TYPE_MEMBER(_RuneLocale, __mapupper),
     TYPE(pthread_mutex_t),
     TYPE(pthread_cond_t),
+    TYPE(pthread_attr_t),
     TYPE(mbstate_t),
 };
 

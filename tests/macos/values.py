@@ -97,9 +97,9 @@ OTHERS = {
     "CLOCK_REALTIME": 0, "CLOCK_MONOTONIC": 6, "CLOCK_MONOTONIC_RAW": 4,
     "PROT_READ": 1, "PROT_WRITE": 2, "PROT_EXEC": 4,
     "MAP_SHARED": 1, "MAP_PRIVATE": 2, "MAP_ANON": 0x1000,
-    "RLIMIT_FSIZE": 1, "RLIMIT_CORE": 4, "RLIMIT_NPROC": 7, "RLIMIT_NOFILE": 8,
+    "RLIMIT_FSIZE": 1, "RLIMIT_STACK": 3, "RLIMIT_CORE": 4, "RLIMIT_NPROC": 7, "RLIMIT_NOFILE": 8,
     "RLIM_INFINITY": (1 << 63) - 1, "RENAME_EXCL": 4,
-    "PTHREAD_CANCEL_ENABLE": 1, "PTHREAD_CANCEL_DISABLE": 0,
+    "PTHREAD_CANCEL_ENABLE": 1, "PTHREAD_CANCEL_DISABLE": 0, "PTHREAD_CANCELED": 1,
     "PATH_MAX": 1024, "_SC_PAGESIZE": 29, "TIOCGWINSZ": 0x40087468,
     "LC_ALL": 0, "LC_CTYPE": 2, "BUFSIZ": 1024,
     "DT_UNKNOWN": 0, "DT_FIFO": 1, "DT_DIR": 4, "DT_REG": 8, "DT_LNK": 10,
@@ -126,7 +126,7 @@ LAYOUTS = {
     "sigaction": 16, "sigaction.sa_handler": 0, "sigaction.sa_mask": 8, "sigaction.sa_flags": 12,
     "timespec": 16, "rlimit": 16, "winsize": 8, "sigset_t": 4,
     "_RuneLocale.__runetype": 60, "_RuneLocale.__maplower": 1084, "_RuneLocale.__mapupper": 2108,
-    "pthread_mutex_t": 64, "pthread_cond_t": 48,
+    "pthread_mutex_t": 64, "pthread_cond_t": 48, "pthread_attr_t": 64,
     "mbstate_t": 128,
 }  # fmt: skip
 
@@ -141,6 +141,7 @@ SIGACTION = struct.Struct("<QIi")
 _TO_MACOS = {getattr(errno, name): number for name, number in ERRNO.items()}
 _SIGNAL_TO_MACOS = {int(getattr(signal, name)): number for name, number in SIGNALS.items()}
 _SIGNAL_TO_LINUX = {number: int(getattr(signal, name)) for name, number in SIGNALS.items()}
+LINUX_SIGNALS = frozenset(_SIGNAL_TO_MACOS)
 
 
 def errno_of(error):

@@ -2,6 +2,7 @@
 
 #include "guest.h"
 
+#include <limits.h>
 #include <pthread.h>
 
 EXPORT struct thread* current_thread;
@@ -27,6 +28,11 @@ EXPORT int* __error(void)
 EXPORT pthread_t pthread_self(void)
 {
     return (pthread_t)current_thread;
+}
+
+EXPORT int pthread_equal(pthread_t a, pthread_t b)
+{
+    return a == b;
 }
 
 // The static initialisers write the signatures; the rest of the object is ours.
@@ -160,6 +166,49 @@ EXPORT int pthread_cond_destroy(pthread_cond_t* object)
         return EINVAL;
     }
     condition->signature = 0;
+    return 0;
+}
+
+// Attributes, of which only the stack is modelled. pthread_create reads them in the model.
+struct attributes {
+    long signature;
+    uint64_t stack_size;
+    void* stack;  // null: the system allocates it
+};
+
+static const long kAttributes = 0x61747472;
+static const uint64_t kDefaultStack = 512 * 1024;
+
+static int is_attributes(const struct attributes* attributes)
+{
+    return attributes->signature == kAttributes;
+}
+
+EXPORT int pthread_attr_init(pthread_attr_t* attributes)
+{
+    *(struct attributes*)attributes = (struct attributes){kAttributes, kDefaultStack, NULL};
+    return 0;
+}
+
+EXPORT int pthread_attr_destroy(pthread_attr_t* object)
+{
+    struct attributes* const attributes = (struct attributes*)object;
+    if (!is_attributes(attributes)) {
+        return EINVAL;
+    }
+    attributes->signature = 0;
+    return 0;
+}
+
+EXPORT int pthread_attr_setstack(pthread_attr_t* object, void* stack, size_t size)
+{
+    struct attributes* const attributes = (struct attributes*)object;
+    if (!is_attributes(attributes) || size < PTHREAD_STACK_MIN || size % 0x1000 != 0 ||
+        (uintptr_t)stack % 0x1000 != 0) {
+        return EINVAL;
+    }
+    attributes->stack_size = size;
+    attributes->stack = stack;
     return 0;
 }
 

@@ -22,7 +22,8 @@ def clock_gettime(call):
     """clock_gettime(3)."""
     if call.u32(0) not in CLOCKS:
         return fail(call, "EINVAL")
-    now = time.clock_gettime_ns(CLOCKS[call.u32(0)])
+    moments = call.machine.moments
+    now = time.clock_gettime_ns(CLOCKS[call.u32(0)]) if moments is None else moments.time()
     call.store(1, values.TIMESPEC.pack(*divmod(now, 10**9)))
     return 0
 
@@ -37,7 +38,7 @@ def time_(call):
 
 
 def sleep(seconds):
-    yield Wait(lambda: False, deadline=time.monotonic() + seconds)
+    yield Wait(lambda: False, deadline=time.monotonic() + seconds, what=("time",))
     return 0
 
 

@@ -1,4 +1,4 @@
-"""Processes: fork(2), execve(2), wait(2), exit(3), kill(2). The processes are real."""
+"""Processes: fork(2), execve(2), wait(2), exit(3). The processes are real."""
 
 import ctypes
 import os
@@ -7,7 +7,7 @@ import signal
 import struct
 
 import values
-from libsystem.errors import fail, sets_errno
+from libsystem.errors import sets_errno
 from libsystem.loader import environment as environment_of
 from libsystem.registry import function
 from libsystem.stdio import flush_all
@@ -17,6 +17,7 @@ LIBC = ctypes.CDLL(None, use_errno=True)
 
 LIMITS = {
     values.OTHERS["RLIMIT_FSIZE"]: resource.RLIMIT_FSIZE,
+    values.OTHERS["RLIMIT_STACK"]: resource.RLIMIT_STACK,
     values.OTHERS["RLIMIT_CORE"]: resource.RLIMIT_CORE,
     values.OTHERS["RLIMIT_NPROC"]: resource.RLIMIT_NPROC,
     values.OTHERS["RLIMIT_NOFILE"]: resource.RLIMIT_NOFILE,
@@ -83,10 +84,15 @@ def fork_with_handlers(call):
     for prepare_handler, _, _ in reversed(handlers):
         if prepare_handler:
             yield Invoke(prepare_handler)
+    moments = call.machine.moments
+    if moments is not None:
+        moments.before_fork()
     try:
         pid = os.fork()
     except OSError as error:
         pid, failure = -1, error
+    if moments is not None:
+        moments.after_fork(pid)
     if pid == 0:
         call.machine.scheduler.after_fork()
     for _, parent_handler, child_handler in handlers:
@@ -111,6 +117,8 @@ def execute(call, arguments):
     machine = call.machine
     environment = [entry for _, entry in environment_of(machine)]
     path = os.fsencode(call.path(0))
+    if machine.moments is not None:
+        machine.moments.before_exec()
     mask = machine.scheduler.unblock_for_exec()
     try:
         # Python's execve refuses an empty first argument; Linux adds one to an empty vector.
@@ -174,41 +182,10 @@ def wait_for_child(pid, finish):
         return found != 0
 
     while found == 0:
-        yield Wait(ended, children=True)
+        yield Wait(ended, children=True, what=("child", pid))
         if found == 0:
             found, status = os.waitpid(pid, os.WNOHANG)
     return finish(found, status)
-
-
-def send(call, pid, number):
-    try:
-        os.kill(pid, values.signal_to_linux(number))
-    except ValueError:
-        return fail(call, "EINVAL")
-    return 0
-
-
-@function("_kill")
-@sets_errno()
-def kill(call):
-    """kill(2)."""
-    return send(call, call.i32(0), call.i32(1))
-
-
-@function("_raise")
-@sets_errno()
-def raise_(call):
-    """raise(3): the signal is delivered before the function returns."""
-    number = values.signal_to_linux(call.i32(0))
-    if number not in call.machine.scheduler.handlers:
-        return send(call, os.getpid(), call.i32(0))
-    return raise_handled(call, number)
-
-
-def raise_handled(call, number):
-    handler = call.machine.scheduler.handlers[number]
-    yield Invoke(handler, call.i32(0))
-    return 0
 
 
 # The end
@@ -218,6 +195,13 @@ def raise_handled(call, number):
 def cxa_atexit(call):
     """ "Itanium C++ ABI", 3.3.5: a destructor, its argument, and the image it belongs to."""
     call.machine.system["at_exit"].append((call.u64(0), call.u64(1)))
+    return 0
+
+
+@function("_atexit")
+def atexit(call):
+    """atexit(3)."""
+    call.machine.system["at_exit"].append((call.u64(0), 0))
     return 0
 
 

@@ -152,7 +152,8 @@ std::string Contents(const std::string& name)
 bool IsForLinux(const std::string& name)
 {
     return name == "argument_too_long" || name == "arguments_too_long" ||
-           name == "program_foreign" || name == "program_damaged";
+           name == "program_foreign" || name == "program_damaged" ||
+           name == "program_interpreter_nested";
 }
 
 #ifdef __linux__

@@ -120,7 +120,7 @@ class Moments:
 
     def _phase(self):
         if self._child is not None:
-            return "restart" if self._main_has_waited else "walk"
+            return "restart" if self._main_has_waited else "launching"
         if signal.SIGTERM not in self._scheduler.handlers:
             return "no-handler"
         if len(self._scheduler.threads) == 1 and len(self._names) == 1:
@@ -129,7 +129,7 @@ class Moments:
             return "stop"
         supervisors = [t for t in self._names if self._names[t] != "main"]
         if not self._main_has_waited or len(self._had_child) < len(supervisors):
-            return "walk"
+            return "launching"
         waiting = all(self._reason(t)[0] == "child" and not self._is_over(t) for t in supervisors)
         return "steady" if waiting else "restart"
 

@@ -42,14 +42,14 @@ class Run(moments.Run):
 
 
 # The permitted outcomes, by phase and thread: with one item, and with two. Each is permitted on Linux as
-# well (tests/end_to_end/moments.py), but for "status 1" after SIGTERM to a supervisor during the walk:
+# well (tests/end_to_end/moments.py), but for "status 1" after SIGTERM to a supervisor while the items are started:
 # main exits before that supervisor starts its child.
 PERMITTED = {
     ("no-handler", "main"): ({TERMINATED}, {TERMINATED}),
     ("start", "main"): ({LOST}, {LOST}),
-    ("walk", "main"): ({GROUP_KILLED, STOPPED}, {GROUP_KILLED, LOST, STOPPED}),
-    ("walk", "supervisor"): ({LOST}, {LEFT, LOST, STOPPED}),
-    ("walk", "child"): ({NO_EFFECT}, {CHILD_ENDED, NO_EFFECT}),
+    ("launching", "main"): ({GROUP_KILLED, STOPPED}, {GROUP_KILLED, LOST, STOPPED}),
+    ("launching", "supervisor"): ({LOST}, {LEFT, LOST, STOPPED}),
+    ("launching", "child"): ({NO_EFFECT}, {CHILD_ENDED, NO_EFFECT}),
     ("steady", "main"): ({STOPPED}, {STOPPED}),
     ("steady", "supervisor"): ({ABORTED}, {ABORTED, ABORTED_LEFT}),
     ("restart", "main"): ({STOPPED, UNKILLED}, {STOPPED, UNKILLED}),

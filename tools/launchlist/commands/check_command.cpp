@@ -11,7 +11,7 @@ namespace launchlist {
 
 namespace {
 
-struct Options
+struct CheckOptions
 {
     std::vector<std::string> lists;
     bool json = false;
@@ -30,12 +30,12 @@ CheckedList CheckOne(const std::string& path)
     return list;
 }
 
-int StatusOf(const CheckedList& list, const Options& options)
+int StatusOf(const CheckedList& list, const CheckOptions& options)
 {
     return list.error.empty() ? StatusOf(list.findings, options.fail_on) : kUnreadable;
 }
 
-std::string Formatted(const std::vector<CheckedList>& lists, const Options& options)
+std::string Formatted(const std::vector<CheckedList>& lists, const CheckOptions& options)
 {
     if (options.json) {
         return FindingsJson(lists);
@@ -50,7 +50,7 @@ std::string Formatted(const std::vector<CheckedList>& lists, const Options& opti
     return text;
 }
 
-int RunCheck(const Options& options)
+int RunCheck(const CheckOptions& options)
 {
     std::vector<CheckedList> lists;
     int status = kSuccess;
@@ -69,7 +69,7 @@ int RunCheck(const Options& options)
 Command AddCheckCommand(CLI::App& app)
 {
     CLI::App* parser = app.add_subcommand("check", "Find the mistakes in launch lists.");
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<CheckOptions>();
     parser->add_option("LIST", options->lists, "Launch lists; - is standard input")->required();
     CLI::Option* json = parser->add_flag("--json", options->json, "Print JSON");
     parser->add_flag("--sarif", options->sarif, "Print SARIF 2.1.0, for code scanning services")

@@ -7,9 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "tools/launchlist/log/log_time.h"
-
 #include "tools/launchlist/list/finding.h"
+#include "tools/launchlist/log/log_time.h"
 
 namespace launchlist {
 

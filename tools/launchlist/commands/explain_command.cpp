@@ -8,13 +8,13 @@ namespace launchlist {
 
 namespace {
 
-struct Options
+struct ExplainOptions
 {
     std::string list;
     bool json = false;
 };
 
-int RunExplain(const Options& options)
+int RunExplain(const ExplainOptions& options)
 {
     std::string bytes;
     std::string error;
@@ -33,7 +33,7 @@ Command AddExplainCommand(CLI::App& app)
 {
     CLI::App* parser =
         app.add_subcommand("explain", "Show what the launcher does with each item of a list.");
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<ExplainOptions>();
     parser->add_option("LIST", options->list, "The launch list; - is standard input")->required();
     parser->add_flag("--json", options->json, "Print JSON");
     parser->footer(

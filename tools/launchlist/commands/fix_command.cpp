@@ -15,7 +15,7 @@ namespace launchlist {
 
 namespace {
 
-struct Options
+struct FixOptions
 {
     std::vector<std::string> lists;
     bool is_written = false;
@@ -34,7 +34,7 @@ int ReportRest(const std::string& path, const FixedList& fixed, const std::strin
     return StatusOf(findings, fail_on);
 }
 
-int FixOne(const std::string& path, const Options& options)
+int FixOne(const std::string& path, const FixOptions& options)
 {
     std::string bytes;
     std::string error;
@@ -57,7 +57,7 @@ int FixOne(const std::string& path, const Options& options)
     return ReportRest(path, fixed, options.fail_on);
 }
 
-int RunFix(const Options& options)
+int RunFix(const FixOptions& options)
 {
     int status = kSuccess;
     for (const std::string& path : options.lists) {
@@ -72,7 +72,7 @@ Command AddFixCommand(CLI::App& app)
 {
     CLI::App* parser = app.add_subcommand(
         "fix", "Correct the mistakes of launch lists that have only one correction.");
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<FixOptions>();
     parser->add_option("LIST", options->lists, "Launch lists; - is standard input")->required();
     parser->add_flag("--write", options->is_written, "Replace the lists by the corrected ones");
     AddFailOn(*parser, options->fail_on);

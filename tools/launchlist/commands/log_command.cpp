@@ -16,7 +16,7 @@ namespace launchlist {
 
 namespace {
 
-struct Options
+struct LogOptions
 {
     std::vector<std::string> names;
     std::string log;  // Empty: the log of this user's launcher.
@@ -48,7 +48,7 @@ void Pause(Milliseconds duration)
 class Output
 {
 public:
-    explicit Output(const Options& options)
+    explicit Output(const LogOptions& options)
         : m_is_raw(options.is_raw), m_escapes(IsTerminal()), m_lines(options.GetZone(), UseColor())
     {
     }
@@ -145,7 +145,7 @@ int FollowLog(const std::string& path, EventQueue& queue, Output& output)
     }
 }
 
-int RunLog(const Options& options)
+int RunLog(const LogOptions& options)
 {
     EventSelection selection;
     selection.names = options.names;
@@ -171,7 +171,7 @@ Command AddLogCommand(CLI::App& app)
 {
     CLI::App* parser =
         app.add_subcommand("log", "Show the launcher's log in words, one line for each event.");
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<LogOptions>();
     parser->add_option("NAME", options->names, "Show only the events of these items");
     parser
         ->add_option(

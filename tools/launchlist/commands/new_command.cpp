@@ -16,7 +16,7 @@ namespace {
 
 constexpr char kInto[] = "--into";
 
-struct Options
+struct NewOptions
 {
     NewItem item;
     std::string list;
@@ -100,7 +100,7 @@ Command AddNewCommand(CLI::App& app)
 {
     CLI::App* parser =
         app.add_subcommand("new", "Write an item that runs a program with its arguments.");
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<NewOptions>();
     parser->add_option(kInto, options->list, "Append the item to LIST instead of printing it")
         ->type_name("LIST");
     parser->add_option("NAME", options->item.name, "The name of the item")->required();
@@ -108,7 +108,8 @@ Command AddNewCommand(CLI::App& app)
     parser->add_option("ARG", options->item.arguments, "The arguments of the program");
     parser->callback([options] { CheckItem(options->item); });
     parser->footer(
-        "Options precede NAME: everything after PROGRAM is an argument, also if it begins with -.\n"
+        "NewOptions precede NAME: everything after PROGRAM is an argument, also if it begins with "
+        "-.\n"
         "Exit status: 0 the item runs, 1 warnings only, 2 errors that may keep it from running,\n"
         "or LIST is not correct JSON, 3 LIST cannot be read or written.\n"
         "Example:\n"

@@ -17,7 +17,7 @@ namespace launchlist {
 
 namespace {
 
-struct Options
+struct ReportOptions
 {
     std::vector<std::string> logs;  // Empty: the log of this user's launcher.
     std::string since;
@@ -78,7 +78,7 @@ int PrintReport(const Report& report, const std::string& level_file, bool json, 
     return is_written ? status : kUnreadable;
 }
 
-int RunReport(Options options)
+int RunReport(ReportOptions options)
 {
     const ReportRange range = {MomentOf(options.since, Zone::kUtc),
                                MomentOf(options.until, Zone::kUtc), Now()};
@@ -123,7 +123,7 @@ Command AddReportCommand(CLI::App& app)
 {
     CLI::App* parser = app.add_subcommand(
         "report", "Summarize from the log how often items ran, ended and crashed.");
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<ReportOptions>();
     const CLI::Validator moment(
         [](const std::string& text) { return CheckMoment(text, Zone::kUtc); }, "TIME", "time");
     parser->add_option("LOG", options->logs,

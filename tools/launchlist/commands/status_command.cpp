@@ -27,7 +27,7 @@ constexpr double kUsualInterval = 2;
 constexpr double kMinInterval = 0.1;
 constexpr double kMaxInterval = 86400;
 
-struct Options
+struct StatusOptions
 {
     std::string list;
     bool json = false;
@@ -47,7 +47,7 @@ std::optional<double> ParseInterval(const std::string& text)
 }
 
 // What follows --watch may be the list instead of the interval.
-void ReadInterval(Options& options)
+void ReadInterval(StatusOptions& options)
 {
     const std::string& text = options.interval;
     if (text.empty()) {
@@ -61,13 +61,6 @@ void ReadInterval(Options& options)
         throw CLI::ValidationError(
             "--watch", "invalid number of seconds \"" + printable(text) + "\"; use 0.1 to 86400");
     }
-}
-
-Milliseconds Now()
-{
-    timespec now = {};
-    clock_gettime(CLOCK_REALTIME, &now);
-    return static_cast<Milliseconds>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
 }
 
 std::optional<std::size_t> TerminalWidth()
@@ -100,7 +93,7 @@ int StatusOf(const Status& status)
                                                                                     : kWarnings;
 }
 
-int PrintStatus(const Options& options, const Status& status)
+int PrintStatus(const StatusOptions& options, const Status& status)
 {
     const int result = StatusOf(status);
     if (!options.json) {
@@ -135,7 +128,7 @@ std::string Separator(bool json)
     return can_clear ? "\x1b[H\x1b[2J" : "\n";
 }
 
-int Run(const Options& options)
+int RunStatus(const StatusOptions& options)
 {
     const std::unique_ptr<ProcessTable> processes = SystemProcesses();
     std::optional<std::string> list;
@@ -164,7 +157,7 @@ int Run(const Options& options)
 Command AddStatusCommand(CLI::App& app)
 {
     CLI::App* parser = app.add_subcommand("status", "Show which launchers and items are running.");
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<StatusOptions>();
     parser->add_option("LIST", options->list,
                        "Show only launchers with this list; default: all of this user");
     parser->add_flag("--json", options->json, "Print JSON, for programs");
@@ -184,7 +177,7 @@ Command AddStatusCommand(CLI::App& app)
         "the\n"
         "processes cannot be listed.\n"
         "Example:\n  launchlist status helpers.json --watch 5");
-    return {parser, [options] { return Run(*options); }};
+    return {parser, [options] { return RunStatus(*options); }};
 }
 
 }  // namespace launchlist

@@ -129,12 +129,26 @@ std::vector<JsonMember> JsonSource::Members(const JsonPlace& object) const
         JsonMember member;
         const JsonPlace name = ReadValue(offset, &member.name);
         member.name_begin = name.begin;
+        member.name_end = name.end;
         member.value = ReadValue(SkipBlanks(name.end) + 1, nullptr);
         offset = SkipBlanks(SkipComma(member.value.end));
         members.push_back(std::move(member));
     }
     MarkReplaced(members);
     return members;
+}
+
+std::vector<JsonPlace> JsonSource::Elements(const JsonPlace& array) const
+{
+    std::vector<JsonPlace> elements;
+    if (array.type != JsonType::kArray) {
+        return elements;
+    }
+    for (std::size_t offset = SkipBlanks(array.begin + 1); offset + 1 < array.end;) {
+        elements.push_back(ReadValue(offset, nullptr));
+        offset = SkipBlanks(SkipBlanks(elements.back().end) + 1);
+    }
+    return elements;
 }
 
 std::string JsonSource::String(const JsonPlace& place) const

@@ -38,8 +38,9 @@ struct JsonPlace
 
 struct JsonMember
 {
-    std::string name;  // All of it, NULs included.
-    std::size_t name_begin = 0;
+    std::string name;            // All of it, NULs included.
+    std::size_t name_begin = 0;  // The offset of the opening quote.
+    std::size_t name_end = 0;    // The offset after the closing quote.
     JsonPlace value;
     bool replaced = false;  // A later member of the same name gives the value.
 };
@@ -72,6 +73,9 @@ public:
     // The members of `object`, a place of this text, in the order of the text. Empty if the value
     // there is not an object.
     std::vector<JsonMember> Members(const JsonPlace& object) const;
+
+    // The elements of `array`, a place of this text. Empty if the value there is not an array.
+    std::vector<JsonPlace> Elements(const JsonPlace& array) const;
 
     // The string value at `place`: all of it, NULs included. The value there must be a string.
     std::string String(const JsonPlace& place) const;

@@ -53,6 +53,7 @@ TEST(JsonSource, GivesThePlacesOfMembersAndTheirValues)
     const auto members = source.Members(source.Root());
     ASSERT_EQ(members.size(), 2U);
     EXPECT_EQ(text.substr(members[0].name_begin, 3), "\"a\"");
+    EXPECT_EQ(members[0].name_end, members[0].name_begin + 3);
     EXPECT_EQ(text.substr(members[0].value.begin, 1), "1");
     EXPECT_EQ(members[0].value.end, members[0].value.begin + 1);
     EXPECT_EQ(text.substr(members[1].value.begin, 10), "{\"c\": [2]}");
@@ -198,5 +199,24 @@ TEST(JsonSource, CountsLinesLikeTheReaderAndColumnsInCharacters)
         last = source.Position(row.offset, last);
         EXPECT_EQ(last.line, row.line) << row.offset;
         EXPECT_EQ(last.column, row.column) << row.offset;
+    }
+}
+
+TEST(JsonSource, GivesThePlacesOfElements)
+{
+    const std::string text = "[1, \"a,]\" /* , */ ,{\"b\": [2]}\n, [ ] // ]\n]";
+    const JsonSource source(text);
+    std::vector<std::string> elements;
+    for (const JsonPlace& place : source.Elements(source.Root())) {
+        elements.push_back(source.Written(place));
+    }
+    EXPECT_EQ(elements, (std::vector<std::string>{"1", "\"a,]\"", "{\"b\": [2]}", "[ ]"}));
+}
+
+TEST(JsonSource, GivesNoElementsOfOtherValues)
+{
+    for (const std::string text : {"[]", "[ ]", "{\"a\": [1]}", "7", "\"[1]\""}) {
+        const JsonSource source(text);
+        EXPECT_TRUE(source.Elements(source.Root()).empty()) << text;
     }
 }

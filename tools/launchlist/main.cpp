@@ -50,6 +50,7 @@ int RunCommand(int argc, char** argv)
     app.require_subcommand(1);
     app.footer("Example:\n  launchlist check helpers.json && launchlist explain helpers.json");
     const std::vector<Command> commands = {AddCheckCommand(app), AddExplainCommand(app),
+                                           AddFixCommand(app), AddNewCommand(app),
                                            AddReportCommand(app)};
 
     const std::string unknown = FindUnknownCommand(argc > 1 ? argv[1] : "", commands);
@@ -57,7 +58,7 @@ int RunCommand(int argc, char** argv)
         return FailOnUsage(unknown);
     }
     try {
-        app.parse(argc, argv);
+        app.parse(ArgumentsForParser(argc, argv));
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() != 0) {
             return FailOnUsage(error.what());  // CLI11's messages contain the arguments unchanged.

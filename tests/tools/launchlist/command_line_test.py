@@ -42,6 +42,9 @@ RUNS = [
     ("check_good.json", "check --json lists/good.json", 80, 0),
     ("check_several.txt", "check lists/good.json lists/args_missing.json", None, 1),
     ("check_several.json", "check lists/good.json lists/args_missing.json --json", None, 1),
+    ("check.sarif", "check --sarif lists/every_step.json lists/good.json", None, 2),
+    ("check_fail_on.txt", "check --fail-on error lists/args_missing.json", None, 0),
+    ("check_fail_on_error.json", "check --json --fail-on=error lists/root_array.json", None, 2),
     ("explain.txt", "explain lists/every_step.json", None, 2),
     ("explain_color.txt", "explain lists/every_step.json", 80, 2),
     ("explain.json", "explain --json lists/every_step.json", None, 2),
@@ -51,6 +54,7 @@ RUNS = [
     ("explain_list_type.txt", "explain lists/root_array.json", None, 2),
     ("explain_list_type.json", "explain --json lists/root_array.json", None, 2),
     ("explain_missing.txt", "explain lists/program_not_there.json", None, 2),
+    ("new.txt", "new a /bin/sh -c --help", None, 0),
     ("report.txt", "report logs/mixed", None, 0),
     ("report_color.txt", "report logs/mixed", 60, 0),
     ("report_widest.txt", "report logs/mixed", 500, 0),
@@ -95,6 +99,11 @@ MISTAKES = [
     ("explain", "LIST is required"),
     ("explain lists/good.json lists/good.json", "argument was not expected: lists/good.json"),
     ("check - -", "LIST: - can be given only once"),
+    ("check --json --sarif lists/good.json", "--json excludes --sarif"),
+    ("check --fail-on mistake lists/good.json", "--fail-on: mistake not in {warning,error}"),
+    ("fix", "LIST is required"),
+    ("fix - -", "LIST: - can be given only once"),
+    ("fix --write -", "LIST: --write cannot replace standard input"),
     ("check - lists/good.json -", "LIST: - can be given only once"),
     ("check lists/good.json --x\x1b]0;owned\x07", r"\x1b]0;owned\x07"),
     ("check --colour lists/good.json", "--colour"),
@@ -113,6 +122,8 @@ HELPS = {
         --version
         check Find the mistakes in launch lists.
         explain Show what the launcher does with each item of a list.
+        fix Correct the mistakes of launch lists that have only one correction.
+        new Write an item that runs a program with its arguments.
         report Summarize from the log how often items ran, ended and crashed.
         Example: launchlist check helpers.json && launchlist explain helpers.json
     """,
@@ -120,9 +131,31 @@ HELPS = {
         Find the mistakes in launch lists.
         launchlist check [OPTIONS] LIST...
         Launch lists; - is standard input
-        --json Print JSON
-        Exit status: 0 no mistakes, 1 warnings only, 2 errors, 3 a list cannot be read. Example:
-        Example: launchlist check helpers.json
+        --json Excludes: --sarif Print JSON
+        --sarif Excludes: --json Print SARIF 2.1.0, for code scanning services
+        --fail-on SEVERITY
+        The least severity for which the exit status is not 0: warning (the default) or error
+        Exit status: 0 no mistakes, 1 warnings only, 2 errors, 3 a list cannot be read.
+        With --fail-on error, 0 also for warnings only. Example: launchlist check helpers.json
+    """,
+    "fix": """
+        Correct the mistakes of launch lists that have only one correction.
+        launchlist fix [OPTIONS] LIST...
+        Launch lists; - is standard input
+        --write Replace the lists by the corrected ones
+        --fail-on SEVERITY
+        Exit status: 0 no mistakes are left, 1 warnings only, 2 errors, 3 a list cannot be read
+        or written. With --fail-on error, 0 also for warnings only.
+        Example: launchlist fix --write helpers.json
+    """,
+    "new": """
+        Write an item that runs a program with its arguments.
+        launchlist new [OPTIONS] NAME PROGRAM [ARG...]
+        NAME TEXT REQUIRED The name of the item
+        PROGRAM TEXT REQUIRED The path of the program
+        ARG TEXT ... The arguments of the program
+        --into LIST Append the item to LIST instead of printing it
+        Options precede NAME: everything after PROGRAM is an argument, also if it begins with -.
     """,
     "explain": """
         Show what the launcher does with each item of a list.
@@ -186,7 +219,11 @@ def run_in_terminal(arguments, columns, **variables):
     tty.setraw(terminal)
     fcntl.ioctl(terminal, termios.TIOCSWINSZ, struct.pack("HHHH", 24, columns, 0, 0))
     with subprocess.Popen(
-        [LAUNCHLIST, *arguments], cwd=HERE, env={**ENVIRONMENT, **variables}, stdout=terminal
+        [LAUNCHLIST, *arguments],
+        cwd=HERE,
+        env={**ENVIRONMENT, **variables},
+        stdout=terminal,
+        stderr=subprocess.DEVNULL,
     ) as process:
 
         def end_output():
@@ -204,8 +241,10 @@ def run_in_terminal(arguments, columns, **variables):
 
 
 def as_kept(output):
-    """Replaces escape characters with "\\e", and the path of the user's log.ini with LOG.INI."""
+    """Replaces what differs between runs: the path of the user's log.ini and the version. Writes
+    escape characters as "\\e"."""
     text = output.decode().replace("\x1b", "\\e")
+    text = re.sub(r'"semanticVersion": "[0-9.]+"', '"semanticVersion": "VERSION"', text)
     return re.sub(r"of /.*/log\.ini and", "of LOG.INI and", text)
 
 
@@ -284,10 +323,11 @@ class CommandLine(unittest.TestCase):
     def test_what_cannot_be_printed_is_a_failure(self):
         if not os.path.exists("/dev/full"):
             self.skipTest("no /dev/full")
-        helps = ["--help", "--version", "check --help", "explain --help", "report --help"]
+        helps = ["--help", "--version", *(f"{command} --help" for command in HELPS if command)]
         for arguments in (
             *("check lists/good.json", "explain lists/good.json", "report logs/mixed"),
-            *("report --json logs/mixed", *helps),
+            *("report --json logs/mixed", "check --sarif lists/good.json", *helps),
+            *("fix lists/args_beyond_argc.json", "new a /bin/sh"),
         ):
             with self.subTest(arguments), open("/dev/full", "wb") as full:
                 result = run(*arguments.split(), stdout=full)
@@ -320,6 +360,20 @@ class CommandLine(unittest.TestCase):
                 self.assertEqual(0, result.returncode)
                 expected = run(command, "lists/good.json").stdout
                 self.assertEqual(expected.replace(b"lists/good.json", b"-"), result.stdout)
+
+    def test_a_difference_on_a_terminal_is_safe_and_coloured(self):
+        plain = run("fix", "lists/args_beyond_argc.json").stdout.decode()
+        status, output = run_in_terminal(["fix", "lists/args_beyond_argc.json"], 80)
+        self.assertEqual(run("fix", "lists/args_beyond_argc.json").returncode, status)
+        self.assertEqual(plain, re.sub("\x1b\\[[0-9;]*m", "", output.decode()))
+        self.assertIn("\x1b[1;31m-", output.decode())
+        with tempfile.TemporaryDirectory() as directory:
+            hostile = pathlib.Path(directory) / "list.json"
+            hostile.write_text('{"1": null} // \x1b]0;owned\x07', encoding="utf-8")
+            self.assertIn(b"\x1b]0;", run("fix", str(hostile)).stdout)
+            _, output = run_in_terminal(["fix", str(hostile)], 80, NO_COLOR="1")
+            self.assertNotIn(b"\x1b", output)
+            self.assertIn(rb"\x1b]0;owned\x07", output)
 
     def test_an_unreadable_list_does_not_keep_the_others_from_being_checked(self):
         result = run("check", "none", "lists/empty.json")

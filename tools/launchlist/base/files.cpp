@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 namespace launchlist {
@@ -14,11 +15,53 @@ namespace launchlist {
 namespace {
 
 constexpr std::size_t kChunk = 1U << 20U;
+constexpr int kMaxNames = 100;
 
 bool Fail(std::string& error)
 {
     error = std::strerror(errno);
     return false;
+}
+
+// Creates a file beside `path` and opens it; -1 on failure.
+int CreateBeside(const std::string& path, std::string& name)
+{
+    for (int number = 0; number < kMaxNames; ++number) {
+        name = path + ".new-" + std::to_string(getpid()) + "-" + std::to_string(number);
+        const int descriptor =
+            open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
+        if (descriptor >= 0 || errno != EEXIST) {
+            return descriptor;
+        }
+    }
+    return -1;
+}
+
+bool WriteAll(int descriptor, std::string_view bytes)
+{
+    while (!bytes.empty()) {
+        const ssize_t count = write(descriptor, bytes.data(), bytes.size());
+        if (count >= 0) {
+            bytes.remove_prefix(static_cast<std::size_t>(count));
+        } else if (errno != EINTR) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Without this, a power failure after the renaming could leave an empty file.
+bool Synchronize(int descriptor)
+{
+    return fsync(descriptor) == 0 || errno == EINVAL;  // The file system cannot do it.
+}
+
+// Only root may give a file to another user, and only a member of a group may give it to that.
+void SetOwner(int descriptor, const FileAccess& access)
+{
+    if (access.owner && fchown(descriptor, access.owner->first, access.owner->second) != 0) {
+        static_cast<void>(fchown(descriptor, static_cast<uid_t>(-1), access.owner->second) != 0);
+    }
 }
 
 }  // namespace
@@ -58,17 +101,57 @@ bool ReadDescriptor(int descriptor, std::string& bytes, std::string& error)
     }
 }
 
-bool WriteFile(const std::string& path, const std::string& bytes, std::string& error)
+bool ReplaceFile(const std::string& path, std::string_view bytes, const FileAccess& access,
+                 std::string& error)
 {
-    std::FILE* file = std::fopen(path.c_str(), "wb");
-    if (file == nullptr) {
+    std::string name;
+    const int descriptor = CreateBeside(path, name);
+    if (descriptor < 0) {
         return Fail(error);
     }
-    const bool is_written = std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
-    if (std::fclose(file) != 0 || !is_written) {
+    SetOwner(descriptor, access);
+    // The umask may have removed bits, and a change of the owner removes others.
+    bool is_written = fchmod(descriptor, access.mode) == 0 && WriteAll(descriptor, bytes) &&
+                      Synchronize(descriptor);
+    is_written = is_written || Fail(error);
+    if (close(descriptor) != 0 && is_written) {
+        is_written = Fail(error);
+    }
+    if (is_written && std::rename(name.c_str(), path.c_str()) != 0) {
+        is_written = Fail(error);
+    }
+    if (!is_written) {
+        unlink(name.c_str());
+    }
+    return is_written;
+}
+
+bool ReplaceContents(const std::string& path, const std::string& before, std::string_view after,
+                     std::string& error)
+{
+    char* resolved = realpath(path.c_str(), nullptr);
+    const std::string target = resolved != nullptr ? resolved : "";
+    std::free(resolved);
+    struct stat status = {};
+    if (target.empty() || stat(target.c_str(), &status) != 0) {
         return Fail(error);
     }
-    return true;
+    if (!S_ISREG(status.st_mode)) {
+        error = "is not a regular file";
+        return false;
+    }
+    std::string current;
+    if (!ReadFile(target, current, error)) {
+        return false;
+    }
+    if (current != before) {
+        error = "was changed by another program in the meantime";
+        return false;
+    }
+    FileAccess access;
+    access.mode = status.st_mode & 0777U;  // Not set-user-ID: the owner may differ.
+    access.owner = {status.st_uid, status.st_gid};
+    return ReplaceFile(target, after, access, error);
 }
 
 }  // namespace launchlist

@@ -215,6 +215,22 @@ std::string safe_json(const std::string& json)
     return result;
 }
 
+std::string json_string(const std::string& text)
+{
+    std::string result = "\"";
+    for (const char c : text) {
+        if (c == '"' || c == '\\') {
+            result += '\\';
+            result += c;
+        } else if (static_cast<unsigned char>(c) < 0x20) {
+            result += string_format("\\u%04x", static_cast<unsigned>(c));
+        } else {
+            result += c;
+        }
+    }
+    return safe_json(result + "\"");
+}
+
 std::string html(const std::string& text)
 {
     std::string result;

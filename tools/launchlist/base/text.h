@@ -28,6 +28,9 @@ std::string shell_word(const std::string& text);
 // ill-formed bytes become U+FFFD.
 std::string safe_json(const std::string& json);
 
+// `text` as a JSON string that is safe to show.
+std::string json_string(const std::string& text);
+
 // printable(text) escaped for an HTML element or a quoted attribute.
 std::string html(const std::string& text);
 

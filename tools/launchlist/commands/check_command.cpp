@@ -5,6 +5,7 @@
 #include "tools/launchlist/commands/commands.h"
 #include "tools/launchlist/list/check.h"
 #include "tools/launchlist/output/list_output.h"
+#include "tools/launchlist/output/sarif_output.h"
 
 namespace launchlist {
 
@@ -14,6 +15,8 @@ struct Options
 {
     std::vector<std::string> lists;
     bool json = false;
+    bool sarif = false;
+    std::string fail_on = kFailOnWarnings;
 };
 
 CheckedList CheckOne(const std::string& path)
@@ -27,32 +30,38 @@ CheckedList CheckOne(const std::string& path)
     return list;
 }
 
-int StatusOf(const CheckedList& list)
+int StatusOf(const CheckedList& list, const Options& options)
 {
-    return !list.error.empty()          ? kUnreadable
-           : list.findings.errors > 0   ? kErrors
-           : list.findings.warnings > 0 ? kWarnings
-                                        : kSuccess;
+    return list.error.empty() ? StatusOf(list.findings, options.fail_on) : kUnreadable;
+}
+
+std::string Formatted(const std::vector<CheckedList>& lists, const Options& options)
+{
+    if (options.json) {
+        return FindingsJson(lists);
+    }
+    if (options.sarif) {
+        return FindingsSarif(lists, KESTRANE_VERSION);
+    }
+    std::string text;
+    for (const CheckedList& list : lists) {
+        text += list.error.empty() ? FindingsText(list.name, list.findings, UseColor()) : "";
+    }
+    return text;
 }
 
 int RunCheck(const Options& options)
 {
     std::vector<CheckedList> lists;
-    std::string text;
     int status = kSuccess;
     for (const std::string& path : options.lists) {
-        const CheckedList list = CheckOne(path);
-        status = std::max(status, StatusOf(list));
-        if (!list.error.empty()) {
-            FailOn(path, list.error);
-        } else if (!options.json) {
-            text += FindingsText(path, list.findings, UseColor());
-        }
-        if (options.json) {
-            lists.push_back(list);
+        lists.push_back(CheckOne(path));
+        status = std::max(status, StatusOf(lists.back(), options));
+        if (!lists.back().error.empty()) {
+            FailOn(path, lists.back().error);
         }
     }
-    return Print(options.json ? FindingsJson(lists) : text, status);
+    return Print(Formatted(lists, options), status);
 }
 
 }  // namespace
@@ -62,7 +71,10 @@ Command AddCheckCommand(CLI::App& app)
     CLI::App* parser = app.add_subcommand("check", "Find the mistakes in launch lists.");
     const auto options = std::make_shared<Options>();
     parser->add_option("LIST", options->lists, "Launch lists; - is standard input")->required();
-    parser->add_flag("--json", options->json, "Print JSON");
+    CLI::Option* json = parser->add_flag("--json", options->json, "Print JSON");
+    parser->add_flag("--sarif", options->sarif, "Print SARIF 2.1.0, for code scanning services")
+        ->excludes(json);
+    AddFailOn(*parser, options->fail_on);
     parser->callback([options] {
         if (std::count(options->lists.begin(), options->lists.end(), "-") > 1) {
             throw CLI::ValidationError("LIST", "- can be given only once");
@@ -70,6 +82,7 @@ Command AddCheckCommand(CLI::App& app)
     });
     parser->footer(
         "Exit status: 0 no mistakes, 1 warnings only, 2 errors, 3 a list cannot be read.\n"
+        "With --fail-on error, 0 also for warnings only.\n"
         "Example:\n  launchlist check helpers.json");
     return {parser, [options] { return RunCheck(*options); }};
 }

@@ -12,6 +12,22 @@
 
 namespace launchlist {
 
+void AddFailOn(CLI::App& parser, std::string& severity)
+{
+    parser
+        .add_option("--fail-on", severity,
+                    "The least severity for which the exit status is not 0: warning (the "
+                    "default) or error")
+        ->type_name("SEVERITY")
+        ->check(CLI::IsMember({kFailOnWarnings, kFailOnErrors}));
+}
+
+int StatusOf(const Findings& findings, const std::string& fail_on)
+{
+    const bool has_warnings = findings.warnings > 0 && fail_on == kFailOnWarnings;
+    return findings.errors > 0 ? kErrors : has_warnings ? kWarnings : kSuccess;
+}
+
 bool ReadList(const std::string& path, std::string& bytes, std::string& error)
 {
     return path == "-" ? ReadDescriptor(STDIN_FILENO, bytes, error) : ReadFile(path, bytes, error);

@@ -5,6 +5,8 @@
 #include <functional>
 #include <string>
 
+#include "tools/launchlist/list/finding.h"
+
 namespace launchlist {
 
 // A subcommand: what parses its arguments, and what runs it after that and returns the exit status.
@@ -20,6 +22,16 @@ constexpr int kWarnings = 1;
 constexpr int kErrors = 2;
 constexpr int kUnreadable = 3;  // Also: the output could not be written.
 constexpr int kUsage = 64;
+
+// The severities that --fail-on takes.
+inline constexpr char kFailOnWarnings[] = "warning";
+inline constexpr char kFailOnErrors[] = "error";
+
+// Adds the option --fail-on, which sets `severity`.
+void AddFailOn(CLI::App& parser, std::string& severity);
+
+// The exit status of a check with these findings, if only those of this severity and above count.
+int StatusOf(const Findings& findings, const std::string& fail_on = kFailOnWarnings);
 
 // Reads the list at `path`; "-" is standard input. On false, `error` says why it cannot be read.
 bool ReadList(const std::string& path, std::string& bytes, std::string& error);

@@ -7,6 +7,7 @@
 #include "tools/launchlist/base/text.h"
 #include "tools/launchlist/list/argument_vector.h"
 #include "tools/launchlist/list/effects.h"
+#include "tools/launchlist/list/item_number.h"
 #include "tools/launchlist/list/problems.h"
 
 namespace launchlist {

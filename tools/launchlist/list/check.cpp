@@ -1,49 +1,24 @@
 #include "tools/launchlist/list/check.h"
 
 #include <algorithm>
+#include <iterator>
 #include <map>
-#include <string_view>
+#include <optional>
 
 #include "launcher/launch_item.h"
 #include "tools/launchlist/base/text.h"
 #include "tools/launchlist/list/effects.h"
 #include "tools/launchlist/list/explain.h"
 #include "tools/launchlist/list/item_check.h"
+#include "tools/launchlist/list/item_number.h"
 #include "tools/launchlist/list/syntax_check.h"
+#include "tools/launchlist/list/wide_encoding.h"
 
 namespace launchlist {
 
 namespace {
 
 constexpr char kWriteList[] = "write an object with the items \"0\", \"1\", ...";
-
-// Says that the file is encoded in UTF-16 or UTF-32; "" if it is not. Such a file starts with a
-// byte order mark, or with ASCII characters, since a list does: then the first four bytes show
-// which.
-std::string DescribeWideEncoding(const std::string& bytes)
-{
-    const auto starts_with = [&bytes](std::string_view mark) {
-        return bytes.compare(0, mark.size(), mark) == 0;
-    };
-    if (starts_with({"\xFF\xFE\0\0", 4}) || starts_with({"\0\0\xFE\xFF", 4})) {
-        return "the file is encoded in UTF-32";
-    }
-    if (starts_with("\xFF\xFE") || starts_with("\xFE\xFF")) {
-        return "the file is encoded in UTF-16";
-    }
-    std::string zeros;  // "0" for a zero byte, "x" for one of an ASCII character.
-    for (std::size_t i = 0; i < std::min<std::size_t>(bytes.size(), 4); ++i) {
-        const auto byte = static_cast<unsigned char>(bytes[i]);
-        zeros += byte == 0 ? "0" : byte < 0x80 ? "x" : "-";
-    }
-    if (zeros == "x0x0" || zeros == "0x0x") {
-        return "the file appears to be encoded in UTF-16: every second byte is zero";
-    }
-    if (zeros == "x000" || zeros == "000x") {
-        return "the file appears to be encoded in UTF-32: three of four bytes are zero";
-    }
-    return "";
-}
 
 void CheckBytes(const std::string& bytes, const std::string& text, Findings& findings)
 {
@@ -56,13 +31,6 @@ void CheckBytes(const std::string& bytes, const std::string& text, Findings& fin
         findings.Add({Kind::kNotUtf8, bad, "", "the file is not UTF-8",
                       "the bytes are passed on unchanged", "save the file as UTF-8"});
     }
-}
-
-// A name that resembles a number: "01", "+1", "1 ", "1.0".
-bool ResemblesNumber(const std::string& name)
-{
-    return name.find_first_of("0123456789") != std::string::npos &&
-           name.find_first_not_of("0123456789+-. \t") == std::string::npos;
 }
 
 // Checks a list whose root is an object.
@@ -83,9 +51,12 @@ public:
     void Run()
     {
         CheckReplacedItems();
+        CheckReplacedSchema();
         for (const JsonMember& member : m_members) {
             const std::string pointer = MemberPath("", member.name);
-            if (!IsPlainNumber(member.name)) {
+            if (member.name == kSchemaMember) {
+                CheckSchemaMember(member, pointer);
+            } else if (!IsPlainNumber(member.name)) {
                 CheckKey(member, pointer);
             } else if (!member.replaced) {
                 CheckNumbered(member, pointer);
@@ -123,6 +94,24 @@ private:
                         std::to_string(line) + ")",
                     "this one never runs", "give every item its own number");
             }
+        }
+    }
+
+    void CheckReplacedSchema()
+    {
+        std::vector<JsonMember> schemas;
+        std::copy_if(m_members.begin(), m_members.end(), std::back_inserter(schemas),
+                     [](const JsonMember& member) { return member.name == kSchemaMember; });
+        CheckReplaced(schemas, "", m_context);
+    }
+
+    // Editors read it; the launcher ignores it.
+    void CheckSchemaMember(const JsonMember& member, const std::string& pointer)
+    {
+        if (!member.replaced && member.value.type != JsonType::kString) {
+            m_context.findings.Add({Kind::kUnknownMember, member.value.begin, pointer,
+                                    "\"$schema\" must be a string", effects::kIgnored,
+                                    "write the path or URL of the schema, or remove it"});
         }
     }
 
@@ -267,9 +256,9 @@ Findings CheckList(const std::string& bytes)
     }
     const std::string text = bytes.substr(0, bytes.find('\0'));
     const JsonSource source(text);
-    const std::string encoding = source.Fault() ? DescribeWideEncoding(bytes) : "";
-    if (!encoding.empty()) {
-        findings.Add({Kind::kUtf16, 0, "", encoding, effects::RejectedAtStart(),
+    const auto encoding = source.Fault() ? FindWideEncoding(bytes) : std::nullopt;
+    if (encoding) {
+        findings.Add({Kind::kUtf16, 0, "", TextOf(*encoding), effects::RejectedAtStart(),
                       "save it as UTF-8 without a byte order mark"});
         return findings;
     }

@@ -42,12 +42,6 @@ std::string MemberPath(const std::string& path, const std::string& name)
     return result;
 }
 
-bool IsPlainNumber(const std::string& name)
-{
-    return !name.empty() && name.find_first_not_of("0123456789") == std::string::npos &&
-           (name == "0" || name[0] != '0');
-}
-
 void CheckReplaced(const std::vector<JsonMember>& members, const std::string& path,
                    CheckContext& context)
 {

@@ -33,11 +33,11 @@ struct CheckContext
     ProgramFiles files;
 };
 
+// The member of a list that names its JSON schema.
+inline constexpr char kSchemaMember[] = "$schema";
+
 // The JSON pointer `path` extended by the member `name` (RFC 6901).
 std::string MemberPath(const std::string& path, const std::string& name);
-
-// Whether `name` is written as the launcher writes numbers: in digits, without leading zeros.
-bool IsPlainNumber(const std::string& name);
 
 // Adds a warning for every member that a later member of the same name replaces.
 void CheckReplaced(const std::vector<JsonMember>& members, const std::string& path,

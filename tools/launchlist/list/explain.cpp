@@ -6,8 +6,8 @@
 
 #include "launcher/launch_item.h"
 #include "tools/launchlist/list/argument_vector.h"
-#include "tools/launchlist/list/check_context.h"
 #include "tools/launchlist/list/effects.h"
+#include "tools/launchlist/list/item_number.h"
 #include "tools/launchlist/list/problems.h"
 
 namespace launchlist {

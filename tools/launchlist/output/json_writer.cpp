@@ -11,22 +11,6 @@ namespace {
 
 constexpr std::size_t kBufferSize = std::size_t{64} * 1024;
 
-std::string Quoted(const std::string& text)
-{
-    std::string result = "\"";
-    for (const char c : text) {
-        if (c == '"' || c == '\\') {
-            result += '\\';
-            result += c;
-        } else if (static_cast<unsigned char>(c) < 0x20) {
-            result += string_format("\\u%04x", static_cast<unsigned>(c));
-        } else {
-            result += c;
-        }
-    }
-    return safe_json(result + "\"");
-}
-
 }  // namespace
 
 JsonWriter::JsonWriter(std::function<void(std::string_view)> write) : m_write(std::move(write)) {}
@@ -53,7 +37,7 @@ void JsonWriter::EndArray()
 
 void JsonWriter::Text(const char* key, const std::string& value)
 {
-    Put(key, Quoted(value));
+    Put(key, json_string(value));
 }
 
 void JsonWriter::Number(const char* key, long long value)

@@ -6,16 +6,14 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 
+#include "tools/launchlist/base/files.h"
 #include "tools/launchlist/output/report_formats.h"
 
 namespace launchlist {
 
 namespace {
-
-constexpr int kMaxNames = 100;
 
 bool Fail(std::string& error)
 {
@@ -64,59 +62,12 @@ bool MayReplace(const std::string& path, const std::vector<LogFile>& inputs, boo
     return true;
 }
 
-// Creates a file beside `path` and opens it; -1 on failure.
-int CreateBeside(const std::string& path, std::string& name)
-{
-    for (int number = 0; number < kMaxNames; ++number) {
-        name = path + ".new-" + std::to_string(getpid()) + "-" + std::to_string(number);
-        const int descriptor =
-            open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
-        if (descriptor >= 0 || errno != EEXIST) {
-            return descriptor;
-        }
-    }
-    return -1;
-}
-
-bool WriteAll(int descriptor, std::string_view bytes)
-{
-    while (!bytes.empty()) {
-        const ssize_t count = write(descriptor, bytes.data(), bytes.size());
-        if (count >= 0) {
-            bytes.remove_prefix(static_cast<std::size_t>(count));
-        } else if (errno != EINTR) {
-            return false;
-        }
-    }
-    return true;
-}
-
 }  // namespace
 
 bool WritePage(const std::string& path, std::string_view page, const std::vector<LogFile>& inputs,
                bool is_forced, std::string& error)
 {
-    if (!MayReplace(path, inputs, is_forced, error)) {
-        return false;
-    }
-    std::string name;
-    const int descriptor = CreateBeside(path, name);
-    if (descriptor < 0) {
-        return Fail(error);
-    }
-    // The umask may have removed bits.
-    bool is_written = fchmod(descriptor, 0600) == 0 && WriteAll(descriptor, page);
-    is_written = is_written || Fail(error);
-    if (close(descriptor) != 0 && is_written) {
-        is_written = Fail(error);
-    }
-    if (is_written && std::rename(name.c_str(), path.c_str()) != 0) {
-        is_written = Fail(error);
-    }
-    if (!is_written) {
-        unlink(name.c_str());
-    }
-    return is_written;
+    return MayReplace(path, inputs, is_forced, error) && ReplaceFile(path, page, {}, error);
 }
 
 }  // namespace launchlist

@@ -4,10 +4,14 @@
 #include <dlfcn.h>
 #include <errno.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstring>
+#include <filesystem>
+#include <iterator>
 #include <string>
+#include <utility>
 
 #include "tests/support/next_descriptor.h"
 #include "tests/support/temp_directory.h"
@@ -43,13 +47,43 @@ std::string Read(const std::string& path, std::string& bytes)
     return error;
 }
 
-// Writes `bytes` to `path`; the error, or "".
-std::string Write(const std::string& path, const std::string& bytes)
+// Replaces the file at `path`; the error, or "".
+std::string Replace(const std::string& path, const std::string& bytes,
+                    const FileAccess& access = {})
 {
     std::string error;
-    const bool is_written = WriteFile(path, bytes, error);
+    const bool is_written = ReplaceFile(path, bytes, access, error);
     EXPECT_EQ(is_written, error.empty()) << path;
     return error;
+}
+
+// Replaces the contents of the file at `path`; the error, or "".
+std::string ReplaceIn(const std::string& path, const std::string& before, const std::string& after)
+{
+    std::string error;
+    const bool is_written = ReplaceContents(path, before, after, error);
+    EXPECT_EQ(is_written, error.empty()) << path;
+    return error;
+}
+
+std::string Contents(const std::string& path)
+{
+    std::string bytes;
+    EXPECT_EQ(Read(path, bytes), "") << path;
+    return bytes;
+}
+
+struct stat StatusOf(const std::string& path)
+{
+    struct stat status = {};
+    EXPECT_EQ(lstat(path.c_str(), &status), 0) << path;
+    return status;
+}
+
+std::size_t CountFiles(const TempDirectory& directory)
+{
+    const std::filesystem::directory_iterator files(directory.path());
+    return static_cast<std::size_t>(std::distance(begin(files), end(files)));
 }
 
 }  // namespace
@@ -100,25 +134,72 @@ TEST(ReadDescriptor, ReadsWhateverHasNoSize)
     EXPECT_EQ(error, std::strerror(EBADF));
 }
 
-TEST(WriteFile, ReplacesWhatTheFileContained)
+// tests/tools/launchlist/output/page_file_test.cpp tests its failures.
+TEST(ReplaceFile, GivesTheFileTheAccessThatIsAskedFor)
 {
     const TempDirectory directory;
     const std::string path = directory.Write("file", "a longer old text");
-    std::string bytes;
-    EXPECT_EQ(Write(path, "new"), "");
-    EXPECT_EQ(Read(path, bytes), "");
-    EXPECT_EQ(bytes, "new");
+    const mode_t mask = umask(0777);
+    EXPECT_EQ(Replace(path, "new", {0640, {}}), "");
+    umask(mask);
+    EXPECT_EQ(Contents(path), "new");
+    EXPECT_EQ(StatusOf(path).st_mode & 07777, 0640U);
+    EXPECT_EQ(CountFiles(directory), 1U);
 }
 
-TEST(WriteFile, ReportsWhyAFileCannotBeWritten)
+TEST(ReplaceFile, ChangesTheOwnerIfItMay)
 {
     const TempDirectory directory;
-    EXPECT_EQ(Write(directory / "missing/file", "text"), std::strerror(ENOENT));
-    EXPECT_EQ(Write(directory.path(), "text"), std::strerror(EISDIR));
-    if (access("/dev/full", W_OK) != 0) {
-        return;
+    const std::string path = directory.Write("file", "");
+    EXPECT_EQ(Replace(path, "new", {0600, std::make_pair(uid_t{65533}, gid_t{65532})}), "");
+    const struct stat status = StatusOf(path);
+    if (geteuid() == 0) {
+        EXPECT_EQ(status.st_uid, 65533U);
+        EXPECT_EQ(status.st_gid, 65532U);
+    } else {
+        EXPECT_EQ(status.st_uid, geteuid());
     }
-    // The disk is found to be full during the writing, or not before the file is closed.
-    EXPECT_EQ(Write("/dev/full", std::string(1'000'000, 'x')), std::strerror(ENOSPC));
-    EXPECT_EQ(Write("/dev/full", "text"), std::strerror(ENOSPC));
+}
+
+TEST(ReplaceContents, KeepsTheModeAndReplacesTheFile)
+{
+    const TempDirectory directory;
+    const std::string path = directory.Write("file", "old");
+    for (const mode_t mode : {0600U, 0444U, 0755U}) {
+        ASSERT_EQ(chmod(path.c_str(), mode), 0);
+        const struct stat before = StatusOf(path);
+        EXPECT_EQ(ReplaceIn(path, Contents(path), "new"), "");
+        EXPECT_EQ(Contents(path), "new");
+        EXPECT_EQ(StatusOf(path).st_mode & 07777, mode);
+        EXPECT_EQ(StatusOf(path).st_uid, before.st_uid);
+        EXPECT_EQ(CountFiles(directory), 1U);
+    }
+}
+
+TEST(ReplaceContents, ReplacesTheFileThatASymbolicLinkPointsTo)
+{
+    const TempDirectory directory;
+    const TempDirectory other;
+    const std::string path = other.Write("file", "old");
+    const std::string link = directory / "link";
+    ASSERT_EQ(symlink(path.c_str(), link.c_str()), 0);
+    EXPECT_EQ(ReplaceIn(link, "old", "new"), "");
+    EXPECT_TRUE(S_ISLNK(StatusOf(link).st_mode));
+    EXPECT_EQ(Contents(path), "new");
+    EXPECT_EQ(CountFiles(directory), 1U);
+    EXPECT_EQ(CountFiles(other), 1U);
+}
+
+TEST(ReplaceContents, ChangesNothingIfTheFileIsNotAsExpected)
+{
+    const TempDirectory directory;
+    const std::string path = directory.Write("file", "changed");
+    EXPECT_EQ(ReplaceIn(path, "old", "new"), "was changed by another program in the meantime");
+    EXPECT_EQ(Contents(path), "changed");
+    EXPECT_EQ(ReplaceIn(directory.path(), "old", "new"), "is not a regular file");
+    EXPECT_EQ(ReplaceIn(directory / "missing", "old", "new"), std::strerror(ENOENT));
+    g_read_error = EIO;
+    EXPECT_EQ(ReplaceIn(path, "changed", "new"), std::strerror(EIO));
+    EXPECT_EQ(Contents(path), "changed");
+    EXPECT_EQ(CountFiles(directory), 1U);
 }

@@ -57,6 +57,11 @@ extern "C" ssize_t write(int descriptor, const void* data, size_t size)
     return Real<ssize_t(int, const void*, size_t)>("write")(descriptor, data, size);
 }
 
+extern "C" int fsync(int descriptor)
+{
+    return FailsNow("fsync") ? -1 : Real<int(int)>("fsync")(descriptor);
+}
+
 extern "C" int close(int descriptor)
 {
     const int result = Real<int(int)>("close")(descriptor);
@@ -202,7 +207,8 @@ TEST_F(WritePageTest, KeepsThePageAndLeavesNoFileIfAStepFails)
     {
         const char* function;
         int error;
-    } kTable[] = {{"fchmod", EPERM}, {"write", ENOSPC}, {"close", EIO}, {"rename", EISDIR}};
+    } kTable[] = {
+        {"fchmod", EPERM}, {"write", ENOSPC}, {"fsync", EIO}, {"close", EIO}, {"rename", EISDIR}};
     for (const auto& row : kTable) {
         g_failures[row.function] = row.error;
         EXPECT_EQ(Write("page", true), std::strerror(row.error)) << row.function;
@@ -223,6 +229,13 @@ TEST_F(WritePageTest, RepeatsAnInterruptedWrite)
     g_failures = {{"write", EINTR}};
     EXPECT_EQ(Write("page"), "");
     EXPECT_EQ(Read("page"), Page("new"));
+}
+
+TEST_F(WritePageTest, WorksWhereAFileCannotBeSynchronized)
+{
+    g_failures = {{"fsync", EINVAL}};
+    EXPECT_EQ(Write("page"), "");
+    EXPECT_TRUE(g_failures.empty());
 }
 
 TEST_F(WritePageTest, TriesAHundredNames)

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Checks the workflows in .github/: they must follow GitHub's schema, and every command must be a
-# single script in scripts/.
+# Checks the workflows in .github/ and those shown in the documents: they must follow GitHub's schema.
+# In .github/, every command must be a single script in scripts/.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 . scripts/lib/base.sh
@@ -9,6 +9,17 @@ cd "$(dirname "$0")/../.."
 python_env workflow
 "$python" -m check_jsonschema --builtin-schema vendor.github-workflows .github/workflows/*.yml ||
     fail "A workflow does not follow the schema; fix the errors above and start again."
+
+# The YAML blocks of a document, one file each.
+directory=$(mktemp -d)
+trap 'rm -rf "$directory"' EXIT
+awk -v directory="$directory" '
+    /^```/ { inside = 0 }
+    inside { print > file }
+    /^```yaml$/ { inside = 1; file = directory "/" ++count ".yml" }
+' docs/launchlist.md
+"$python" -m check_jsonschema --builtin-schema vendor.github-workflows "$directory"/*.yml ||
+    fail "A workflow in docs/launchlist.md does not follow the schema; fix the errors above and start again."
 
 grep -hE '^[ -]*run:' .github/workflows/*.yml | sed 's/^[ -]*run: *//' | while read -r script arguments; do
     [[ $script == scripts/*.sh && -x $script && ! $arguments =~ [\;\&\|] ]] ||

@@ -22,7 +22,7 @@ public:
 
     void Append(const char* text, std::size_t size)
     {
-        if (m_size < m_space) {
+        if (size > 0 && m_size < m_space) {  // `text` may be null if there is nothing to copy.
             memcpy(m_out + m_size, text, std::min(size, m_space - m_size));
         }
         m_size += size;
@@ -330,7 +330,7 @@ void PutInteger(Output& output, const Conversion& conversion, bool negative, uin
         conversion.has_precision
             ? std::min(static_cast<std::size_t>(conversion.precision), kMaxWidth)
             : 1;
-    std::string_view prefix = "";  // Not null: Append copies with memcpy.
+    std::string_view prefix;
     if (is_signed) {
         prefix = negative ? "-" : conversion.plus ? "+" : conversion.blank ? " " : "";
     } else if (conversion.alternate && base == 16 && value != 0) {

@@ -21,7 +21,7 @@ int main(int argc, char** argv)
     std::string program = argv[0];
     const auto size = static_cast<std::size_t>(end - begin);
     std::fill(begin, end, '\0');
-    std::memcpy(begin, title.data(), std::min(title.size(), size - 2));
+    std::copy_n(title.begin(), std::min(title.size(), size - 2), begin);
     // On Linux, a text without a NUL in its last place is shown up to the first NUL, without the
     // rest.
     end[-1] = 'x';

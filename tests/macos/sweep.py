@@ -41,9 +41,9 @@ class Run(moments.Run):
         return {}
 
 
-# The permitted outcomes, by phase and thread: with one item, and with two. Each is permitted on Linux as
-# well (tests/end_to_end/moments.py), but for "status 1" after SIGTERM to a supervisor while the items are started:
-# main exits before that supervisor starts its child.
+# The permitted outcomes, by phase and thread: with one item, and with two. Each is permitted on Linux
+# as well (tests/end_to_end/moments.py), but for "status 1" after SIGTERM to a supervisor while the
+# items are started: main exits before that supervisor starts its child.
 PERMITTED = {
     ("no-handler", "main"): ({TERMINATED}, {TERMINATED}),
     ("start", "main"): ({LOST}, {LOST}),

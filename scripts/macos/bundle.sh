@@ -3,7 +3,7 @@
 #
 # `out` is the directory of the build. A program of the bundle is in out/ARCHITECTURE after build_slice,
 # in out/stage/ARCHITECTURE after stage_slice, and in out/Kestrane.app after join_slices.
-# shellcheck disable=SC2154  # out; zig and lipo are set by prepare_macos_tools
+# shellcheck disable=SC2034,SC2154  # architectures is for the caller; out is the caller's; zig and lipo are set by prepare_macos_tools
 
 architectures="arm64 x86_64"
 

@@ -7,7 +7,7 @@ cd "$(dirname "$0")/../.."
 . scripts/lib/base.sh
 
 tag=${1-${GITHUB_REF_NAME-}}
-[ -n "$tag" ] && [ -f "build/dist/kestrane-launcher-${tag#v}.spdx.json" ] ||
+[ -f "build/dist/kestrane-launcher-${tag#v}.spdx.json" ] ||
     fail "build/dist does not hold the release $tag; build it with scripts/release.sh and start again."
 gh release create "$tag" --verify-tag --title "Kestrane launcher ${tag#v}" \
     --notes-file build/dist/RELEASE-NOTES.md build/dist/* ||

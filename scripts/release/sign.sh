@@ -70,5 +70,4 @@ else
     fi
     ditto -c -k --keepParent "$work/Kestrane.app" "${zip%.zip}-signed.zip"
 fi
-rm build/dist/SHA256SUMS
-(cd build/dist && cmake -E sha256sum -- * >../SHA256SUMS && mv ../SHA256SUMS .)
+(cd build/dist && cmake -E sha256sum kestrane-* RELEASE-NOTES.md >../SHA256SUMS && mv ../SHA256SUMS .)

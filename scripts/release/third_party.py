@@ -220,7 +220,7 @@ def notices(platform, lists):
     yield "Kestrane launcher\n"
     yield "No licence is declared for the launcher itself (in terms of SPDX: NOASSERTION).\n"
     yield "It contains the following work of others.\n"
-    for part in components(lists)[platform]:
+    for part in components([pair for pair in lists if pair[0] == platform])[platform]:
         if part.linked == "STATIC_LINK":
             yield f"\n{'-' * 78}\n{part.name} {part.version}\nLicence: {part.licence}\n"
             yield f"Copyright (c) {part.copyright}\nSource: {part.source}\n\n"

@@ -29,12 +29,12 @@ LINUX = [
     library("libz.so"),
 ]
 MACOS = [
-    "/data/build/package-macos/arm64/launcher/liblauncher.a",
+    "launcher/libkestrane_launcher.a",
     "/data/build/deps/macos-arm64/lib/libjsoncpp.a",
     "/data/build/cache/zig/o/0123/libc++.a",
     "/data/build/cache/zig/o/0123/libc++abi.a",
     "/data/build/cache/zig/o/0123/libcompiler_rt.a",
-    "/data/zig/lib/libc/darwin/libSystem.tbd",
+    "-lSystem",
 ]
 
 
@@ -61,7 +61,7 @@ class ThirdParty(unittest.TestCase):
     def test_names_every_component_with_version_licence_and_checksum(self):
         packages = [p for p in self.sbom()["packages"] if "artefact" not in p["SPDXID"]]
         expected = "jsoncpp cli11 libstdc++ libgcc glibc zlib jsoncpp cli11 libc++ libc++abi"
-        expected = [*expected.split(), "compiler-rt of Zig", "libSystem"]
+        expected = [*expected.split(), "glibc start-up code", "compiler-rt of Zig", "libSystem"]
         self.assertEqual(sorted(expected), sorted(p["name"] for p in packages))
         for package in packages:
             with self.subTest(package["name"]):
@@ -95,7 +95,7 @@ class ThirdParty(unittest.TestCase):
 
     def test_an_unknown_linked_file_is_an_error(self):
         for platform, files in (("linux", LINUX), ("macos", MACOS)):
-            for unknown in ("/usr/lib/x86_64-linux-gnu/libssl.a", "/data/cache/o/01/libfoo.tbd"):
+            for unknown in ("/usr/lib/x86_64-linux-gnu/libssl.a", "/data/cache/o/01/libfoo.a"):
                 with self.subTest(platform, file=unknown), self.assertRaises(SystemExit):
                     self.sbom(**{platform: [*files, unknown]})
 
@@ -108,7 +108,6 @@ class ThirdParty(unittest.TestCase):
             for expected in texts:
                 with self.subTest(platform, text=expected):
                     self.assertIn(expected, text)
-            self.assertNotIn("No licence text", text)
 
     def test_a_debian_component_is_described_by_its_package(self):
         zlib = third_party.zlib(library("libz.so"))

@@ -40,10 +40,11 @@ wait_until() {
 
 # helpers [NAME]: prints the process ids of the launcher's children, or of the one that runs NAME.
 helpers() {
-    local directory name parent
+    local directory name stat parent
     for directory in /proc/[0-9]*; do
         # The name in parentheses may contain blanks; the parent's id is the second word after it.
-        read -r name <"$directory/comm" && parent=$(sed 's/.*) //' "$directory/stat" | cut -d ' ' -f 2) || continue
+        { read -r name <"$directory/comm" && read -r stat <"$directory/stat"; } || continue
+        read -r _ parent _ <<<"${stat##*) }"
         if [ "$parent" = "$pid" ] && [ "$name" = "${1-$name}" ]; then
             echo "${directory#/proc/}"
         fi

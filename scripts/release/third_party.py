@@ -4,8 +4,8 @@
     third_party.py sbom VERSION LINKED... -- ARTEFACT...    prints the SBOM
 
 LINKED are the linkers' own lists of what they linked, PLATFORM=FILE: a map by GNU ld for linux, a
-linker command for macos. A file in such a list that no component below explains is an error, so nothing is
-linked without its licence being known.
+linker command for macos. A file in such a list that no component below explains is an error, so nothing
+is linked without its licence being known.
 """
 
 import collections
@@ -118,9 +118,7 @@ def debian(name, licence, copyright, linked, notice=None):
         source = f"https://packages.debian.org/{package}"
         document = pathlib.Path(f"/usr/share/doc/{package}/copyright").read_text(encoding="utf-8")
         text = notice(document) if notice else None
-        return Component(
-            name, version, licence, copyright, source, sha256(file), text, linked
-        )
+        return Component(name, version, licence, copyright, source, sha256(file), text, linked)
 
     return make
 
@@ -161,8 +159,8 @@ def lib_system(_):
     )
 
 
-# Which component explains a linked file; the first match counts. None stands for our own files, which the
-# linkers name relative to the directory of the build.
+# Which component explains a linked file; the first match counts. None stands for our own files, which
+# the linkers name relative to the directory of the build.
 EXPLAINED = [
     (r".*/libjsoncpp\.a", jsoncpp),
     (r".*/libc\+\+\.a", libcxx),
@@ -210,7 +208,9 @@ def explain(file, path):
     for pattern, make in EXPLAINED:
         if re.fullmatch(pattern, file):
             return make
-    return sys.exit(f"{path} contains {file}; name its component in scripts/release/third_party.py.")
+    return sys.exit(
+        f"{path} contains {file}; name its component in scripts/release/third_party.py."
+    )
 
 
 # --- Notices

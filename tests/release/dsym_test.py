@@ -52,7 +52,8 @@ def build(architecture, source, text, *options):
     file.write_text(text)
     zig = [ZIG, "cc", "-target", TARGETS[architecture]]
     flags = ["-x", "c", "-O2", "-g", f"-ffile-prefix-map={directory}=/kestrane"]
-    run(*zig, *flags, "-ffile-compilation-dir=/kestrane", *options, "-c", file, "-o", directory / "o")
+    flags += ["-ffile-compilation-dir=/kestrane", *options]
+    run(*zig, *flags, "-c", file, "-o", directory / "o")
     library = ["-shared"] if "logger" in source else []
     linked, shipped, debug = directory / "linked", directory / "shipped", directory / "dsym"
     run(*zig, *library, "-Wl,-install_name,x", directory / "o", "-o", linked)

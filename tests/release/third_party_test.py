@@ -38,7 +38,7 @@ MACOS = [
 ]
 
 
-class ThirdParty(unittest.TestCase):
+class Components(unittest.TestCase):
     def setUp(self):
         directory = tempfile.TemporaryDirectory()
         self.addCleanup(directory.cleanup)

@@ -82,11 +82,11 @@ stop() {
     kill -TERM "$pid"
     wait "$pid" || status=$?
     [ "$status" -eq 1 ] || fail "the launcher exited with status $status"
-    [ -z "$(pgrep_all)" ] || fail "processes are left: $(pgrep_all)"
+    [ -z "$(remaining)" ] || fail "processes are left: $(remaining)"
 }
 
-# Prints the example helpers that run, whoever their parent is.
-pgrep_all() {
+# Prints which launchers and example helpers run, with any parent.
+remaining() {
     grep -lxE 'launcher|sync_agent|indexer|thumbnailer' /proc/[0-9]*/comm 2>/dev/null || true
 }
 

@@ -105,7 +105,7 @@ proven "apt-get install"
 proven "$(launchlist --version)"
 for page in launcher launchlist launch-list log.ini; do
     man "$page" >/tmp/page
-    grep -q "Kestrane launcher $version" /tmp/page || fail "man $page does not contain the version"
+    grep -q "Kestrane ${version/snapshot*/snapshot} " /tmp/page || fail "man $page does not contain the version"
 done
 proven "man launcher, launchlist, launch-list, log.ini"
 (as_visitor launchlist check "$list") || fail "launchlist check"

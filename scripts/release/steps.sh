@@ -32,8 +32,10 @@ read_version() {
     write_notes >/dev/null
 }
 
-# The last commit's time stands for the time of the build.
+# The last commit's time stands for the time of the build. A compiler cache may not turn the paths of
+# sources into relative ones, which cmake/KestraneShipped.cmake would not replace.
 set_reproducible_environment() {
+    export CCACHE_BASEDIR=
     SOURCE_DATE_EPOCH=$(git log -1 --format=%ct)
     export SOURCE_DATE_EPOCH LC_ALL=C.UTF-8 TZ=UTC
     umask 022

@@ -10,7 +10,7 @@ home=/home/visitor
 log=$home/Library/Logs/Kestrane/qv7log
 level_file="$home/Library/Application Support/Kestrane/log.ini"
 version=$(dpkg-deb --field "$package" Version)
-export DEBIAN_FRONTEND=noninteractive
+export DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8
 
 proven() {
     echo "-- $*"
@@ -141,7 +141,18 @@ expect_restart
 stop
 proven "nor when it is removed"
 
+# apt keeps packages that came along if others on the system recommend them.
+of_no_package() {
+    local file
+    while read -r file; do
+        dpkg-query --search "$file" >/dev/null 2>&1 || echo "$file"
+    done
+}
+
 all_files >/tmp/after
-diff /tmp/before /tmp/after || fail "the removal left something behind, or removed too much"
+left=$(comm -13 /tmp/before /tmp/after | grep -v '^/var/lib/dpkg/info/' | of_no_package)
+[ -z "$left" ] || fail "the removal left behind: $left"
+[ -z "$(comm -23 /tmp/before /tmp/after)" ] || fail "the removal removed too much"
+! grep -q kestrane /tmp/after || fail "the removal left behind: $(grep kestrane /tmp/after)"
 cmp "$level_file" /tmp/level || fail "the level file changed"
 proven "the removal leaves nothing behind but the user's log and level file"

@@ -187,7 +187,7 @@ def linked_files(platform, path):
     else:
         commands = re.findall(r"^zig ld .*", text, re.MULTILINE)
         files = [word for command in commands for word in command.split()[2:]]
-        files = [word for word in files if re.search(r"\.(o|a|dylib|tbd)$|^-l", word)]
+        files = [word for word in files if re.search(r"\.(o|a|dylib|tbd)$|^-l.", word)]
     return list(dict.fromkeys(files))
 
 

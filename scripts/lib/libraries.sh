@@ -52,8 +52,10 @@ fetch_source() {
     rm -rf "$work" "$log"
 }
 
-# build_library ARCHIVE DIRECTORY CMAKE_ARGUMENT...: unpacks ARCHIVE into DIRECTORY and builds it there.
+# build_library ARCHIVE DIRECTORY CMAKE_ARGUMENT...: unpacks ARCHIVE into DIRECTORY and builds it there,
+# without a compiler cache that turns paths into relative ones (scripts/release/steps.sh).
 build_library() {
+    local -x CCACHE_BASEDIR=
     local file=$PWD/$1 directory=$2
     shift 2
     mkdir -p "$directory"

@@ -22,10 +22,9 @@ TARGETS = {"arm64": "aarch64-macos.11.0", "x86_64": "x86_64-macos.11.0"}
 
 # As in the real sources, the names of the functions begin a line.
 SOURCES = {
-    "launcher/main.cpp": "int value = 1;\nint main(void)\n{\n    return value;\n}\n",
-    "tools/launchlist/main.cpp": "int value = 2;\n\nint main(void)\n{\n    return value;\n}\n",
-    "qv7log/logger.cpp": "int value = 3;\nint InitLogger(const char* path)\n"
-    "{\n    return value + path[0];\n}\n",
+    "launcher/main.cpp": "int value = 1;\nint main(void) { return value; }\n",
+    "tools/launchlist/main.cpp": "int value = 2;\n\nint main(void) { return value; }\n",
+    "qv7log/logger.cpp": "int value = 3;\nint InitLogger(const char* path) { return value + path[0]; }\n",
 }
 PROGRAMS = dict(zip(dsym.PROGRAMS, SOURCES))
 
@@ -53,11 +52,11 @@ def build(architecture, source, text, *options):
     zig = [ZIG, "cc", "-target", TARGETS[architecture]]
     flags = ["-x", "c", "-O2", "-g", f"-ffile-prefix-map={directory}=/kestrane"]
     flags += ["-ffile-compilation-dir=/kestrane", *options]
-    run(*zig, *flags, "-c", file, "-o", directory / "o")
-    library = ["-shared"] if "logger" in source else []
+    run(*zig, *flags, "-c", file, "-o", directory / "model.o")
+    library = ["-shared", "-Wl,-install_name,x"] if "logger" in source else []
     linked, shipped, debug = directory / "linked", directory / "shipped", directory / "dsym"
-    run(*zig, *library, "-Wl,-install_name,x", directory / "o", "-o", linked)
-    run(*zig, *library, "-Wl,-install_name,x", "-Wl,-S", directory / "o", "-o", shipped)
+    run(*zig, *library, directory / "model.o", "-o", linked)
+    run(*zig, *library, "-Wl,-S", directory / "model.o", "-o", shipped)
     run("dsymutil-14", "--flat", linked, "-o", debug)
     dsym.adopt(shipped, linked, debug)
     return linked, shipped, debug

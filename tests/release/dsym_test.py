@@ -24,7 +24,7 @@ TARGETS = {"arm64": "aarch64-macos.11.0", "x86_64": "x86_64-macos.11.0"}
 SOURCES = {
     "launcher/main.cpp": "int value = 1;\nint main(void) { return value; }\n",
     "tools/launchlist/main.cpp": "int value = 2;\n\nint main(void) { return value; }\n",
-    "qv7log/logger.cpp": "int value = 3;\nint InitLogger(const char* path) { return value + path[0]; }\n",
+    "qv7log/logger.cpp": "int value = 3;\nint InitLogger(const char* p) { return value + p[0]; }\n",
 }
 PROGRAMS = dict(zip(dsym.PROGRAMS, SOURCES))
 

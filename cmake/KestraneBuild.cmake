@@ -7,10 +7,18 @@ endif()
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 
+# A package keeps the bundle away from the directories in which the system searches.
+set(KESTRANE_BUNDLE_PARENT "" CACHE STRING
+    "Directory below the prefix that holds Kestrane.app, if not the prefix itself")
 set(KESTRANE_BUNDLE "Kestrane.app/Contents")
+if(KESTRANE_BUNDLE_PARENT)
+    string(PREPEND KESTRANE_BUNDLE "${KESTRANE_BUNDLE_PARENT}/")
+endif()
 set(KESTRANE_MACOS_DIR "${KESTRANE_BUNDLE}/MacOS")
 set(KESTRANE_FRAMEWORKS_DIR "${KESTRANE_BUNDLE}/Frameworks")
 set(KESTRANE_MAN_DIR "share/man")
+set(KESTRANE_DATA_DIR "share/kestrane-launcher")
+set(KESTRANE_DOC_DIR "share/doc/kestrane-launcher")
 
 # The language standard, the one include path of our own (the project root) and the warnings.
 # Warnings become errors only where a caller asks for it (CMAKE_COMPILE_WARNING_AS_ERROR).
@@ -46,15 +54,7 @@ if(KESTRANE_COVERAGE)
     set(KESTRANE_TEST_TIMEOUT 600)
 endif()
 
-# Checks at run time: the program is aborted when it writes beyond an array on the stack or beyond an
-# object whose size the compiler knows, and the stack cannot grow past its guard page unnoticed.
-# _FORTIFY_SOURCE works only with optimisation. OFF is for measuring what the checks cost.
-option(KESTRANE_HARDEN "Build the Linux programs and libraries with run-time checks" ON)
-if(KESTRANE_HARDEN AND CMAKE_SYSTEM_NAME STREQUAL "Linux")
-    add_compile_options(-fstack-protector-strong -fstack-clash-protection
-        $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE> $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
-    add_link_options(LINKER:-z,relro LINKER:-z,now)
-endif()
+include(KestraneShipped)
 
 # kestrane_library(NAME SOURCES... LIBS ...): the static library of one directory, target
 # kestrane_NAME.
@@ -62,6 +62,18 @@ function(kestrane_library name)
     cmake_parse_arguments(ARG "" "" "SOURCES;LIBS" ${ARGN})
     add_library(kestrane_${name} STATIC ${ARG_SOURCES})
     target_link_libraries(kestrane_${name} PUBLIC kestrane_build ${ARG_LIBS})
+endfunction()
+
+# kestrane_shipped(TARGET): for each program and library of the bundle. On macOS the linker refers to the
+# object files, by their paths, unless KESTRANE_DEBUG_MAP asks for that; only dsymutil needs it. On
+# Linux TARGET.map lists what has been linked in (scripts/release/third_party.py).
+option(KESTRANE_DEBUG_MAP "Keep the references to object files in programs for macOS" OFF)
+function(kestrane_shipped target)
+    if(NOT APPLE)
+        target_link_options(${target} PRIVATE "LINKER:-Map=${PROJECT_BINARY_DIR}/${target}.map")
+    elseif(NOT KESTRANE_DEBUG_MAP)
+        target_link_options(${target} PRIVATE $<$<CONFIG:Release>:LINKER:-S>)
+    endif()
 endfunction()
 
 # kestrane_test(FILE [TARGET VARIABLE] SOURCES ... LIBS ...): the GoogleTest program of one test file.

@@ -66,8 +66,9 @@ check_python() {
 
 # Inputs of tests are misspelled on purpose; patterns of other tools and hashes are not prose.
 check_spelling() {
-    git ls-files -z -- . ':!tests/fuzz/seeds' ':!**/lists/**' ':!tests/schema/published/*.json' ':!scripts/requirements' \
-        ':!scripts/macos/libsystem_symbols.txt' ':!*.svg' ':!*.png' |
+    git ls-files -z -- . ':!tests/fuzz/seeds' ':!**/lists/**' ':!tests/schema/published/*.json' \
+        ':!scripts/requirements' ':!scripts/macos/libsystem_symbols.txt' \
+        ':!packaging/lintian-overrides' ':!*.svg' ':!*.png' |
         xargs -0 "$python" -m codespell_lib --ignore-words scripts/lib/spelling.txt
 }
 

@@ -55,7 +55,7 @@ shell script ("sh") that executes the helper.
 |---|---|
 | loop floor | one thread forks, executes and waits in a loop ([source](../bench/supervision/floor_loop.cpp)); the physical limit |
 | thread floor | one thread per helper does the same, untuned ([source](../bench/supervision/floor_threads.cpp)); the limit of the design |
-| launcher | the installed bundle in release mode, jsoncpp and the C++ library linked in as on macOS; log level ERROR, the default |
+| launcher | the bundle as packaged for Linux: release mode with run-time checks, jsoncpp and the C++ library linked in; log level ERROR, the default |
 | daemontools | `svscan`, one directory per helper; starts a helper at most once a second |
 | runit | `runsvdir`, likewise; the directory's time is in the past, because `runsvdir` would otherwise wait a second |
 | s6 | `s6-svscan` with a sufficient limit; pauses for a second after each exit |

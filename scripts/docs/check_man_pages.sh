@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Checks the manual pages: mandoc reports nothing, and every page that is referred to exists.
+# Checks the manual pages: mandoc reports nothing, every page that is referred to exists, and each page
+# states the version.
 #
 #     scripts/docs/check_man_pages.sh
 set -euo pipefail
@@ -19,10 +20,12 @@ fail() {
 }
 
 for page in docs/man/*.[1-9]; do
-    # mandoc searches the system's pages for the references; ours are not installed there.
-    if mandoc -T lint "$page" 2>/dev/null | grep -v ': referenced manual not found: '; then
-        fail "$page has errors"
-    fi
+    # mandoc searches the system's pages for the references; ours are not installed there. It expects the
+    # system's name where ours state the version.
+    findings=$(mandoc -T lint "$page" 2>/dev/null |
+        grep -vE ': referenced manual not found: |: operating system explicitly specified: ') || true
+    [ -z "$findings" ] || fail "$page has errors: $findings"
+    grep -qx '\.Os "Kestrane @short_version@"' "$page" || fail "$page does not state the version"
     while read -r name section; do
         reference=$name.$section
         if [ ! -e "docs/man/$reference" ] && [[ " $of_the_system " != *" $reference "* ]]; then

@@ -52,8 +52,10 @@ fetch_source() {
     rm -rf "$work" "$log"
 }
 
-# build_library ARCHIVE DIRECTORY CMAKE_ARGUMENT...: unpacks ARCHIVE into DIRECTORY and builds it there.
+# build_library ARCHIVE DIRECTORY CMAKE_ARGUMENT...: unpacks ARCHIVE into DIRECTORY and builds it there,
+# without a compiler cache that turns paths into relative ones (scripts/release/steps.sh).
 build_library() {
+    local -x CCACHE_BASEDIR=
     local file=$PWD/$1 directory=$2
     shift 2
     mkdir -p "$directory"
@@ -61,6 +63,7 @@ build_library() {
         cmake -S "$directory"/* -B "$directory/build" -G Ninja -DCMAKE_BUILD_TYPE=Release \
             -DBUILD_SHARED_LIBS=OFF -DBUILD_OBJECT_LIBS=OFF -DJSONCPP_WITH_TESTS=OFF \
             -DCLI11_BUILD_TESTS=OFF -DCLI11_BUILD_EXAMPLES=OFF -DCLI11_BUILD_DOCS=OFF \
+            -DCMAKE_PROJECT_INCLUDE="$PWD/cmake/KestraneShipped.cmake" \
             -DCMAKE_INSTALL_LIBDIR=lib "$@" &&
         cmake --build "$directory/build" --target install
 }
@@ -70,7 +73,7 @@ build_library() {
 build_libraries() {
     local prefix=build/deps/$1 recipe source file
     shift
-    recipe="$* $(cat "${BASH_SOURCE[0]}" cmake/macos-*.cmake scripts/requirements/zig.txt | cksum)"
+    recipe="$* $(cat "${BASH_SOURCE[0]}" cmake/macos-*.cmake cmake/KestraneShipped.cmake scripts/requirements/zig.txt | cksum)"
     [ "$(cat "$prefix/recipe" 2>/dev/null)" != "$recipe" ] || return 0
     for source in "$jsoncpp_source" "$googletest_source" "$cli11_source"; do
         # shellcheck disable=SC2086  # package, version, file and checksum are words
@@ -90,6 +93,11 @@ build_libraries() {
     echo "$recipe" >"$prefix.partial/prefix/recipe"
     mv "$prefix.partial/prefix" "$prefix"
     rm -rf "$prefix.partial" "$prefix.log"
+}
+
+# build_linux_libraries: builds the libraries that the packages for Linux contain.
+build_linux_libraries() {
+    build_libraries linux -DKESTRANE_HARDEN=ON
 }
 
 # need_libcxx: notes the missing packages of Clang and libc++.

@@ -11,39 +11,9 @@ cd "$(dirname "$0")/../.."
 . scripts/lib/python_env.sh
 . scripts/lib/libraries.sh
 . scripts/macos/tools.sh
+. scripts/macos/bundle.sh
 
 out=build/macos
-bundle=$out/Kestrane.app
-architectures="arm64 x86_64"
-
-# build ARCHITECTURE: builds the libraries, the programs and tests, and the bundle of one architecture.
-build() {
-    local toolchain=("-DCMAKE_TOOLCHAIN_FILE=$PWD/cmake/macos-$1.cmake" "-DKESTRANE_ZIG=$zig")
-    build_libraries "macos-$1" "${toolchain[@]}"
-    cmake -S . -B "$out/$1" -G Ninja -DCMAKE_BUILD_TYPE=Release "${toolchain[@]}" \
-        -DCMAKE_FIND_ROOT_PATH="$PWD/build/deps/macos-$1" -DCMAKE_COMPILE_WARNING_AS_ERROR=ON \
-        >"$out/$1.log" || fail "CMake cannot configure the build for $1; fix the errors above and start again."
-    cmake --build "$out/$1" || fail "The build for $1 failed; fix the errors above and start again."
-    cmake --install "$out/$1" --prefix "$out/stage/$1" >>"$out/$1.log"
-}
-
-is_mach_o() {
-    [ "$(od -An -N4 -tx1 "$1" | tr -d ' ')" = cffaedfe ]
-}
-
-# Joins the two bundles: each file of machine code then contains both architectures.
-join() {
-    local file
-    cp -R "$out/stage/arm64/Kestrane.app" "$out/stage/joined"
-    (cd "$out/stage/joined" && find . -type f) | while read -r file; do
-        if is_mach_o "$out/stage/joined/$file"; then
-            "$lipo" -create "$out/stage/arm64/Kestrane.app/$file" \
-                "$out/stage/x86_64/Kestrane.app/$file" -output "$out/stage/joined/$file"
-        fi
-    done
-    mv "$out/stage/joined" "$bundle"
-    rm -rf "$out/stage"
-}
 
 test_on_a_mac=
 case "${1-}" in
@@ -56,7 +26,7 @@ if [ -n "$test_on_a_mac" ] && ! on_a_mac; then
 fi
 
 # A failed build must not leave an older bundle that looks like its result.
-rm -rf "$bundle" "$out/stage"
+rm -rf "$out/Kestrane.app" "$out/stage"
 mkdir -p "$out"
 prepare_macos_tools
 if [ -n "$test_on_a_mac" ]; then
@@ -64,10 +34,11 @@ if [ -n "$test_on_a_mac" ]; then
     install_or_fail
 fi
 for architecture in $architectures; do
-    build "$architecture"
+    build_slice "$architecture"
+    stage_slice "$architecture"
 done
-join
-echo "Built $bundle"
+join_slices
+echo "Built $out/Kestrane.app"
 if [ -n "$test_on_a_mac" ]; then
     ctest --test-dir "$out/$(uname -m)" --output-on-failure
 fi

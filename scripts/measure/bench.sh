@@ -33,7 +33,7 @@ install_missing
 
 build=build/bench
 load=$(cut -d ' ' -f 1-3 /proc/loadavg)
-build_libraries bench
+build_linux_libraries
 cmake --preset bench
 cmake --build --preset bench
 cmake --install "$build" --prefix "$build/stage"

@@ -1,0 +1,203 @@
+"""Runs the release's scripts where they must refuse, and on a Mac made of stubs."""
+
+import os
+import pathlib
+import shutil
+import subprocess
+import tempfile
+import unittest
+
+ROOT = pathlib.Path(__file__).parents[2]
+
+SECRETS = {
+    "SIGNING_CERTIFICATE": "Y2VydGlmaWNhdGU=",
+    "SIGNING_PASSWORD": "password",
+    "SIGNING_IDENTITY": "Developer ID Application: Model",
+}
+NOTARY_SECRETS = {"NOTARY_KEY": "key", "NOTARY_KEY_ID": "id", "NOTARY_ISSUER": "issuer"}
+
+# Each tool notes its call. ditto copies a directory or pretends to.
+STUBS = {
+    "uname": "echo Darwin",
+    "uuidgen": "echo 0-0-0",
+    "security": "true",
+    "codesign": "true",
+    "xcrun": 'case "$1" in notarytool) echo "status: $ANSWER" ;; esac',
+    "ditto": 'if [ "$1" = -x ]; then mkdir -p "$4/Kestrane.app/Contents/MacOS"; '
+    "else eval 'touch \"${'$#'}\"'; fi",
+}
+
+
+class ReleaseTest(unittest.TestCase):
+    def setUp(self):
+        directory = tempfile.TemporaryDirectory()
+        self.addCleanup(directory.cleanup)
+        self.project = pathlib.Path(directory.name) / "a projäct"
+        for name in ("scripts", "cmake"):
+            shutil.copytree(ROOT / name, self.project / name)
+        for name in ("CMakeLists.txt", "CHANGELOG.md"):
+            shutil.copy(ROOT / name, self.project)
+        self.tools = self.project.parent / "tools"
+        self.tools.mkdir()
+        self.calls = self.project.parent / "calls"
+        self.environment = {
+            "PATH": f"{self.tools}:{os.environ['PATH']}",
+            "HOME": directory.name,
+            "CALLS": str(self.calls),
+            "GIT_CONFIG_GLOBAL": "/dev/null",
+            "GIT_CONFIG_SYSTEM": "/dev/null",
+        }
+
+    def tool(self, name, text):
+        path = self.tools / name
+        path.write_text(f'#!/bin/bash\necho "{name} $*" >>"$CALLS"\n{text}\n')
+        path.chmod(0o755)
+
+    def run_script(self, name, *arguments, **variables):
+        return subprocess.run(
+            [self.project / "scripts" / name, *arguments],
+            env={**self.environment, **variables},
+            capture_output=True,
+            text=True,
+            check=False,
+        )
+
+    def expect_failure(self, result, text):
+        self.assertIn(text, result.stderr)
+        self.assertEqual(1, result.returncode)
+
+
+class Release(ReleaseTest):
+    """Every case ends before anything is built: uname, the first tool after the version is known,
+    says that this is a Mac."""
+
+    ACCEPTED = "A release is built on Linux"
+
+    def setUp(self):
+        super().setUp()
+        self.tool("uname", "echo Darwin")
+        self.git("init", "--quiet")
+        self.commit()
+
+    def git(self, *arguments):
+        identity = ["-c", "user.name=x", "-c", "user.email=x@example.org"]
+        command = ["git", *identity, *arguments]
+        subprocess.run(command, cwd=self.project, env=self.environment, check=True)
+
+    def commit(self):
+        self.git("add", "--all")
+        self.git("commit", "--quiet", "--message", "a commit")
+
+    def replace(self, name, old, new):
+        path = self.project / name
+        path.write_text(path.read_text().replace(old, new))
+
+    def version(self):
+        text = (self.project / "CMakeLists.txt").read_text()
+        return text.split("VERSION ")[2].split()[0]
+
+    def test_a_clean_tagged_tree_is_accepted(self):
+        self.git("tag", f"v{self.version()}")
+        self.expect_failure(self.run_script("release.sh"), self.ACCEPTED)
+
+    def test_a_changed_tree_is_refused(self):
+        self.git("tag", f"v{self.version()}")
+        (self.project / "new.cpp").write_text("")
+        self.expect_failure(self.run_script("release.sh"), "not committed")
+        self.expect_failure(self.run_script("release.sh", "--snapshot"), self.ACCEPTED)
+
+    def test_an_untagged_tree_is_refused(self):
+        self.git("tag", "v99.0.0")
+        self.expect_failure(self.run_script("release.sh"), f"not tagged v{self.version()}")
+        self.expect_failure(self.run_script("release.sh", "--snapshot"), self.ACCEPTED)
+
+    def test_a_version_without_changes_is_refused(self):
+        self.replace("CHANGELOG.md", f"## {self.version()}", "## 99.0.0")
+        self.commit()
+        self.git("tag", f"v{self.version()}")
+        self.expect_failure(self.run_script("release.sh"), "CHANGELOG.md has no section")
+        self.expect_failure(self.run_script("release.sh", "--snapshot"), "CHANGELOG.md has no")
+
+    def test_unknown_arguments_are_refused(self):
+        self.expect_failure(self.run_script("release.sh", "--snapshto"), "Unknown arguments")
+
+
+class Sign(ReleaseTest):
+    def setUp(self):
+        super().setUp()
+        for name, text in STUBS.items():
+            self.tool(name, text)
+        # Only the calls are of interest here; tests/bundle tests what the check finds.
+        for name in ("sign_bundle.sh", "check_bundle.sh"):
+            script = self.project / "scripts/macos" / name
+            script.write_text(f'#!/bin/bash\necho "{name} $*" >>"$CALLS"\n')
+        self.dist = self.project / "build/dist"
+        self.dist.mkdir(parents=True)
+        (self.dist / "kestrane-launcher-1.0-macos.zip").write_text("unsigned")
+        (self.dist / "RELEASE-NOTES.md").write_text("- A change.\n")
+        (self.dist / "SHA256SUMS").write_text("outdated\n")
+        self.signed = self.dist / "kestrane-launcher-1.0-macos-signed.zip"
+
+    def notes(self):
+        return (self.dist / "RELEASE-NOTES.md").read_text()
+
+    def expect_checksums(self):
+        subprocess.run(["sha256sum", "--check", "--quiet", "SHA256SUMS"], cwd=self.dist, check=True)
+        listed = (self.dist / "SHA256SUMS").read_text().split()[1::2]
+        others = {path.name for path in self.dist.iterdir()} - {"SHA256SUMS"}
+        self.assertEqual(others, set(listed))
+
+    def test_without_secrets_the_notes_say_that_the_bundle_is_not_signed(self):
+        result = self.run_script("release/sign.sh")
+        self.assertEqual(0, result.returncode, result.stderr)
+        self.assertIn("not signed by a developer", self.notes())
+        self.assertNotIn("codesign", self.calls.read_text())
+        self.assertFalse(self.signed.exists())
+        self.expect_checksums()
+
+    def test_without_a_notary_key_the_notes_say_that_the_bundle_is_not_notarized(self):
+        result = self.run_script("release/sign.sh", **SECRETS)
+        self.assertEqual(0, result.returncode, result.stderr)
+        self.assertIn("signed but not notarized", self.notes())
+        self.assertNotIn("notarytool", self.calls.read_text())
+        self.assertTrue(self.signed.exists())
+        self.expect_checksums()
+
+    def test_signs_notarizes_and_staples_in_this_order(self):
+        result = self.run_script("release/sign.sh", **SECRETS, **NOTARY_SECRETS, ANSWER="Accepted")
+        self.assertEqual(0, result.returncode, result.stderr)
+        calls = self.calls.read_text()
+        steps = ["import", "sign_bundle.sh Developer ID", "check_bundle.sh", "notarytool submit"]
+        steps += ["stapler staple", "-signed.zip", "delete-keychain"]
+        places = [calls.index(step) for step in steps]
+        self.assertEqual(sorted(places), places, calls)
+        self.assertIn("notarized by Apple", self.notes())
+        self.expect_checksums()
+
+    def test_a_bundle_that_apple_rejects_is_not_published(self):
+        result = self.run_script("release/sign.sh", **SECRETS, **NOTARY_SECRETS, ANSWER="Invalid")
+        self.expect_failure(result, "did not accept the bundle")
+        self.assertNotIn("stapler", self.calls.read_text())
+        self.assertIn("delete-keychain", self.calls.read_text())
+        self.assertFalse(self.signed.exists())
+
+    def test_nothing_to_sign_is_refused(self):
+        (self.dist / "kestrane-launcher-1.0-macos.zip").unlink()
+        self.expect_failure(self.run_script("release/sign.sh"), "no bundle in build/dist")
+
+
+class Publish(ReleaseTest):
+    def test_publishes_only_the_tag_that_was_built(self):
+        self.tool("gh", "true")
+        dist = self.project / "build/dist"
+        dist.mkdir(parents=True)
+        (dist / "kestrane-launcher-1.0.0.spdx.json").write_text("{}")
+        (dist / "RELEASE-NOTES.md").write_text("")
+        self.expect_failure(self.run_script("release/publish.sh", "v1.0.1"), "v1.0.1")
+        self.assertFalse(self.calls.exists())
+        self.assertEqual(0, self.run_script("release/publish.sh", "v1.0.0").returncode)
+        self.assertIn("release create v1.0.0 --verify-tag", self.calls.read_text())
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -15,8 +15,8 @@ endif()
 
 # Checks at run time: the program is aborted when it writes beyond an array on the stack or beyond an
 # object whose size the compiler knows, and the stack cannot grow past its guard page unnoticed.
-# _FORTIFY_SOURCE works only with optimisation. The packages are built with them.
-option(KESTRANE_HARDEN "Build the Linux programs and libraries with run-time checks" OFF)
+# _FORTIFY_SOURCE works only with optimisation. OFF is for measuring what the checks cost.
+option(KESTRANE_HARDEN "Build the Linux programs and libraries with run-time checks" ON)
 if(KESTRANE_HARDEN AND CMAKE_SYSTEM_NAME STREQUAL "Linux")
     add_compile_options(-fstack-protector-strong -fstack-clash-protection
         $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE> $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)

@@ -97,7 +97,7 @@ build_libraries() {
 
 # build_linux_libraries: builds the libraries that the packages for Linux contain.
 build_linux_libraries() {
-    build_libraries linux -DKESTRANE_HARDEN=ON
+    build_libraries linux
 }
 
 # need_libcxx: notes the missing packages of Clang and libc++.

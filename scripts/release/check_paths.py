@@ -21,7 +21,7 @@ import tarfile
 
 import archives
 
-# Names of this length do not occur by chance in compressed data and machine code.
+# Names of at least this length do not occur by chance in compressed data and machine code.
 UNMISTAKABLE = 6
 ORDINARY = {"debian", "ubuntu", "localhost", "builder", "runner"}
 

@@ -64,9 +64,9 @@ function(kestrane_library name)
     target_link_libraries(kestrane_${name} PUBLIC kestrane_build ${ARG_LIBS})
 endfunction()
 
-# kestrane_shipped(TARGET): for each program and library of the bundle. On macOS the linker refers to the
-# object files, by their paths, unless KESTRANE_DEBUG_MAP asks for that; only dsymutil needs it. On
-# Linux TARGET.map lists what has been linked in (scripts/release/third_party.py).
+# kestrane_shipped(TARGET): for each program and library of the bundle. A program for macOS contains the
+# paths of its object files only if KESTRANE_DEBUG_MAP is set, because only dsymutil needs them. On Linux
+# TARGET.map lists what has been linked in (scripts/release/third_party.py).
 option(KESTRANE_DEBUG_MAP "Keep the references to object files in programs for macOS" OFF)
 function(kestrane_shipped target)
     if(NOT APPLE)

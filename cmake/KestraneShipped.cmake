@@ -8,7 +8,7 @@ get_filename_component(kestrane_root "${CMAKE_CURRENT_LIST_DIR}" DIRECTORY)
 add_compile_options("-ffile-prefix-map=${kestrane_root}=/kestrane")
 if(KESTRANE_ZIG)
     get_filename_component(kestrane_zig_directory "${KESTRANE_ZIG}" DIRECTORY)
-    # The debug information does not depend on where it is built, or on which build came first.
+    # The debug information names the same directory for every build.
     add_compile_options(-g -ffile-compilation-dir=/kestrane
         "-ffile-prefix-map=${kestrane_zig_directory}=/zig")
 endif()

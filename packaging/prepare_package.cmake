@@ -1,6 +1,6 @@
-# What Debian's policy requires of installed files, done before CPack packs them: programs without symbols
-# and compiler versions, and compressed manual pages and changelogs. Without a name and a time in the header,
-# equal documents stay equal.
+# Prepares the installed files before CPack packs them. Debian's policy requires that programs contain no
+# symbols and compiler versions, and that manual pages and changelogs are compressed. gzip stores no name
+# and no time, so equal documents stay equal.
 file(GLOB_RECURSE files "${CPACK_TEMPORARY_INSTALL_DIRECTORY}/*")
 foreach(file ${files})
     if(file MATCHES "/Contents/MacOS/[^/]+$|\\.so$")

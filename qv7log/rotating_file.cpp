@@ -490,7 +490,7 @@ void RotatingFile::ReadSizeLimit()
                        std::memory_order_relaxed);
 }
 
-// The check makes system calls of its own, so in a burst there is only one per millisecond;
+// The check costs additional system calls, so in a burst there is only one per millisecond;
 // otherwise there is one before each record.
 std::int64_t RotatingFile::ReopenIfMoved(pid_t process)
 {

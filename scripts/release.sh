@@ -5,7 +5,8 @@
 #     scripts/release.sh --snapshot    from any tree; the version then contains the commit
 #     scripts/release.sh --snapshot --linux    only the packages for Linux
 #
-# The same commit gives the same bytes in any directory, at any time, for any user.
+# The same commit is meant to give the same bytes in any directory, at any time, for any user
+# (scripts/check/reproducible.sh).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/lib/base.sh

@@ -3,9 +3,9 @@
 #
 #     scripts/check/packages.sh [SUITE...]    bookworm and trixie by default
 #
-# On each system only "apt-get install ./FILE.deb" precedes the tests: the commands and manual pages; the
-# example list from start to stop, with the package replaced and removed in between
-# (tests/release/use_package.sh). The removal must leave no file behind.
+# On each system, nothing is installed except by "apt-get install ./FILE.deb". tests/release/use_package.sh
+# then tries launchlist, the manual pages and the example list, replaces and removes the package while a
+# launcher runs, and checks that the removal leaves no file behind.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 . scripts/lib/base.sh

@@ -4,9 +4,10 @@
 #     scripts/check/reproducible.sh            two builds of everything
 #     scripts/check/reproducible.sh --linux    one build of the packages for Linux, compared with build/dist
 #
-# The two builds see directories of different length, different users and groups, hosts, home directories,
-# languages, time zones and file creation masks, and one starts after the other. Neither has a network
-# or a compiler cache. Only the downloads are shared.
+# The builds differ in the length of the directory, the user's name, the host, the home directory, the
+# language, the time zone and the file creation mask, and one starts after the other. The numbers of user
+# and group are the same in both; with --linux they differ from those that built build/dist. Builds have
+# neither a network nor a compiler cache. They share only the downloads.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 . scripts/lib/base.sh

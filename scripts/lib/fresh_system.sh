@@ -1,8 +1,8 @@
 # shellcheck shell=bash
 # Minimal Debian systems, each in a directory; to be sourced after base.sh. Linux only, as root.
 #
-# The systems come from the mirror that apt-get uses here, are kept in build/fresh, and are copied for
-# each use.
+# The systems are downloaded from the mirror that apt-get uses here and kept in build/fresh. Each use
+# gets a fresh copy.
 
 fresh=$PWD/build/fresh
 

@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
-# Sends the launcher for macOS SIGTERM at each of its calls of the system, on each of its threads, and
-# compares the outcomes with the permitted ones. Linux only; the launcher runs on the model of macOS
-# (docs/macos.md).
+# Sends the launcher for macOS SIGTERM at each of its calls into the model of macOS (docs/macos.md), on
+# each of its threads, and compares the outcomes with the permitted ones. Linux only.
 #
 #     scripts/macos/moments.sh                 lists of 1 and of 2 items, on Apple silicon
 #     scripts/macos/moments.sh --arch x86_64   the same on Intel
@@ -23,7 +22,7 @@ cd "$(dirname "$0")/../.."
 architecture=arm64
 if [ "${1-}" = --arch ]; then
     architecture=${2-}
-    shift 2
+    shift $(($# > 1 ? 2 : 1))
 fi
 prepare_stage
 export KESTRANE_STAGE=$PWD/build/macos/$architecture/run/stage

@@ -12,7 +12,7 @@ root=$(cd "$(dirname "$0")/../.." && pwd)
 architecture=arm64
 if [ "${1-}" = --arch ]; then
     architecture=${2-}
-    shift 2
+    shift $(($# > 1 ? 2 : 1))
 fi
 case "$architecture" in
     arm64 | x86_64) ;;

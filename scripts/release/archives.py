@@ -1,7 +1,7 @@
-"""Archives whose bytes depend only on their content, and reading archives within archives.
+"""Writes archives whose bytes depend only on their content, and reads archives within archives.
 
-    archives.py zip OUT DIRECTORY...   writes a zip of the directories; names begin with the last part
-    archives.py normalize TAR_GZ       rewrites a tar.gz: sorted, owned by root, one time
+    archives.py zip OUT DIRECTORY...   writes a zip of the directories, each under its own name
+    archives.py normalize TAR_GZ       rewrites a tar.gz: sorted, and owned by root
 
 Every member gets the time SOURCE_DATE_EPOCH.
 """

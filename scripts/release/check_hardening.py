@@ -11,7 +11,7 @@ import re
 import subprocess
 import sys
 
-# Where a program may search for libraries: nowhere, or in its bundle.
+# The only run path that a program may have: libraries of its bundle.
 RUN_PATHS = {"$ORIGIN/../Frameworks"}
 
 

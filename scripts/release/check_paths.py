@@ -21,7 +21,7 @@ import tarfile
 
 import archives
 
-# Names of this length do not occur by chance in compressed data and machine code.
+# Names of at least this length do not occur by chance in compressed data and machine code.
 UNMISTAKABLE = 6
 ORDINARY = {"debian", "ubuntu", "localhost", "builder", "runner"}
 
@@ -29,7 +29,7 @@ HOME = rb"/(?:home|Users|root|tmp|var/tmp|var/folders|github/workspace|__w)/[A-Z
 
 # Texts that our own documents and programs contain.
 EXPECTED = [
-    rb"/home/user\b",
+    rb"/home/user",
 ]
 
 
@@ -53,7 +53,7 @@ def check(path, searched):
     for name, content in archives.walk(path.name, path.read_bytes()):
         for what, pattern in searched:
             found = {match.group() for match in re.finditer(pattern, content)}
-            for text in sorted(t for t in found if not any(re.match(e, t) for e in EXPECTED)):
+            for text in sorted(t for t in found if not any(re.fullmatch(e, t) for e in EXPECTED)):
                 yield f"{name} contains {what}: {text.decode(errors='replace')}"
         if content[257:262] == b"ustar":
             yield from check_owners(name, content)

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Signs, notarizes and staples the macOS bundle of build/dist and adds it there as ...-macos-signed.zip.
-# Runs on a Mac only. The environment holds the secrets:
+# Runs on a Mac only. The secrets are environment variables:
 #
 #     SIGNING_CERTIFICATE, SIGNING_PASSWORD   a Developer ID certificate with its key: a PKCS #12 file in
 #                                             base64, and its password
@@ -64,7 +64,7 @@ else
     scripts/macos/check_bundle.sh "$work/Kestrane.app"
     if [ -n "${NOTARY_KEY-}" ] && [ -n "${NOTARY_KEY_ID-}" ] && [ -n "${NOTARY_ISSUER-}" ]; then
         notarize
-        note "${zip##*/} as signed by \"$SIGNING_IDENTITY\" and notarized by Apple: $(basename "$zip" .zip)-signed.zip."
+        note "$(basename "$zip" .zip)-signed.zip is signed by \"$SIGNING_IDENTITY\" and notarized by Apple."
     else
         note "The macOS bundle is signed but not notarized: no key for notarization was available to the build."
     fi

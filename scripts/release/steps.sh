@@ -32,8 +32,8 @@ read_version() {
     write_notes >/dev/null
 }
 
-# The last commit's time stands for the time of the build. A compiler cache may not turn the paths of
-# sources into relative ones, which cmake/KestraneShipped.cmake would not replace.
+# The last commit's time stands for the time of the build. A compiler cache must not turn the paths of
+# sources into relative ones, because cmake/KestraneShipped.cmake would not replace these.
 set_reproducible_environment() {
     export CCACHE_BASEDIR=
     SOURCE_DATE_EPOCH=$(git log -1 --format=%ct)
@@ -89,9 +89,9 @@ build_shipped() {
     stage_slice "$1"
 }
 
-# build_with_debug_map ARCHITECTURE: links the same programs for dsymutil, with the same C++ library. The
-# compiler would add a variant of that library with debug information, whose code differs slightly and
-# which names paths of this machine.
+# build_with_debug_map ARCHITECTURE: links the same programs for dsymutil, with the same C++ library.
+# Without these options, the compiler would link a variant of that library with debug information: its
+# code differs slightly, and it contains paths of this machine.
 build_with_debug_map() {
     local cxx_library
     cxx_library=$(grep -oE '[^ ]*/libc\+\+(abi)?\.a' "$out/$1.links" | awk '!seen[$0]++' | tr '\n' ' ')
@@ -100,8 +100,8 @@ build_with_debug_map() {
     cmake --install "$out/$1" --prefix "$out/linked-$1" >>"$out/$1.log"
 }
 
-# make_dsyms ARCHITECTURE: makes the debug information of the shipped programs. The linker notes the object
-# files relative to the directory of the build.
+# make_dsyms ARCHITECTURE: makes the debug information of the shipped programs. Runs dsymutil in the
+# directory of the build, because the linker notes the paths of object files relative to it.
 make_dsyms() {
     local program name
     mkdir -p "$out/dsym-$1"
@@ -109,7 +109,7 @@ make_dsyms() {
         name=${program##*/}
         (cd "$out/$1" && dsymutil-14 -o "../dsym-$1/$name.dSYM" "../linked-$1/Kestrane.app/Contents/$program") \
             >"$out/dsymutil.log" 2>&1 || true
-        # It also succeeds if it does not find an object file.
+        # dsymutil also succeeds if it does not find an object file.
         [ ! -s "$out/dsymutil.log" ] ||
             fail "dsymutil failed (see $out/dsymutil.log); fix the errors there and start again."
         python3 -B scripts/release/dsym.py adopt "$out/stage/$1/Kestrane.app/Contents/$program" \
@@ -164,7 +164,7 @@ write_notes() {
     echo "$notes"
 }
 
-# Nothing of an earlier build may get into a release.
+# Nothing of an earlier build must get into a release.
 start_empty() {
     rm -rf build/dist build/package "$out"
     mkdir -p build/dist "$out"

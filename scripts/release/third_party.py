@@ -1,11 +1,11 @@
-"""Which third parties' work the release contains: the notices and the SBOM (SPDX 2.3).
+"""Writes the third-party notices and the SBOM (SPDX 2.3) of a release.
 
     third_party.py notices PLATFORM LINKED...       prints the notices for linux or macos
     third_party.py sbom VERSION LINKED... -- ARTEFACT...    prints the SBOM
 
 LINKED are the linkers' own lists of what they linked, PLATFORM=FILE: a map by GNU ld for linux, a
-linker command for macos. A file in such a list that no component below explains is an error, so nothing
-is linked without its licence being known.
+linker command for macos. A file in such a list that belongs to no component below is an error, so the
+licence of everything that is linked is known.
 """
 
 import collections
@@ -159,7 +159,7 @@ def lib_system(_):
     )
 
 
-# Which component explains a linked file; the first match counts. None stands for our own files, which
+# Which component a linked file belongs to; the first match counts. None stands for our own files, which
 # the linkers name relative to the directory of the build.
 EXPLAINED = [
     (r".*/libjsoncpp\.a", jsoncpp),

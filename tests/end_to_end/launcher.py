@@ -49,7 +49,7 @@ ABORTED = (6, 6 + 128)
 # limit must not count those of another case that runs at the same time.
 UNIQUE_USER = random.randrange(1_000_000, 2_000_000_000)
 
-# This many nameless items keep the walk busy while an item before them starts. An emulated launcher
+# This many nameless items keep main busy while an item before them starts. An emulated launcher
 # needs fewer (scripts/macos/test.sh).
 MANY = int(os.environ.get("KESTRANE_MANY", "20000"))
 

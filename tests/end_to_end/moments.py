@@ -346,7 +346,7 @@ class Sweep:
         creations = [n for n, call in moments["main"] if call == "pthread_create"]
         self.created = dict(zip(self.supervisors, creations))
         # main's moments once a supervisor exists.
-        self.walk = {
+        self.launching = {
             thread: [m for m in moments["main"] if creation < m[0] <= self.condition]
             for thread, creation in self.created.items()
         }
@@ -367,11 +367,11 @@ class Sweep:
         # All pairs of moments with one item; more items add orders among the supervisors.
         moments = list if self.items == 1 else sampled
         for thread in self.supervisors:
-            # The walk, and a supervisor on its way to its first child.
-            for main in numbers(moments(self.walk[thread])):
+            # main while it starts items, and a supervisor before its first child.
+            for main in numbers(moments(self.launching[thread])):
                 for held in numbers(thinned(self.first[thread])):
                     yield f"signal main {main} hold {thread} {held}"
-            for main in numbers(thinned(self.walk[thread])):
+            for main in numbers(thinned(self.launching[thread])):
                 for number in numbers(moments(self.first[thread])):
                     plan = f"signal {thread} {number} hold {thread} {number} hold main {main}"
                     yield plan
@@ -414,11 +414,11 @@ class Sweep:
         for main in self.handler(steady):
             for thread in self.supervisors:
                 yield f"{steady} hold main {main} signal {thread} {self.waits[thread]}"
-        # The first in the restart or in the walk, the second on the supervisor at work.
+        # The first while items are restarted or started, the second on the supervisor that does this.
         for number in numbers(self.restart):
             yield f"{steady} hold s0 {number} signal s0 {number}"
         for thread in self.supervisors:
-            for main in numbers(thinned(self.walk[thread])):
+            for main in numbers(thinned(self.launching[thread])):
                 plan = f"signal main {main}"
                 for number in numbers(thinned(self.first[thread])):
                     if number != self.waits[thread]:

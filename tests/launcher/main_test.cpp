@@ -120,8 +120,8 @@ protected:
     }
 
     // Runs the launcher on the list `list` and stops it once `children` children run.
-    // A list with children must end with an item without a name: its record shows that the walk no
-    // longer changes the map.
+    // A list with children must end with an item without a name: its record shows that the loop
+    // over the items no longer changes the map.
     int RunUntilStopped(const std::string& list, int children)
     {
         std::atomic<bool> ended = false;
@@ -359,7 +359,7 @@ TEST_F(Walk, KeepsTheChildrenStartedBeforeItFailed)
 
 TEST_F(Walk, KillsTheEarlierOfTwoItemsWithTheSameNameBeforeItContinues)
 {
-    // The item without a name delays the walk until item "0" has forked.
+    // The item without a name delays the loop until item "0" has forked.
     m_log.SetHook([&](const std::string& text) {
         if (text == kNoName) {
             EXPECT_TRUE(WaitUntil([] { return Processes().awaited() == 1; }));
@@ -371,7 +371,7 @@ TEST_F(Walk, KillsTheEarlierOfTwoItemsWithTheSameNameBeforeItContinues)
     EXPECT_EQ(g_child_map.size(), 1U);
     EXPECT_EQ(Processes().kills(), (Kills{{1001, SIGKILL}}));
     EXPECT_TRUE(m_log.Has(LOGLEVEL_ERROR, "[LAUNCHER  ] a 1001 is killed. ret = 1001, status = 9"));
-    EXPECT_EQ(m_log.records().back().second, kParseError) << "joined before the walk continued";
+    EXPECT_EQ(m_log.records().back().second, kParseError) << "joined before the loop continued";
 }
 
 TEST_F(Walk, SignalsTheProcessGroupForAnEarlierItemThatHasNotForked)

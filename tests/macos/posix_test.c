@@ -1,6 +1,6 @@
 // What programs may expect of the system, checked from inside a program. model_test.py runs it on
-// the model of macOS, and built for Linux on Linux itself, so that no expectation is the model's
-// own.
+// the model of macOS and, built for Linux, on Linux itself, so no expectation comes from the model
+// alone.
 //
 // Sources: POSIX; where the two systems differ, Apple's manual pages. Prints each wrong
 // expectation.

@@ -22,7 +22,7 @@ MACOS = ROOT / "build/macos"
 # program, and for a condition that an end-to-end test waits for.
 TIMEOUT = 3600
 DEADLINE = "300"
-# An emulated walk over this many items takes as long as a native one over 20,000.
+# An emulated launcher needs as long for this many items as a native one for 20,000.
 MANY = "400"
 
 

@@ -42,7 +42,7 @@ class Run(moments.Run):
 
 
 # The permitted outcomes, by phase and thread: with one item, and with two. Each is permitted on Linux
-# as well (tests/end_to_end/moments.py), but for "status 1" after SIGTERM to a supervisor while the
+# as well (tests/end_to_end/moments.py), except "status 1" after SIGTERM to a supervisor while the
 # items are started: main exits before that supervisor starts its child.
 PERMITTED = {
     ("no-handler", "main"): ({TERMINATED}, {TERMINATED}),
@@ -67,8 +67,8 @@ def run_plans(items, plans, trace=False):
 
 
 def plans(items):
-    """Every call of every thread, until the launcher is stopped in the ordinary way; and SIGTERM to
-    main in its wait, with a supervisor held at each call of its way to a child."""
+    """SIGTERM at every call of every thread before the ordinary stop of the launcher; and SIGTERM to
+    main while it waits and a supervisor is held at one of its calls."""
     lines = run_plans(items, [""], trace=True)[0]["lines"]
     planned = moments.before(lines, "ordinary")
     for thread, number, _ in planned:

@@ -16,7 +16,7 @@ SECRETS = {
 }
 NOTARY_SECRETS = {"NOTARY_KEY": "key", "NOTARY_KEY_ID": "id", "NOTARY_ISSUER": "issuer"}
 
-# Each tool notes its call. ditto copies a directory or pretends to.
+# Each tool notes its call. ditto creates its destination.
 STUBS = {
     "uname": "echo Darwin",
     "uuidgen": "echo 0-0-0",

@@ -90,7 +90,8 @@ remaining() {
     grep -lxE 'launcher|sync_agent|indexer|thumbnailer' /proc/[0-9]*/comm 2>/dev/null || true
 }
 
-# Every file of the system, except what apt and dpkg note about their own work.
+# Prints every file of the system, except those in which apt and dpkg record their own work, and except
+# users' files.
 all_files() {
     find / -xdev \( -path /proc -o -path /dev -o -path /tmp -o -path /srv -o -path /home \
         -o -path /var/lib/apt -o -path /var/cache/apt -o -path /var/log -o -path /var/cache/ldconfig \
@@ -139,9 +140,9 @@ apt-get -q -y purge --auto-remove kestrane-launcher
 expect_restart
 [ "$(wc -l <"$log")" -gt "$records" ] || fail "the launcher stopped logging"
 stop
-proven "nor when it is removed"
+proven "a running launcher is not affected when the package is removed"
 
-# apt keeps packages that came along if others on the system recommend them.
+# apt keeps a package that it installed automatically if another package recommends it.
 of_no_package() {
     local file
     while read -r file; do

@@ -273,7 +273,7 @@ HELPS = {
     "completion": """
         Print the completion script for a shell.
         launchlist completion [OPTIONS] SHELL
-        An installation on Linux has all three in the directories that the shells search.
+        The packages for Linux have all three in the directories that the shells search.
         Exit status: 0 printed, 3 the output cannot be written.
         Example: launchlist completion zsh > ~/.zfunc/_launchlist
     """,

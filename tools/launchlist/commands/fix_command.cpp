@@ -86,7 +86,8 @@ Command AddFixCommand(CLI::App& app)
         }
     });
     parser->footer(
-        "Prints the corrections as a unified diff, and the mistakes that remain to standard error.\n"
+        "Prints the corrections as a unified diff, and the mistakes that remain to standard "
+        "error.\n"
         "Exit status: 0 no mistakes remain, 1 warnings only, 2 errors, 3 a list cannot be read\n"
         "or replaced. With --fail-on error, 0 also for warnings only.\n"
         "Example:\n  launchlist fix --write helpers.json");

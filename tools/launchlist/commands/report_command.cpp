@@ -150,7 +150,8 @@ Command AddReportCommand(CLI::App& app)
     parser->add_option("--sort", options->order, "The order of the items in text and JSON")
         ->check(CLI::IsMember(std::vector<std::string>(std::begin(kOrders), std::end(kOrders))));
     parser
-        ->add_option("--fail-on", options->fail_on, "Exit with status 1 if an item has this problem")
+        ->add_option("--fail-on", options->fail_on,
+                     "Exit with status 1 if an item has this problem")
         ->check(CLI::IsMember({"loop"}))
         ->expected(1)
         ->take_all();

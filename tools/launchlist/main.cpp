@@ -1,4 +1,4 @@
-// launchlist: shows what the launcher will do with a list, and reports what it did.
+// launchlist: shows what the launcher will do with a list, what is running, and what it did.
 
 #include <locale.h>
 
@@ -44,7 +44,8 @@ std::string FindUnknownCommand(const std::string& name, const std::vector<Comman
 
 int RunCommand(int argc, char** argv)
 {
-    CLI::App app("Shows what the launcher will do with a launch list, and reports what it did.");
+    CLI::App app(
+        "Shows what the launcher will do with a launch list, what is running, and what it did.");
     app.name("launchlist");
     app.set_version_flag("--version", "launchlist " KESTRANE_VERSION);
     app.require_subcommand(1);

@@ -172,7 +172,7 @@ MISTAKES = [
 # The lines of each help text, with runs of blanks joined, because CLI11 controls the layout.
 HELPS = {
     "": """
-        Shows what the launcher will do with a launch list, and reports what it did.
+        Shows what the launcher will do with a launch list, what is running, and what it did.
         --version
         check Find the mistakes in launch lists.
         explain Show what the launcher does with each item of a list.
@@ -181,6 +181,7 @@ HELPS = {
         status Show which launchers and items are running.
         log Show the launcher's log in words, one line for each event.
         report Summarize from the log how often items ran, ended and crashed.
+        completion Print the completion script for a shell.
         Example: launchlist check helpers.json && launchlist explain helpers.json
     """,
     "check": """
@@ -190,7 +191,7 @@ HELPS = {
         --json Excludes: --sarif Print JSON
         --sarif Excludes: --json Print SARIF 2.1.0, for code scanning services
         --fail-on SEVERITY
-        The least severity for which the exit status is not 0: warning (the default) or error
+        The lowest severity for which the exit status is not 0: warning (the default) or error
         Exit status: 0 no mistakes, 1 warnings only, 2 errors, 3 a list cannot be read.
         With --fail-on error, 0 also for warnings only. Example: launchlist check helpers.json
     """,
@@ -198,10 +199,10 @@ HELPS = {
         Correct the mistakes of launch lists that have only one correction.
         launchlist fix [OPTIONS] LIST...
         Launch lists; - is standard input
-        --write Replace the lists by the corrected ones
+        --write Replace the lists with the corrected ones
         --fail-on SEVERITY
-        Exit status: 0 no mistakes are left, 1 warnings only, 2 errors, 3 a list cannot be read
-        or written. With --fail-on error, 0 also for warnings only.
+        Exit status: 0 no mistakes remain, 1 warnings only, 2 errors, 3 a list cannot be read
+        or replaced. With --fail-on error, 0 also for warnings only.
         Example: launchlist fix --write helpers.json
     """,
     "new": """
@@ -210,8 +211,8 @@ HELPS = {
         NAME TEXT REQUIRED The name of the item
         PROGRAM TEXT REQUIRED The path of the program
         ARG TEXT ... The arguments of the program
-        --into LIST Append the item to LIST instead of printing it
-        Options precede NAME: everything after PROGRAM is an argument, also if it begins with -.
+        --into LIST Append the item to LIST instead of printing it Options precede NAME:
+        everything after PROGRAM is an argument, even if it begins with -.
     """,
     "explain": """
         Show what the launcher does with each item of a list.
@@ -234,7 +235,7 @@ HELPS = {
         --item NAME Report on this item; can be repeated
         --launcher PID Report on the launcher with this process id
         The order of the items in text and JSON
-        End with status 1 if an item has this problem
+        Exit with status 1 if an item has this problem
         --json Print JSON, for programs
         TIME is in UTC, 2026-11-21 or "2026-11-21 02:26", or an age: 90s, 15m, 2h, 3d.
         A log may be compressed by gzip.
@@ -248,7 +249,7 @@ HELPS = {
         Show only the events of these items
         --file LOG Read LOG and its old files LOG.1, LOG.2, ...; - is standard input; default: the
         log of this user's launcher
-        -f,--follow Wait for further events, also if there is no log yet; shows the last 10 events
+        -f,--follow Wait for further events, even if there is no log yet; shows the last 10 events
         -n,--lines N Show only the last N events
         --since TIME Show the events from TIME on
         --until TIME Show the events up to TIME
@@ -263,11 +264,18 @@ HELPS = {
         launchlist status [OPTIONS] [LIST]
         Show only launchers with this list; default: all of this user
         --json Print JSON, for programs
-        --watch [SECONDS] Print it again every SECONDS (default: 2), until Ctrl-C
+        --watch [SECONDS] Print the status every SECONDS (default: 2), until Ctrl-C
         Times are in UTC. CPU is the share of one processor since the process was started; with
-        --watch, since the status before. Memory is what is resident.
-        Exit status: 0 all items run, 1 some do not, or it is unknown, 3 no launcher runs, or the
-        processes cannot be listed. Example: launchlist status helpers.json --watch 5
+        --watch, since the previous status. Memory is the resident memory.
+        Exit status: 0 all items run, 1 some do not, or whether they run is unknown, 3 no launcher
+        runs, or the processes cannot be listed. Example: launchlist status helpers.json --watch 5
+    """,
+    "completion": """
+        Print the completion script for a shell.
+        launchlist completion [OPTIONS] SHELL
+        The packages for Linux have all three in the directories that the shells search.
+        Exit status: 0 printed, 3 the output cannot be written.
+        Example: launchlist completion zsh > ~/.zfunc/_launchlist
     """,
 }
 

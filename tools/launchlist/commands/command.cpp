@@ -17,7 +17,7 @@ void AddFailOn(CLI::App& parser, std::string& severity)
 {
     parser
         .add_option("--fail-on", severity,
-                    "The least severity for which the exit status is not 0: warning (the "
+                    "The lowest severity for which the exit status is not 0: warning (the "
                     "default) or error")
         ->type_name("SEVERITY")
         ->check(CLI::IsMember({kFailOnWarnings, kFailOnErrors}));

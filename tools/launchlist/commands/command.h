@@ -67,7 +67,8 @@ int Print(const std::string& text, int status);
 // Reports that `path` could not be read or written. Returns kUnreadable.
 int FailOn(const std::string& path, const std::string& error);
 
-// Reports that `log` does not mention the item `name`, but `items`. Returns kUnreadable.
+// Reports that `log` does not mention the item `name`, and suggests the most similar of `items`.
+// Returns kUnreadable.
 int FailOnUnknownItem(const std::string& log, const std::string& name,
                       const std::vector<std::string>& items);
 

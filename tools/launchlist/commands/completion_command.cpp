@@ -278,14 +278,13 @@ Command AddCompletionCommand(CLI::App& app)
     using Script = std::string (*)(const CLI::App&);
     static const std::map<std::string, Script> kScripts = {
         {"bash", BashScript}, {"fish", FishScript}, {"zsh", ZshScript}};
-    CLI::App* parser =
-        app.add_subcommand("completion", "Print the completion of this program for a shell.");
+    CLI::App* parser = app.add_subcommand("completion", "Print the completion script for a shell.");
     const auto shell = std::make_shared<std::string>();
     parser->add_option("SHELL", *shell, "The shell")
         ->required()
         ->check(CLI::IsMember(std::vector<std::string>{"bash", "fish", "zsh"}));
     parser->footer(
-        "An installation has all three in the directories that the shells search.\n"
+        "The packages for Linux have all three in the directories that the shells search.\n"
         "Exit status: 0 printed, 3 the output cannot be written.\n"
         "Example:\n  launchlist completion zsh > ~/.zfunc/_launchlist");
     return {parser, [&app, shell] { return Print(kScripts.at(*shell)(app), kSuccess); }};

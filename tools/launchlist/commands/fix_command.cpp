@@ -22,7 +22,7 @@ struct FixOptions
     std::string fail_on = kFailOnWarnings;
 };
 
-// Reports on standard error what is left, so that standard output is only the difference.
+// Reports the mistakes that remain on standard error, so that standard output is only the diff.
 int ReportRest(const std::string& path, const FixedList& fixed, const std::string& fail_on)
 {
     const Findings findings = CheckList(fixed.bytes);
@@ -74,7 +74,7 @@ Command AddFixCommand(CLI::App& app)
         "fix", "Correct the mistakes of launch lists that have only one correction.");
     const auto options = std::make_shared<FixOptions>();
     parser->add_option("LIST", options->lists, "Launch lists; - is standard input")->required();
-    parser->add_flag("--write", options->is_written, "Replace the lists by the corrected ones");
+    parser->add_flag("--write", options->is_written, "Replace the lists with the corrected ones");
     AddFailOn(*parser, options->fail_on);
     parser->callback([options] {
         const auto inputs = std::count(options->lists.begin(), options->lists.end(), "-");
@@ -86,9 +86,10 @@ Command AddFixCommand(CLI::App& app)
         }
     });
     parser->footer(
-        "Prints the corrections as a unified diff, and what is left to correct to standard error.\n"
-        "Exit status: 0 no mistakes are left, 1 warnings only, 2 errors, 3 a list cannot be read\n"
-        "or written. With --fail-on error, 0 also for warnings only.\n"
+        "Prints the corrections as a unified diff, and the mistakes that remain to standard "
+        "error.\n"
+        "Exit status: 0 no mistakes remain, 1 warnings only, 2 errors, 3 a list cannot be read\n"
+        "or replaced. With --fail-on error, 0 also for warnings only.\n"
         "Example:\n  launchlist fix --write helpers.json");
     return {parser, [options] { return RunFix(*options); }};
 }

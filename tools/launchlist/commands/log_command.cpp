@@ -181,7 +181,7 @@ Command AddLogCommand(CLI::App& app)
         ->type_name("LOG");
     parser->add_flag(
         "-f,--follow", options->follows,
-        "Wait for further events, also if there is no log yet; shows the last 10 events "
+        "Wait for further events, even if there is no log yet; shows the last 10 events "
         "first, unless -n or --since is given");
     parser->add_option("-n,--lines", options->last, "Show only the last N events")->type_name("N");
     parser->add_option("--since", options->since, "Show the events from TIME on")
@@ -206,7 +206,7 @@ Command AddLogCommand(CLI::App& app)
     parser->footer(
         "TIME is a local time, \"2026-11-21 09:00\" or 09:00 for today, or an age: 90s, 15m, 2h, "
         "3d.\n"
-        "\"restarting\" is shown if the log proves it.\n"
+        "\"restarting\" is shown only if the log contains the restart or a later end.\n"
         "Exit status: 0 shown, 3 the log cannot be read or mentions no item NAME, or the output\n"
         "cannot be written, 64 invalid arguments.\n"
         "Example:\n  launchlist log -f thumbnailer");

@@ -108,8 +108,7 @@ Command AddNewCommand(CLI::App& app)
     parser->add_option("ARG", options->item.arguments, "The arguments of the program");
     parser->callback([options] { CheckItem(options->item); });
     parser->footer(
-        "NewOptions precede NAME: everything after PROGRAM is an argument, also if it begins with "
-        "-.\n"
+        "Options precede NAME: everything after PROGRAM is an argument, even if it begins with -.\n"
         "Exit status: 0 the item runs, 1 warnings only, 2 errors that may keep it from running,\n"
         "or LIST is not correct JSON, 3 LIST cannot be read or written.\n"
         "Example:\n"

@@ -100,7 +100,7 @@ int RunReport(ReportOptions options)
         return FailOnUnknownItem(options.logs.front(), report.unknown_names.front(),
                                  report.known_names);
     }
-    if (options.filter.launcher && report.launchers.empty()) {
+    if (!report.knows_launcher) {
         return FailOn(options.logs.front(), "mentions no launcher with the process id " +
                                                 std::to_string(*options.filter.launcher));
     }
@@ -150,7 +150,8 @@ Command AddReportCommand(CLI::App& app)
     parser->add_option("--sort", options->order, "The order of the items in text and JSON")
         ->check(CLI::IsMember(std::vector<std::string>(std::begin(kOrders), std::end(kOrders))));
     parser
-        ->add_option("--fail-on", options->fail_on, "End with status 1 if an item has this problem")
+        ->add_option("--fail-on", options->fail_on,
+                     "Exit with status 1 if an item has this problem")
         ->check(CLI::IsMember({"loop"}))
         ->expected(1)
         ->take_all();

@@ -161,21 +161,22 @@ Command AddStatusCommand(CLI::App& app)
     parser->add_option("LIST", options->list,
                        "Show only launchers with this list; default: all of this user");
     parser->add_flag("--json", options->json, "Print JSON, for programs");
-    CLI::Option* watch = parser
-                             ->add_option("--watch", options->interval,
-                                          "Print it again every SECONDS (default: 2), until Ctrl-C")
-                             ->expected(0, 1)
-                             ->type_name("[SECONDS]");
+    CLI::Option* watch =
+        parser
+            ->add_option("--watch", options->interval,
+                         "Print the status every SECONDS (default: 2), until Ctrl-C")
+            ->expected(0, 1)
+            ->type_name("[SECONDS]");
     parser->callback([options, watch] {
         options->watches = watch->count() > 0;
         ReadInterval(*options);
     });
     parser->footer(
         "Times are in UTC. CPU is the share of one processor since the process was started; with\n"
-        "--watch, since the status before. Memory is what is resident.\n"
-        "Exit status: 0 all items run, 1 some do not, or it is unknown, 3 no launcher runs, or "
-        "the\n"
-        "processes cannot be listed.\n"
+        "--watch, since the previous status. Memory is the resident memory.\n"
+        "Exit status: 0 all items run, 1 some do not, or whether they run is unknown, 3 no "
+        "launcher\n"
+        "runs, or the processes cannot be listed.\n"
         "Example:\n  launchlist status helpers.json --watch 5");
     return {parser, [options] { return RunStatus(*options); }};
 }

@@ -117,11 +117,11 @@ void EventQueue::AddChange(LogChange change)
 void EventQueue::Release(Milliseconds now, bool is_growing,
                          const std::function<void(const LogEvent&)>& show)
 {
-    if (m_pending.empty()) {
-        ForgetHistory();
-        return;
+    // Of a full history, nothing is held back: further records could not be connected to it.
+    const bool is_full = m_added >= m_max_history;
+    if (!m_pending.empty()) {
+        m_history.Decide(m_last_record.value_or(0), now);
     }
-    m_history.Decide(m_last_record.value_or(0), now);
     while (!m_pending.empty()) {
         Pending& pending = m_pending.front();
         LogEvent event;
@@ -130,7 +130,7 @@ void EventQueue::Release(Milliseconds now, bool is_growing,
             // No longer than that, even if the clock was set back.
             const bool is_open =
                 known.open_until && now < *known.open_until && *known.open_until - now <= kSettled;
-            if (is_growing && is_open && !m_selection.is_raw) {
+            if (is_growing && is_open && !is_full && !m_selection.is_raw) {
                 return;
             }
             if (known.launcher != History::kNone) {
@@ -155,11 +155,7 @@ void EventQueue::Release(Milliseconds now, bool is_growing,
         m_pending.pop_front();
         show(event);
     }
-}
-
-void EventQueue::ForgetHistory()
-{
-    if (m_added >= m_max_history) {
+    if (is_full) {
         m_first_launcher += m_added;
         m_added = 0;
         m_history = History();

@@ -112,7 +112,6 @@ private:
     bool IsSelected(std::string_view name) const;
     bool IsWithin() const;
     void Push(Pending pending, std::string_view text);
-    void ForgetHistory();
 
     EventSelection m_selection;
     const std::size_t m_max_history;

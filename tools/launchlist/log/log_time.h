@@ -13,7 +13,7 @@ using Milliseconds = std::int64_t;
 // A log's timestamp, "2026-11-21T02:26:11.123Z"; nothing for a day or time that does not exist.
 std::optional<Milliseconds> ParseTimeStamp(std::string_view text);
 
-// Whose clock people read.
+// The time zone in which people read and write times.
 enum class Zone
 {
     kUtc,

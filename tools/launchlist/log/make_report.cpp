@@ -63,6 +63,7 @@ public:
     {
         m_report.files = std::move(files);
         m_history.Finish(m_report, m_range.now, m_filter.launcher);
+        m_report.knows_launcher = !m_filter.launcher || !m_report.launchers.empty();
         SelectItems();
         if (!m_first_record) {
             return std::move(m_report);

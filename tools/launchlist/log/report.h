@@ -218,6 +218,7 @@ struct Report
     // it mentions.
     std::vector<std::string> unknown_names;
     std::vector<std::string> known_names;
+    bool knows_launcher = true;  // False: the log does not mention the selected one at all.
 };
 
 }  // namespace launchlist

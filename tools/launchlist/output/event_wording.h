@@ -13,8 +13,8 @@ namespace launchlist {
 // shows.
 std::string EventText(const LogEvent& event);
 
-// Writes the lines of events, each with its time. A line in dashes precedes the first event of a
-// day, of another launcher, and of another offset from UTC.
+// Writes the lines of events, each with its time. A line between dashes precedes the first event of
+// a day, of another launcher, and of another offset from UTC.
 class EventLines
 {
 public:

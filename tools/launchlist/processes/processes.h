@@ -25,8 +25,7 @@ struct Process
     std::int64_t cpu = 0;     // The processor time that it has used, in milliseconds.
     std::optional<std::uint64_t> memory;  // The resident memory in bytes.
     bool is_zombie = false;
-    // Whether it has executed a program since it was forked. A system that does not tell counts
-    // every process as one that has.
+    // Whether it has executed a program since it was forked. True if the system does not say.
     bool has_executed = true;
 };
 

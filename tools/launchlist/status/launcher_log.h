@@ -48,9 +48,9 @@ public:
     LauncherLog& operator=(const LauncherLog&) = delete;
 
     // Reads the log and its old files, later only what was added, and takes the records of
-    // `processes`, and recent ones of others. Forgets what it knows of a process that is not among
-    // them at the next call, and the times of ends that are more than an hour before `now`. A
-    // rotation in the meantime hides no record.
+    // `processes`, and recent ones of others. What it knows about a process is forgotten by the
+    // first call without that process, and times of ends are forgotten after an hour. A rotation
+    // in the meantime hides no record.
     void Update(const ProcessTimes& processes, Milliseconds now);
 
     // Null if it wrote no record.

@@ -2,7 +2,7 @@
 //
 // Every program that a launcher starts has the launcher's log as its descriptor 0, open for
 // appending, and so have the programs that it starts in turn, unless they close it. Such a process
-// without a launcher among its ancestors was left behind by one. Only its command line tells
+// without a launcher among its ancestors was left behind by one. Only its command line shows
 // whether it is the program of an item.
 #pragma once
 

@@ -1,7 +1,7 @@
 // Matching the children of a launcher to the items of its list.
 //
-// A process can be told by its command line, unless it has written another one there, or several
-// items have the same. Then the file that it executes is compared, if its path is known.
+// A process is recognized by its command line, unless it has written another one there, or several
+// items have the same one. Then the file that it executes is compared, if its path is known.
 #pragma once
 
 #include <optional>

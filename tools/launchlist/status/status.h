@@ -77,7 +77,8 @@ struct SupervisorStatus
 {
     ProcessStatus process;
     std::optional<int> item;  // Its index, if it is known.
-    // It could not, and continues as a supervisor; otherwise it may be about to.
+    // It could not execute its program and continues as a supervisor. If false, it may be about to
+    // execute it.
     bool has_failed = false;
 };
 

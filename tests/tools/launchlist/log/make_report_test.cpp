@@ -158,6 +158,17 @@ LogText TwoLaunchers()
 
 }  // namespace
 
+TEST(ReportFilter, KnowsALauncherOutsideTheTimeOfTheReport)
+{
+    const TempDirectory directory;
+    const std::string log = directory.Write("qv7log", TwoLaunchers().Text());
+    const ReportRange range = {At(60000), std::nullopt, At(Milliseconds{1000} * 24 * 3600 * 1000)};
+    const Report report = MakeReport({log}, range, OfLauncher(kLauncher));
+    EXPECT_TRUE(report.knows_launcher);
+    EXPECT_TRUE(report.items.empty());
+    EXPECT_FALSE(MakeReport({log}, range, OfLauncher(999)).knows_launcher);
+}
+
 TEST(ReportFilter, SelectsTheItemsOfTheGivenNames)
 {
     LogText log;

@@ -165,7 +165,7 @@ TEST(ReplaceContents, KeepsTheModeAndReplacesTheFile)
 {
     const TempDirectory directory;
     const std::string path = directory.Write("file", "old");
-    for (const mode_t mode : {0600U, 0444U, 0755U}) {
+    for (const mode_t mode : std::initializer_list<mode_t>{0600, 0444, 0755}) {
         ASSERT_EQ(chmod(path.c_str(), mode), 0);
         const struct stat before = StatusOf(path);
         EXPECT_EQ(ReplaceIn(path, Contents(path), "new"), "");

@@ -9,6 +9,7 @@
 
 #include <cstring>
 #include <filesystem>
+#include <initializer_list>
 #include <iterator>
 #include <string>
 #include <utility>

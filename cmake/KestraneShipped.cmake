@@ -4,8 +4,11 @@ include_guard()
 
 # No path of the building machine: assertions and debug information name sources below /kestrane, and
 # the cross compiler's headers below /zig. Of several prefixes that match, the compilers use the last.
+# A report on coverage needs the paths.
 get_filename_component(kestrane_root "${CMAKE_CURRENT_LIST_DIR}" DIRECTORY)
-add_compile_options("-ffile-prefix-map=${kestrane_root}=/kestrane")
+if(NOT KESTRANE_COVERAGE)
+    add_compile_options("-ffile-prefix-map=${kestrane_root}=/kestrane")
+endif()
 if(KESTRANE_ZIG)
     get_filename_component(kestrane_zig_directory "${KESTRANE_ZIG}" DIRECTORY)
     # The debug information names the same directory for every build.

@@ -78,8 +78,8 @@ def floating(call):
     return value
 
 
-@function("_strtod_l")
-def strtod_l(call):
+@function("_strtod", "_strtod_l")
+def strtod(call):
     """strtod(3), strtod_l(3)."""
     return floating(call)
 

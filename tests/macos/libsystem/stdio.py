@@ -168,6 +168,12 @@ def feof(call):
     return int(stream_of(call, 0).at_end)
 
 
+@function("_ferror")
+def ferror(call):
+    """ferror(3)."""
+    return int(stream_of(call, 0).failed)
+
+
 @function("_fseek", "_fseeko")
 @sets_errno()
 def fseeko(call):

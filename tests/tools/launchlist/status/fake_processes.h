@@ -98,7 +98,7 @@ public:
     std::string DirectoryOf(const launchlist::Process& process) override
     {
         const FakeProcess* fake = Find(process);
-        const std::string directory = fake != nullptr ? fake->directory : "";
+        std::string directory = fake != nullptr ? fake->directory : "";
         if (on_directory) {
             on_directory();
         }

@@ -191,6 +191,16 @@ simple("_mknod", lambda call: os.mknod(call.path(0), call.u32(1)))
 simple("_mkfifo", lambda call: os.mkfifo(call.path(0), call.u32(1) & 0o7777))
 
 
+@function("_utimes")
+@sets_errno()
+def utimes(call):
+    """utimes(2), with times: a timeval has seconds of 64 bits, microseconds of 32 and padding."""
+    access, access_micros, change, change_micros = struct.unpack("<qi4xqi4x", call.data(1, 32))
+    nanoseconds = (access * 10**9 + access_micros * 1000, change * 10**9 + change_micros * 1000)
+    os.utime(call.path(0), ns=nanoseconds)
+    return 0
+
+
 @function("_renamex_np")
 @sets_errno()
 def renamex_np(call):

@@ -53,16 +53,15 @@ private:
     // line is that of an item with an empty vector.
     void Pass(MatchedBy by, const KeyOf& key_of_item, const KeyOf& key_of_process)
     {
-        std::map<std::string, Indexes> items;
+        m_items_by_key.clear();
         for (std::size_t item = 0; item < m_items.size(); ++item) {
             const bool has_key = by == MatchedBy::kExecutable
                                      ? !m_items[item].executable.empty()
                                      : m_items[item].command_line.has_value();
             if (m_is_item_open[item] && has_key) {
-                items[key_of_item(item)].push_back(item);
+                m_items_by_key[key_of_item(item)].push_back(item);
             }
         }
-        m_keys = &items;
         std::map<std::string, Indexes> processes;
         for (std::size_t process = 0; process < m_processes.size(); ++process) {
             const bool has_key = by == MatchedBy::kExecutable
@@ -73,8 +72,8 @@ private:
             }
         }
         for (auto& [key, group] : processes) {
-            const auto found = items.find(key);
-            if (found != items.end() && !(by == MatchedBy::kInterpreter && key.empty())) {
+            const auto found = m_items_by_key.find(key);
+            if (found != m_items_by_key.end() && !(by == MatchedBy::kInterpreter && key.empty())) {
                 MatchGroup(by, found->second, group);
             }
         }
@@ -130,7 +129,7 @@ private:
                 return "";
             }
             std::string rest = line.substr(at);
-            if (m_keys->count(rest) != 0) {
+            if (m_items_by_key.count(rest) != 0) {
                 return rest;
             }
         }
@@ -141,7 +140,7 @@ private:
     const std::vector<MatchedProcess>& m_processes;
     std::vector<bool> m_is_item_open;
     std::vector<bool> m_is_process_open;
-    const std::map<std::string, Indexes>* m_keys = nullptr;
+    std::map<std::string, Indexes> m_items_by_key;  // Of the present pass.
     Matching m_result;
 };
 

@@ -42,17 +42,15 @@ Identity IdentityOf(const qv7log::Record& record)
     return {record.time, record.text};
 }
 
-// Adds the records of the removed file to `content`. Returns an error message, or "".
+// Adds the records of the removed file to `content`, whose records' identities are `known`. Returns
+// an error message, or "".
 //
 // A record may be in a removed file and also in the log: a writer that was stopped for some
 // milliseconds before it wrote, and then finds its file removed, writes the record again. It cannot
 // know that this proof still reads the removed file. Such a record counts once.
-std::string ReadRemoved(const Removed& removed, Content& content)
+std::string ReadRemoved(const Removed& removed, Content& content, std::set<Identity>& known)
 {
-    std::set<Identity> written_again;
-    for (const qv7log::Record& record : content.records) {
-        written_again.insert(IdentityOf(record));
-    }
+    const std::size_t first = content.records.size();
     std::string text(static_cast<std::size_t>(lseek(removed.file, 0, SEEK_END)), '\0');
     if (pread(removed.file, text.data(), text.size(), 0) != static_cast<ssize_t>(text.size())) {
         return "a removed file cannot be read";
@@ -67,9 +65,12 @@ std::string ReadRemoved(const Removed& removed, Content& content)
         if (entry.record.time > removed.latest) {
             return "too late, since " + removed.latest + ": " + std::string(entry.raw);
         }
-        if (written_again.count(IdentityOf(entry.record)) == 0) {
+        if (known.count(IdentityOf(entry.record)) == 0) {
             content.records.push_back(entry.record);
         }
+    }
+    for (std::size_t i = first; i < content.records.size(); ++i) {
+        known.insert(IdentityOf(content.records[i]));
     }
     return "";
 }
@@ -102,8 +103,12 @@ std::string RemovedUnderLoad(const std::string& directory, int removals)
     LogNumber(log, kLastWriter, 0);
     Content content = archive.Finish();
     wrong = CheckWhole(content);
+    std::set<Identity> known;
+    for (const qv7log::Record& record : content.records) {
+        known.insert(IdentityOf(record));
+    }
     for (const Removed& one : removed) {
-        wrong += ReadRemoved(one, content);
+        wrong += ReadRemoved(one, content, known);
     }
     // Removed files have no position among the others: sort the records by number.
     std::sort(content.records.begin(), content.records.end(),

@@ -82,11 +82,12 @@ def nameless(count):
 
 def sanitizer_deadlocked():
     """Whether a forked child that has not yet executed its program waits for a lock, which can only
-    be the sanitizer's."""
+    be AddressSanitizer's."""
     launchers = {process.pid for process in processes() if process.name == "launcher"}
     children = [process.pid for process in processes() if process.parent in launchers]
-    has_locks = "address" in SANITIZE or SANITIZE == "thread"
-    return has_locks and any(pid in launchers and waits_for_lock(pid) for pid in children)
+    return "address" in SANITIZE and any(
+        pid in launchers and waits_for_lock(pid) for pid in children
+    )
 
 
 class Launcher:

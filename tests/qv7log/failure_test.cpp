@@ -59,6 +59,14 @@ extern "C" int open(const char* path, int flags, ...)
     return next(path, flags, mode);
 }
 
+#ifdef __GLIBC__
+// What a call of open becomes with _FORTIFY_SOURCE. With a mode, the call below stays one of open.
+extern "C" int __open_2(const char* path, int flags)  // NOLINT(bugprone-reserved-identifier)
+{
+    return open(path, flags, 0);
+}
+#endif
+
 // ThreadSanitizer calls this before it can instrument anything.
 extern "C" __attribute__((no_sanitize("thread"))) int mkdir(const char* path, mode_t mode)
 {

@@ -4,14 +4,15 @@
 // with the square of N. The child needs one stack only, that of the thread that forks. This file
 // lets fork skip the others; docs/tuning.md has the figures.
 //
-// All stacks lie in one range of memory that is marked MADV_WIPEONFORK: a forked child finds the
-// range mapped, but empty, and fork copies neither page tables nor pages of it. Around each fork,
-// the forking thread marks its own stack MADV_KEEPONFORK. std::thread has no parameter for a stack,
+// All stacks lie in one range of memory, which is marked MADV_WIPEONFORK after the first few stacks: a
+// forked child finds the rest of the range mapped, but empty, and fork copies neither page tables nor
+// pages of it. Around each fork, a thread with a stack in that rest marks its own stack
+// MADV_KEEPONFORK. std::thread has no parameter for a stack,
 // and glibc's default attributes take a size but no address, so this file defines pthread_create,
 // which passes a stack of the range to glibc's function of that name.
 //
 // glibc keeps the descriptor of a thread (struct pthread) at the top of the thread's stack. In the
-// child, the descriptors of all other threads therefore read as zeros. glibc accesses them there in
+// child, the descriptors of other threads therefore read as zeros. glibc accesses them there in
 // these cases:
 //
 // - fork removes the forking thread from the list of threads whose stacks the caller provided. This
@@ -51,6 +52,7 @@
 #include <gnu/libc-version.h>
 #include <malloc.h>
 #include <pthread.h>
+#include <sched.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -68,6 +70,10 @@ constexpr std::size_t kStackSize = kSupervisorStackSize;
 
 // Limits the range to 1 GiB of address space. A fork also copies the stack of each further thread.
 constexpr std::size_t kSlotCount = 2048;
+
+// A fork always copies the first few stacks. While there are only a few threads, that costs less than
+// marking a stack before and after each fork.
+constexpr std::size_t kCopiedCount = 4;
 
 // The last minor version of glibc 2 with which the range is used. Since 2.41, fork() visits the
 // descriptors of all threads in the child. A distribution may have added that to 2.39 and 2.40.
@@ -111,9 +117,17 @@ Slot* SlotOf(pthread_t thread)
     return &g_slots[(thread - begin) / g_slot_size];
 }
 
+bool IsAlwaysCopied(const Slot& slot)
+{
+    return &slot < g_slots + kCopiedCount;
+}
+
 // Lets a fork copy the stack.
 void Keep(const Slot& slot)
 {
+    if (IsAlwaysCopied(slot)) {
+        return;
+    }
     if (madvise(AddressOf(slot), g_slot_size, MADV_KEEPONFORK) != 0) {
         // To mark a part of the range, the kernel may have to split a mapping, and the process may
         // have as many mappings as it is allowed. To mark the whole range, it splits none. A fork
@@ -128,6 +142,9 @@ void Keep(const Slot& slot)
 // Lets a fork skip the stack, unless a joining thread still needs it to be copied.
 void Wipe(const Slot& slot)
 {
+    if (IsAlwaysCopied(slot)) {
+        return;
+    }
     madvise(AddressOf(slot), g_slot_size, MADV_WIPEONFORK);
     if (slot.being_joined) {
         Keep(slot);
@@ -245,7 +262,8 @@ char* MakeRange()
     if (range == MAP_FAILED) {
         return nullptr;
     }
-    if (madvise(range, size, MADV_WIPEONFORK) != 0) {
+    const std::size_t copied = kCopiedCount * g_slot_size;
+    if (madvise(static_cast<char*>(range) + copied, size - copied, MADV_WIPEONFORK) != 0) {
         munmap(range, size);
         return nullptr;
     }
@@ -323,6 +341,9 @@ __attribute__((visibility("default"))) int pthread_create(pthread_t* thread,
     if (error != 0) {
         slot->taken = false;
     }
+    // Lets the new supervisor fork before the next thread is added. Otherwise threads that add to the
+    // address space wait for those that copy it, and processors are idle.
+    sched_yield();
     return error;
 }
 

@@ -33,6 +33,11 @@ constexpr std::size_t kStackSize = 512 * 1024;
 constexpr int kGuardInstall = 102;  // MADV_GUARD_INSTALL
 // More threads than the range has room for.
 constexpr int kTooMany = 2048 + 20;
+// A fork always copies the stacks of the first threads.
+constexpr int kCopiedCount = 4;
+
+std::atomic<int> g_keep_calls{0};
+std::atomic<int> g_yield_calls{0};
 
 // The environment variable that names what this process lacks. It may be read even before main.
 constexpr const char* kLacks = "KESTRANE_TEST_LACKS";
@@ -74,10 +79,19 @@ int madvise(void* address, std::size_t size, int advice) noexcept
         (advice == MADV_WIPEONFORK && Lacks("wiping"))) {
         return FailWith(EINVAL);
     }
+    if (advice == MADV_KEEPONFORK) {
+        ++g_keep_calls;
+    }
     if (advice == MADV_KEEPONFORK && size < 2 * kStackSize && Lacks("further mappings")) {
         return FailWith(ENOMEM);
     }
     return static_cast<int>(syscall(SYS_madvise, address, size, advice));
+}
+
+int sched_yield() noexcept
+{
+    ++g_yield_calls;
+    return static_cast<int>(syscall(SYS_sched_yield));
 }
 
 int mprotect(void* address, std::size_t size, int protection) noexcept
@@ -293,9 +307,27 @@ std::string Lacking(const std::string& what)
     return std::string(kLacks) + "=" + what;
 }
 
+// The threads of a case come after those whose stacks a fork always copies.
+class ThreadStack : public testing::Test
+{
+    const Threads m_first{kCopiedCount, [](int) {}};
+};
+
+// How often a thread that forks marks its stack before that.
+int KeepCallsOfFork()
+{
+    int calls = 0;
+    const Threads thread(1, [&](int) {
+        const int before = g_keep_calls;
+        ForkOnce(0);
+        calls = g_keep_calls - before;
+    });
+    return calls;
+}
+
 }  // namespace
 
-TEST(ThreadStack, HasRoomFor512KiB)
+TEST_F(ThreadStack, HasRoomFor512KiB)
 {
     RunInThread([] {
         const Stack stack = StackOfThisThread();
@@ -308,7 +340,7 @@ TEST(ThreadStack, HasRoomFor512KiB)
     });
 }
 
-TEST(ThreadStack, EndsAChildThatRunsOverIt)
+TEST_F(ThreadStack, EndsAChildThatRunsOverIt)
 {
     const auto expect_guard = [] {
         char* const end = EndOfStack();
@@ -321,7 +353,7 @@ TEST(ThreadStack, EndsAChildThatRunsOverIt)
     });
 }
 
-TEST(ThreadStack, IsKeptInTheChildOfItsThread)
+TEST_F(ThreadStack, IsKeptInTheChildOfItsThread)
 {
     const Threads others(3, ForkOnce);
     RunInThread([] {
@@ -332,7 +364,7 @@ TEST(ThreadStack, IsKeptInTheChildOfItsThread)
     });
 }
 
-TEST(ThreadStack, IsKeptInTheChildOfAChild)
+TEST_F(ThreadStack, IsKeptInTheChildOfAChild)
 {
     RunInThread([] {
         volatile int local = 5;
@@ -343,7 +375,7 @@ TEST(ThreadStack, IsKeptInTheChildOfAChild)
     });
 }
 
-TEST(ThreadStack, IsNotCopiedForOtherThreads)
+TEST_F(ThreadStack, IsNotCopiedForOtherThreads)
 {
     volatile int* of_other = nullptr;
     const Threads other(1, [&](int) {
@@ -356,7 +388,42 @@ TEST(ThreadStack, IsNotCopiedForOtherThreads)
     RunInThread([&] { EXPECT_EQ(ValueInChild(of_other), expected); });
 }
 
-TEST(ThreadStack, ServesManyThreadsThatForkAtOnce)
+TEST(FirstThreadStacks, AreCopied)
+{
+    std::vector<volatile int*> of_others(kCopiedCount + 1);
+    const Threads others(kCopiedCount + 1, [&](int i) {
+        static thread_local volatile int local = 5;
+        of_others[static_cast<std::size_t>(i)] = &local;
+        ForkOnce(i);
+    });
+    std::multiset<int> values;
+    for (volatile int* const of_other : of_others) {
+        values.insert(ValueInChild(of_other));
+    }
+    EXPECT_EQ(values.count(5), kCopiedCount + (HasWipedStacks() ? 0 : 1));
+}
+
+TEST(FirstThreadStacks, AreNotMarkedForEachFork)
+{
+    EXPECT_EQ(KeepCallsOfFork(), 0);
+}
+
+TEST_F(ThreadStack, IsMarkedForEachFork)
+{
+    if (!Lacks("further mappings")) {
+        EXPECT_EQ(KeepCallsOfFork(), HasWipedStacks() ? 1 : 0);
+    }
+}
+
+// If the thread that adds stacks continued at once, it would wait for the thread that forks.
+TEST_F(ThreadStack, BelongsToAThreadThatMayRunAtOnce)
+{
+    const int before = g_yield_calls;
+    RunInThread([] {});
+    EXPECT_EQ(g_yield_calls - before, HasWipedStacks() ? 1 : 0);
+}
+
+TEST_F(ThreadStack, ServesManyThreadsThatForkAtOnce)
 {
     const Threads threads(40, [](int) {
         for (int i = 0; i < 20; ++i) {
@@ -365,7 +432,7 @@ TEST(ThreadStack, ServesManyThreadsThatForkAtOnce)
     });
 }
 
-TEST(ThreadStack, IsUsedAgainOnceItsThreadIsJoined)
+TEST_F(ThreadStack, IsUsedAgainOnceItsThreadIsJoined)
 {
     std::set<char*> stacks;
     for (int i = 0; i < kTooMany; ++i) {
@@ -374,7 +441,7 @@ TEST(ThreadStack, IsUsedAgainOnceItsThreadIsJoined)
     EXPECT_EQ(stacks.size(), 1U);
 }
 
-TEST(ThreadStack, IsEmptyWhenItIsUsedAgain)
+TEST_F(ThreadStack, IsEmptyWhenItIsUsedAgain)
 {
     for (int i = 0; i < 2; ++i) {
         RunInThread([&] {
@@ -385,7 +452,7 @@ TEST(ThreadStack, IsEmptyWhenItIsUsedAgain)
     }
 }
 
-TEST(ThreadStack, IsNotUsedAgainBeforeItsThreadIsJoined)
+TEST_F(ThreadStack, IsNotUsedAgainBeforeItsThreadIsJoined)
 {
     std::atomic<char*> ended{nullptr};
     std::thread thread([&] { ended = StackOfThisThread().lowest; });
@@ -396,7 +463,7 @@ TEST(ThreadStack, IsNotUsedAgainBeforeItsThreadIsJoined)
     thread.join();
 }
 
-TEST(ThreadStack, IsOfGlibcBeyondTheEndOfTheRange)
+TEST_F(ThreadStack, IsOfGlibcBeyondTheEndOfTheRange)
 {
     std::vector<char*> stacks(kTooMany);
     Threads threads(kTooMany, [&](int i) {
@@ -412,7 +479,7 @@ TEST(ThreadStack, IsOfGlibcBeyondTheEndOfTheRange)
     RunInThread([] { ForkOnce(0); });
 }
 
-TEST(ThreadStack, IsTheCallersIfAttributesAreGiven)
+TEST_F(ThreadStack, IsTheCallersIfAttributesAreGiven)
 {
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
@@ -431,7 +498,7 @@ TEST(ThreadStack, IsTheCallersIfAttributesAreGiven)
     EXPECT_EQ(size, 2 * kStackSize);
 }
 
-TEST(ThreadStack, AddsNoMappingOfItsOwn)
+TEST_F(ThreadStack, AddsNoMappingOfItsOwn)
 {
     if (!KernelMarksGuards()) {
         GTEST_SKIP() << "needs Linux 6.13";
@@ -443,7 +510,7 @@ TEST(ThreadStack, AddsNoMappingOfItsOwn)
     EXPECT_LE(MappingsWithThreads(40), few + 2);
 }
 
-TEST(ThreadStack, BelongsToThreadsThatReturnTheirResult)
+TEST_F(ThreadStack, BelongsToThreadsThatReturnTheirResult)
 {
     pthread_t thread;
     int value = 0;
@@ -455,7 +522,7 @@ TEST(ThreadStack, BelongsToThreadsThatReturnTheirResult)
     EXPECT_EQ(result, &value);
 }
 
-TEST(ThreadStack, LetsAChildJoinTheThreadsOfItsParent)
+TEST_F(ThreadStack, LetsAChildJoinTheThreadsOfItsParent)
 {
     Threads threads(3, ForkOnce);
     const auto join_all = [&] {
@@ -475,7 +542,7 @@ TEST(ThreadStack, LetsAChildJoinTheThreadsOfItsParent)
     });
 }
 
-TEST(ThreadStack, LetsNoThreadJoinItself)
+TEST_F(ThreadStack, LetsNoThreadJoinItself)
 {
     RunInThread([] {
         EXPECT_EQ(pthread_join(pthread_self(), nullptr), EDEADLK);
@@ -487,7 +554,7 @@ TEST(ThreadStack, LetsNoThreadJoinItself)
     });
 }
 
-TEST(ThreadStack, LetsAChildStartThreads)
+TEST_F(ThreadStack, LetsAChildStartThreads)
 {
     RunInThread([] {
         EXPECT_EQ(WaitStatusOfChild([] {
@@ -501,7 +568,7 @@ TEST(ThreadStack, LetsAChildStartThreads)
 }
 
 // A child whose fork coincides with the end of a join reads the descriptor of the joined thread.
-TEST(ThreadStack, IsCopiedWhileItsThreadIsJoined)
+TEST_F(ThreadStack, IsCopiedWhileItsThreadIsJoined)
 {
     std::atomic<const volatile int*> of_joined{nullptr};
     std::atomic<bool> forks{false};
@@ -548,7 +615,7 @@ TEST(ThreadStack, IsCopiedWhileItsThreadIsJoined)
 }
 
 // The thread may be about to fork, and its child needs the stack.
-TEST(ThreadStack, IsNotWipedByAJoinThatFails)
+TEST_F(ThreadStack, IsNotWipedByAJoinThatFails)
 {
     std::atomic<const volatile int*> of_detached{nullptr};
     std::atomic<bool> ends{false};
@@ -574,7 +641,7 @@ TEST(ThreadStack, IsNotWipedByAJoinThatFails)
     }
 }
 
-TEST(ThreadStack, LeavesErrnoToFork)
+TEST_F(ThreadStack, LeavesErrnoToFork)
 {
     RunInThread([] {
         errno = EDOM;
@@ -588,7 +655,7 @@ TEST(ThreadStack, LeavesErrnoToFork)
     });
 }
 
-TEST(ThreadStack, LosesNoChildToThreadsThatAreJoined)
+TEST_F(ThreadStack, LosesNoChildToThreadsThatAreJoined)
 {
     // A child that is forked during a join completes the join's work.
     std::vector<std::thread> threads;
@@ -621,15 +688,17 @@ TEST(ThreadStackOfALimitedUser, DISABLED_IsFreeAgainIfItsThreadCannotBeStarted)
         ASSERT_THROW(RunInThread([] {}), std::system_error);
     }
     prlimit(0, RLIMIT_NPROC, &before, nullptr);
-    volatile int* of_other = nullptr;
-    const Threads other(1, [&](int) {
+    volatile int* of_last = nullptr;
+    const Threads others(kCopiedCount + 1, [&](int i) {
         static thread_local volatile int local = 5;
-        of_other = &local;
+        if (i == kCopiedCount) {
+            of_last = &local;
+        }
     });
-    EXPECT_EQ(ValueInChild(of_other), 0);
+    EXPECT_EQ(ValueInChild(of_last), 0);
 }
 
-TEST(ThreadStack, IsFreeAgainIfItsThreadCannotBeStarted)
+TEST_F(ThreadStack, IsFreeAgainIfItsThreadCannotBeStarted)
 {
     if (!HasWipedStacks() || getuid() != 0) {
         GTEST_SKIP() << "needs the range, and root to become a user with a limit";

@@ -93,7 +93,6 @@ struct Slot
 
 Slot g_slots[kSlotCount];
 char* g_range = nullptr;  // null if there is no range
-bool g_in_forked_child = false;
 
 const std::size_t g_page_size = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
 const std::size_t g_slot_size = g_page_size + kStackSize;
@@ -106,12 +105,25 @@ char* AddressOf(const Slot& slot)
     return g_range + static_cast<std::size_t>(&slot - g_slots) * g_slot_size;
 }
 
+std::size_t RangeSize()
+{
+    return kSlotCount * g_slot_size;
+}
+
+// The byte after the stacks is 1 in this process and, because forks wipe it, 0 in a forked child. If a
+// fork handler changed a variable instead, a SIGTERM handler that runs in the child before that would
+// join threads that do not exist.
+bool IsForkedChild()
+{
+    return g_range[RangeSize()] == 0;
+}
+
 // The slot that contains the descriptor of `thread`, whose address a pthread_t is; null if the
 // thread has another stack.
 Slot* SlotOf(pthread_t thread)
 {
     const auto begin = reinterpret_cast<std::uintptr_t>(g_range);
-    if (g_range == nullptr || thread < begin || thread - begin >= kSlotCount * g_slot_size) {
+    if (g_range == nullptr || thread < begin || thread - begin >= RangeSize()) {
         return nullptr;
     }
     return &g_slots[(thread - begin) / g_slot_size];
@@ -135,7 +147,7 @@ void Keep(const Slot& slot)
         //
         // The second call can only fail if the kernel runs out of memory. If the fork succeeds
         // nevertheless, the child crashes, and its item is restarted as after any other end.
-        madvise(g_range, kSlotCount * g_slot_size, MADV_KEEPONFORK);
+        madvise(g_range, RangeSize(), MADV_KEEPONFORK);
     }
 }
 
@@ -162,7 +174,7 @@ bool Guard(const Slot& slot)
 // be marked. Lock-free, because the SIGTERM handler joins threads and may have interrupted this.
 Slot* TakeSlot()
 {
-    if (g_range == nullptr || g_in_forked_child) {
+    if (g_range == nullptr || IsForkedChild()) {
         return nullptr;
     }
     for (Slot& slot : g_slots) {
@@ -217,11 +229,6 @@ void AfterForkInParent()
     errno = error;
 }
 
-void AfterForkInChild()
-{
-    g_in_forked_child = true;
-}
-
 bool IsUnlimited(decltype(RLIMIT_AS) resource)
 {
     rlimit limit;
@@ -256,7 +263,7 @@ char* MakeRange()
         !MayReserveMemory()) {
         return nullptr;
     }
-    const std::size_t size = kSlotCount * g_slot_size;
+    const std::size_t size = RangeSize() + g_page_size;
     void* const range = mmap(nullptr, size, PROT_READ | PROT_WRITE,
                              MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_STACK, -1, 0);
     if (range == MAP_FAILED) {
@@ -270,6 +277,7 @@ char* MakeRange()
     // Otherwise the first access to a stack could allocate a huge page of 2 MiB. The advice fails
     // if the kernel has no huge pages.
     madvise(range, size, MADV_NOHUGEPAGE);
+    static_cast<char*>(range)[RangeSize()] = 1;
     return static_cast<char*>(range);
 }
 
@@ -311,7 +319,7 @@ bool SetUp()
     // not wait for the dynamic linker's lock.
     NextCreate();
     NextJoin();
-    const bool has_handlers = pthread_atfork(BeforeFork, AfterForkInParent, AfterForkInChild) == 0;
+    const bool has_handlers = pthread_atfork(BeforeFork, AfterForkInParent, nullptr) == 0;
     SetDefaults(has_handlers && g_marks_guards);
     g_range = has_handlers ? MakeRange() : nullptr;
     return true;
@@ -355,7 +363,7 @@ __attribute__((visibility("default"))) int pthread_join(pthread_t thread, void**
     if (slot == nullptr || pthread_equal(thread, pthread_self()) != 0) {
         return NextJoin()(thread, result);
     }
-    if (g_in_forked_child) {
+    if (IsForkedChild()) {
         if (result != nullptr) {
             *result = nullptr;
         }

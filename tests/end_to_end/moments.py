@@ -187,9 +187,8 @@ PERMITTED = {
         {ABORTED, CRASHED, GROUP_KILLED, HUNG, LOST, STOPPED},
         {CRASHED_LEFT},
     ),
-    # The item is not in the child's copy of the map yet, but earlier items are. The child crashes if
-    # it joins their threads before its fork has completed.
-    ("launching", "child"): ({NO_EFFECT}, {CHILD_ENDED}),
+    # The item is not in the child's copy of the map yet.
+    ("launching", "child"): ({NO_EFFECT}, set()),
     ("steady", "main"): ({STOPPED}, set()),
     ("steady", "supervisor"): ({ABORTED}, {ABORTED_LEFT}),
     # The second SIGTERM stays pending until the handler has returned.

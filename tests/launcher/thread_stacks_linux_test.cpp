@@ -542,6 +542,55 @@ TEST_F(ThreadStack, LetsAChildJoinTheThreadsOfItsParent)
     });
 }
 
+namespace {
+
+// While g_joins_early is true, each forked child joins this thread and exits.
+std::atomic<bool> g_joins_early{false};
+pthread_t g_parents_thread;
+
+void JoinEarly()
+{
+    if (g_joins_early) {
+        alarm(20);
+        _exit(pthread_join(g_parents_thread, nullptr) == 0 ? 7 : 1);
+    }
+}
+
+// Fork handlers of a child run in the order of their registration. This one precedes those of the
+// source under test, if it has any.
+__attribute__((constructor(101))) void RegisterFirst()
+{
+    pthread_atfork(nullptr, nullptr, JoinEarly);
+}
+
+void ExpectEarlyJoin()
+{
+    Threads thread(1, [](int) {});
+    g_parents_thread = thread[0];
+    g_joins_early = true;
+    EXPECT_EQ(WaitStatusOfChild([] { _exit(2); }), kLeft);
+    g_joins_early = false;
+}
+
+}  // namespace
+
+// A signal handler may run in the child as soon as it exists.
+TEST_F(ThreadStack, LetsAChildJoinBeforeItsForkReturns)
+{
+    if (!HasWipedStacks()) {
+        GTEST_SKIP() << "glibc's own join then waits for the parent's thread";
+    }
+    ExpectEarlyJoin();
+}
+
+TEST(FirstThreadStacks, LetAChildJoinBeforeItsForkReturns)
+{
+    if (!HasWipedStacks()) {
+        GTEST_SKIP() << "glibc's own join then waits for the parent's thread";
+    }
+    ExpectEarlyJoin();
+}
+
 TEST_F(ThreadStack, LetsNoThreadJoinItself)
 {
     RunInThread([] {

@@ -113,6 +113,9 @@ struct Thread
     bool signal_here = false;  // the plan signals it while it waits
     bool deliver = false;      // it is to run the handler when it continues
     bool joined = false;
+    // It releases the stack of a joined thread, with a lock of the C library that another thread
+    // would wait for in the system instead of here. No plan can hold it meanwhile.
+    bool releases_stack = false;
     bool has_had_child = false;
     unsigned forks = 0;
     std::atomic<int> go{0};
@@ -568,7 +571,7 @@ void Moment(const char* call)
     if (g_trace) {
         Record("at %s %u %s\n", self.name, self.moments, call);
     }
-    if (Take(g_holds, g_hold_count, self.name, self.moments)) {
+    if (Take(g_holds, g_hold_count, self.name, self.moments) && !self.releases_stack) {
         self.state = State::kHeld;
         Yield();
     }
@@ -1077,7 +1080,9 @@ extern "C" int pthread_join(pthread_t handle, void** value)
             wait.thread = thread;
             Block("pthread_join, waiting", wait);
             thread->joined = true;
+            t_self->releases_stack = true;
             result = next(handle, value);
+            t_self->releases_stack = false;
         }
     }
     Moment("pthread_join done");

@@ -9,13 +9,10 @@
 #     scripts/measure/status.sh        Linux only; about a minute, during which the machine should be idle
 set -euo pipefail
 cd "$(dirname "$0")/../.."
-. scripts/lib/install.sh
+. scripts/lib/measure.sh
 
-need_build_tools
 need_command bwrap bubblewrap -
-install_missing
-cmake --preset release >/dev/null
-cmake --build --preset release
+build_to_measure all
 cmake --install build/release --prefix build/release/stage >/dev/null
 KESTRANE_STAGE=$PWD/build/release/stage \
     KESTRANE_HELPERS=$PWD/build/release/tests/helpers/bin \

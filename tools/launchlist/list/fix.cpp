@@ -135,6 +135,10 @@ private:
                 if (items.count(number) > 0) {
                     m_numbering_problem = "more than one item has the number " + number;
                 }
+                if (member.replaced && !IsPlainNumber(member.name)) {
+                    // The later one need not be an item.
+                    m_numbering_problem = "more than one member is called " + quoted(member.name);
+                }
                 items.emplace(number, &member);
             } else if (ResemblesNumber(member.name) && member.value.type == JsonType::kObject) {
                 m_numbering_problem = "it is not certain what " + quoted(member.name) + " means";

@@ -100,6 +100,7 @@ Command AddNewCommand(CLI::App& app)
 {
     CLI::App* parser =
         app.add_subcommand("new", "Write an item that runs a program with its arguments.");
+    parser->positionals_at_end();
     const auto options = std::make_shared<NewOptions>();
     parser->add_option(kInto, options->list, "Append the item to LIST instead of printing it")
         ->type_name("LIST");

@@ -139,7 +139,9 @@ Command AddReportCommand(CLI::App& app)
         ->type_name("FILE");
     parser->add_flag("--force", options->is_forced,
                      "Let --html and --trace replace any regular file");
-    parser->add_option("--item", options->filter.names, "Report on this item; can be repeated")
+    parser
+        ->add_option("--item", options->filter.names,
+                     "Report only on this item and the launchers that ran it; can be repeated")
         ->type_name("NAME")
         ->expected(1)
         ->take_all();

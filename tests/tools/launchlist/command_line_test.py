@@ -173,7 +173,7 @@ MISTAKES = [
 HELPS = {
     "": """
         Shows what the launcher will do with a launch list, what is running, and what it did.
-        --version
+        --version Print the version and exit
         check Find the mistakes in launch lists.
         explain Show what the launcher does with each item of a list.
         fix Correct the mistakes of launch lists that have only one correction.
@@ -208,9 +208,9 @@ HELPS = {
     "new": """
         Write an item that runs a program with its arguments.
         launchlist new [OPTIONS] NAME PROGRAM [ARG...]
-        NAME TEXT REQUIRED The name of the item
-        PROGRAM TEXT REQUIRED The path of the program
-        ARG TEXT ... The arguments of the program
+        NAME REQUIRED The name of the item
+        PROGRAM REQUIRED The path of the program
+        ARG ... The arguments of the program
         --into LIST Append the item to LIST instead of printing it Options precede NAME:
         everything after PROGRAM is an argument, even if it begins with -.
     """,
@@ -219,21 +219,21 @@ HELPS = {
         launchlist explain [OPTIONS] LIST
         The launch list; - is standard input
         --json Print JSON
-        Exit status: 0 the launcher keeps running until SIGTERM, 2 it ends or may end before,
-        3 the list cannot be read. Example: launchlist explain helpers.json
+        Exit status: 0 the launcher keeps running until SIGTERM, 2 it ends, or may end, before
+        that, 3 the list cannot be read. Example: launchlist explain helpers.json
     """,
     "report": """
         Summarize from the log how often items ran, ended and crashed.
         launchlist report [OPTIONS] [LOG...]
         Logs, each with its old files LOG.1, LOG.2, ...; - is standard input; default: the log of
         default: the log of this user's launcher
-        --since TEXT:TIME Report on the time from TIME on
-        --until TEXT:TIME Report on the time up to TIME
+        --since TIME Report only on what happened since TIME
+        --until TIME Report only on what happened until TIME
         --html FILE Also write the report to FILE, as a web page
         --trace FILE Also write the runs to FILE, as a Chrome trace for Perfetto
         --force Let --html and --trace replace any regular file
         --item NAME Report only on this item and the launchers that ran it; can be repeated
-        --launcher PID Report on the launcher with this process id
+        --launcher PID Report only on the launcher with this process id
         The order of the items in text and JSON
         Exit with status 1 if an item has this problem
         --json Print JSON, for programs
@@ -251,8 +251,8 @@ HELPS = {
         log of this user's launcher
         -f,--follow Wait for further events, even if there is no log yet; shows the last 10 events
         -n,--lines N Show only the last N events
-        --since TIME Show the events from TIME on
-        --until TIME Show the events up to TIME
+        --since TIME Show only the events since TIME
+        --until TIME Show only the events until TIME
         --raw Show the records as they are in the log
         --utc Show and read times in UTC
         TIME is a local time, "2026-11-21 09:00" or 09:00 for today, or an age: 90s, 15m, 2h, 3d.
@@ -263,18 +263,18 @@ HELPS = {
     "status": """
         Show which launchers and items are running.
         launchlist status [OPTIONS] [LIST]
-        Show only launchers with this list; default: all of this user
+        Show only launchers with this list; default: all launchers of this user
         --json Print JSON, for programs
         --watch [SECONDS] Print the status every SECONDS (default: 2), until Ctrl-C
-        Times are in UTC. CPU is the share of one processor since the process was started; with
-        --watch, since the previous status. Memory is the resident memory.
+        Times are in UTC. Memory is the resident memory. CPU is the share of one processor that
+        was used since the process was started or, with --watch, since the previous status.
         Exit status: 0 all items run, 1 some do not, or whether they run is unknown, 3 no launcher
         runs, or the processes cannot be listed. Example: launchlist status helpers.json --watch 5
     """,
     "completion": """
         Print the completion script for a shell.
         launchlist completion [OPTIONS] SHELL
-        The packages for Linux have all three in the directories that the shells search.
+        The packages for Linux install the scripts for all three shells.
         Exit status: 0 printed, 3 the output cannot be written.
         Example: launchlist completion zsh > ~/.zfunc/_launchlist
     """,

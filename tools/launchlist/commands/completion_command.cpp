@@ -404,7 +404,7 @@ Command AddCompletionCommand(CLI::App& app)
         ->required()
         ->check(CLI::IsMember(std::vector<std::string>{"bash", "fish", "zsh"}));
     parser->footer(
-        "The packages for Linux have all three in the directories that the shells search.\n"
+        "The packages for Linux install the scripts for all three shells.\n"
         "Exit status: 0 printed, 3 the output cannot be written.\n"
         "Example:\n  launchlist completion zsh > ~/.zfunc/_launchlist");
     return {parser, [&app, shell] { return Print(kScripts.at(*shell)(app), kSuccess); }};

@@ -187,9 +187,10 @@ Command AddLogCommand(CLI::App& app)
         "Wait for further events, even if there is no log yet; shows the last 10 events "
         "first, unless -n or --since is given");
     parser->add_option("-n,--lines", options->last, "Show only the last N events")->type_name("N");
-    parser->add_option("--since", options->since, "Show the events from TIME on")
+    parser->add_option("--since", options->since, "Show only the events since TIME")
         ->type_name("TIME");
-    parser->add_option("--until", options->until, "Show the events up to TIME")->type_name("TIME");
+    parser->add_option("--until", options->until, "Show only the events until TIME")
+        ->type_name("TIME");
     parser->add_flag("--raw", options->is_raw, "Show the records as they are in the log");
     parser->add_flag("--utc", options->is_utc, "Show and read times in UTC");
     parser->callback([options] {

@@ -111,7 +111,7 @@ private:
         SortEdits(edits);
         if (MayEnd(Apply(edits, m_text)) && !MayEnd(Apply(m_edits, m_text))) {
             m_numbering_problem =
-                "the launcher might then end because of an item that it does not reach now";
+                "an item that the launcher does not reach now might then end it";
             return;
         }
         m_edits = std::move(edits);

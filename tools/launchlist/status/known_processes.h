@@ -19,7 +19,7 @@ public:
     // Forgets all processes that are not listed, or not in the same state as before.
     void KeepOnly(const std::vector<Process>& processes);
 
-    // Whether its executable has another file name than a launcher.
+    // Whether the file name of its executable differs from a launcher's.
     bool IsNoLauncher(const Process& process) const;
     void SetNoLauncher(const Process& process);
 

@@ -226,7 +226,7 @@ TEST(FixList, SaysWhyItemsAreNotRenumbered)
     EXPECT_EQ(FixList(R"({"01": {}, "01": 7})").numbering_problem,
               "more than one member is called \"01\"");
     EXPECT_EQ(FixList(R"({"1": "text"})").numbering_problem,
-              "the launcher might then end because of an item that it does not reach now");
+              "an item that the launcher does not reach now might then end it");
 }
 
 TEST(FixList, WritesUtf8WithoutAMark)

@@ -588,7 +588,7 @@ class Files(FixTest):
         data = b'{"0": %s, "2": {"name": "b"}}' % (item % b"a")
         result = run("fix", "-", data=data, statuses=(2,))
         self.assertEqual(b"", result.stdout)
-        self.assertIn(b"the launcher might then end because of an item", result.stderr)
+        self.assertIn(b"an item that the launcher does not reach now might then end it", result.stderr)
 
 
 class New(FixTest):

@@ -220,7 +220,9 @@ def arbitrary(rng):
     """A list in which anything may be wrong but its syntax."""
     names = rng.choices(NUMBERS, k=rng.randrange(6))
     if rng.random() < 0.5:
-        names = list(map(str, range(rng.randrange(1, 4)))) + rng.choices(NUMBERS, k=rng.randrange(2))
+        names = list(map(str, range(rng.randrange(1, 4)))) + rng.choices(
+            NUMBERS, k=rng.randrange(2)
+        )
     members = [f"{json.dumps(name)}: {arbitrary_item(rng)}" for name in names]
     for _ in range(rng.choice([0, 0, 0, 1, 2])):
         members.append('"$schema": "x"')
@@ -588,7 +590,9 @@ class Files(FixTest):
         data = b'{"0": %s, "2": {"name": "b"}}' % (item % b"a")
         result = run("fix", "-", data=data, statuses=(2,))
         self.assertEqual(b"", result.stdout)
-        self.assertIn(b"an item that the launcher does not reach now might then end it", result.stderr)
+        self.assertIn(
+            b"an item that the launcher does not reach now might then end it", result.stderr
+        )
 
 
 class New(FixTest):

@@ -110,8 +110,7 @@ private:
         edits.insert(edits.end(), m_edits.begin(), m_edits.end());
         SortEdits(edits);
         if (MayEnd(Apply(edits, m_text)) && !MayEnd(Apply(m_edits, m_text))) {
-            m_numbering_problem =
-                "an item that the launcher does not reach now might then end it";
+            m_numbering_problem = "an item that the launcher does not reach now might then end it";
             return;
         }
         m_edits = std::move(edits);

@@ -168,7 +168,8 @@ private:
                            ". Restarts are unknown.");
         } else if (launcher.log_may_lack_records) {
             text += Remark(
-                "The log may lack records of this launcher; there may be more restarts than shown.");
+                "The log may lack records of this launcher; there may be more restarts than "
+                "shown.");
         }
         return text;
     }

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <time.h>
 
 #include <fstream>
 
@@ -509,10 +511,14 @@ TEST_F(StatusReaderTest, ReadsAListAgainThatWasReplaced)
     Launch({"/a x"});
     m_processes.Add(7, kLauncher, "/a x").process.image = 1;
     EXPECT_EQ(Text(ReadOne()), "x running 7");
-    // Of the same size, and so soon that the file's time may be the same.
+    // Of the same size and with the same time, which is also later than that of the change of
+    // times.
     const std::string path = m_directory / "list.json";
+    const timespec later = {time(nullptr) + 3600, 0};
+    const timespec times[] = {later, later};
     for (const std::string name : {"y", "z", "x"}) {
         m_directory.Write("list.json", "{\"0\": " + ItemText("/a " + name) + "}");
+        ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
         EXPECT_EQ(ReadOne().items.at(0).name, name);
     }
     // By another file.

@@ -553,7 +553,7 @@ class CommandLine(unittest.TestCase):
             self.assertEqual("precious", path.read_text(encoding="utf-8"))
         events, names = [], {}
         for event in trace["traceEvents"]:
-            # The trace event format has integers only.
+            # Viewers expect integers.
             self.assertEqual((int, int), (type(event["pid"]), type(event["tid"])), event)
             if event["ph"] == "M":
                 self.assertEqual({"name", "ph", "pid", "tid", "args"}, set(event))

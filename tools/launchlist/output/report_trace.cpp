@@ -66,7 +66,7 @@ void WriteName(JsonWriter& json, const char* kind, std::int64_t process, std::si
 }
 
 // Writes the runs of items. A viewer shows the events of one "pid" and "tid" in one track, where
-// events may nest, but not overlap. Both must be integers; metadata events carry the names. The
+// events may nest, but not overlap. Viewers expect integers; metadata events carry the names. The
 // numbers of tracks begin at 1, because viewers take thread 0 for an idle processor.
 class TraceWriter
 {

@@ -14,7 +14,7 @@ inline constexpr char kListNotOpened[] = "[LAUNCHER  ] Failed to open file %s";
 inline constexpr char kListEmpty[] = "[LAUNCHER  ] Size of read %s is 0";
 inline constexpr char kListNotRead[] = "[LAUNCHER  ] Failed to read data from %s";
 
-// Walking its items.
+// Launching its items.
 inline constexpr char kItemHasNoName[] = "[LAUNCHER  ] There is an item has no name.";
 inline constexpr char kListRejected[] = "[LAUNCHER  ] Error while parsing saved json string.";
 

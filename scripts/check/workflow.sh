@@ -1,10 +1,16 @@
 #!/usr/bin/env bash
-# Checks the workflows in .github/ and those shown in the documents: they must follow GitHub's schema.
-# In .github/, every command must be a single script in scripts/.
+# Checks the workflows in .github/ and those shown in the documents: they must follow GitHub's schema
+# and name every action by its commit, because a tag can be moved to other code. In .github/, every
+# command must be a single script in scripts/.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 . scripts/lib/base.sh
 . scripts/lib/python_env.sh
+
+unpinned=$(grep -nE '(^|[ {-])uses:' .github/workflows/*.yml docs/*.md |
+    grep -vE 'uses: [^ ]+@[0-9a-f]{40} # v[0-9.]+$' || true)
+[ -z "$unpinned" ] ||
+    fail "An action is not named by its commit, with its version as a comment: $unpinned"
 
 python_env workflow
 "$python" -m check_jsonschema --builtin-schema vendor.github-workflows .github/workflows/*.yml ||

@@ -7,16 +7,12 @@
 #     scripts/measure/fix.sh --profile  counts instructions by function instead (valgrind)
 set -euo pipefail
 cd "$(dirname "$0")/../.."
-. scripts/lib/install.sh
+. scripts/lib/measure.sh
 
-need_build_tools
 if [ "${1:-}" = --profile ]; then
     need_command valgrind valgrind valgrind
 fi
-install_missing
-cmake --preset release >/dev/null
-cmake --build --preset release --target launchlist
-launchlist=build/release/tools/launchlist/launchlist
+build_to_measure launchlist
 
 directory=$(mktemp -d)
 trap 'rm -rf "$directory"' EXIT
@@ -48,9 +44,7 @@ PYTHON
 
 if [ "${1:-}" = --profile ]; then
     for name in good mistaken; do
-        valgrind --tool=callgrind --callgrind-out-file="$directory/$name.out" \
-            "$launchlist" fix "$directory/$name.json" >/dev/null 2>&1 || true
-        callgrind_annotate "$directory/$name.out" | head -n 40
+        print_profile "$directory" "$launchlist" fix "$directory/$name.json"
     done
     exit
 fi

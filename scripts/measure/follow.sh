@@ -5,10 +5,7 @@
 #     scripts/measure/follow.sh
 set -euo pipefail
 cd "$(dirname "$0")/../.."
-. scripts/lib/install.sh
+. scripts/lib/measure.sh
 
-need_build_tools
-install_missing
-cmake --preset release >/dev/null
-cmake --build --preset release --target launchlist
-python3 -B scripts/measure/follow.py build/release/tools/launchlist/launchlist
+build_to_measure launchlist
+python3 -B scripts/measure/follow.py "$launchlist"

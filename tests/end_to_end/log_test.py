@@ -6,8 +6,9 @@ import os
 import re
 import signal
 
+import mixed_list
 import namespace
-from launcher import END, STAY, WORK, LauncherTest, item, numbered
+from launcher import STAY, WORK, LauncherTest, item, numbered
 from launchlist_test import LAUNCHLIST, launchlist
 
 ERROR = None  # The default level.
@@ -42,34 +43,14 @@ class Log(LauncherTest):
         self.wait_for(lambda: self.reap() or pid in self.ended, "the end of launchlist")
 
     def run_mixed_list(self, **options):
-        launcher = self.start(
-            numbered(
-                item("stays", STAY, "stays"),
-                item("fails", END, "exit", "3"),
-                item("crashes", END, "signal", "11"),
-                item("killed", STAY, "killed"),
-            ),
-            **options,
-        )
-        self.wait_for_starts(1, "stays")
-        for count, number in ((1, signal.SIGTERM), (2, signal.SIGKILL)):
-            child = self.wait_for_starts(count, "killed")[-1]
-            os.kill(child.pid, number)
-        self.wait_for_starts(3, "killed")
-        self.wait_for_starts(7, "exit")
-        self.wait_for_starts(7, "signal")
-        self.assertEqual(1, launcher.stop())
+        launcher = mixed_list.run(self, (signal.SIGTERM, signal.SIGKILL), **options)
+        mixed_list.wait_until_settled(self)
         return launcher
-
-    def settle(self):
-        """Waits until the log's last record is old enough to show that nothing followed."""
-        self.holds_for(1.1, lambda: True, "")
 
     def test_each_event_has_a_line_that_agrees_with_the_report(self):
         for level in ("[LOG]\nLEVEL=DEBUG\n", ERROR):
             with self.subTest(level):
                 launcher = self.run_mixed_list(level_file=level)
-                self.settle()
                 lines = self.lines()
                 self.assertEqual(len(launcher.records()), sum(map(len, lines.values())))
                 self.assertEqual({"stays", "fails", "crashes", "killed"}, set(lines))
@@ -108,7 +89,6 @@ class Log(LauncherTest):
                 with open(path, encoding="utf-8") as file:
                     self.assertEqual(f"launchlist: waiting for {self.log_path()}\n", file.read())
                 launcher = self.run_mixed_list(level_file=level)
-                self.settle()
                 count = len(launcher.records())
                 self.wait_for(lambda: count_events(path) >= count, f"{count} events")
                 self.end(follower)

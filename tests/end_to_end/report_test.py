@@ -6,6 +6,7 @@ import os
 import signal
 import time
 
+import mixed_list
 import namespace
 from launcher import END, STAY, WORK, LauncherTest, item, numbered
 from launchlist_test import launchlist
@@ -22,31 +23,9 @@ class Report(LauncherTest):
         return report
 
     def run_mixed_list(self, **options):
-        """Runs one item that stays, one that fails, one that crashes and one that is killed from
-        outside. Returns the launcher, which has been stopped."""
-        launcher = self.start(
-            numbered(
-                item("stays", STAY, "stays"),
-                item("fails", END, "exit", "3"),
-                item("crashes", END, "signal", "11"),
-                item("killed", STAY, "killed"),
-            ),
-            **options,
-        )
-        self.wait_for_starts(1, "stays")
-        for count in (1, 2):
-            child = self.wait_for_starts(count, "killed")[-1]
-            os.kill(child.pid, signal.SIGTERM)
-        self.wait_for_starts(3, "killed")
-        self.wait_for_starts(7, "exit")
-        self.wait_for_starts(7, "signal")
-        self.assertEqual(1, launcher.stop())
-        self.wait_until_settled()
+        launcher = mixed_list.run(self, (signal.SIGTERM, signal.SIGTERM), **options)
+        mixed_list.wait_until_settled(self)
         return launcher
-
-    def wait_until_settled(self):
-        """Waits until the log's last record is old enough to show that nothing followed."""
-        self.holds_for(1.1, lambda: True, "")
 
     def ends_in_log(self, launcher):
         """The wait statuses in the log with their counts, by item."""
@@ -220,7 +199,7 @@ class Truth(LauncherTest):
         finish(launcher)
         ended = time.time()
         self.kill_all()
-        self.holds_for(1.1, lambda: True, "")
+        mixed_list.wait_until_settled(self)
         return {"milliseconds": 1000 * (ended - began), "launcher": launcher}
 
     def check(self, level, finish, is_stopped):

@@ -153,7 +153,7 @@ protected:
 using InitDaemonTest = LauncherTest;
 using ReadDataTest = LauncherTest;
 using CommandLine = LauncherTest;
-using Walk = LauncherTest;
+using Launching = LauncherTest;
 using SigtermHandler = LauncherTest;
 
 }  // namespace
@@ -269,7 +269,7 @@ TEST_F(CommandLine, LogsTheReadingOfTheListIfThereIsALog)
               }));
 }
 
-TEST_F(Walk, StartsEveryNamedItemUpToTheFirstGap)
+TEST_F(Launching, StartsEveryNamedItemUpToTheFirstGap)
 {
     const int status = RunUntilStopped(R"({
         "0": {"name": "sync-agent", "program": "/s", "argc": 1, "args": {"0": "a"}},
@@ -286,14 +286,14 @@ TEST_F(Walk, StartsEveryNamedItemUpToTheFirstGap)
     EXPECT_EQ(m_log.records().size(), 5U) << "with the two ends";
 }
 
-TEST_F(Walk, AcceptsNoOtherSpellingOfTheNumbers)
+TEST_F(Launching, AcceptsNoOtherSpellingOfTheNumbers)
 {
     EXPECT_EQ(RunUntilStopped(R"({"00":{"name":"a"},"+0":{"name":"b"},"1":{"name":"c"}})", 0), 1);
     EXPECT_TRUE(m_log.records().empty());
 }
 
 // The argument vector is on the supervisor's stack, whose size the program sets on Linux.
-TEST_F(Walk, StartsAProgramWithFiftyThousandArguments)
+TEST_F(Launching, StartsAProgramWithFiftyThousandArguments)
 {
     Processes().ScriptForks({0});
     RunUntilStopped(R"({"0":{"name":"a","program":"/p","argc":50000},"1":{}})", 1);
@@ -302,7 +302,7 @@ TEST_F(Walk, StartsAProgramWithFiftyThousandArguments)
     EXPECT_EQ(execs[0].arguments.size(), 50'001U);
 }
 
-TEST_F(Walk, OfAnEmptyListWaitsForTheStop)
+TEST_F(Launching, OfAnEmptyListWaitsForTheStop)
 {
     for (const char* list : {"null", "{}", R"({"a":1})", "{} trailing text"}) {
         EXPECT_EQ(RunUntilStopped(list, 0), 1) << list;
@@ -310,7 +310,7 @@ TEST_F(Walk, OfAnEmptyListWaitsForTheStop)
     EXPECT_TRUE(m_log.records().empty());
 }
 
-TEST_F(Walk, SkipsItemsWithoutName)
+TEST_F(Launching, SkipsItemsWithoutName)
 {
     EXPECT_EQ(RunUntilStopped(R"({"0":null,"1":{},"2":{"name":"n","program":"/p"},"3":{}})", 1), 1);
     const std::vector<Record> records = m_log.records();
@@ -318,13 +318,13 @@ TEST_F(Walk, SkipsItemsWithoutName)
     EXPECT_TRUE(m_log.Has(LOGLEVEL_DEBUG, "[LAUNCHER  ] Start to fork n"));
 }
 
-TEST_F(Walk, TreatsANullNameAsTheEmptyName)
+TEST_F(Launching, TreatsANullNameAsTheEmptyName)
 {
     EXPECT_EQ(RunUntilStopped(R"({"0":{"name":null,"program":"/p"},"1":{}})", 1), 1);
     EXPECT_TRUE(m_log.Has(LOGLEVEL_DEBUG, "[LAUNCHER  ] Start to fork "));
 }
 
-TEST_F(Walk, EndsTheLauncherOnAListThatItCannotWalk)
+TEST_F(Launching, EndsTheLauncherOnAListThatItCannotWalk)
 {
     for (const char* list :
          {"not json", "[]", "\"text\"", "5", "true", "{", R"({"0":[]})", R"({"0":"text"})",
@@ -337,19 +337,19 @@ TEST_F(Walk, EndsTheLauncherOnAListThatItCannotWalk)
     EXPECT_TRUE(Processes().forks().empty());
 }
 
-TEST_F(Walk, EndsOnAListThatBeginsWithANul)
+TEST_F(Launching, EndsOnAListThatBeginsWithANul)
 {
     EXPECT_EQ(RunList(std::string("\0{}", 3)), 0);
     EXPECT_EQ(m_log.records(), (std::vector<Record>{{LOGLEVEL_ERROR, kParseError}}));
 }
 
-TEST_F(Walk, EndsOnAListThatIsNestedTooDeeply)
+TEST_F(Launching, EndsOnAListThatIsNestedTooDeeply)
 {
     EXPECT_EQ(RunList(std::string(5000, '[')), 0);
     EXPECT_EQ(m_log.records(), (std::vector<Record>{{LOGLEVEL_ERROR, kParseError}}));
 }
 
-TEST_F(Walk, KeepsTheChildrenStartedBeforeItFailed)
+TEST_F(Launching, KeepsTheChildrenStartedBeforeItFailed)
 {
     EXPECT_EQ(RunList(R"({"0":{"name":"n","program":"/p"},"1":[]})"), 0);
     EXPECT_EQ(g_child_map.size(), 1U);
@@ -357,7 +357,7 @@ TEST_F(Walk, KeepsTheChildrenStartedBeforeItFailed)
     EXPECT_TRUE(Processes().kills().empty());
 }
 
-TEST_F(Walk, KillsTheEarlierOfTwoItemsWithTheSameNameBeforeItContinues)
+TEST_F(Launching, KillsTheEarlierOfTwoItemsWithTheSameNameBeforeItContinues)
 {
     // The item without a name delays the loop until item "0" has forked.
     m_log.SetHook([&](const std::string& text) {
@@ -374,7 +374,7 @@ TEST_F(Walk, KillsTheEarlierOfTwoItemsWithTheSameNameBeforeItContinues)
     EXPECT_EQ(m_log.records().back().second, kParseError) << "joined before the loop continued";
 }
 
-TEST_F(Walk, SignalsTheProcessGroupForAnEarlierItemThatHasNotForked)
+TEST_F(Launching, SignalsTheProcessGroupForAnEarlierItemThatHasNotForked)
 {
     // Both supervisors wait before their forks until the earlier item is being destroyed.
     m_log.SetHook([](const std::string& text) {

@@ -42,18 +42,33 @@ std::string FindUnknownCommand(const std::string& name, const std::vector<Comman
            (nearest.empty() ? "" : "; did you mean \"" + nearest + "\"?");
 }
 
+// Leaves out what CLI11 prints about every argument: that it is a text.
+void SimplifyHelp(CLI::App& app)
+{
+    app.get_formatter()->label("Positionals", "Arguments");
+    for (CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
+        for (CLI::Option* option : command->get_options()) {
+            if (option->get_positional() && option->get_type_name() == "TEXT") {
+                option->type_name("");
+            }
+        }
+    }
+}
+
 int RunCommand(int argc, char** argv)
 {
     CLI::App app(
         "Shows what the launcher will do with a launch list, what is running, and what it did.");
     app.name("launchlist");
-    app.set_version_flag("--version", "launchlist " KESTRANE_VERSION);
+    app.set_version_flag("--version", "launchlist " KESTRANE_VERSION, "Print the version and exit");
     app.require_subcommand(1);
     app.footer("Example:\n  launchlist check helpers.json && launchlist explain helpers.json");
     const std::vector<Command> commands = {AddCheckCommand(app),  AddExplainCommand(app),
                                            AddFixCommand(app),    AddNewCommand(app),
                                            AddStatusCommand(app), AddLogCommand(app),
                                            AddReportCommand(app), AddCompletionCommand(app)};
+
+    SimplifyHelp(app);
 
     const std::string unknown = FindUnknownCommand(argc > 1 ? argv[1] : "", commands);
     if (!unknown.empty()) {

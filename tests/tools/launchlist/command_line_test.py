@@ -173,7 +173,7 @@ MISTAKES = [
 HELPS = {
     "": """
         Shows what the launcher will do with a launch list, what is running, and what it did.
-        --version
+        --version Print the version and exit
         check Find the mistakes in launch lists.
         explain Show what the launcher does with each item of a list.
         fix Correct the mistakes of launch lists that have only one correction.
@@ -208,9 +208,9 @@ HELPS = {
     "new": """
         Write an item that runs a program with its arguments.
         launchlist new [OPTIONS] NAME PROGRAM [ARG...]
-        NAME TEXT REQUIRED The name of the item
-        PROGRAM TEXT REQUIRED The path of the program
-        ARG TEXT ... The arguments of the program
+        NAME REQUIRED The name of the item
+        PROGRAM REQUIRED The path of the program
+        ARG ... The arguments of the program
         --into LIST Append the item to LIST instead of printing it Options precede NAME:
         everything after PROGRAM is an argument, even if it begins with -.
     """,
@@ -219,21 +219,21 @@ HELPS = {
         launchlist explain [OPTIONS] LIST
         The launch list; - is standard input
         --json Print JSON
-        Exit status: 0 the launcher keeps running until SIGTERM, 2 it ends or may end before,
-        3 the list cannot be read. Example: launchlist explain helpers.json
+        Exit status: 0 the launcher keeps running until SIGTERM, 2 it ends, or may end, before
+        that, 3 the list cannot be read. Example: launchlist explain helpers.json
     """,
     "report": """
         Summarize from the log how often items ran, ended and crashed.
         launchlist report [OPTIONS] [LOG...]
         Logs, each with its old files LOG.1, LOG.2, ...; - is standard input; default: the log of
         default: the log of this user's launcher
-        --since TEXT:TIME Report on the time from TIME on
-        --until TEXT:TIME Report on the time up to TIME
+        --since TIME Report only on what happened since TIME
+        --until TIME Report only on what happened until TIME
         --html FILE Also write the report to FILE, as a web page
         --trace FILE Also write the runs to FILE, as a Chrome trace for Perfetto
         --force Let --html and --trace replace any regular file
-        --item NAME Report on this item; can be repeated
-        --launcher PID Report on the launcher with this process id
+        --item NAME Report only on this item and the launchers that ran it; can be repeated
+        --launcher PID Report only on the launcher with this process id
         The order of the items in text and JSON
         Exit with status 1 if an item has this problem
         --json Print JSON, for programs
@@ -251,29 +251,30 @@ HELPS = {
         log of this user's launcher
         -f,--follow Wait for further events, even if there is no log yet; shows the last 10 events
         -n,--lines N Show only the last N events
-        --since TIME Show the events from TIME on
-        --until TIME Show the events up to TIME
+        --since TIME Show only the events since TIME
+        --until TIME Show only the events until TIME
         --raw Show the records as they are in the log
         --utc Show and read times in UTC
         TIME is a local time, "2026-11-21 09:00" or 09:00 for today, or an age: 90s, 15m, 2h, 3d.
-        Exit status: 0 shown, 3 the log cannot be read or mentions no item NAME, or the output
-        cannot be written, 64 invalid arguments. Example: launchlist log -f thumbnailer
+        Exit status: 0 shown, 3 the log or one of its old files cannot be read, the log mentions
+        no item NAME, or the output cannot be written, 64 invalid arguments.
+        Example: launchlist log -f thumbnailer
     """,
     "status": """
         Show which launchers and items are running.
         launchlist status [OPTIONS] [LIST]
-        Show only launchers with this list; default: all of this user
+        Show only launchers with this list; default: all launchers of this user
         --json Print JSON, for programs
         --watch [SECONDS] Print the status every SECONDS (default: 2), until Ctrl-C
-        Times are in UTC. CPU is the share of one processor since the process was started; with
-        --watch, since the previous status. Memory is the resident memory.
+        Times are in UTC. Memory is the resident memory. CPU is the share of one processor that
+        was used since the process was started or, with --watch, since the previous status.
         Exit status: 0 all items run, 1 some do not, or whether they run is unknown, 3 no launcher
         runs, or the processes cannot be listed. Example: launchlist status helpers.json --watch 5
     """,
     "completion": """
         Print the completion script for a shell.
         launchlist completion [OPTIONS] SHELL
-        The packages for Linux have all three in the directories that the shells search.
+        The packages for Linux install the scripts for all three shells.
         Exit status: 0 printed, 3 the output cannot be written.
         Example: launchlist completion zsh > ~/.zfunc/_launchlist
     """,
@@ -486,6 +487,18 @@ class CommandLine(unittest.TestCase):
         self.assertEqual({"list": "none", "error": "No such file or directory"}, unreadable)
         self.assertEqual(1, empty["errors"])
 
+    def test_an_old_log_that_cannot_be_read_is_a_failure_and_the_rest_is_shown(self):
+        with tempfile.TemporaryDirectory() as directory:
+            log = pathlib.Path(directory) / "log"
+            log.write_bytes((HERE / "logs/no_starts").read_bytes())
+            complete = run("log", "--utc", "--file", str(log))
+            self.assertEqual((0, b""), (complete.returncode, complete.stderr))
+            (pathlib.Path(directory) / "log.1").mkdir()
+            result = run("log", "--utc", "--file", str(log))
+            self.assertEqual(3, result.returncode)
+            self.assertEqual(f"launchlist: {log}.1: Is a directory\n".encode(), result.stderr)
+            self.assertEqual(complete.stdout, result.stdout)
+
     def test_the_page_permits_its_own_style_and_script_only(self):
         with tempfile.TemporaryDirectory() as directory:
             page = pathlib.Path(directory) / "page.html"
@@ -528,7 +541,7 @@ class CommandLine(unittest.TestCase):
         self.assertEqual(3, damaged.returncode)
         self.assertIn(b"gzip cannot decompress it", damaged.stderr)
 
-    def test_a_trace_has_complete_events_only_and_a_track_for_each_item(self):
+    def test_a_trace_has_a_track_with_the_name_of_each_item(self):
         with tempfile.TemporaryDirectory() as directory:
             path = pathlib.Path(directory) / "trace.json"
             report = json.loads(run("report", "--json", "logs/mixed", "--trace", str(path)).stdout)
@@ -538,8 +551,22 @@ class CommandLine(unittest.TestCase):
             path.write_text("precious", encoding="utf-8")
             self.assertEqual(3, run("report", "logs/mixed", "--trace", str(path)).returncode)
             self.assertEqual("precious", path.read_text(encoding="utf-8"))
-        events = trace["traceEvents"]
-        self.assertEqual({"X"}, {event["ph"] for event in events})
+        events, names = [], {}
+        for event in trace["traceEvents"]:
+            # Viewers expect integers.
+            self.assertEqual((int, int), (type(event["pid"]), type(event["tid"])), event)
+            if event["ph"] == "M":
+                self.assertEqual({"name", "ph", "pid", "tid", "args"}, set(event))
+                names[event["name"], event["pid"], event["tid"]] = event["args"]["name"]
+            else:
+                self.assertEqual("X", event["ph"])
+                self.assertEqual((int, int), (type(event["ts"]), type(event["dur"])), event)
+                # A viewer names a track only if its name precedes its events.
+                name = names["thread_name", event["pid"], event["tid"]]
+                self.assertTrue(event["name"].startswith(name + ": "), event)
+                events.append(event)
+        self.assertEqual("launcher", names.pop(("process_name", 100, 0)))
+        self.assertEqual(len(report["items"]), len(names))
         tracks = collections.defaultdict(list)
         for event in events:
             tracks[event["args"]["item"]].append(event)
@@ -565,7 +592,7 @@ class CommandLine(unittest.TestCase):
                 "ts": 1795226401000000,
                 "dur": 350000,
                 "pid": 100,
-                "tid": "crasher",
+                "tid": first["tid"],
                 "args": {"item": "crasher", "from": "2026-11-21T02:00:01.000Z"},
             },
             first,

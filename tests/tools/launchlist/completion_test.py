@@ -17,6 +17,7 @@ import unittest
 SKIPPED = 77
 
 FILES = ["helpers.json", "helpers 2.json", "other"]
+LISTS = {"helpers.json", "helpers 2.json"}
 
 # What is typed, and the completions.
 LINES = [
@@ -31,8 +32,8 @@ LINES = [
     ("report --json --fail-on ", {"loop"}),
     ("completion z", {"zsh"}),
     ("completion ", {"bash", "fish", "zsh"}),
-    ("check he", {"helpers.json", "helpers 2.json"}),
-    ("check --json other he", {"helpers.json", "helpers 2.json"}),
+    ("check he", LISTS),
+    ("check --json other he", LISTS),
     ("report --html o", {"other"}),
     ("report --trace=o", {"other"}),
     ("log --file o", {"other"}),
@@ -40,6 +41,36 @@ LINES = [
     ("log --since ", set()),
     ("report --launcher o", set()),
     ("report --item a --it", {"--item"}),
+    # The first argument.
+    ("explain he", LISTS),
+    ("fix --fail-on error he", LISTS),
+    ("status he", LISTS),
+    ("status --json he", LISTS),
+    ("status --watch he", LISTS),
+    ("status --watch 5 he", LISTS),
+    ("report he", LISTS),
+    ("new he", set()),
+    ("log he", set()),
+    # Further ones.
+    ("check other he", LISTS),
+    ("check - he", LISTS),
+    ("explain other he", set()),
+    ("status other he", set()),
+    ("status --watch 5 other he", set()),
+    ("report --sort name other he", LISTS),
+    ("log agent he", set()),
+    ("log agent --f", {"--file", "--follow"}),
+    ("log -n 5 agent --file he", LISTS),
+    ("completion zsh b", set()),
+    ("new agent he", LISTS),
+    ("new agent /bin/sh he", set()),
+    ("new agent /bin/sh -c he", set()),
+    ("new --into other he", set()),
+    ("new --into other agent he", LISTS),
+    # Options of the program are not those of launchlist.
+    ("new --in", {"--into"}),
+    ("new agent --in", set()),
+    ("new agent /bin/sh --in", set()),
 ]
 
 

@@ -20,6 +20,7 @@ Value ValueOf(const CLI::Option& option)
     }
     value.is_repeatable = option.get_multi_option_policy() == CLI::MultiOptionPolicy::TakeAll ||
                           option.get_items_expected_max() > 1;
+    value.is_optional = option.get_items_expected_min() == 0;
     const std::string type = option.get_type_name();
     value.name = option.get_positional() ? option.get_name(true) : type.substr(type.find(':') + 1);
     value.kind = ValueKind::kOther;
@@ -42,6 +43,7 @@ CommandWords WordsOf(const CLI::App& app)
     CommandWords words;
     words.name = app.get_name();
     words.description = app.get_description();
+    words.options_come_first = app.get_positionals_at_end();
     for (const CLI::Option* option : app.get_options()) {
         if (option->get_positional()) {
             words.positionals.push_back(ValueOf(*option));

@@ -21,6 +21,7 @@ struct Value
     std::string name;  // "FILE"
     std::vector<std::string> choices;
     bool is_repeatable = false;
+    bool is_optional = false;  // An option can be given without a value.
 };
 
 struct OptionWords
@@ -36,7 +37,8 @@ struct CommandWords
     std::string name;
     std::string description;
     std::vector<OptionWords> options;
-    std::vector<Value> positionals;
+    std::vector<Value> positionals;   // Only the last one can be repeatable.
+    bool options_come_first = false;  // After the first positional argument there are no options.
 };
 
 // The words of `app` itself.

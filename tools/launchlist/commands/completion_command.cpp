@@ -63,39 +63,69 @@ Words NamesOf(const std::vector<OptionWords>& options)
     return names;
 }
 
-// What bash suggests for a value, as the body of a case.
-std::string BashValue(const Value& value)
+// The names of the options whose value is required, or of those whose value is optional.
+Words NamesOfOptionsWithValue(const CommandWords& command, bool is_optional)
 {
-    return value.kind == ValueKind::kFile      ? "files=yes"
-           : value.kind == ValueKind::kChoices ? "words=" + ShellQuoted(Joined(value.choices, " "))
-                                               : ":";
-}
-
-std::string BashCommand(const CommandWords& command)
-{
-    std::string values;
+    std::vector<OptionWords> options;
     for (const OptionWords& option : command.options) {
-        if (option.value.kind != ValueKind::kNone) {
-            values += "        " + command.name + ":" +
-                      Joined(NamesOf(option), " | " + command.name + ":") + ") " +
-                      BashValue(option.value) + " ;;\n";
+        if (option.value.kind != ValueKind::kNone && option.value.is_optional == is_optional) {
+            options.push_back(option);
         }
     }
-    const std::string positional =
-        command.positionals.empty() ? ":" : BashValue(command.positionals.front());
-    return values + "        " + command.name + ":*)\n            case $word in\n" +
-           "                -*) words=" + ShellQuoted(Joined(NamesOf(command.options), " ")) +
-           " ;;\n                *) " + positional + " ;;\n            esac\n            ;;\n";
+    return NamesOf(options);
+}
+
+// The options of a subcommand for bash, as a case.
+std::string BashOptions(const CommandWords& command)
+{
+    const auto list = [](const Words& words) { return ShellQuoted(Joined(words, " ")) + "\n"; };
+    const std::string indent(12, ' ');
+    std::string text = "        " + command.name + ")\n";
+    text += indent + "options=" + list(NamesOf(command.options));
+    text += indent + "required=" + list(NamesOfOptionsWithValue(command, false));
+    text += indent + "optional=" + list(NamesOfOptionsWithValue(command, true));
+    text += indent + "first=" + (command.options_come_first ? "yes\n" : "\n");
+    return text + indent + ";;\n";
+}
+
+// What bash suggests for a value, as a case.
+std::string BashCase(const std::string& pattern, const Value& value)
+{
+    const std::string words = value.kind == ValueKind::kFile ? "files=yes"
+                              : value.kind == ValueKind::kChoices
+                                  ? "words=" + ShellQuoted(Joined(value.choices, " "))
+                                  : ":";
+    return "            " + pattern + ") " + words + " ;;\n";
+}
+
+// The values of a subcommand's options, and its arguments by the number of those before them.
+std::string BashValues(const CommandWords& command)
+{
+    const std::string prefix = command.name + ":";
+    std::string cases;
+    for (const OptionWords& option : command.options) {
+        if (option.value.kind != ValueKind::kNone) {
+            cases += BashCase(prefix + Joined(NamesOf(option), " | " + prefix), option.value);
+        }
+    }
+    cases += "            " + prefix + "-) words=$options ;;\n";
+    for (std::size_t i = 0; i < command.positionals.size(); ++i) {
+        const Value& value = command.positionals[i];
+        cases += BashCase(prefix + (value.is_repeatable ? "*" : std::to_string(i)), value);
+    }
+    return cases;
 }
 
 // Also for the bash 3.2 of macOS, which has neither compopt nor mapfile.
 std::string BashScript(const CLI::App& app)
 {
     Words first;
-    std::string cases;
+    std::string options;
+    std::string values;
     for (const CommandWords& command : WordsOfSubcommands(app)) {
         first.push_back(command.name);
-        cases += BashCommand(command);
+        options += BashOptions(command);
+        values += BashValues(command);
     }
     for (const std::string& name : NamesOf(WordsOf(app).options)) {
         first.push_back(name);
@@ -103,20 +133,49 @@ std::string BashScript(const CLI::App& app)
     return R"(# Completion of launchlist for bash, written by "launchlist completion bash".
 _launchlist()
 {
-    local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} words= files= reply
+    local word=${COMP_WORDS[COMP_CWORD]} command=${COMP_WORDS[1]} words= files= reply i before
+    local options= required= optional= first= option= literal= count=0 place
+    case $command in
+)" + options +
+           R"(    esac
+    # Sets `option` to the option before the word, if it may have a value, and counts the arguments.
     # bash splits "--sort=name" at the equals sign.
+    for ((i = 2; i < COMP_CWORD; i++)); do
+        before=${COMP_WORDS[i]}
+        if [ -n "$literal" ]; then
+            count=$((count + 1))
+        elif [[ -n $option && $before = "=" ]]; then
+            :
+        elif [[ -n $option && " $required " = *" $option "* ]]; then
+            option=
+        elif [ "$before" = "--" ]; then
+            literal=yes option=
+        elif [[ $before = -?* ]]; then
+            option=$before
+        elif [[ -n $option && " $optional " = *" $option "* && $before = [0-9]* ]]; then
+            option=
+        else
+            count=$((count + 1)) literal=$first option=
+        fi
+    done
     if [ "$word" = "=" ]; then
         word=
-    elif [ "$before" = "=" ]; then
-        before=${COMP_WORDS[COMP_CWORD - 2]}
     fi
-    case $COMP_CWORD:${COMP_WORDS[1]}:$before in
-        1:*) before= ;;
-        *) before=${COMP_WORDS[1]}:$before ;;
-    esac
-    case $before in
-        "") words=)" +
-           ShellQuoted(Joined(first, " ")) + " ;;\n" + cases + R"(    esac
+    if [[ -n $option && " $required " = *" $option "* ]]; then
+        place=$option
+    elif [[ -z $literal && $word = -* ]]; then
+        place=-
+    else
+        place=$count
+    fi
+    if [ "$COMP_CWORD" = 1 ]; then
+        words=)" +
+           ShellQuoted(Joined(first, " ")) + R"(
+    else
+        case $command:$place in
+)" + values +
+           R"(        esac
+    fi
     COMPREPLY=()
     while IFS= read -r reply; do
         COMPREPLY+=("$reply")
@@ -129,14 +188,14 @@ complete -F _launchlist launchlist
 )";
 }
 
-// What zsh suggests for a value: ":LOG:_files".
+// What zsh suggests for a value: ":LOG:_files"; "::" begins an optional one.
 std::string ZshValue(const Value& value)
 {
     const std::string action = value.kind == ValueKind::kFile ? "_files"
                                : value.kind == ValueKind::kChoices
                                    ? "(" + Joined(value.choices, " ") + ")"
                                    : " ";
-    return ":" + value.name + ":" + action;
+    return (value.is_optional ? "::" : ":") + value.name + ":" + action;
 }
 
 std::string ZshOption(const OptionWords& option)
@@ -169,7 +228,7 @@ std::string ZshArguments(const CommandWords& command)
         words += " \\\n                " +
                  ShellQuoted((value.is_repeatable ? "*" : "") + ZshValue(value));
     }
-    return "_arguments -s" + words;
+    return std::string("_arguments -s") + (command.options_come_first ? " -A '-*'" : "") + words;
 }
 
 std::string ZshScript(const CLI::App& app)
@@ -212,9 +271,10 @@ std::string FishQuoted(const std::string& text)
     return "'" + Escaped(text, "'\\", "\\") + "'";
 }
 
+// An optional value is not an argument of the option for fish, which would insist on it.
 std::string FishValue(const Value& value)
 {
-    switch (value.kind) {
+    switch (value.is_optional ? ValueKind::kNone : value.kind) {
         case ValueKind::kNone:
             return "";
         case ValueKind::kFile:
@@ -244,31 +304,91 @@ std::string FishOptions(const CommandWords& command, const std::string& line)
     return lines;
 }
 
+// What fish suggests as the arguments of a subcommand, by their numbers.
+std::string FishArguments(const CommandWords& command, const std::string& complete)
+{
+    std::string lines;
+    for (std::size_t i = 0; i < command.positionals.size(); ++i) {
+        const Value& value = command.positionals[i];
+        const std::string number = std::to_string(i);
+        const std::string line = complete + " -n '__launchlist_argument " + command.name + " " +
+                                 number + (value.is_repeatable ? " 1000000" : " " + number) + "'";
+        lines += value.kind == ValueKind::kFile ? line + " -F\n"
+                 : value.kind == ValueKind::kChoices
+                     ? line + " -a " + FishQuoted(Joined(value.choices, " ")) + "\n"
+                     : "";
+    }
+    return lines;
+}
+
 std::string FishScript(const CLI::App& app)
 {
     const std::string complete = "complete -c launchlist";
-    std::string script =
-        "# Completion of launchlist for fish, written by \"launchlist completion fish\".\n"
-        "function __launchlist_command\n"
-        "    set -l words (commandline -opc)\n"
-        "    test (count $words) -gt 1; and test $words[2] = $argv[1]\n"
-        "end\n" +
-        complete + " -f\n";
     const std::string first = complete + " -n 'test (count (commandline -opc)) -eq 1'";
-    script += FishOptions(WordsOf(app), first);
+    std::string cases;
+    std::string lines = FishOptions(WordsOf(app), first);
     for (const CommandWords& command : WordsOfSubcommands(app)) {
-        const std::string line = complete + " -n '__launchlist_command " + command.name + "'";
-        script += first + " -a " + command.name + " -d " + FishQuoted(command.description) + "\n";
-        script += FishOptions(command, line);
-        if (!command.positionals.empty()) {
-            const Value& value = command.positionals.front();
-            script += value.kind == ValueKind::kFile ? line + " -F\n"
-                      : value.kind == ValueKind::kChoices
-                          ? line + " -a " + FishQuoted(Joined(value.choices, " ")) + "\n"
-                          : "";
-        }
+        cases += "        case " + command.name + "\n            set required " +
+                 Joined(NamesOfOptionsWithValue(command, false), " ") +
+                 "\n            set optional " +
+                 Joined(NamesOfOptionsWithValue(command, true), " ") + "\n            set first " +
+                 (command.options_come_first ? "yes" : "") + "\n";
+        lines += first + " -a " + command.name + " -d " + FishQuoted(command.description) + "\n";
+        lines += FishOptions(command, complete + " -n '__launchlist_option " + command.name + "'");
+        lines += FishArguments(command, complete);
     }
-    return script;
+    return R"(# Completion of launchlist for fish, written by "launchlist completion fish".
+# Prints the subcommand, the number of arguments before the word, and "literal" if no option can follow.
+function __launchlist_place
+    set -l words (commandline -opc)
+    set -l command $words[2]
+    set -l required
+    set -l optional
+    set -l first
+    switch "$command"
+)" + cases +
+           R"(    end
+    set -l count 0
+    set -l literal
+    set -l option
+    set -e words[1]
+    set -e words[1]
+    for word in $words
+        if test -n "$literal"
+            set count (math $count + 1)
+        else if contains -- "$option" $required
+            set option
+        else if test "$word" = --
+            set literal literal
+            set option
+        else if string match -q -r -- '^-.' "$word"
+            set option $word
+        else if contains -- "$option" $optional; and string match -q -r -- '^[0-9]' "$word"
+            set option
+        else
+            set count (math $count + 1)
+            set option
+            if test -n "$first"
+                set literal literal
+            end
+        end
+    end
+    echo $command
+    echo $count
+    echo $literal
+end
+# Whether an option of this subcommand can follow.
+function __launchlist_option
+    set -l place (__launchlist_place)
+    test "$place[1]" = $argv[1]; and test -z "$place[3]"
+end
+# Whether an argument of this subcommand can follow that has between these numbers before it.
+function __launchlist_argument
+    set -l place (__launchlist_place)
+    test "$place[1]" = $argv[1]; and test $place[2] -ge $argv[2]; and test $place[2] -le $argv[3]
+end
+)" + complete +
+           " -f\n" + lines;
 }
 
 }  // namespace
@@ -284,7 +404,7 @@ Command AddCompletionCommand(CLI::App& app)
         ->required()
         ->check(CLI::IsMember(std::vector<std::string>{"bash", "fish", "zsh"}));
     parser->footer(
-        "The packages for Linux have all three in the directories that the shells search.\n"
+        "The packages for Linux install the scripts for all three shells.\n"
         "Exit status: 0 printed, 3 the output cannot be written.\n"
         "Example:\n  launchlist completion zsh > ~/.zfunc/_launchlist");
     return {parser, [&app, shell] { return Print(kScripts.at(*shell)(app), kSuccess); }};

@@ -37,8 +37,8 @@ Command AddExplainCommand(CLI::App& app)
     parser->add_option("LIST", options->list, "The launch list; - is standard input")->required();
     parser->add_flag("--json", options->json, "Print JSON");
     parser->footer(
-        "Exit status: 0 the launcher keeps running until SIGTERM, 2 it ends or may end before, 3\n"
-        "the list cannot be read.\n"
+        "Exit status: 0 the launcher keeps running until SIGTERM, 2 it ends, or may end, before\n"
+        "that, 3 the list cannot be read.\n"
         "Example:\n  launchlist explain helpers.json");
     return {parser, [options] { return RunExplain(*options); }};
 }

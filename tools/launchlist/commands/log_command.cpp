@@ -85,6 +85,8 @@ private:
     int m_status = kSuccess;
 };
 
+// Shows what can be read. Fails if a file of the log cannot be read, because its events are
+// missing.
 int ShowLog(const std::string& path, EventQueue& queue, Output& output)
 {
     LogSink sink;
@@ -94,22 +96,23 @@ int ShowLog(const std::string& path, EventQueue& queue, Output& output)
     };
     sink.on_unparsed = [&](const UnparsedEntry& entry) { queue.AddUnparsed(entry); };
     const std::vector<LogFile> files = ReadLogs({path}, sink);
+    int status = kSuccess;
     bool is_read = false;
     for (const LogFile& file : files) {
         is_read = is_read || file.error.empty();
         if (!file.error.empty()) {
-            FailOn(file.path, file.error);
+            status = FailOn(file.path, file.error);
         }
     }
     if (!is_read) {
-        return kUnreadable;
+        return status;
     }
     const std::vector<std::string> unknown = queue.UnknownNames();
     if (!unknown.empty()) {
         return FailOnUnknownItem(path, unknown.front(), queue.ItemNames());
     }
     queue.Release(Now(), false, [&](const LogEvent& event) { output.Add(event); });
-    return output.Flush();
+    return std::max(status, output.Flush());
 }
 
 // Returns only if something fails.
@@ -184,9 +187,10 @@ Command AddLogCommand(CLI::App& app)
         "Wait for further events, even if there is no log yet; shows the last 10 events "
         "first, unless -n or --since is given");
     parser->add_option("-n,--lines", options->last, "Show only the last N events")->type_name("N");
-    parser->add_option("--since", options->since, "Show the events from TIME on")
+    parser->add_option("--since", options->since, "Show only the events since TIME")
         ->type_name("TIME");
-    parser->add_option("--until", options->until, "Show the events up to TIME")->type_name("TIME");
+    parser->add_option("--until", options->until, "Show only the events until TIME")
+        ->type_name("TIME");
     parser->add_flag("--raw", options->is_raw, "Show the records as they are in the log");
     parser->add_flag("--utc", options->is_utc, "Show and read times in UTC");
     parser->callback([options] {
@@ -207,8 +211,8 @@ Command AddLogCommand(CLI::App& app)
         "TIME is a local time, \"2026-11-21 09:00\" or 09:00 for today, or an age: 90s, 15m, 2h, "
         "3d.\n"
         "\"restarting\" is shown only if the log contains the restart or a later end.\n"
-        "Exit status: 0 shown, 3 the log cannot be read or mentions no item NAME, or the output\n"
-        "cannot be written, 64 invalid arguments.\n"
+        "Exit status: 0 shown, 3 the log or one of its old files cannot be read, the log mentions\n"
+        "no item NAME, or the output cannot be written, 64 invalid arguments.\n"
         "Example:\n  launchlist log -f thumbnailer");
     return {parser, [options] { return RunLog(*options); }};
 }

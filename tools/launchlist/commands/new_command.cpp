@@ -100,6 +100,7 @@ Command AddNewCommand(CLI::App& app)
 {
     CLI::App* parser =
         app.add_subcommand("new", "Write an item that runs a program with its arguments.");
+    parser->positionals_at_end();
     const auto options = std::make_shared<NewOptions>();
     parser->add_option(kInto, options->list, "Append the item to LIST instead of printing it")
         ->type_name("LIST");
@@ -109,8 +110,8 @@ Command AddNewCommand(CLI::App& app)
     parser->callback([options] { CheckItem(options->item); });
     parser->footer(
         "Options precede NAME: everything after PROGRAM is an argument, even if it begins with -.\n"
-        "Exit status: 0 the item runs, 1 warnings only, 2 errors that may keep it from running,\n"
-        "or LIST is not correct JSON, 3 LIST cannot be read or written.\n"
+        "Exit status: 0 no mistakes, 1 warnings only, 2 errors that may keep the item from\n"
+        "running, or LIST is not correct JSON, 3 LIST cannot be read or written.\n"
         "Example:\n"
         "  launchlist new --into helpers.json sync-agent /usr/local/libexec/sync-agent --mode x");
     return {parser, [options] {

@@ -125,12 +125,16 @@ Command AddReportCommand(CLI::App& app)
         "report", "Summarize from the log how often items ran, ended and crashed.");
     const auto options = std::make_shared<ReportOptions>();
     const CLI::Validator moment(
-        [](const std::string& text) { return CheckMoment(text, Zone::kUtc); }, "TIME", "time");
+        [](const std::string& text) { return CheckMoment(text, Zone::kUtc); }, "", "time");
     parser->add_option("LOG", options->logs,
                        "Logs, each with its old files LOG.1, LOG.2, ...; - is standard input; "
                        "default: the log of this user's launcher");
-    parser->add_option("--since", options->since, "Report on the time from TIME on")->check(moment);
-    parser->add_option("--until", options->until, "Report on the time up to TIME")->check(moment);
+    parser->add_option("--since", options->since, "Report only on what happened since TIME")
+        ->type_name("TIME")
+        ->check(moment);
+    parser->add_option("--until", options->until, "Report only on what happened until TIME")
+        ->type_name("TIME")
+        ->check(moment);
     parser->add_option("--html", options->html, "Also write the report to FILE, as a web page")
         ->type_name("FILE");
     parser
@@ -139,19 +143,23 @@ Command AddReportCommand(CLI::App& app)
         ->type_name("FILE");
     parser->add_flag("--force", options->is_forced,
                      "Let --html and --trace replace any regular file");
-    parser->add_option("--item", options->filter.names, "Report on this item; can be repeated")
+    parser
+        ->add_option("--item", options->filter.names,
+                     "Report only on this item and the launchers that ran it; can be repeated")
         ->type_name("NAME")
         ->expected(1)
         ->take_all();
     parser
         ->add_option("--launcher", options->filter.launcher,
-                     "Report on the launcher with this process id")
+                     "Report only on the launcher with this process id")
         ->type_name("PID");
     parser->add_option("--sort", options->order, "The order of the items in text and JSON")
+        ->type_name("ORDER")
         ->check(CLI::IsMember(std::vector<std::string>(std::begin(kOrders), std::end(kOrders))));
     parser
         ->add_option("--fail-on", options->fail_on,
                      "Exit with status 1 if an item has this problem")
+        ->type_name("PROBLEM")
         ->check(CLI::IsMember({"loop"}))
         ->expected(1)
         ->take_all();

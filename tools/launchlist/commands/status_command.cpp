@@ -159,7 +159,7 @@ Command AddStatusCommand(CLI::App& app)
     CLI::App* parser = app.add_subcommand("status", "Show which launchers and items are running.");
     const auto options = std::make_shared<StatusOptions>();
     parser->add_option("LIST", options->list,
-                       "Show only launchers with this list; default: all of this user");
+                       "Show only launchers with this list; default: all launchers of this user");
     parser->add_flag("--json", options->json, "Print JSON, for programs");
     CLI::Option* watch =
         parser
@@ -172,8 +172,8 @@ Command AddStatusCommand(CLI::App& app)
         ReadInterval(*options);
     });
     parser->footer(
-        "Times are in UTC. CPU is the share of one processor since the process was started; with\n"
-        "--watch, since the previous status. Memory is the resident memory.\n"
+        "Times are in UTC. Memory is the resident memory. CPU is the share of one processor that\n"
+        "was used since the process was started or, with --watch, since the previous status.\n"
         "Exit status: 0 all items run, 1 some do not, or whether they run is unknown, 3 no "
         "launcher\n"
         "runs, or the processes cannot be listed.\n"

@@ -21,8 +21,8 @@ inline constexpr char kNotNamed[] = "none until the item has a name";
 
 // A program that is an object or an array.
 inline constexpr char kAbortsLauncher[] =
-    "the launcher aborts as soon as the item is to be started; helpers that run already keep "
-    "running";
+    "the launcher aborts as soon as the item is to be started; helpers that are already running "
+    "keep running";
 
 // No program. On Linux, and on macOS if there is no other item, the end is certain.
 inline constexpr char kSignalsGroup[] =

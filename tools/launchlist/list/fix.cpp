@@ -110,8 +110,7 @@ private:
         edits.insert(edits.end(), m_edits.begin(), m_edits.end());
         SortEdits(edits);
         if (MayEnd(Apply(edits, m_text)) && !MayEnd(Apply(m_edits, m_text))) {
-            m_numbering_problem =
-                "the launcher might then end because of an item that it does not reach now";
+            m_numbering_problem = "an item that the launcher does not reach now might then end it";
             return;
         }
         m_edits = std::move(edits);
@@ -134,6 +133,10 @@ private:
                 const std::string number = *NumberMeant(member.name);
                 if (items.count(number) > 0) {
                     m_numbering_problem = "more than one item has the number " + number;
+                }
+                if (member.replaced && !IsPlainNumber(member.name)) {
+                    // The later one need not be an item.
+                    m_numbering_problem = "more than one member is called " + quoted(member.name);
                 }
                 items.emplace(number, &member);
             } else if (ResemblesNumber(member.name) && member.value.type == JsonType::kObject) {

@@ -31,7 +31,7 @@ std::string TextOf(Outcome outcome)
         case Outcome::kExits:
             return "exits with status 0";
         case Outcome::kAborts:
-            return "aborts (signal 6); helpers that run already keep running";
+            return "aborts (signal 6); helpers that are already running keep running";
         case Outcome::kGroupKilled:
             return "is killed by signal 9, together with its whole process group";
         case Outcome::kUserKilled:

@@ -10,7 +10,7 @@ enum class Outcome
 {
     kKeepsRunning,  // Until SIGTERM.
     kExits,         // With status 0.
-    kAborts,        // With signal 6; helpers that run already keep running.
+    kAborts,        // With signal 6; helpers that are already running keep running.
     kGroupKilled,   // Signal 9 to the launcher's process group.
     kUserKilled     // Signal 9 to every process that the launcher may signal.
 };

@@ -20,7 +20,7 @@ inline constexpr char kProgramIsEmpty[] = "\"program\" is empty";
 inline constexpr char kProgramType[] = "\"program\" must be a string";
 
 inline constexpr char kArgcType[] = "\"argc\" must be a number";
-inline constexpr char kArgcTooWide[] = "\"argc\" must fit 64 bits";
+inline constexpr char kArgcTooWide[] = "\"argc\" must fit in 64 bits";
 inline constexpr char kArgsType[] = "\"args\" must be an object";
 inline constexpr char kArgumentType[] = "an argument must be a string";
 

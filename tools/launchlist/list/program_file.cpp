@@ -121,7 +121,7 @@ ProgramFile ExamineScript(const std::string& path, const std::string& head,
                     " has a carriage return at the end of its first line, so its "
                     "interpreter is " +
                     quoted(interpreter),
-                "save it with LF line ends instead of CR LF"};
+                "save it with LF line endings instead of CRLF"};
     }
     if (depth >= MaxScriptDepth()) {
         return TooManyInterpreters(path);

@@ -673,7 +673,8 @@ std::vector<Milliseconds> History::TimesOf(const std::vector<Failure>& failures,
     return times;
 }
 
-void History::Finish(Report& report, Milliseconds now, std::optional<std::int64_t> launcher)
+void History::Finish(Report& report, Milliseconds now, std::optional<std::int64_t> launcher,
+                     const std::function<bool(const std::string&)>& is_selected)
 {
     const Milliseconds last_record = report.last_record.value_or(0);
     Decide(last_record, now);
@@ -684,7 +685,7 @@ void History::Finish(Report& report, Milliseconds now, std::optional<std::int64_
             numbers[i] = static_cast<std::uint32_t>(report.launchers.size());
             report.launchers.push_back({writer.process, writer.first, writer.last, writer.end,
                                         writer.is_certain, writer.writes_starts,
-                                        writer.CountItems()});
+                                        writer.CountItems(), is_selected == nullptr});
         }
     }
     for (std::size_t i = 0; i < m_writers.size(); ++i) {
@@ -706,6 +707,13 @@ void History::Finish(Report& report, Milliseconds now, std::optional<std::int64_
         std::vector<Milliseconds> failed_forks = TimesOf(item.failed_forks, launcher);
         if (launcher && item.runs.empty() && no_program.empty() && failed_forks.empty()) {
             continue;
+        }
+        if (is_selected != nullptr && is_selected(item.name)) {
+            for (const std::size_t writer : item.launchers) {
+                if (IsOf(launcher, writer)) {
+                    report.launchers[numbers[writer]].is_selected = true;
+                }
+            }
         }
         report.items.emplace_back();
         ItemReport& result = report.items.back();

@@ -55,10 +55,11 @@ public:
 
     // Moves items, runs and launchers into `report`, whose last_record must be set. `now` is the
     // time at which the log was read: if it is later than the last record, nothing followed that
-    // record. With `launcher`, only what launchers of this process id did. Nothing may be added
-    // afterwards.
+    // record. With `launcher`, only what launchers of this process id did. With `is_selected`, the
+    // launchers of the items for which it returns true are marked. Nothing may be added afterwards.
     void Finish(Report& report, Milliseconds now,
-                std::optional<std::int64_t> launcher = std::nullopt);
+                std::optional<std::int64_t> launcher = std::nullopt,
+                const std::function<bool(const std::string&)>& is_selected = nullptr);
 
 private:
     // One process supervising one item.

@@ -75,6 +75,13 @@ bool LogFollower::Poll(std::string& error)
             file.is_replacement = false;
             m_sink.on_change(LogChange::kReplaced);
         }
+        if (file.is_truncated) {
+            file.is_truncated = false;
+            std::string_view lost = file.rest_before;
+            PassEntries(file.path, true, lost, file.line_before, m_sink);
+            file.rest_before.clear();
+            m_sink.on_change(LogChange::kTruncated);
+        }
         PassRest(file, false);
     }
     CloseOldFiles();
@@ -189,8 +196,10 @@ bool LogFollower::ReadNew(File& file, std::string& error)
         is_truncated = bytes.compare(0, file.last.size(), file.last) != 0;
     }
     if (is_truncated) {
-        PassRest(file, true);
-        m_sink.on_change(LogChange::kTruncated);
+        file.is_truncated = true;
+        file.rest_before = std::move(file.rest);
+        file.line_before = file.line;
+        file.rest.clear();
         file.offset = 0;
         file.line = 1;
         file.last.clear();

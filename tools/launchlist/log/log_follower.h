@@ -25,7 +25,8 @@ struct FollowSink : LogSink
     std::function<void(const std::string& path, const std::string& error)> on_unreadable;
 };
 
-// Passes each entry of a log and its old files once, in order, and continues as the log grows, is
+// Passes each entry of a log and its old files once, in order, with the changes of a file between
+// its entries, and continues as the log grows, is
 // rotated, truncated, removed or replaced. The log need not exist.
 //
 // The files stay open: a process that was writing while the log was rotated writes to the renamed
@@ -62,6 +63,9 @@ private:
         std::string last;      // The last bytes before the offset.
         std::string rest;      // Read, and not passed yet, because the last entry is incomplete.
         std::size_t line = 1;  // The number of the first line in `rest`.
+        bool is_truncated = false;    // Since it was passed; then the two that follow are set.
+        std::string rest_before;      // What `rest` was before that.
+        std::size_t line_before = 1;  // What `line` was before that.
         bool is_first_read = true;
         bool is_replacement = false;  // Of the file before it, which was not rotated.
         bool has_grown = false;

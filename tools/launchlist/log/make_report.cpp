@@ -1,6 +1,7 @@
 #include "tools/launchlist/log/make_report.h"
 
 #include <algorithm>
+#include <functional>
 #include <utility>
 
 #include "tools/launchlist/base/text.h"
@@ -31,7 +32,7 @@ public:
     {
         const auto time = ParseTimeStamp(record.time);
         if (!time) {
-            ++m_report.other_records;
+            m_report.other_records += m_filter.names.empty() ? 1 : 0;
             return;
         }
         m_first_record = std::min(m_first_record.value_or(*time), *time);
@@ -42,9 +43,9 @@ public:
         m_last_in_file = *time;
         const bool is_within =
             IsWithin(*time) && record.process == m_filter.launcher.value_or(record.process);
-        m_report.records += is_within ? 1 : 0;
         const bool is_whole = record.name == "launcher" && record.cut == 0;
         const Event event = is_whole ? ReadEvent(record.level, record.text) : Event();
+        m_report.records += is_within && IsSelected(event) ? 1 : 0;
         AddEvent(event, record.process, *time, is_within ? 1 : 0);
     }
 
@@ -62,7 +63,10 @@ public:
     Report Finish(std::vector<LogFile> files)
     {
         m_report.files = std::move(files);
-        m_history.Finish(m_report, m_range.now, m_filter.launcher);
+        const auto is_selected = [this](const std::string& name) { return IsSelected(name); };
+        m_history.Finish(
+            m_report, m_range.now, m_filter.launcher,
+            m_filter.names.empty() ? std::function<bool(const std::string&)>() : is_selected);
         m_report.knows_launcher = !m_filter.launcher || !m_report.launchers.empty();
         SelectItems();
         if (!m_first_record) {
@@ -101,24 +105,45 @@ private:
 
     void AddEvent(const Event& event, std::int64_t process, Milliseconds time, std::size_t count)
     {
+        // Of the events without an item, only missing records may concern an item.
+        const std::size_t count_without_item = m_filter.names.empty() ? count : 0;
         switch (event.kind) {
             case EventKind::kNoName:
-                m_report.nameless_items += count;
+                m_report.nameless_items += count_without_item;
                 break;
             case EventKind::kListRejected:
-                m_report.rejected_lists += count;
+                m_report.rejected_lists += count_without_item;
                 break;
             case EventKind::kRecordsLost:
                 m_report.lost_records += count * event.number;
                 m_history.AddGap();
                 return;
             case EventKind::kOther:
-                m_report.other_records += count;
+                m_report.other_records += count_without_item;
                 return;
             default:
                 break;
         }
         m_history.Add(event, process, time);
+    }
+
+    bool IsSelected(const std::string& name) const
+    {
+        return m_filter.names.empty() ||
+               std::any_of(m_filter.names.begin(), m_filter.names.end(),
+                           [&](const std::string& wanted) { return is_shown_as(name, wanted); });
+    }
+
+    // Whether a record of this event counts as one of the report.
+    bool IsSelected(const Event& event) const
+    {
+        if (m_filter.names.empty()) {
+            return true;
+        }
+        const bool is_about_item =
+            event.kind == EventKind::kStart || event.kind == EventKind::kEnd ||
+            event.kind == EventKind::kForkFailed || event.kind == EventKind::kNoProgram;
+        return is_about_item && IsSelected(std::string(event.name));
     }
 
     // Drops the items that were not asked for.
@@ -137,12 +162,11 @@ private:
                 m_report.unknown_names.push_back(name);
             }
         }
-        const auto is_other = [&](const ItemReport& item) {
-            const auto is_this = [&](const std::string& name) {
-                return is_shown_as(item.name, name);
-            };
-            return std::none_of(m_filter.names.begin(), m_filter.names.end(), is_this);
-        };
+        for (const Launcher& launcher : m_report.launchers) {
+            m_report.rejected_lists +=
+                launcher.is_selected && launcher.end == LauncherEnd::kRejected ? 1 : 0;
+        }
+        const auto is_other = [this](const ItemReport& item) { return !IsSelected(item.name); };
         auto& items = m_report.items;
         items.erase(std::remove_if(items.begin(), items.end(), is_other), items.end());
     }

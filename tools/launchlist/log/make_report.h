@@ -22,7 +22,9 @@ struct ReportRange
 // What a report is about, besides its time.
 struct ReportFilter
 {
-    std::vector<std::string> names;  // Of items, as they are or as they are printed; empty: all.
+    // Of items, as they are or as they are printed; empty: all. Otherwise, launchers are shown that
+    // wrote about one of them, and records that may be missing; nothing else concerns these items.
+    std::vector<std::string> names;
     std::optional<std::int64_t> launcher;  // A process id. Its records and the time of them.
 };
 

@@ -44,6 +44,7 @@ struct Launcher
     bool is_certain = true;   // False: the end is the likely one, but the log allows another.
     bool has_starts = false;  // It wrote DEBUG records.
     std::size_t items = 0;    // How many items it wrote about.
+    bool is_selected = true;  // False: it wrote about none of the items that the report is on.
 };
 
 enum class Role
@@ -211,7 +212,7 @@ struct Report
     std::size_t nameless_items = 0;
     std::size_t rejected_lists = 0;
     bool has_starts = false;
-    std::vector<Launcher> launchers;  // Those that touch the time of the report.
+    std::vector<Launcher> launchers;  // LaunchersOf returns those that are shown.
     std::vector<ItemReport> items;    // In the order in which the log first names them.
     std::optional<ItemOrder> order;   // Nothing: the usual one of each form of the report.
     // Of the names that were asked for, those that the log does not mention; then also those that

@@ -1,7 +1,7 @@
 #include <algorithm>
+#include <cstdint>
 #include <map>
 #include <set>
-#include <utility>
 #include <vector>
 
 #include "tools/launchlist/base/text.h"
@@ -50,59 +50,95 @@ Span SpanOf(const Run& run)
     return span;
 }
 
-// Writes the runs of one item. A viewer shows the events of one "tid" in one track, which it calls
-// by the "tid" if that is a text. There, events may nest, but not overlap.
-class ItemTracks
+// Writes an event that names a process or a track.
+void WriteName(JsonWriter& json, const char* kind, std::int64_t process, std::size_t track,
+               const std::string& name)
+{
+    json.BeginObject();
+    json.Text("name", kind);
+    json.Text("ph", "M");
+    json.Count("pid", process);
+    json.Count("tid", track);
+    json.BeginObject("args");
+    json.Text("name", name);
+    json.EndObject();
+    json.EndObject();
+}
+
+// Writes the runs of items. A viewer shows the events of one "pid" and "tid" in one track, where
+// events may nest, but not overlap. Viewers expect integers; metadata events carry the names. The
+// numbers of tracks begin at 1, because viewers take thread 0 for an idle processor.
+class TraceWriter
 {
 public:
-    ItemTracks(const Report& report, const ItemReport& item, std::string title, JsonWriter& json)
-        : m_report(report), m_item(item), m_title(std::move(title)), m_json(json)
-    {
-    }
+    TraceWriter(const Report& report, JsonWriter& json) : m_report(report), m_json(json) {}
 
-    void Write()
+    // `title` must differ from that of every other item.
+    void Write(const ItemReport& item, const std::string& title)
     {
-        for (const Run& run : m_item.runs) {
-            Put(SpanOf(run));
+        m_tracks.clear();
+        for (const Run& run : item.runs) {
+            Span span = SpanOf(run);
+            span.from = std::max(span.from, *m_report.first);
+            span.to = std::min(span.to, *m_report.last);
+            if (span.from <= span.to) {
+                Put(item, title, span);
+            }
         }
     }
 
 private:
-    void Put(Span span)
+    struct Track
     {
-        span.from = std::max(span.from, *m_report.first);
-        span.to = std::min(span.to, *m_report.last);
-        if (span.from > span.to) {
-            return;
-        }
-        // Two items of one name can run at the same time while one replaces the other.
-        std::vector<Milliseconds>& tracks = m_tracks[span.launcher];
-        std::size_t track = 0;
-        while (track < tracks.size() && tracks[track] > span.from) {
-            ++track;
-        }
-        tracks.resize(std::max(tracks.size(), track + 1));
-        tracks[track] = span.to;
+        std::size_t number = 0;
+        Milliseconds end = 0;  // Of its last event.
+    };
+
+    void Put(const ItemReport& item, const std::string& title, const Span& span)
+    {
+        const std::int64_t process = m_report.launchers[span.launcher].process;
+        const Track& track = TrackFor(process, title, span);
         m_json.BeginObject();
-        m_json.Text("name", ItemTitle(m_item) + ": " + span.what);
+        m_json.Text("name", ItemTitle(item) + ": " + span.what);
         m_json.Text("cat", span.category);
         m_json.Text("ph", "X");
         m_json.Count("ts", span.from * kMicroseconds);
         m_json.Count("dur", (span.to - span.from) * kMicroseconds);
-        m_json.Count("pid", m_report.launchers[span.launcher].process);
-        m_json.Text("tid", m_title + (track == 0 ? "" : " (" + std::to_string(track + 1) + ")"));
+        m_json.Count("pid", process);
+        m_json.Count("tid", track.number);
         m_json.BeginObject("args");
-        m_json.Text("item", m_item.name);
+        m_json.Text("item", item.name);
         m_json.Text("from", FormatTimeStamp(span.from));
         m_json.EndObject();
         m_json.EndObject();
     }
 
+    // The first track of the item that is free at the beginning of `span`. Two items of one name
+    // can run at the same time while one replaces the other.
+    const Track& TrackFor(std::int64_t process, const std::string& title, const Span& span)
+    {
+        std::vector<Track>& tracks = m_tracks[process];
+        std::size_t index = 0;
+        while (index < tracks.size() && tracks[index].end > span.from) {
+            ++index;
+        }
+        if (index == tracks.size()) {
+            if (m_processes.insert(process).second) {
+                WriteName(m_json, "process_name", process, 0, "launcher");
+            }
+            tracks.push_back({++m_count, 0});
+            WriteName(m_json, "thread_name", process, m_count,
+                      title + (index == 0 ? "" : " (" + std::to_string(index + 1) + ")"));
+        }
+        tracks[index].end = span.to;
+        return tracks[index];
+    }
+
     const Report& m_report;
-    const ItemReport& m_item;
-    const std::string m_title;
     JsonWriter& m_json;
-    std::map<std::uint32_t, std::vector<Milliseconds>> m_tracks;  // Until when each is in use.
+    std::map<std::int64_t, std::vector<Track>> m_tracks;  // Of the item, by launcher.
+    std::set<std::int64_t> m_processes;                   // Those that have a name.
+    std::size_t m_count = 0;                              // Of all tracks.
 };
 
 }  // namespace
@@ -117,6 +153,7 @@ std::string ReportTrace(const Report& report)
     json.Text("creator", "launchlist");
     json.Text("displayTimeUnit", "ms");
     json.BeginArray("traceEvents");
+    TraceWriter writer(report, json);
     std::set<std::string> titles;
     for (const ItemReport& item : report.items) {
         // Two names may look alike.
@@ -124,7 +161,7 @@ std::string ReportTrace(const Report& report)
         for (int number = 2; !titles.insert(title).second; ++number) {
             title = ItemTitle(item) + " [" + std::to_string(number) + "]";
         }
-        ItemTracks(report, item, title, json).Write();
+        writer.Write(item, title);
     }
     json.EndArray();
     json.EndObject();

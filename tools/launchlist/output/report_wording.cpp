@@ -95,7 +95,8 @@ std::vector<const Launcher*> LaunchersOf(const Report& report)
 {
     std::vector<const Launcher*> launchers;
     for (const Launcher& launcher : report.launchers) {
-        if (report.first && launcher.to >= *report.first && launcher.from <= *report.last) {
+        if (launcher.is_selected && report.first && launcher.to >= *report.first &&
+            launcher.from <= *report.last) {
             launchers.push_back(&launcher);
         }
     }

@@ -17,7 +17,7 @@ const char* NameOf(LauncherEnd end);
 // What is wrong with launchers and lists, a sentence for each kind; empty if nothing is.
 std::vector<std::string> LauncherProblems(const Report& report);
 
-// The launchers that wrote records within the time of the report, in their order.
+// The launchers that are selected and wrote records within the time of the report, in their order.
 std::vector<const Launcher*> LaunchersOf(const Report& report);
 
 // The name, or "" in quotes if it is empty.

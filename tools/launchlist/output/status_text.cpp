@@ -168,7 +168,8 @@ private:
                            ". Restarts are unknown.");
         } else if (launcher.log_may_lack_records) {
             text += Remark(
-                "The log may lack records of this launcher: at least as many restarts as shown.");
+                "The log may lack records of this launcher; there may be more restarts than "
+                "shown.");
         }
         return text;
     }
@@ -265,8 +266,8 @@ private:
             }
             if (item.process && item.matched_by == MatchedBy::kExecutable) {
                 remarks.push_back(Title(item) +
-                                  ": its process has another command line than the list and was "
-                                  "found by its program file");
+                                  ": the command line of its process differs from the list; the "
+                                  "process was recognized by its program file");
             }
         }
         for (const ItemGroup& group : launcher.groups) {

@@ -14,6 +14,10 @@ constexpr int kUserTime = 11;
 constexpr int kSystemTime = 12;
 constexpr int kStart = 19;
 constexpr int kResident = 21;
+constexpr int kFirstCode = 23;
+constexpr int kStack = 25;
+constexpr int kFirstArgument = 45;
+constexpr int kEndOfEnvironment = 48;
 
 std::string_view TakeWord(std::string_view& text)
 {
@@ -44,6 +48,32 @@ std::string_view WordAfter(std::string_view text, std::string_view label)
     return "";
 }
 
+// FNV-1a.
+void AddToHash(std::uint64_t& hash, std::string_view bytes)
+{
+    for (const char c : bytes) {
+        hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001B3U;
+    }
+}
+
+// `rest` begins after the field kResident.
+std::uint64_t ImageOf(std::string_view name, std::string_view rest)
+{
+    std::uint64_t hash = 0xCBF29CE484222325U;
+    AddToHash(hash, name);
+    std::string_view first_argument;
+    std::string_view word;
+    for (int field = kResident + 1; field <= kEndOfEnvironment; ++field) {
+        word = TakeWord(rest);
+        first_argument = field == kFirstArgument ? word : first_argument;
+        if ((field >= kFirstCode && field <= kStack) || field >= kFirstArgument) {
+            AddToHash(hash, " ");
+            AddToHash(hash, word);
+        }
+    }
+    return word.empty() || first_argument == "0" ? 0 : hash;
+}
+
 }  // namespace
 
 std::optional<ProcessStat> ParseProcessStat(std::string_view text)
@@ -52,6 +82,8 @@ std::optional<ProcessStat> ParseProcessStat(std::string_view text)
     if (end_of_name == std::string_view::npos) {
         return std::nullopt;
     }
+    const std::size_t begin_of_name = std::min(text.find('('), end_of_name);
+    const std::string_view name = text.substr(begin_of_name, end_of_name - begin_of_name);
     text.remove_prefix(end_of_name + 1);
     ProcessStat stat;
     const std::string_view state = TakeWord(text);
@@ -75,6 +107,7 @@ std::optional<ProcessStat> ParseProcessStat(std::string_view text)
         }
     }
     stat.cpu = user_time + system_time;
+    stat.image = ImageOf(name, text);
     return stat;
 }
 

@@ -18,6 +18,9 @@ struct ProcessStat
     std::uint64_t cpu = 0;
     std::uint64_t start = 0;     // Since the system was started.
     std::uint64_t resident = 0;  // In pages.
+    // A hash of the program's name and of the addresses of its code, stack, arguments and
+    // environment, which execve chooses. 0 if this user may not know the addresses.
+    std::uint64_t image = 0;
 };
 
 // Parses the text of a "stat" file. The name of the program is in parentheses and may contain

@@ -27,6 +27,10 @@ struct Process
     bool is_zombie = false;
     // Whether it has executed a program since it was forked. True if the system does not say.
     bool has_executed = true;
+    // Differs after the process has executed another program, or the same with other arguments; 0
+    // if the system does not say. Without address randomization, arguments and an environment of
+    // the same lengths give the same value.
+    std::uint64_t image = 0;
 };
 
 struct Executable

@@ -186,6 +186,7 @@ private:
         process.memory = stat->resident * m_page_size;
         process.is_zombie = stat->state == 'Z' || stat->state == 'X';
         process.has_executed = (stat->flags & kHasNotExecuted) == 0;
+        process.image = stat->image;
         return true;
     }
 

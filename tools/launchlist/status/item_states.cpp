@@ -46,7 +46,9 @@ private:
             item.index = listed.index;
             item.name = listed.name;
             m_launcher.items.push_back(std::move(item));
-            if (listed.name && !listed.replaced_by) {
+            if (listed.name && listed.replaced_by) {
+                m_replaced_names.insert(*listed.name);
+            } else if (listed.name) {
                 m_by_name[*listed.name] = i;
             }
         }
@@ -193,20 +195,55 @@ private:
             Set(index, ItemState::kReplaced,
                 "item " + std::to_string(*listed.replaced_by) + " has the same name");
         } else if (records != nullptr && records->is_fork_failure_last) {
-            Set(index, ItemState::kAbandoned,
-                "the launcher could not fork at " + FormatForPeople(*records->failed_fork) +
-                    " UTC, and does not try again");
+            const std::string when = " at " + FormatForPeople(*records->failed_fork) + " UTC";
+            SetByRecord(index, *records->failed_fork, ItemState::kAbandoned,
+                        "the launcher could not fork" + when + ", and does not try again",
+                        "the launcher could not fork an item of this name" + when);
         } else if (records != nullptr && IsRecent(records->last_end) &&
                    records->last_start.value_or(0) <= *records->last_end) {
-            Set(index, ItemState::kBetweenRuns,
-                TextOf(records->how) + ", " +
-                    FormatDuration(std::max<Milliseconds>(m_evidence.now - *records->last_end, 0)) +
-                    " ago");
+            const std::string when =
+                FormatDuration(std::max<Milliseconds>(m_evidence.now - *records->last_end, 0)) +
+                " ago";
+            SetByRecord(index, *records->last_end, ItemState::kBetweenRuns,
+                        TextOf(records->how) + ", " + when,
+                        "an item of this name ended " + when + " (" + TextOf(records->how) + ")");
         } else if (records != nullptr && IsRecent(records->last_start)) {
-            Set(index, ItemState::kStarting, "the launcher is starting it");
+            SetByRecord(index, *records->last_start, ItemState::kStarting,
+                        "the launcher is starting it",
+                        "the launcher is starting an item of this name");
         } else if (!listed.command_line) {
             Set(index, ItemState::kFailing, listed.problem);
         }
+    }
+
+    // Decides the state by a record that was written at `time` about the item's name. An earlier
+    // item of the same name may have written it, unless this one had been started before.
+    void SetByRecord(std::size_t index, Milliseconds time, ItemState state,
+                     const std::string& reason, const std::string& reason_if_shared)
+    {
+        if (m_replaced_names.count(*m_evidence.items[index].name) == 0 ||
+            IsStartedBefore(index, time)) {
+            Set(index, state, reason);
+        } else {
+            Set(index, ItemState::kUnknown,
+                reason_if_shared +
+                    "; the log does not say whether it was this one or an earlier one");
+        }
+    }
+
+    // Whether the launcher had started the item before `time`, as the process of a later item
+    // shows: it starts the items in their order, and one only after it has ended those that it
+    // replaces.
+    bool IsStartedBefore(std::size_t index, Milliseconds time) const
+    {
+        for (std::size_t i = index + 1; i < m_launcher.items.size(); ++i) {
+            const ItemStatus& later = m_launcher.items[i];
+            if (later.process && !later.group && !later.has_further_supervisor &&
+                later.process->start + kClockSlack < time) {
+                return true;
+            }
+        }
+        return false;
     }
 
     bool IsRecent(const std::optional<Milliseconds>& time) const
@@ -311,15 +348,9 @@ private:
         if (m_evidence.log == nullptr) {
             return;
         }
-        std::unordered_set<std::string> replaced;
-        for (const ListedItem& listed : m_evidence.items) {
-            if (listed.replaced_by) {
-                replaced.insert(*listed.name);
-            }
-        }
         for (std::size_t i = 0; i < m_launcher.items.size(); ++i) {
             ItemStatus& item = m_launcher.items[i];
-            if (!item.name || replaced.count(*item.name) != 0) {
+            if (!item.name || m_replaced_names.count(*item.name) != 0) {
                 continue;
             }
             item.restarts = 0;
@@ -377,6 +408,7 @@ private:
     LauncherStatus& m_launcher;
     std::vector<bool> m_is_decided;
     std::unordered_map<std::string, std::size_t> m_by_name;  // Without items that are replaced.
+    std::unordered_set<std::string> m_replaced_names;        // Those of several items.
     std::unordered_set<pid_t> m_parents;                     // Of children of every kind.
     std::vector<Chain> m_chains;
     const ProcessRecords* m_records = nullptr;  // Of the launcher itself.

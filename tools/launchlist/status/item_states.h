@@ -10,6 +10,9 @@
 
 namespace launchlist {
 
+// The start of a process is known to a clock tick, and the clock of the file system may be late.
+constexpr Milliseconds kClockSlack = 50;
+
 // What is known about a launcher's items. The processes and supervisors are those of one snapshot.
 struct ItemEvidence
 {

@@ -38,7 +38,7 @@ std::string Family::AbsoluteList() const
     return AbsolutePath(directory, list);
 }
 
-bool Snapshot::Take(ProcessTable& table, uid_t user, std::string& error)
+bool Snapshot::Take(ProcessTable& table, uid_t user, KnownProcesses& known, std::string& error)
 {
     families.clear();
     unexamined.clear();
@@ -52,7 +52,8 @@ bool Snapshot::Take(ProcessTable& table, uid_t user, std::string& error)
         m_by_id[m_processes[i].id] = i;
     }
     m_kinds.assign(m_processes.size(), Kind::kOther);
-    FindLaunchers(table, user);
+    known.KeepOnly(m_processes);
+    FindLaunchers(table, user, known);
     FindSupervisors();
     BuildFamilies(table);
     return true;
@@ -79,11 +80,11 @@ bool Snapshot::IsInFamily(std::size_t index) const
     return false;
 }
 
-void Snapshot::FindLaunchers(ProcessTable& table, uid_t user)
+void Snapshot::FindLaunchers(ProcessTable& table, uid_t user, KnownProcesses& known)
 {
     for (std::size_t i = 0; i < m_processes.size(); ++i) {
         const Process& process = m_processes[i];
-        if (process.is_zombie) {
+        if (process.is_zombie || known.IsNoLauncher(process)) {
             continue;
         }
         const Executable executable = table.ExecutableOf(process);
@@ -96,6 +97,8 @@ void Snapshot::FindLaunchers(ProcessTable& table, uid_t user)
                    ReadArguments(table, i)) {
             m_executables[i] = executable;
             m_kinds[i] = Kind::kLauncher;
+        } else if (!executable.path.empty() && !ends_with(executable.path, "/launcher")) {
+            known.SetNoLauncher(process);
         }
     }
 }

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "tools/launchlist/processes/processes.h"
+#include "tools/launchlist/status/known_processes.h"
 
 namespace launchlist {
 
@@ -32,8 +33,9 @@ struct Family
 class Snapshot
 {
 public:
-    // Lists the processes of `user`. On false, `error` says why they are unknown.
-    bool Take(ProcessTable& table, uid_t user, std::string& error);
+    // Lists the processes of `user`. What `known` says about them is not asked again. On false,
+    // `error` says why they are unknown.
+    bool Take(ProcessTable& table, uid_t user, KnownProcesses& known, std::string& error);
 
     const Process& operator[](std::size_t index) const { return m_processes[index]; }
     std::size_t Size() const { return m_processes.size(); }
@@ -55,7 +57,7 @@ private:
         kSupervisor
     };
 
-    void FindLaunchers(ProcessTable& table, uid_t user);
+    void FindLaunchers(ProcessTable& table, uid_t user, KnownProcesses& known);
     bool ReadArguments(ProcessTable& table, std::size_t index);
     void FindSupervisors();
     void BuildFamilies(ProcessTable& table);

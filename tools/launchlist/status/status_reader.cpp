@@ -1,6 +1,7 @@
 #include "tools/launchlist/status/status_reader.h"
 
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -21,9 +22,6 @@ namespace {
 // A launcher that ends while it is examined makes the snapshot useless. After this many attempts it
 // is omitted.
 constexpr int kAttempts = 3;
-
-// The start of a process is known to a clock tick, and the clock of the file system may be late.
-constexpr Milliseconds kClockSlack = 50;
 
 // The system's clock may have been adjusted by this much since a process wrote its records.
 constexpr Milliseconds kLogSlack = 1000;
@@ -54,6 +52,15 @@ bool IsSameList(const std::string& a, const std::string& b)
     return a == b || (!RealPath(a).empty() && RealPath(a) == RealPath(b));
 }
 
+// Whether the file was changed so recently that another change may give it the same times.
+bool IsJustChanged(const struct stat& file)
+{
+    constexpr Milliseconds kCoarsestTime = 2000;
+    timespec now = {};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return ToMilliseconds(now) - ChangeOf(file) <= kCoarsestTime;
+}
+
 // Whether the log of a launcher that wrote no record says that nothing ended.
 bool LogsEnds(const std::string& level_file, Milliseconds launcher_start)
 {
@@ -69,16 +76,17 @@ bool LogsEnds(const std::string& level_file, Milliseconds launcher_start)
 class MomentReader
 {
 public:
-    MomentReader(ProcessTable& table, Milliseconds now, Milliseconds previous,
+    MomentReader(ProcessTable& table, KnownProcesses& known, Milliseconds now,
+                 Milliseconds previous,
                  const std::map<std::pair<pid_t, std::uint64_t>, Milliseconds>& cpu)
-        : m_table(table), m_now(now), m_previous(previous), m_cpu(cpu)
+        : m_table(table), m_known(known), m_now(now), m_previous(previous), m_cpu(cpu)
     {
     }
 
     bool TakeSnapshot(const std::optional<std::string>& list, std::string& error)
     {
         for (int attempt = 0; attempt < kAttempts; ++attempt) {
-            if (!m_snapshot.Take(m_table, getuid(), error)) {
+            if (!m_snapshot.Take(m_table, getuid(), m_known, error)) {
                 return false;
             }
             auto& families = m_snapshot.families;
@@ -151,25 +159,55 @@ public:
             }
         }
         MatchChildren(family, evidence);
+        Remember(family, evidence.matching);
         DecideItems(evidence, launcher);
         return launcher;
     }
 
 private:
-    // The command lines of the children of every family, while they can still be read.
+    // The command lines of the children of every family, while they can still be read. A known one
+    // is that of the process which has just been listed.
     void ReadChildren()
     {
         m_command_lines.clear();
         for (Family& family : m_snapshot.families) {
             std::vector<std::size_t> alive;
             for (const std::size_t index : family.children) {
-                auto command_line = m_table.CommandLineOf(m_snapshot[index]);
-                if (m_table.IsSame(m_snapshot[index])) {
+                const Process& process = m_snapshot[index];
+                if (const std::string* known = m_known.CommandLineOf(process)) {
+                    m_command_lines[index] = *known;
+                    alive.push_back(index);
+                    continue;
+                }
+                auto command_line = m_table.CommandLineOf(process);
+                if (m_table.IsSame(process)) {
                     m_command_lines[index] = std::move(command_line);
                     alive.push_back(index);
                 }
             }
             family.children = std::move(alive);
+        }
+    }
+
+    // Remembers the command lines by which processes were recognized. Any other process may write
+    // another one, which is then shown.
+    void Remember(const Family& family, const Matching& matching) const
+    {
+        const auto remember = [&](std::size_t child) {
+            const std::size_t index = family.children[child];
+            if (const auto& command_line = m_command_lines.at(index)) {
+                m_known.SetCommandLine(m_snapshot[index], *command_line);
+            }
+        };
+        for (const Match& match : matching.matches) {
+            if (match.by != MatchedBy::kExecutable) {
+                remember(match.process);
+            }
+        }
+        for (const AlikeItems& alike : matching.alike) {
+            if (alike.by != MatchedBy::kExecutable) {
+                std::for_each(alike.processes.begin(), alike.processes.end(), remember);
+            }
         }
     }
 
@@ -205,6 +243,7 @@ private:
     }
 
     ProcessTable& m_table;
+    KnownProcesses& m_known;
     const Milliseconds m_now;
     const Milliseconds m_previous;
     const std::map<std::pair<pid_t, std::uint64_t>, Milliseconds>& m_cpu;
@@ -220,11 +259,12 @@ const StatusReader::ReadList& StatusReader::ListAt(const std::string& path)
     ReadList& list = m_lists[path];
     struct stat file = {};
     const bool exists = stat(path.c_str(), &file) == 0;
-    if (exists && IsUnchanged(file, list.file)) {
+    if (exists && !list.may_change_unseen && IsUnchanged(file, list.file)) {
         return list;
     }
     list = ReadList();
     list.file = file;
+    list.may_change_unseen = IsJustChanged(file);
     std::string bytes;
     if (exists && !S_ISREG(file.st_mode)) {
         list.error = "it is not a regular file";
@@ -242,7 +282,7 @@ Status StatusReader::Read(Milliseconds now)
 {
     Status status;
     status.time = now;
-    MomentReader reader(m_processes, now, m_previous, m_cpu);
+    MomentReader reader(m_processes, m_known, now, m_previous, m_cpu);
     if (!reader.TakeSnapshot(m_list, status.error)) {
         return status;
     }

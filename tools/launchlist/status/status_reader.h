@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "tools/launchlist/processes/processes.h"
+#include "tools/launchlist/status/known_processes.h"
 #include "tools/launchlist/status/launcher_log.h"
 #include "tools/launchlist/status/listed_item.h"
 #include "tools/launchlist/status/status.h"
@@ -38,11 +39,13 @@ private:
         ListedItems items;
         std::string error;
         struct stat file = {};
+        bool may_change_unseen = true;  // A change now need not show in the file's times.
     };
 
     const ReadList& ListAt(const std::string& path);
 
     ProcessTable& m_processes;
+    KnownProcesses m_known;
     const std::optional<std::string> m_list;
     std::map<std::string, std::unique_ptr<LauncherLog>> m_logs;  // By path.
     std::map<std::string, ReadList> m_lists;                     // By path.

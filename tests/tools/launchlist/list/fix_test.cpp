@@ -186,6 +186,7 @@ TEST(FixList, NumbersItemsWithoutAGap)
             {R"({"1": {}, "1": {}})", nullptr},
             {R"({"1": null, "1.5": {}})", nullptr},
             {R"({"1": null, "-1": {}})", nullptr},
+            {R"({" 2": {"argc": "1"}, " 2": true})", nullptr},
             {R"({"1": null, "1.5": 7})", R"({"0": null, "1.5": 7})"},
         },
         Itself);
@@ -222,8 +223,10 @@ TEST(FixList, SaysWhyItemsAreNotRenumbered)
               "it is not certain what \"1.5\" means");
     EXPECT_EQ(FixList(R"({"0": null, "00": {}})").numbering_problem,
               "more than one item has the number 0");
+    EXPECT_EQ(FixList(R"({"01": {}, "01": 7})").numbering_problem,
+              "more than one member is called \"01\"");
     EXPECT_EQ(FixList(R"({"1": "text"})").numbering_problem,
-              "the launcher might then end because of an item that it does not reach now");
+              "an item that the launcher does not reach now might then end it");
 }
 
 TEST(FixList, WritesUtf8WithoutAMark)

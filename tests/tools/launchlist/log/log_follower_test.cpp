@@ -10,6 +10,7 @@
 #include <map>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "tests/qv7log/read_log.h"
@@ -165,52 +166,44 @@ TEST(LogFollower, ReadsOldFilesFirst)
     EXPECT_EQ(log.Next(), (Entries{"a", "b", "c"}));
 }
 
-TEST(LogFollower, FollowsARotation)
+// The log may have to be created again by the process that rotates it, and a process that was
+// stopped before its write may still write to the renamed file.
+TEST(LogFollower, FollowsRotations)
 {
-    Follower log;
-    log.AppendStart("a");
-    EXPECT_EQ(log.Next(), Entries{"a"});
-    log.AppendStart("b");
-    log.Rename("qv7log", "qv7log.1");
-    // The log has not been created again yet.
-    EXPECT_EQ(log.Next(), Entries{"b"});
-    log.AppendStart("c", "qv7log.1");
-    log.AppendStart("d");
-    EXPECT_EQ(log.Next(), (Entries{"c", "d"}));
-    // A process that was stopped before its write.
-    log.AppendStart("e", "qv7log.1");
-    log.AppendStart("f");
-    EXPECT_EQ(log.Next(), (Entries{"e", "f"}));
-}
-
-TEST(LogFollower, FollowsSeveralRotationsBetweenTwoCalls)
-{
-    Follower log;
-    log.AppendStart("a", "qv7log.1");
-    log.AppendStart("b");
-    EXPECT_EQ(log.Next(), (Entries{"a", "b"}));
-    log.Rename("qv7log.1", "qv7log.4");
-    log.Rename("qv7log", "qv7log.3");
-    log.AppendStart("c", "qv7log.3");
-    log.AppendStart("d", "qv7log.2");
-    log.AppendStart("e", "qv7log.1");
-    log.AppendStart("f");
-    EXPECT_EQ(log.Next(), (Entries{"c", "d", "e", "f"}));
-    EXPECT_EQ(log.Next(), Entries{});
-}
-
-TEST(LogFollower, FollowsARotationThatIsNotCompleted)
-{
-    Follower log;
-    log.AppendStart("a");
-    EXPECT_EQ(log.Next(), Entries{"a"});
-    log.Rename("qv7log", "qv7log.2");
-    log.AppendStart("b", "qv7log.1");
-    EXPECT_EQ(log.Next(), Entries{"b"});
-    log.AppendStart("c");
-    EXPECT_EQ(log.Next(), Entries{"c"});
-    unlink(log.path.c_str());
-    EXPECT_EQ(log.Next(), Entries{});
+    struct Step
+    {
+        std::vector<std::pair<const char*, const char*>> renamed;
+        std::vector<std::pair<const char*, const char*>> written;  // A record, and its file.
+        Entries passed;
+    };
+    const std::vector<std::vector<Step>> kCases = {
+        {{{}, {{"a", "qv7log"}}, {"a"}},
+         {{{"qv7log", "qv7log.1"}}, {{"b", "qv7log.1"}}, {"b"}},
+         {{}, {{"c", "qv7log.1"}, {"d", "qv7log"}}, {"c", "d"}},
+         {{}, {{"e", "qv7log.1"}, {"f", "qv7log"}}, {"e", "f"}}},
+        // Several rotations between two calls.
+        {{{}, {{"a", "qv7log.1"}, {"b", "qv7log"}}, {"a", "b"}},
+         {{{"qv7log.1", "qv7log.4"}, {"qv7log", "qv7log.3"}},
+          {{"c", "qv7log.3"}, {"d", "qv7log.2"}, {"e", "qv7log.1"}, {"f", "qv7log"}},
+          {"c", "d", "e", "f"}},
+         {{}, {}, {}}},
+        // A rotation that is not completed.
+        {{{}, {{"a", "qv7log"}}, {"a"}},
+         {{{"qv7log", "qv7log.2"}}, {{"b", "qv7log.1"}}, {"b"}},
+         {{}, {{"c", "qv7log"}}, {"c"}},
+         {{{"qv7log", "moved"}}, {}, {}}}};
+    for (const std::vector<Step>& steps : kCases) {
+        Follower log;
+        for (const Step& step : steps) {
+            for (const auto& [from, to] : step.renamed) {
+                log.Rename(from, to);
+            }
+            for (const auto& [item, name] : step.written) {
+                log.AppendStart(item, name);
+            }
+            EXPECT_EQ(log.Next(), step.passed);
+        }
+    }
 }
 
 TEST(LogFollower, PassesTheIncompleteEndOfAnOldFile)
@@ -244,6 +237,18 @@ TEST(LogFollower, NoticesATruncatedLogThatHasGrownLongerThanBefore)
     EXPECT_EQ(log.Next(), Entries{"a"});
     log.directory.Write("qv7log", Follower::Record("other") + Follower::Record("further"));
     EXPECT_EQ(log.Next(), (Entries{"truncated", "other", "further"}));
+}
+
+TEST(LogFollower, ReportsATruncationAfterTheEntriesOfOlderFiles)
+{
+    Follower log;
+    log.AppendStart("a", "qv7log.1");
+    log.Append(Follower::Record("b") + "torn");
+    EXPECT_EQ(log.Next(), (Entries{"a", "b"}));
+    log.AppendStart("c", "qv7log.1");
+    log.directory.Write("qv7log", Follower::Record("d"));
+    EXPECT_EQ(log.Next(), (Entries{"c", "!torn", "truncated", "d"}));
+    EXPECT_EQ(log.Next(), Entries{});
 }
 
 TEST(LogFollower, FollowsALogThatIsRemovedAndCreatedAgain)

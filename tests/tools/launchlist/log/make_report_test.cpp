@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -180,6 +181,40 @@ TEST(ReportFilter, SelectsTheItemsOfTheGivenNames)
     EXPECT_EQ(report.unknown_names, std::vector<std::string>{"none"});
     EXPECT_EQ(report.known_names, (std::vector<std::string>{"a", "b", "a\x1b"}));
     EXPECT_TRUE(ReportOnPart(log, {}).unknown_names.empty());
+}
+
+TEST(ReportFilter, MentionsNothingThatConcernsOtherItems)
+{
+    LogText log;
+    // A launcher that rejects its list, another one with both items, and a third without "b".
+    log.Start(0, 90, "a")
+        .Add(1, "ERROR", 90, "[LAUNCHER  ] Error while parsing saved json string.");
+    log.Start(5000, kLauncher, "a").Start(5001, kLauncher, "b");
+    log.Add(5002, "ERROR", kLauncher, "[LAUNCHER  ] There is an item has no name.");
+    log.Add(5003, "DEBUG", kLauncher, "[LAUNCHER  ] unknown");
+    log.Add(5004, "ERROR", kLauncher, "[QV7LOG    ] 12 records were lost");
+    log.End(6000, kLauncher, "b", 201, kExit3).Raw("torn\n");
+    log.Start(60000, 700, "a");
+    ReportFilter filter;
+    filter.names = {"b"};
+    const Report report = ReportOnPart(log, filter);
+    EXPECT_EQ(report.records, 2U);
+    EXPECT_EQ(report.nameless_items, 0U);
+    EXPECT_EQ(report.rejected_lists, 0U);
+    EXPECT_EQ(report.other_records, 0U);
+    // These may have been about the item.
+    EXPECT_EQ(report.lost_records, 12U);
+    EXPECT_EQ(report.unread, 1U);
+    std::vector<std::int64_t> launchers;
+    for (const Launcher& launcher : report.launchers) {
+        if (launcher.is_selected) {
+            launchers.push_back(launcher.process);
+        }
+    }
+    EXPECT_EQ(launchers, std::vector<std::int64_t>{kLauncher});
+    // What ended the launcher of an item concerns it.
+    filter.names = {"a"};
+    EXPECT_EQ(ReportOnPart(log, filter).rejected_lists, 1U);
 }
 
 TEST(ReportFilter, SelectsWhatOneLauncherDid)

@@ -49,6 +49,35 @@ TEST(ParseProcessStat, RejectsATextThatIsCutOff)
     EXPECT_FALSE(ParseProcessStat("40 (stay) S x 42"));
 }
 
+TEST(ParseProcessStat, KnowsAnotherProgramByItsNameAndAddresses)
+{
+    // The fields after the resident pages.
+    const auto image = [](const std::string& name, const std::string& rest) {
+        const std::string fields = std::string(kFields).substr(0, std::string(kFields).find(" 99"));
+        const auto stat = ParseProcessStat("40 (" + name + ")" + fields + " 99 " + rest);
+        return stat ? stat->image : 1;
+    };
+    const std::string rest =
+        "4096 8192 7000 0 0 0 0 0 0 0 0 0 17 1 0 0 0 0 0 500 501 502 9000 "
+        "9001 9002 9003 0";
+    const std::uint64_t first = image("a", rest);
+    EXPECT_NE(first, 0U);
+    EXPECT_EQ(image("a", rest), first);
+    EXPECT_NE(image("b", rest), first);
+    for (const char* address : {"4096", "8192", "7000", "9000", "9001", "9002", "9003"}) {
+        std::string changed = rest;
+        changed[changed.find(address)] = '6';
+        EXPECT_NE(image("a", changed), first) << address;
+    }
+    // What changes while the program runs: signals, the processor, the waiting place.
+    std::string changed = rest;
+    changed[changed.find("17")] = '2';
+    EXPECT_EQ(image("a", changed), first);
+    // The addresses are hidden, or the kernel does not know them.
+    EXPECT_EQ(image("a", "1 1 0 0 0 0 0 0 0 0 0 0 17 1 0 0 0 0 0 0 0 0 0 0 0 0 0"), 0U);
+    EXPECT_EQ(image("a", "4096 8192 7000 0 0"), 0U);
+}
+
 TEST(ParseUser, ReturnsTheRealUser)
 {
     EXPECT_EQ(ParseUser("Name:\tUid: 7\nState:\tS\nUid:\t1000\t0\t0\t0\nGid:\t5\t5\t5\t5\n"),

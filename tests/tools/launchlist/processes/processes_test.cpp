@@ -135,6 +135,47 @@ TEST(SystemProcesses, TellWhetherAForkedChildHasExecutedAProgram)
     EXPECT_EQ(table->ExecutableOf(*process).path, table->ExecutableOf(*self).path);
 }
 
+#ifdef __linux__
+TEST(SystemProcesses, TellWhetherAProcessHasExecutedAnotherProgram)
+{
+    const auto table = SystemProcesses();
+    ForkedChild child;
+    const auto forked = Find(*table, child.id);
+    ASSERT_TRUE(forked);
+    EXPECT_NE(forked->image, 0U);
+    EXPECT_EQ(Find(*table, child.id)->image, forked->image);
+    // A shell that executes itself with other arguments.
+    int input[2] = {};
+    ASSERT_EQ(pipe(input), 0);
+    const pid_t shell = fork();
+    if (shell == 0) {
+        dup2(input[0], 0);
+        close(input[0]);
+        close(input[1]);
+        execl("/bin/sh", "sh", "-c", "read x; exec sh -c 'read x; exit' b", "a", nullptr);
+        _exit(127);
+    }
+    close(input[0]);
+    const std::string first = std::string("sh\0-c\0read x; exec", 18);
+    const auto runs = [&](const std::string& begin) {
+        const auto process = Find(*table, shell);
+        return process &&
+               table->CommandLineOf(*process).value_or("").substr(0, begin.size()) == begin;
+    };
+    EXPECT_TRUE(WaitUntil([&] { return runs(first); }));
+    const auto before = Find(*table, shell);
+    EXPECT_EQ(write(input[1], "\n", 1), 1);
+    EXPECT_TRUE(WaitUntil([&] { return !runs(first); }));
+    const auto after = Find(*table, shell);
+    if (before && after) {
+        EXPECT_EQ(before->birth, after->birth);
+        EXPECT_NE(before->image, after->image);
+    }
+    close(input[1]);
+    waitpid(shell, nullptr, 0);
+}
+#endif
+
 TEST(SystemProcesses, SayNothingAboutAProcessThatHasEnded)
 {
     const auto table = SystemProcesses();

@@ -115,10 +115,12 @@ public:
     std::function<void()> on_list;       // After the processes have been listed.
     std::function<void()> on_directory;  // After the directory of a process has been read.
     int lists = 0;
+    std::map<pid_t, int> questions;  // How often anything but the list was asked for, by process.
 
 private:
-    const FakeProcess* Find(const launchlist::Process& process) const
+    const FakeProcess* Find(const launchlist::Process& process)
     {
+        ++questions[process.id];
         const auto found = m_processes.find(process.id);
         return found == m_processes.end() ? nullptr : &found->second;
     }

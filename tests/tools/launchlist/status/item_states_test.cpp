@@ -111,6 +111,40 @@ TEST_F(DecideItemsTest, AnItemIsAbandonedAfterAFailedFork)
               ItemState::kBetweenRuns);
 }
 
+TEST_F(DecideItemsTest, ARecordMayBeThatOfAnEarlierItemOfTheSameName)
+{
+    m_evidence.items = {Item(0, "a"), Item(1, "a")};
+    m_evidence.items[0].replaced_by = 1;
+    const std::string doubt = "; the log does not say whether it was this one or an earlier one";
+    const std::pair<std::string, std::string> cases[] = {
+        {End(40, "a", 9), "an item of this name ended 0.04 s ago (killed by SIGKILL)" + doubt},
+        {Start(40, "a"), "the launcher is starting an item of this name" + doubt},
+        {Record(300000, "Failed to fork a"),
+         "the launcher could not fork an item of this name at " + FormatForPeople(kNow - 300000) +
+             " UTC" + doubt}};
+    for (const auto& [log, reason] : cases) {
+        const ItemStatus item = Decide(log).items.at(1);
+        EXPECT_EQ(item.state, ItemState::kUnknown);
+        EXPECT_EQ(item.reason, reason);
+    }
+    EXPECT_EQ(Decide(End(40, "a")).items.at(0).state, ItemState::kReplaced);
+}
+
+TEST_F(DecideItemsTest, ARecordIsThatOfTheLastItemOfTheNameOnceALaterItemRuns)
+{
+    m_evidence.items = {Item(0, "a"), Item(1, "a"), Item(2, "b")};
+    m_evidence.items[0].replaced_by = 1;
+    m_evidence.processes = {Child(8, kLauncher, 5000)};
+    m_evidence.command_lines = {"/b"};
+    m_evidence.matching.matches = {{2, 0, MatchedBy::kArguments}};
+    EXPECT_EQ(Decide(End(40, "a")).items.at(1).state, ItemState::kBetweenRuns);
+    EXPECT_EQ(Decide(Record(4000, "Failed to fork a")).items.at(1).state, ItemState::kAbandoned);
+    EXPECT_EQ(Decide(Record(6000, "Failed to fork a")).items.at(1).state, ItemState::kUnknown);
+    // A child of a supervisor may have been started by any of them.
+    m_evidence.processes = {Child(8, 30, 5000)};
+    EXPECT_EQ(Decide(End(40, "a")).items.at(1).state, ItemState::kUnknown);
+}
+
 TEST_F(DecideItemsTest, AnItemWithoutAStartWasNeverStarted)
 {
     m_evidence.items = {Item(0, "b")};

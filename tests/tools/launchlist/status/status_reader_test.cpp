@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <time.h>
 
 #include <fstream>
 
@@ -444,4 +446,83 @@ TEST_F(StatusReaderTest, KnowsALauncherThatIsAHelper)
     ASSERT_EQ(status.launchers.size(), 2U);
     EXPECT_EQ(status.launchers[0].items[0].process->id, 200);
     EXPECT_EQ(Text(status.launchers[1]), "x unknown");
+}
+
+TEST_F(StatusReaderTest, AsksNothingAgainAboutAProcessThatItHasRecognized)
+{
+    Launch({"/a x", "/a y"});
+    m_processes.Add(7, kLauncher, "/a x").process.image = 1;
+    m_processes.Add(8, kLauncher, "/a y");
+    EXPECT_EQ(Text(ReadOne()), "x running 7; y running 8");
+    m_processes.questions.clear();
+    m_processes.Get(7).process.cpu = 500;
+    const LauncherStatus launcher = ReadOne();
+    EXPECT_EQ(Text(launcher), "x running 7; y running 8");
+    EXPECT_EQ(launcher.items[0].process->cpu, 500);
+    EXPECT_EQ(m_processes.questions.count(7), 0U);
+    EXPECT_GT(m_processes.questions[8], 0) << "the system does not say whether it is the same";
+}
+
+TEST_F(StatusReaderTest, ForgetsAProcessWhoseIdIsReused)
+{
+    Launch({"/a x", "/a y"});
+    m_processes.Add(7, kLauncher, "/a x").process.image = 1;
+    EXPECT_EQ(Text(ReadOne()), "x running 7; y unknown");
+    m_processes.Add(7, kLauncher, "/a y").process.image = 1;
+    EXPECT_EQ(Text(ReadOne()), "x unknown; y running 7");
+    // Another process in place of the launcher.
+    m_processes.Add(kLauncher, 1, "/bin/sh a b").process.image = 1;
+    EXPECT_TRUE(Read().launchers.empty());
+    Launch({"/a x", "/a y"});
+    EXPECT_EQ(Read().launchers.size(), 1U);
+}
+
+TEST_F(StatusReaderTest, ForgetsAProcessThatExecutesAnotherProgram)
+{
+    Launch({"/a x", "/a y"});
+    FakeProcess& child = m_processes.Add(7, kLauncher, "/a x");
+    child.process.image = 1;
+    EXPECT_EQ(Text(ReadOne()), "x running 7; y unknown");
+    child.command_line = CommandLine("/a y");
+    child.process.image = 2;
+    EXPECT_EQ(Text(ReadOne()), "x unknown; y running 7");
+    // A shell that executes a launcher.
+    FakeProcess& shell = m_processes.Add(20, 1, "/bin/sh a b");
+    shell.process.image = 3;
+    EXPECT_EQ(Read().launchers.size(), 1U);
+    shell.command_line = m_processes.Get(kLauncher).command_line;
+    shell.executable = m_processes.Get(kLauncher).executable;
+    shell.process.image = 4;
+    EXPECT_EQ(Read().launchers.size(), 2U);
+}
+
+TEST_F(StatusReaderTest, ShowsEachCommandLineThatAProcessWithoutAnItemWrites)
+{
+    Launch({"/a x"});
+    FakeProcess& child = m_processes.Add(7, kLauncher, "worker idle");
+    child.process.image = 1;
+    EXPECT_EQ(ReadOne().others.at(0).command, "worker idle");
+    child.command_line = CommandLine("worker busy");
+    EXPECT_EQ(ReadOne().others.at(0).command, "worker busy");
+}
+
+TEST_F(StatusReaderTest, ReadsAListAgainThatWasReplaced)
+{
+    Launch({"/a x"});
+    m_processes.Add(7, kLauncher, "/a x").process.image = 1;
+    EXPECT_EQ(Text(ReadOne()), "x running 7");
+    // Of the same size and with the same time, which is also later than that of the change of
+    // times.
+    const std::string path = m_directory / "list.json";
+    const timespec later = {time(nullptr) + 3600, 0};
+    const timespec times[] = {later, later};
+    for (const std::string name : {"y", "z", "x"}) {
+        m_directory.Write("list.json", "{\"0\": " + ItemText("/a " + name) + "}");
+        ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+        EXPECT_EQ(ReadOne().items.at(0).name, name);
+    }
+    // By another file.
+    m_directory.Write("other", "{\"0\": " + ItemText("/a w") + "}");
+    ASSERT_EQ(rename((m_directory / "other").c_str(), path.c_str()), 0);
+    EXPECT_EQ(ReadOne().items.at(0).name, "w");
 }

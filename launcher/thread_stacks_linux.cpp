@@ -52,7 +52,6 @@
 #include <gnu/libc-version.h>
 #include <malloc.h>
 #include <pthread.h>
-#include <sched.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -349,9 +348,6 @@ __attribute__((visibility("default"))) int pthread_create(pthread_t* thread,
     if (error != 0) {
         slot->taken = false;
     }
-    // Lets the new supervisor fork before the next thread is added. Otherwise threads that add to the
-    // address space wait for those that copy it, and processors are idle.
-    sched_yield();
     return error;
 }
 

@@ -37,7 +37,6 @@ constexpr int kTooMany = 2048 + 20;
 constexpr int kCopiedCount = 4;
 
 std::atomic<int> g_keep_calls{0};
-std::atomic<int> g_yield_calls{0};
 
 // The environment variable that names what this process lacks. It may be read even before main.
 constexpr const char* kLacks = "KESTRANE_TEST_LACKS";
@@ -86,12 +85,6 @@ int madvise(void* address, std::size_t size, int advice) noexcept
         return FailWith(ENOMEM);
     }
     return static_cast<int>(syscall(SYS_madvise, address, size, advice));
-}
-
-int sched_yield() noexcept
-{
-    ++g_yield_calls;
-    return static_cast<int>(syscall(SYS_sched_yield));
 }
 
 int mprotect(void* address, std::size_t size, int protection) noexcept
@@ -413,14 +406,6 @@ TEST_F(ThreadStack, IsMarkedForEachFork)
     if (!Lacks("further mappings")) {
         EXPECT_EQ(KeepCallsOfFork(), HasWipedStacks() ? 1 : 0);
     }
-}
-
-// If the thread that adds stacks continued at once, it would wait for the thread that forks.
-TEST_F(ThreadStack, BelongsToAThreadThatMayRunAtOnce)
-{
-    const int before = g_yield_calls;
-    RunInThread([] {});
-    EXPECT_EQ(g_yield_calls - before, HasWipedStacks() ? 1 : 0);
 }
 
 TEST_F(ThreadStack, ServesManyThreadsThatForkAtOnce)

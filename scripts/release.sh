@@ -20,6 +20,7 @@ out=build/package-macos
 
 read_arguments "$@"
 read_version
+require_maintainer
 set_reproducible_environment
 prepare_release_tools
 start_empty
@@ -29,6 +30,7 @@ for platform in $platforms; do
 done
 write_documents
 check_traces
+check_documents
 for platform in $platforms; do
     "check_$platform"
 done

@@ -41,6 +41,21 @@ set_reproducible_environment() {
     umask 022
 }
 
+# Prints who is named as the maintainer of the package.
+maintainer() {
+    sed -n 's/^set(CPACK_DEBIAN_PACKAGE_MAINTAINER "\(.*\)")/\1/p' packaging/CMakeLists.txt
+}
+
+# require_maintainer: a release must name somebody who can be reached. The sources contain a placeholder,
+# because only a publisher knows the address.
+require_maintainer() {
+    local address
+    address=$(maintainer)
+    if [ -z "$snapshot" ] && [[ $address != *" <"*@*">" || $address == *".invalid>" ]]; then
+        fail "The maintainer \"$address\" is a placeholder; set CPACK_DEBIAN_PACKAGE_MAINTAINER in packaging/CMakeLists.txt, commit, tag and start again, or use --snapshot."
+    fi
+}
+
 prepare_release_tools() {
     on_a_mac && fail "A release is built on Linux, for macOS too; run this on Debian 12."
     # Programs that are linked with a newer system's libraries need that system.
@@ -172,13 +187,11 @@ start_empty() {
 
 # The newest version's changes in the format of Debian's changelogs.
 write_debian_changelog() {
-    local maintainer
-    maintainer=$(sed -n 's/^set(CPACK_DEBIAN_PACKAGE_MAINTAINER "\(.*\)")/\1/p' packaging/CMakeLists.txt)
     printf 'kestrane-launcher (%s) stable; urgency=medium\n\n' "$version"
     # Joins the lines of each change, and breaks them where Debian's tools expect it.
     write_notes | sed ':a; N; $!ba; s/\n  */ /g' | fold -s -w 74 |
         sed 's/^- /  * /; t; s/^/    /' | sed 's/ *$//'
-    printf '\n -- %s  %s\n' "$maintainer" "$(date --rfc-email --date "@$SOURCE_DATE_EPOCH")"
+    printf '\n -- %s  %s\n' "$(maintainer)" "$(date --rfc-email --date "@$SOURCE_DATE_EPOCH")"
 }
 
 write_documents() {
@@ -196,6 +209,14 @@ check_traces() {
 }
 
 # The following check the files in build/dist, not what they were made from.
+
+check_documents() {
+    # shellcheck disable=SC2086  # platforms are words
+    python3 -B scripts/release/check_contents.py "$version" build/dist $platforms ||
+        fail "The artefacts do not contain what docs/release.md promises; see above."
+    python_env spdx
+    "$python" -B scripts/release/check_sbom.py build/dist || fail "The SBOM or a checksum is wrong; see above."
+}
 
 check_linux() {
     local tar=$out/unpacked/tar deb=$out/unpacked/deb

@@ -33,7 +33,7 @@ class ReleaseTest(unittest.TestCase):
         directory = tempfile.TemporaryDirectory()
         self.addCleanup(directory.cleanup)
         self.project = pathlib.Path(directory.name) / "a projäct"
-        for name in ("scripts", "cmake"):
+        for name in ("scripts", "cmake", "packaging"):
             shutil.copytree(ROOT / name, self.project / name)
         for name in ("CMakeLists.txt", "CHANGELOG.md"):
             shutil.copy(ROOT / name, self.project)
@@ -67,6 +67,9 @@ class ReleaseTest(unittest.TestCase):
         self.assertEqual(1, result.returncode)
 
 
+PLACEHOLDER = "Kestrane maintainers <maintainers@kestrane.invalid>"
+
+
 class Release(ReleaseTest):
     """Every case ends before anything is built: uname, the first tool after the version is known,
     says that this is a Mac."""
@@ -77,12 +80,15 @@ class Release(ReleaseTest):
         super().setUp()
         self.tool("uname", "echo Darwin")
         self.git("init", "--quiet")
+        self.replace("packaging/CMakeLists.txt", PLACEHOLDER, "Margaret <margaret@example.org>")
         self.commit()
 
     def git(self, *arguments):
         identity = ["-c", "user.name=x", "-c", "user.email=x@example.org"]
         command = ["git", *identity, *arguments]
-        subprocess.run(command, cwd=self.project, env=self.environment, check=True)
+        subprocess.run(
+            command, cwd=self.project, env=self.environment, check=True, stdout=subprocess.DEVNULL
+        )
 
     def commit(self):
         self.git("add", "--all")
@@ -110,6 +116,18 @@ class Release(ReleaseTest):
         self.git("tag", "v99.0.0")
         self.expect_failure(self.run_script("release.sh"), f"not tagged v{self.version()}")
         self.expect_failure(self.run_script("release.sh", "--snapshot"), self.ACCEPTED)
+
+    def test_a_placeholder_for_the_maintainer_is_refused(self):
+        for address in (PLACEHOLDER, "Margaret", ""):
+            with self.subTest(address):
+                text = f'set(CPACK_DEBIAN_PACKAGE_MAINTAINER "{address}")\n'
+                (self.project / "packaging/CMakeLists.txt").write_text(text)
+                self.commit()
+                self.git("tag", "--force", f"v{self.version()}")
+                result = self.run_script("release.sh")
+                self.expect_failure(result, f'The maintainer "{address}" is a placeholder')
+                self.assertIn("CPACK_DEBIAN_PACKAGE_MAINTAINER", result.stderr)
+                self.expect_failure(self.run_script("release.sh", "--snapshot"), self.ACCEPTED)
 
     def test_a_version_without_changes_is_refused(self):
         self.replace("CHANGELOG.md", f"## {self.version()}", "## 99.0.0")

@@ -4,6 +4,8 @@
 #     scripts/release.sh               from a clean tree that is tagged with its version
 #     scripts/release.sh --snapshot    from any tree; the version then contains the commit
 #     scripts/release.sh --snapshot --linux    only the packages for Linux
+#     scripts/release.sh --snapshot --reuse    with the object files of scripts/macos/build.sh and
+#                                              scripts/measure/bench.sh that are up to date
 #
 # The same commit is meant to give the same bytes in any directory, at any time, for any user
 # (scripts/check/reproducible.sh).

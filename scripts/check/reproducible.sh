@@ -24,6 +24,7 @@ build_as() {
     shift 7
     rm -rf "$tree"
     git clone --quiet --no-hardlinks . "$tree"
+    git -C "$tree" checkout --quiet --detach "$commit"
     mkdir -p "$tree/build/venv" "$tree/build/cache"
     cp -a build/venv/zig build/venv/lief build/venv/spdx "$tree/build/venv/"
     cp -a build/cache/sources "$tree/build/cache/"
@@ -63,6 +64,8 @@ prepare_macos_tools
 python_env lief
 python_env spdx
 mkdir -p "$work"
+# The same in both builds, even if somebody commits meanwhile.
+commit=$(git rev-parse HEAD)
 
 first=(margaret-the-maintainer 4242 workstation-seven /srv/k C.UTF-8 UTC 022)
 second=(release-engineer 1717 build-host-eleven

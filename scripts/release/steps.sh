@@ -2,15 +2,21 @@
 # The steps of scripts/release.sh; to be sourced after the scripts that it names.
 # shellcheck disable=SC2154  # out, lipo and zig are set by the caller and by prepare_macos_tools
 
-# read_arguments [--snapshot [--linux]]: sets `platforms`, and `snapshot` if this is not a release.
+# read_arguments [--snapshot [--linux] [--reuse]]: sets `platforms`; `snapshot` if this is not a release;
+# and `reuse` if object files of other builds may be used.
 read_arguments() {
-    snapshot='' platforms="linux macos"
-    case "$*" in
-        "") ;;
-        --snapshot) snapshot=yes ;;
-        "--snapshot --linux") snapshot=yes platforms=linux ;;
-        *) fail "Unknown arguments \"$*\"; only --snapshot and --snapshot --linux are supported." ;;
-    esac
+    snapshot='' reuse='' platforms="linux macos"
+    local argument
+    for argument; do
+        case "$argument" in
+            --snapshot) snapshot=yes ;;
+            --linux) platforms=linux ;;
+            --reuse) reuse=yes ;;
+            *) fail "Unknown argument \"$argument\"; only --snapshot, --linux and --reuse are supported." ;;
+        esac
+    done
+    # A release is built from its sources only, and for both platforms.
+    [ -n "$snapshot" ] || [ $# -eq 0 ] || fail "$* is supported only with --snapshot."
 }
 
 # read_version: sets `version`, which consists of `number`, the version in CMakeLists.txt, and `suffix`.
@@ -70,8 +76,20 @@ prepare_release_tools() {
     prepare_macos_tools
 }
 
+# reuse_objects FROM TO: with --reuse, copies the object files of one build directory into another. Ninja
+# compiles a source again unless its command is the same and no file that it reads is newer.
+reuse_objects() {
+    local to=$PWD/$2
+    if [ -n "$reuse" ] && [ -f "$1/.ninja_log" ] && [ -f "$1/.ninja_deps" ]; then
+        mkdir -p "$to"
+        (cd "$1" && cp --archive .ninja_log .ninja_deps "$to" &&
+            find . -name '*.o' -print0 | xargs --null cp --archive --parents --target-directory "$to")
+    fi
+}
+
 build_linux() {
     build_linux_libraries
+    reuse_objects build/bench build/package
     cmake --preset package -DKESTRANE_VERSION_SUFFIX="$suffix" >"$out/linux.log" ||
         fail "CMake cannot configure the build for Linux; fix the errors above and start again."
     cmake --build --preset package -j "$(getconf _NPROCESSORS_ONLN)" ||
@@ -100,6 +118,7 @@ build_release_slice() {
 # build_shipped ARCHITECTURE: builds and stages the programs that are shipped. out/ARCHITECTURE.links
 # receives the linker's commands.
 build_shipped() {
+    reuse_objects "build/macos/$1" "$out/$1"
     ZIG_VERBOSE_LINK=1 build_release_slice "$1" | tee "$out/$1.links"
     stage_slice "$1"
 }

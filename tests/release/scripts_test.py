@@ -137,7 +137,16 @@ class Release(ReleaseTest):
         self.expect_failure(self.run_script("release.sh", "--snapshot"), "CHANGELOG.md has no")
 
     def test_unknown_arguments_are_refused(self):
-        self.expect_failure(self.run_script("release.sh", "--snapshto"), "Unknown arguments")
+        self.expect_failure(self.run_script("release.sh", "--snapshto"), 'argument "--snapshto"')
+
+    def test_a_release_is_complete_and_built_from_its_sources_only(self):
+        self.git("tag", f"v{self.version()}")
+        for option in ("--linux", "--reuse"):
+            with self.subTest(option):
+                text = "supported only with --snapshot"
+                self.expect_failure(self.run_script("release.sh", option), text)
+                result = self.run_script("release.sh", "--snapshot", option)
+                self.expect_failure(result, self.ACCEPTED)
 
 
 class Sign(ReleaseTest):

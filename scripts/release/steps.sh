@@ -98,6 +98,7 @@ build_linux() {
 
 # The programs of a bundle.
 shipped="MacOS/launcher MacOS/launchlist Frameworks/libqv7log.dylib"
+shipped_names="launcher launchlist libqv7log.dylib"
 
 build_macos() {
     local architecture
@@ -123,12 +124,21 @@ build_shipped() {
     stage_slice "$1"
 }
 
+# Prints the C++ library of the programs that are shipped, from the linker's commands on standard input. The
+# compiler links the examples, which keep their references to object files, with another variant.
+cxx_libraries() {
+    grep -E "^zig ld .* -o [^ ]*/(${shipped_names// /|}) " | grep -oE '[^ ]*/libc\+\+(abi)?\.a' |
+        awk '!seen[$0]++' | tr '\n' ' '
+}
+
 # build_with_debug_map ARCHITECTURE: links the same programs for dsymutil, with the same C++ library.
 # Without these options, the compiler would link a variant of that library with debug information: its
 # code differs slightly, and it contains paths of this machine.
 build_with_debug_map() {
     local cxx_library
-    cxx_library=$(grep -oE '[^ ]*/libc\+\+(abi)?\.a' "$out/$1.links" | awk '!seen[$0]++' | tr '\n' ' ')
+    cxx_library=$(cxx_libraries <"$out/$1.links")
+    [ "$(wc -w <<<"$cxx_library")" -eq 2 ] ||
+        fail "The programs for $1 are not linked with one C++ library (see $out/$1.links): $cxx_library"
     build_release_slice "$1" -DKESTRANE_DEBUG_MAP=ON -DCMAKE_CXX_STANDARD_LIBRARIES="$cxx_library" \
         -DCMAKE_EXE_LINKER_FLAGS=-nostdlib++ -DCMAKE_SHARED_LINKER_FLAGS=-nostdlib++
     cmake --install "$out/$1" --prefix "$out/linked-$1" >>"$out/$1.log"

@@ -67,6 +67,41 @@ class ReleaseTest(unittest.TestCase):
         self.assertEqual(1, result.returncode)
 
 
+class CxxLibraries(unittest.TestCase):
+    """The debug information is made from programs with the same C++ library as the shipped ones."""
+
+    SHIPPED = ("qv7log/libqv7log.dylib", "launcher/launcher", "tools/launchlist/launchlist")
+
+    def libraries(self, links):
+        """What steps.sh finds in (program, variant of the library) pairs."""
+        lines = [
+            f"zig ld -dynamic -o {program} main.cpp.o /x/o/{variant}/libc++abi.a "
+            f"/x/o/{variant}/libc++.a -lSystem\n"
+            for program, variant in links
+        ]
+        command = ". scripts/lib/base.sh; . scripts/release/steps.sh; cxx_libraries"
+        result = subprocess.run(
+            ["bash", "-euc", command],
+            input="[1/2] Linking\n" + "".join(lines),
+            cwd=ROOT,
+            capture_output=True,
+            text=True,
+            check=True,
+        )
+        return result.stdout.split()
+
+    def test_another_variant_in_the_examples_does_not_matter(self):
+        ours = [(program, "a") for program in self.SHIPPED]
+        example = [("examples/indexer", "b")]
+        for links in (example + ours, ours + example, ours):
+            expected = ["/x/o/a/libc++abi.a", "/x/o/a/libc++.a"]
+            self.assertEqual(expected, self.libraries(links))
+
+    def test_variants_of_all_shipped_programs_are_found(self):
+        links = [(program, program[0]) for program in self.SHIPPED]
+        self.assertEqual(6, len(self.libraries(links)))
+
+
 PLACEHOLDER = "Kestrane maintainers <maintainers@kestrane.invalid>"
 
 

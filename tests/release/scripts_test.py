@@ -67,6 +67,39 @@ class ReleaseTest(unittest.TestCase):
         self.assertEqual(1, result.returncode)
 
 
+def run_step(command, directory=ROOT, **options):
+    """Runs a command after the steps of release.sh have been defined."""
+    steps = f"cd '{ROOT}'; . scripts/lib/base.sh; . scripts/release/steps.sh; cd '{directory}'; "
+    return subprocess.run(
+        ["bash", "-euc", steps + command], capture_output=True, text=True, check=True, **options
+    )
+
+
+class ReuseObjects(unittest.TestCase):
+    FILES = (".ninja_log", ".ninja_deps", "launcher/main.cpp.o", "launcher/launcher", "lib.a")
+
+    def reuse(self, reuse):
+        """The files that are copied from a build directory, with their times."""
+        with tempfile.TemporaryDirectory() as name:
+            directory = pathlib.Path(name)
+            for index, file in enumerate(self.FILES):
+                path = directory / "from" / file
+                path.parent.mkdir(parents=True, exist_ok=True)
+                path.write_text(file)
+                os.utime(path, ns=(0, 1_000_000_007 + index))
+            run_step(f"reuse={reuse}; reuse_objects from to/macos; reuse_objects no to", directory)
+            to = directory / "to/macos"
+            files = [path for path in to.rglob("*") if path.is_file()]
+            return {path.relative_to(to).as_posix(): path.stat().st_mtime_ns for path in files}
+
+    def test_object_files_keep_the_times_by_which_ninja_judges_them(self):
+        expected = {name: 1_000_000_007 + i for i, name in enumerate(self.FILES[:3])}
+        self.assertEqual(expected, self.reuse("yes"))
+
+    def test_nothing_is_reused_unasked(self):
+        self.assertEqual({}, self.reuse(""))
+
+
 class CxxLibraries(unittest.TestCase):
     """The debug information is made from programs with the same C++ library as the shipped ones."""
 
@@ -79,16 +112,8 @@ class CxxLibraries(unittest.TestCase):
             f"/x/o/{variant}/libc++.a -lSystem\n"
             for program, variant in links
         ]
-        command = ". scripts/lib/base.sh; . scripts/release/steps.sh; cxx_libraries"
-        result = subprocess.run(
-            ["bash", "-euc", command],
-            input="[1/2] Linking\n" + "".join(lines),
-            cwd=ROOT,
-            capture_output=True,
-            text=True,
-            check=True,
-        )
-        return result.stdout.split()
+        output = "[1/2] Linking\n" + "".join(lines)
+        return run_step("cxx_libraries", input=output).stdout.split()
 
     def test_another_variant_in_the_examples_does_not_matter(self):
         ours = [(program, "a") for program in self.SHIPPED]

@@ -329,6 +329,49 @@ static void check_child_whose_thread_returns(void)
     close(at_exit[0]);
 }
 
+static pid_t parent;
+
+static void* note_other_process(void* other)
+{
+    while (*(volatile int*)other == 0) {
+        if (getpid() != parent) {
+            *(volatile int*)other = 2;
+        }
+        sched_yield();
+    }
+    return NULL;
+}
+
+static void* fork_and_sleep(void* pid)
+{
+    *(pid_t*)pid = fork();
+    if (*(pid_t*)pid == 0) {
+        usleep(20000);
+    }
+    return NULL;
+}
+
+// A forked child has only the thread that has forked, although others could run.
+static void check_only_thread_of_a_child(void)
+{
+    volatile int* const other =
+        mmap(NULL, sizeof(int), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANON, -1, 0);
+    pthread_t threads[3];
+    pid_t child = -1;
+    parent = getpid();
+    pthread_create(&threads[0], NULL, note_other_process, (void*)other);
+    pthread_create(&threads[1], NULL, fork_and_sleep, &child);
+    pthread_create(&threads[2], NULL, note_other_process, (void*)other);
+    pthread_join(threads[1], NULL);
+    int status = -1;
+    CHECK(waitpid(child, &status, 0) == child && status == 0);
+    CHECK(*other == 0);
+    *other = *other == 0 ? 1 : *other;
+    pthread_join(threads[0], NULL);
+    pthread_join(threads[2], NULL);
+    munmap((void*)other, sizeof(int));
+}
+
 static void check_children(void)
 {
     int status = -1;
@@ -559,6 +602,7 @@ int main(int argc, char** argv)
     check_threads();
     check_children();
     check_child_whose_thread_returns();
+    check_only_thread_of_a_child();
     check_files();
     check_paths();
 #ifdef __APPLE__

@@ -16,6 +16,7 @@ import os
 import re
 import stat
 import struct
+import time
 from dataclasses import dataclass
 
 import values
@@ -185,9 +186,8 @@ def path_of_execution(pid, arguments):
 
 @functools.lru_cache(1)
 def boot_time():
-    """In seconds since 1970."""
-    with open("/proc/stat", encoding="ascii") as file:
-        return int(re.search(r"^btime (\d+)$", file.read(), re.MULTILINE)[1])
+    """In microseconds since 1970; always the same, so that the start of a process is."""
+    return (time.time_ns() - time.clock_gettime_ns(time.CLOCK_BOOTTIME)) // 1000
 
 
 TIMEBASES = {
@@ -237,7 +237,7 @@ def all_info(call):
     flags = values.OTHERS["PROC_FLAG_LP64"]
     if not status.flags & HAS_NOT_EXECUTED:
         flags |= values.OTHERS["PROC_FLAG_EXEC"]
-    seconds, ticks = divmod(status.start_ticks, TICKS)
+    start = boot_time() + status.start_ticks * 1_000_000 // TICKS
     effective = (users[1], groups[1], users[0], groups[0], users[2], groups[2])
     bsd = values.PROC_BSDINFO.pack(
         flags,
@@ -250,8 +250,7 @@ def all_info(call):
         status.name[:31],
         status.group,
         status.nice,
-        boot_time() + seconds,
-        ticks * 1_000_000 // TICKS,
+        *divmod(start, 1_000_000),
     )
     numerator, denominator = TIMEBASES[call.machine.processor.name]
     user, system = (

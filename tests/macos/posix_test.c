@@ -396,6 +396,15 @@ static void check_children(void)
 
 // Files
 
+static void check_unblockable_signals(void)
+{
+    errno = 0;
+    CHECK(signal(SIGKILL, SIG_IGN) == SIG_ERR && errno == EINVAL);
+    errno = 0;
+    CHECK(signal(SIGSTOP, count) == SIG_ERR && errno == EINVAL);
+    signal(SIGKILL, SIG_DFL);
+}
+
 static void check_files(void)
 {
     struct stat status;
@@ -595,6 +604,7 @@ int main(int argc, char** argv)
         return 2;
     }
     check_masks();
+    check_unblockable_signals();
     check_masks_of_threads();
     check_size_limit();
     check_supplied_stack();

@@ -13,7 +13,6 @@ import ctypes
 import errno
 import functools
 import os
-import re
 import stat
 import struct
 import time
@@ -38,9 +37,9 @@ def show_program(path):
     """Makes the present process one that runs the program `path`."""
     descriptor = os.open(path, os.O_RDONLY | os.O_CLOEXEC)
     # Nothing else in the process is shared and without any access, so a reader of its maps can
-    # recognize it.
-    no_access, shared = 0, 1
-    address = LIBC.mmap(None, 1, no_access, shared, descriptor, 0)
+    # recognize it. At the lowest possible address it comes first.
+    no_access, shared, lowest = 0, 1, 0x10000
+    address = LIBC.mmap(lowest, 1, no_access, shared, descriptor, 0)
     os.close(descriptor)
     if address == ctypes.c_void_p(-1).value:
         raise OSError(ctypes.get_errno(), "mmap")
@@ -137,11 +136,11 @@ def is_python(pid):
 
 def shown_program(pid):
     """The path that show_program has set in a process, as /proc/PID/maps has it; None without one."""
-    for line in read(pid, "maps").splitlines():
-        _, rights, _, _, number, *path = line.split(maxsplit=5)
-        if rights == b"---s" and number != b"0" and path:
-            escaped = re.sub(rb"\\012", b"\n", path[0])
-            return os.fsdecode(escaped)
+    with open(f"/proc/{pid}/maps", "rb") as file:
+        for line in file:
+            _, rights, _, _, number, *path = line.rstrip(b"\n").split(maxsplit=5)
+            if rights == b"---s" and number != b"0" and path:
+                return os.fsdecode(path[0].replace(rb"\012", b"\n"))
     return None
 
 

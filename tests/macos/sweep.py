@@ -63,7 +63,12 @@ PERMITTED = {
 
 def permitted(items):
     """The permitted outcomes, by phase and thread."""
-    return {place: outcomes[min(items, 2) - 1] for place, outcomes in PERMITTED.items()}
+    found = {place: outcomes[min(items, 2) - 1] for place, outcomes in PERMITTED.items()}
+    if os.environ.get("KESTRANE_ARCHITECTURE") == "x86_64":
+        # Before main inserts the first item into the map, it calls ceilf; on Apple silicon that is
+        # an instruction.
+        found["launching", "main"] = found["launching", "main"] | {LOST}
+    return found
 
 
 def run_plans(items, plans, trace=False):

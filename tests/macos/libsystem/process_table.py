@@ -110,9 +110,7 @@ def status_of(pid):
 
 def users_of(pid):
     """The real, effective and saved user and group ids."""
-    fields = dict(
-        line.split(b":", 1) for line in read(pid, "status").splitlines() if b":" in line
-    )
+    fields = dict(line.split(b":", 1) for line in read(pid, "status").splitlines() if b":" in line)
     users, groups = ([int(word) for word in fields[name].split()] for name in (b"Uid", b"Gid"))
     return users[:3], groups[:3]
 

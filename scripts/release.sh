@@ -4,6 +4,8 @@
 #     scripts/release.sh               from a clean tree that is tagged with its version
 #     scripts/release.sh --snapshot    from any tree; the version then contains the commit
 #     scripts/release.sh --snapshot --linux    only the packages for Linux
+#     scripts/release.sh --snapshot --reuse    with the object files of scripts/macos/build.sh and
+#                                              scripts/measure/bench.sh that are up to date
 #
 # The same commit is meant to give the same bytes in any directory, at any time, for any user
 # (scripts/check/reproducible.sh).
@@ -20,6 +22,7 @@ out=build/package-macos
 
 read_arguments "$@"
 read_version
+require_maintainer
 set_reproducible_environment
 prepare_release_tools
 start_empty
@@ -29,6 +32,7 @@ for platform in $platforms; do
 done
 write_documents
 check_traces
+check_documents
 for platform in $platforms; do
     "check_$platform"
 done

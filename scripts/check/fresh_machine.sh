@@ -40,9 +40,19 @@ expect_refusal() {
     echo "   $* as a user without root: $errors"
 }
 
+# add_times: writes the seconds since its start before each line.
+add_times() {
+    local began=$SECONDS line
+    while IFS= read -r line; do
+        printf '%4d  %s\n' $((SECONDS - began)) "$line"
+    done
+}
+
+# expect_success COMMAND...: the command must succeed as root. Its output goes to a log with times, which
+# show how long the packages, the build and the tests take.
 expect_success() {
     local log=$fresh/$suite-${1##*/}.log began=$SECONDS
-    on_machine "$project" /root "$@" >"$log" 2>&1 || {
+    on_machine "$project" /root "$@" 2>&1 | add_times >"$log" || {
         tail -n 40 "$log" >&2
         fail "$* failed on a fresh $suite; see $log."
     }

@@ -4,10 +4,9 @@
 #     scripts/check/reproducible.sh            two builds of everything
 #     scripts/check/reproducible.sh --linux    one build of the packages for Linux, compared with build/dist
 #
-# The builds differ in the length of the directory, the user's name, the host, the home directory, the
-# language, the time zone and the file creation mask, and one starts after the other. The numbers of user
-# and group are the same in both; with --linux they differ from those that built build/dist. Builds have
-# neither a network nor a compiler cache. They share only the downloads.
+# The builds differ in the length of the directory, the user's name and number, the host, the home
+# directory, the language, the time zone and the file creation mask, and one starts after the other. Builds
+# have neither a network nor a compiler cache. They share only the downloads.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 . scripts/lib/base.sh
@@ -17,19 +16,21 @@ cd "$(dirname "$0")/../.."
 
 work=$PWD/build/reproducible
 
-# build_as USER HOST DIRECTORY LOCALE ZONE MASK [OPTION...]: builds a snapshot of the last commit in
-# DIRECTORY, as USER, and puts the artefacts into build/reproducible/USER/build/dist.
+# build_as USER NUMBER HOST DIRECTORY LOCALE ZONE MASK [OPTION...]: builds a snapshot of the last commit
+# in DIRECTORY, as USER, and puts the artefacts into build/reproducible/USER/build/dist. NUMBER is that of
+# the user and the group.
 build_as() {
-    local user=$1 host=$2 directory=$3 locale=$4 zone=$5 mask=$6 tree=$work/$1 began=$SECONDS
-    shift 6
+    local user=$1 number=$2 host=$3 directory=$4 locale=$5 zone=$6 mask=$7 tree=$work/$1 began=$SECONDS
+    shift 7
     rm -rf "$tree"
     git clone --quiet --no-hardlinks . "$tree"
+    git -C "$tree" checkout --quiet --detach "$commit"
     mkdir -p "$tree/build/venv" "$tree/build/cache"
-    cp -a build/venv/zig build/venv/lief "$tree/build/venv/"
+    cp -a build/venv/zig build/venv/lief build/venv/spdx "$tree/build/venv/"
     cp -a build/cache/sources "$tree/build/cache/"
-    echo "$user:x:4242:4242::/home/$user:/bin/bash" >"$work/passwd"
+    echo "$user:x:$number:$number::/home/$user:/bin/bash" >"$work/passwd"
     # shellcheck disable=SC2016  # the inner shell expands it
-    bwrap --unshare-all --uid 4242 --gid 4242 --hostname "$host" --die-with-parent --new-session \
+    bwrap --unshare-all --uid "$number" --gid "$number" --hostname "$host" --die-with-parent --new-session \
         --ro-bind / / --proc /proc --dev /dev --tmpfs /tmp --tmpfs /srv --tmpfs /home \
         --ro-bind "$work/passwd" /etc/passwd --dir "/home/$user" --bind "$tree" "$directory" \
         --clearenv --setenv PATH /usr/bin:/bin:/usr/sbin:/sbin --setenv HOME "/home/$user" \
@@ -61,11 +62,14 @@ need_command bwrap bubblewrap -
 install_or_fail
 prepare_macos_tools
 python_env lief
+python_env spdx
 mkdir -p "$work"
+# The same in both builds, even if somebody commits meanwhile.
+commit=$(git rev-parse HEAD)
 
-first=(margaret-the-maintainer workstation-seven /srv/k C.UTF-8 UTC 022)
-second=(release-engineer build-host-eleven /home/release-engineer/projects/released/kestrane-launcher
-    C Asia/Kathmandu 077)
+first=(margaret-the-maintainer 4242 workstation-seven /srv/k C.UTF-8 UTC 022)
+second=(release-engineer 1717 build-host-eleven
+    /home/release-engineer/projects/released/kestrane-launcher C Asia/Kathmandu 077)
 
 case "${1-}" in
     "")

@@ -25,6 +25,7 @@ if [ "${1-}" = --arch ]; then
     shift $(($# > 1 ? 2 : 1))
 fi
 prepare_stage
+export KESTRANE_ARCHITECTURE=$architecture
 export KESTRANE_STAGE=$PWD/build/macos/$architecture/run/stage
 export KESTRANE_HELPERS=$PWD/build/macos/$architecture/run/helpers
 export KESTRANE_OTHER_LOG=$PWD/build/macos/$architecture/run/other_log

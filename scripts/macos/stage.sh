@@ -12,7 +12,7 @@ prepare_stage() {
     prepare_guest
     # The helpers that the launcher starts are Linux programs.
     if ! { cmake --preset debug && cmake --build build/debug --target helper_stay helper_end \
-        helper_inherit helper_locations helper_misbehave helper_short_life; } >build/macos/helpers.log; then
+        helper_inherit helper_locations helper_misbehave helper_short_life helper_title; } >build/macos/helpers.log; then
         fail "The helpers do not build (see build/macos/helpers.log)."
     fi
     local architecture

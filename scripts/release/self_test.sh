@@ -18,5 +18,6 @@ prepare_macos_tools
 for source in "$jsoncpp_source" "$cli11_source"; do
     fetch_source $source
 done
-# shellcheck disable=SC2154  # set by prepare_macos_tools
-LIPO=$lipo ZIG=$zig exec python3 -B -m unittest discover --start-directory tests/release --pattern '*_test.py' "$@"
+python_env spdx
+# shellcheck disable=SC2154  # set by prepare_macos_tools and python_env
+LIPO=$lipo ZIG=$zig exec "$python" -B -m unittest discover --buffer --start-directory tests/release --pattern '*_test.py' "$@"

@@ -2,15 +2,21 @@
 # The steps of scripts/release.sh; to be sourced after the scripts that it names.
 # shellcheck disable=SC2154  # out, lipo and zig are set by the caller and by prepare_macos_tools
 
-# read_arguments [--snapshot [--linux]]: sets `platforms`, and `snapshot` if this is not a release.
+# read_arguments [--snapshot [--linux] [--reuse]]: sets `platforms`; `snapshot` if this is not a release;
+# and `reuse` if object files of other builds may be used.
 read_arguments() {
-    snapshot='' platforms="linux macos"
-    case "$*" in
-        "") ;;
-        --snapshot) snapshot=yes ;;
-        "--snapshot --linux") snapshot=yes platforms=linux ;;
-        *) fail "Unknown arguments \"$*\"; only --snapshot and --snapshot --linux are supported." ;;
-    esac
+    snapshot='' reuse='' platforms="linux macos"
+    local argument
+    for argument; do
+        case "$argument" in
+            --snapshot) snapshot=yes ;;
+            --linux) platforms=linux ;;
+            --reuse) reuse=yes ;;
+            *) fail "Unknown argument \"$argument\"; only --snapshot, --linux and --reuse are supported." ;;
+        esac
+    done
+    # A release is built from its sources only, and for both platforms.
+    [ -n "$snapshot" ] || [ $# -eq 0 ] || fail "$* is supported only with --snapshot."
 }
 
 # read_version: sets `version`, which consists of `number`, the version in CMakeLists.txt, and `suffix`.
@@ -41,6 +47,21 @@ set_reproducible_environment() {
     umask 022
 }
 
+# Prints who is named as the maintainer of the package.
+maintainer() {
+    sed -n 's/^set(CPACK_DEBIAN_PACKAGE_MAINTAINER "\(.*\)")/\1/p' packaging/CMakeLists.txt
+}
+
+# require_maintainer: a release must name somebody who can be reached. The sources contain a placeholder,
+# because only a publisher knows the address.
+require_maintainer() {
+    local address
+    address=$(maintainer)
+    if [ -z "$snapshot" ] && [[ $address != *" <"*@*">" || $address == *".invalid>" ]]; then
+        fail "The maintainer \"$address\" is a placeholder; set CPACK_DEBIAN_PACKAGE_MAINTAINER in packaging/CMakeLists.txt, commit, tag and start again, or use --snapshot."
+    fi
+}
+
 prepare_release_tools() {
     on_a_mac && fail "A release is built on Linux, for macOS too; run this on Debian 12."
     # Programs that are linked with a newer system's libraries need that system.
@@ -55,8 +76,20 @@ prepare_release_tools() {
     prepare_macos_tools
 }
 
+# reuse_objects FROM TO: with --reuse, copies the object files of one build directory into another. Ninja
+# compiles a source again unless its command is the same and no file that it reads is newer.
+reuse_objects() {
+    local to=$PWD/$2
+    if [ -n "$reuse" ] && [ -f "$1/.ninja_log" ] && [ -f "$1/.ninja_deps" ]; then
+        mkdir -p "$to"
+        (cd "$1" && cp --archive .ninja_log .ninja_deps "$to" &&
+            find . -name '*.o' -print0 | xargs --null cp --archive --parents --target-directory "$to")
+    fi
+}
+
 build_linux() {
     build_linux_libraries
+    reuse_objects build/bench build/package
     cmake --preset package -DKESTRANE_VERSION_SUFFIX="$suffix" >"$out/linux.log" ||
         fail "CMake cannot configure the build for Linux; fix the errors above and start again."
     cmake --build --preset package -j "$(getconf _NPROCESSORS_ONLN)" ||
@@ -65,6 +98,7 @@ build_linux() {
 
 # The programs of a bundle.
 shipped="MacOS/launcher MacOS/launchlist Frameworks/libqv7log.dylib"
+shipped_names="launcher launchlist libqv7log.dylib"
 
 build_macos() {
     local architecture
@@ -85,8 +119,16 @@ build_release_slice() {
 # build_shipped ARCHITECTURE: builds and stages the programs that are shipped. out/ARCHITECTURE.links
 # receives the linker's commands.
 build_shipped() {
+    reuse_objects "build/macos/$1" "$out/$1"
     ZIG_VERBOSE_LINK=1 build_release_slice "$1" | tee "$out/$1.links"
     stage_slice "$1"
+}
+
+# Prints the C++ library of the programs that are shipped, from the linker's commands on standard input. The
+# compiler links the examples, which keep their references to object files, with another variant.
+cxx_libraries() {
+    grep -E "^zig ld .* -o [^ ]*/(${shipped_names// /|}) " | grep -oE '[^ ]*/libc\+\+(abi)?\.a' |
+        awk '!seen[$0]++' | tr '\n' ' '
 }
 
 # build_with_debug_map ARCHITECTURE: links the same programs for dsymutil, with the same C++ library.
@@ -94,7 +136,9 @@ build_shipped() {
 # code differs slightly, and it contains paths of this machine.
 build_with_debug_map() {
     local cxx_library
-    cxx_library=$(grep -oE '[^ ]*/libc\+\+(abi)?\.a' "$out/$1.links" | awk '!seen[$0]++' | tr '\n' ' ')
+    cxx_library=$(cxx_libraries <"$out/$1.links")
+    [ "$(wc -w <<<"$cxx_library")" -eq 2 ] ||
+        fail "The programs for $1 are not linked with one C++ library (see $out/$1.links): $cxx_library"
     build_release_slice "$1" -DKESTRANE_DEBUG_MAP=ON -DCMAKE_CXX_STANDARD_LIBRARIES="$cxx_library" \
         -DCMAKE_EXE_LINKER_FLAGS=-nostdlib++ -DCMAKE_SHARED_LINKER_FLAGS=-nostdlib++
     cmake --install "$out/$1" --prefix "$out/linked-$1" >>"$out/$1.log"
@@ -172,13 +216,11 @@ start_empty() {
 
 # The newest version's changes in the format of Debian's changelogs.
 write_debian_changelog() {
-    local maintainer
-    maintainer=$(sed -n 's/^set(CPACK_DEBIAN_PACKAGE_MAINTAINER "\(.*\)")/\1/p' packaging/CMakeLists.txt)
     printf 'kestrane-launcher (%s) stable; urgency=medium\n\n' "$version"
     # Joins the lines of each change, and breaks them where Debian's tools expect it.
     write_notes | sed ':a; N; $!ba; s/\n  */ /g' | fold -s -w 74 |
         sed 's/^- /  * /; t; s/^/    /' | sed 's/ *$//'
-    printf '\n -- %s  %s\n' "$maintainer" "$(date --rfc-email --date "@$SOURCE_DATE_EPOCH")"
+    printf '\n -- %s  %s\n' "$(maintainer)" "$(date --rfc-email --date "@$SOURCE_DATE_EPOCH")"
 }
 
 write_documents() {
@@ -196,6 +238,14 @@ check_traces() {
 }
 
 # The following check the files in build/dist, not what they were made from.
+
+check_documents() {
+    # shellcheck disable=SC2086  # platforms are words
+    python3 -B scripts/release/check_contents.py "$version" build/dist $platforms ||
+        fail "The artefacts do not contain what docs/release.md promises; see above."
+    python_env spdx
+    "$python" -B scripts/release/check_sbom.py build/dist || fail "The SBOM or a checksum is wrong; see above."
+}
 
 check_linux() {
     local tar=$out/unpacked/tar deb=$out/unpacked/deb

@@ -216,9 +216,15 @@ def explain(file, path):
 # --- Notices
 
 
+def own_licence():
+    if OWN_LICENCE == "NOASSERTION":
+        return "No licence is declared for the launcher itself (in terms of SPDX: NOASSERTION).\n"
+    return f"The licence of the launcher itself: {OWN_LICENCE}\n"
+
+
 def notices(platform, lists):
     yield "Kestrane launcher\n"
-    yield "No licence is declared for the launcher itself (in terms of SPDX: NOASSERTION).\n"
+    yield own_licence()
     yield "It contains the following work of others.\n"
     for part in components([pair for pair in lists if pair[0] == platform])[platform]:
         if part.linked == "STATIC_LINK":

@@ -11,7 +11,6 @@ import ctypes
 import json
 import mmap
 import os
-import re
 import signal
 import struct
 import subprocess
@@ -21,6 +20,25 @@ import time
 import namespace
 from launcher import APPLICATION, LAUNCHER, WORK, LauncherTest, item, numbered
 from log import parse_record, read_lines
+from moments_report import (
+    ABORTED,
+    ABORTED_LEFT,
+    CHILD_ENDED,
+    CRASHED,
+    CRASHED_LEFT,
+    GROUP_KILLED,
+    HUNG,
+    LEFT,
+    LOST,
+    NO_EFFECT,
+    STOPPED,
+    TERMINATED,
+    UNKILLED,
+    Table,
+    document,
+    plan_of,
+    show_run,
+)
 from namespace import HELPERS
 from processes import processes, read_status
 
@@ -32,32 +50,6 @@ LIST = WORK + "/list.json"
 # run fails the sweep.
 WATCHDOG = 20
 ADDR_NO_RANDOMIZE = 0x0040000
-
-TERMINATED = "ended by signal 15"
-GROUP_KILLED = "ended by signal 9, with its process group"
-ABORTED = "aborted"
-ABORTED_LEFT = "aborted, helpers keep running"
-CRASHED = "crashed"
-CRASHED_LEFT = "crashed, helpers keep running"
-HUNG = "hung"
-LOST = "waited for a second SIGTERM, then status 1"
-UNKILLED = "waited for a child that was not killed, then status 1"
-UNKILLED_AND_LOST = "waited for a child that was not killed and a second SIGTERM, then status 1"
-LEFT = "status 1, but helpers keep running"
-STOPPED = "status 1"
-CHILD_ENDED = "the child alone ended, and was started again"
-NO_EFFECT = "no effect"
-
-ENDS = {
-    1: STOPPED,
-    -signal.SIGTERM: TERMINATED,
-    -signal.SIGKILL: GROUP_KILLED,
-    -signal.SIGABRT: ABORTED,
-    -signal.SIGSEGV: CRASHED,
-    -signal.SIGBUS: CRASHED,
-    -signal.SIGILL: CRASHED,
-}
-WITH_HELPERS_LEFT = {ABORTED: ABORTED_LEFT, CRASHED: CRASHED_LEFT}
 
 NAMESPACES_AT_ONCE = 2
 
@@ -174,8 +166,6 @@ def run_plans(items, plans, trace=False, program=__file__):
 # The permitted outcomes, by phase and threads: those of one item, and those that more items add. A
 # sweep fails if it finds any other outcome or does not find all of these.
 
-PHASES = ("no-handler", "start", "launching", "steady", "restart", "stop")
-
 PERMITTED = {
     ("no-handler", "main"): ({TERMINATED}, set()),
     # No item exists, so the handler only notifies, and no thread waits yet.
@@ -202,68 +192,12 @@ PERMITTED = {
 }
 
 
-def permitted(items, *place):
-    with_one, with_more = PERMITTED.get(place, (set(), set()))
-    return with_one | with_more if items > 1 else with_one
-
-
-# The outcome of a run.
-
-END_RECORD = re.compile(r"\[LAUNCHER  \] (\d+) (\d+) is killed. ret = (-?\d+), status = (\d+)")
-
-
-def outcome_of(result):
-    """The outcome in words; None if the run did not reach a moment of its plan."""
-    lines = result["lines"]
-    if result["code"] is None:
-        return "neither ended nor waited"
-    sent = [line.split() for line in lines if line.startswith("signal ")]
-    if len(sent) != result["plan"].count("signal "):
-        return None
-    words = {line.split()[0] for line in lines}
-    if "ignored" in words:
-        return "ignored a second SIGTERM"
-    if "hung" in words:
-        return HUNG
-    if "endless" in words:
-        return "starts children again without an end"
-    outcome = ENDS.get(result["code"], f"ended with {result['code']}")
-    if outcome == STOPPED:
-        return outcome_of_stop(result, words, any(step[1].startswith("c") for step in sent))
-    if result["left"] and outcome in WITH_HELPERS_LEFT:
-        return WITH_HELPERS_LEFT[outcome]
-    return outcome + (", but left processes behind" if result["left"] else "")
-
-
-def outcome_of_stop(result, words, child_signalled):
-    left = result["left"]
-    children = [line.split()[1:] for line in result["lines"] if line.startswith("child ")]
-    ends = collections.Counter()
-    unusual = 0
-    for level, text in result["log"]:
-        end = END_RECORD.fullmatch(text)
-        if level == "ERROR" and end is None:
-            return f"status 1, but logged {text}"
-        if end is not None:
-            ends[end[2]] += 1
-            unusual += end[2] != end[3] or end[4] != "9"
-    ended = [pid for pid, _ in children if int(pid) not in left]
-    if any(ends[pid] != 1 for pid in ended) or unusual > child_signalled:
-        return "status 1, but not each end was logged once"
-    if left:
-        return LEFT
-    if child_signalled:
-        return CHILD_ENDED if unusual else NO_EFFECT
-    if "unkilled" in words:
-        return UNKILLED_AND_LOST if "lost" in words else UNKILLED
-    return LOST if "lost" in words else STOPPED
-
-
-def place_of(result):
-    """Where SIGTERM was delivered: the phase of the first one, and the kinds of threads."""
-    sent = [line.split() for line in result["lines"] if line.startswith("signal ")]
-    kinds = {"m": "main", "s": "supervisor", "c": "child"}
-    return sent[0][3], " and ".join(sorted(kinds[step[1][0]] for step in sent))
+def permitted(items):
+    """The permitted outcomes, by phase and threads."""
+    return {
+        place: with_one | with_more if items > 1 else with_one
+        for place, (with_one, with_more) in PERMITTED.items()
+    }
 
 
 # The coordinates of a sweep.
@@ -442,30 +376,19 @@ def sweep(items, plans=None):
             pool.shutdown(cancel_futures=True)
 
 
-def show(items, plan):
-    result = run_plans(items, [plan])[0]
-    outcome = outcome_of(result)
-    if outcome is None:
-        print("The run does not reach these moments.")
-        return 1
-    print("\n".join(result["lines"]))
-    for level, text in result["log"]:
-        print(f"log {level} {text}")
-    if result["left"]:
-        print("left behind:", *result["left"])
-    print(f"{': '.join(place_of(result))}: {outcome}")
-    return 0
+BEGIN = "<!-- The table is written by scripts/check/moments.sh --document. -->"
 
 
 def main():
     arguments = os.environ.get("KESTRANE_MOMENTS", "").split()
     if arguments and arguments[0].isdigit():
-        sys.exit(show(int(arguments[0]), plan_of(arguments[1:])))
+        plan = plan_of(arguments[1:])
+        sys.exit(show_run(run_plans(int(arguments[0]), [plan])[0]))
     items = [int(word) for word in arguments if word.isdigit()] or [1, 2]
-    tables = {count: Table(count) for count in items}
+    tables = {count: Table(count, permitted(count)) for count in items}
     for table in tables.values():
         began = time.monotonic()
-        table.fill(until_failure="--until-failure" in arguments)
+        table.fill(sweep(table.items), until_failure="--until-failure" in arguments)
         table.show()
         print(f"{table.runs} runs in {time.monotonic() - began:.0f} s", flush=True)
     complete = "--until-failure" not in arguments or not any(
@@ -475,91 +398,8 @@ def main():
     for failure in failures:
         print(f"FAILED: {failure}")
     if "--document" in arguments and not failures:
-        document(tables)
+        document(tables, BEGIN)
     sys.exit(1 if failures else 0)
-
-
-class Table:
-    """The findings of the sweep for a number of items."""
-
-    def __init__(self, items):
-        self.items = items
-        self.runs = 0
-        self.found = collections.defaultdict(list)  # plans, by phase, threads and outcome
-        self.unreached = []
-
-    def fill(self, until_failure=False):
-        for result in sweep(self.items):
-            self.runs += 1
-            outcome = outcome_of(result)
-            if outcome is not None:
-                self.found[(*place_of(result), outcome)].append(result["plan"])
-            elif "hold" not in result["plan"] and result["plan"].count("signal") == 1:
-                self.unreached.append(result["plan"])
-            if until_failure and self.not_permitted():
-                return
-
-    def not_permitted(self):
-        return [row for row in self.found if row[2] not in permitted(self.items, *row[:2])]
-
-    def failures(self, complete=True):
-        for row in sorted(self.not_permitted()):
-            yield f"{': '.join(row)} is not permitted: {self.items} {shortest(self.found[row])}"
-        for plan in self.unreached:
-            yield f"{self.items} {plan} was not reached"
-        # Three items add no outcome to those of two.
-        if complete and self.items <= 2:
-            for place in PERMITTED:
-                for outcome in sorted(permitted(self.items, *place)):
-                    if (*place, outcome) not in self.found:
-                        yield f"{': '.join(place)}: {outcome} was not reached with {self.items}"
-
-    def show(self):
-        for row in sorted(self.found, key=order_of):
-            plans = self.found[row]
-            place = f"{row[0]}: {row[1]}"
-            print(f"{place:32}{row[2]:66}{len(plans):6}  {self.items} {shortest(plans)}")
-
-
-def order_of(row):
-    return PHASES.index(row[0]), len(row[1].split()), row[1:]
-
-
-def shortest(plans):
-    """The plan with the fewest steps, as on the command line."""
-    plan = min(plans, key=lambda text: (len(text.split()), [len(text), text]))
-    return plan.removeprefix("signal ")
-
-
-BEGIN, END = "<!-- The table is written by scripts/check/moments.sh --document. -->", "<!-- end -->"
-
-
-def document(tables, begin=BEGIN):
-    """Writes the table in docs/faults.md that follows the line `begin`."""
-    rows = sorted({row for table in tables.values() for row in table.found}, key=order_of)
-    lines = [
-        "| Phase | SIGTERM on | Outcome | "
-        + " | ".join(f"{n} item{'s' * (n > 1)}" for n in tables)
-        + " | Shortest run |",
-        "|---" * (4 + len(tables)) + "|",
-    ]
-    for row in rows:
-        counts = [str(len(table.found.get(row, []))) for table in tables.values()]
-        items, table = next((n, table) for n, table in tables.items() if row in table.found)
-        example = f"`{items} {shortest(table.found[row])}`"
-        lines.append("| " + " | ".join([*row, *counts, example]) + " |")
-    root = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
-    path = root + "/docs/faults.md"
-    with open(path, encoding="utf-8") as file:
-        head, rest = file.read().split(begin)
-    tail = rest.split(END, 1)[1]
-    with open(path, "w", encoding="utf-8") as file:
-        file.write(head + begin + "\n\n" + "\n".join(lines) + "\n\n" + END + tail)
-
-
-def plan_of(words):
-    """The plan on a command line, which may omit "signal" before the first pair."""
-    return " ".join(words if words[0] in ("signal", "hold", "order") else ["signal", *words])
 
 
 if __name__ == "__main__":

@@ -15,6 +15,12 @@ DEBUG = "[LOG]\nLEVEL=DEBUG\n"
 ERROR = None  # The default level.
 
 
+def certain_launchers(report):
+    """Without the processes that may also be children. On a slow machine, a child may write so late
+    that the log does not show what it is."""
+    return [entry for entry in report["launchers"] if entry["may_be_child_of"] is None]
+
+
 class Report(LauncherTest):
     def report(self, *arguments):
         """The report on the launcher's log, with its items by name."""
@@ -113,8 +119,10 @@ class Report(LauncherTest):
         self.kill_all()
         chain = {record.pid for record in launcher.records() if record.text.endswith(" bad")}
         report = self.report()
-        self.assertEqual(1, len(report["launchers"]))
-        self.assertEqual(len(chain) - 1, report["items"]["bad"]["failed_starts"])
+        certain = certain_launchers(report)
+        self.assertEqual([launcher.pid], [entry["process"] for entry in certain])
+        doubtful = len(report["launchers"]) - len(certain)
+        self.assertEqual(len(chain) - 1 - doubtful, report["items"]["bad"]["failed_starts"])
         self.assertEqual(0, report["items"]["bad"]["ends"])
         self.assertEqual(0, report["items"]["good"]["failed_starts"])
         # Only a later record of the launcher itself would show that it still runs.
@@ -240,9 +248,9 @@ class Truth(LauncherTest):
         self.check_items(items, ends, level, is_stopped)
 
     def check_launchers(self, report, truth, level, is_stopped):
-        launchers = [entry["process"] for entry in report["launchers"]]
-        self.assertEqual([truth["launcher"].pid], launchers)
-        (entry,) = report["launchers"]
+        certain = certain_launchers(report)
+        self.assertEqual([truth["launcher"].pid], [entry["process"] for entry in certain])
+        (entry,) = certain
         self.assertEqual(level is not None, entry["has_debug_records"])
         if is_stopped:
             self.assertIn(entry["end"], ("stopped",) if level else ("stopped", "unknown"))

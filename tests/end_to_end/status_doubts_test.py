@@ -16,6 +16,7 @@ from launcher import (
     counts_threads,
     item,
     numbered,
+    process_limit,
 )
 from launchlist_test import LAUNCHLIST
 from namespace import HELPERS
@@ -200,7 +201,9 @@ class Permissions(LimitedUserTest, StatusTest):
     @counts_threads
     def test_a_fork_that_fails_abandons_the_item(self):
         # The launcher, its two supervisors and one child; the second fork fails.
-        launcher = self.start_limited(numbered(item("a", STAY, "a"), item("b", STAY, "b")), 4)
+        launcher = self.start_limited(
+            numbered(item("a", STAY, "a"), item("b", STAY, "b")), process_limit(2, 2)
+        )
         self.wait_for(
             lambda: any("Failed to fork" in record.text for record in launcher.records()),
             "a failed fork",

@@ -12,11 +12,13 @@ import namespace
 from launcher import (
     END,
     LAUNCHER,
+    MANY,
     SANITIZE,
     STAY,
     WORK,
     LauncherTest,
     item,
+    nameless,
     numbered,
 )
 from launchlist_test import LAUNCHLIST
@@ -295,14 +297,14 @@ class NotRunning(StatusTest):
         self.assertEqual(1, launcher.stop())
 
     def test_an_item_that_was_replaced(self):
-        entries = [item("same", STAY, "old")] + [{}] * 20000 + [item("same", STAY, "new")]
+        entries = [item("same", STAY, "old")] + nameless(MANY) + [item("same", STAY, "new")]
         launcher = self.start(numbered(*entries), level_file=None)
         (new,) = self.wait_for_starts(1, "new")
         launcher.settle()
         (entry,) = self.status(expected=SOME_DO_NOT)["launchers"]
         self.assertEqual("replaced", entry["items"][0]["state"])
-        self.assert_process(entry["items"][20001], new)
-        self.assertIsNone(entry["items"][20001]["restarts"], "the log has one name for both")
+        self.assert_process(entry["items"][MANY + 1], new)
+        self.assertIsNone(entry["items"][MANY + 1]["restarts"], "the log has one name for both")
         self.assertEqual(1, launcher.stop())
 
     def test_an_item_whose_arguments_cannot_be_converted(self):

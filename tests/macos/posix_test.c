@@ -22,7 +22,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 #ifdef __APPLE__
+#include <libproc.h>
 #include <mach-o/dyld.h>
+#include <mach/mach_time.h>
+#include <sys/fcntl.h>
+#include <sys/proc_info.h>
+#include <sys/sysctl.h>
 #endif
 
 static int failures;
@@ -324,6 +329,49 @@ static void check_child_whose_thread_returns(void)
     close(at_exit[0]);
 }
 
+static pid_t parent;
+
+static void* note_other_process(void* other)
+{
+    while (*(volatile int*)other == 0) {
+        if (getpid() != parent) {
+            *(volatile int*)other = 2;
+        }
+        sched_yield();
+    }
+    return NULL;
+}
+
+static void* fork_and_sleep(void* pid)
+{
+    *(pid_t*)pid = fork();
+    if (*(pid_t*)pid == 0) {
+        usleep(20000);
+    }
+    return NULL;
+}
+
+// A forked child has only the thread that has forked, although others could run.
+static void check_only_thread_of_a_child(void)
+{
+    volatile int* const other =
+        mmap(NULL, sizeof(int), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANON, -1, 0);
+    pthread_t threads[3];
+    pid_t child = -1;
+    parent = getpid();
+    pthread_create(&threads[0], NULL, note_other_process, (void*)other);
+    pthread_create(&threads[1], NULL, fork_and_sleep, &child);
+    pthread_create(&threads[2], NULL, note_other_process, (void*)other);
+    pthread_join(threads[1], NULL);
+    int status = -1;
+    CHECK(waitpid(child, &status, 0) == child && status == 0);
+    CHECK(*other == 0);
+    *other = *other == 0 ? 1 : *other;
+    pthread_join(threads[0], NULL);
+    pthread_join(threads[2], NULL);
+    munmap((void*)other, sizeof(int));
+}
+
 static void check_children(void)
 {
     int status = -1;
@@ -347,6 +395,15 @@ static void check_children(void)
 }
 
 // Files
+
+static void check_unblockable_signals(void)
+{
+    errno = 0;
+    CHECK(signal(SIGKILL, SIG_IGN) == SIG_ERR && errno == EINVAL);
+    errno = 0;
+    CHECK(signal(SIGSTOP, count) == SIG_ERR && errno == EINVAL);
+    signal(SIGKILL, SIG_DFL);
+}
 
 static void check_files(void)
 {
@@ -414,7 +471,132 @@ static void check_paths(void)
 #endif
 }
 
-int main(void)
+#ifdef __APPLE__
+// Information about processes. A failed function of libproc returns 0.
+
+#define CHECK_NOTHING(number, call) \
+    do {                            \
+        errno = 0;                  \
+        CHECK((call) == 0);         \
+        CHECK(errno == (number));   \
+    } while (0)
+
+static int read_all(pid_t id, struct proc_taskallinfo* info)
+{
+    return proc_pidinfo(id, PROC_PIDTASKALLINFO, 0, info, sizeof *info);
+}
+
+static int is_listed(pid_t id)
+{
+    pid_t ids[1024];
+    const int size = proc_listpids(PROC_RUID_ONLY, getuid(), ids, sizeof ids);
+    int found = 0;
+    for (int i = 0; i < size / (int)sizeof *ids; ++i) {
+        found += ids[i] == id;
+    }
+    return found;
+}
+
+// `executed`: the path as it was given to the system.
+static void check_arguments(pid_t id, const char* executed, int argc, char** argv)
+{
+    int name[] = {CTL_KERN, KERN_PROCARGS2, id};
+    size_t size = 0;
+    CHECK(sysctl(name, 3, NULL, &size, NULL, 0) == 0);
+    char* const text = calloc(1, size + 1);
+    size_t too_small = 8;
+    CHECK_ERROR(ENOMEM, sysctl(name, 3, text, &too_small, NULL, 0));
+    CHECK(sysctl(name, 3, text, &size, NULL, 0) == 0);
+    int count = -1;
+    memcpy(&count, text, sizeof count);
+    CHECK(count == argc);
+    const char* at = text + sizeof count;
+    CHECK(strcmp(at, executed) == 0);
+    at += strlen(at);
+    while (*at == '\0') {
+        ++at;
+    }
+    for (int i = 0; i < argc; ++i) {
+        CHECK(strcmp(at, argv[i]) == 0);
+        at += strlen(at) + 1;
+    }
+    // The environment follows.
+    CHECK(strchr(at, '=') != NULL);
+    free(text);
+}
+
+static void check_process_table(int argc, char** argv)
+{
+    char own[PATH_MAX] = "";
+    uint32_t own_size = sizeof own;
+    CHECK(_NSGetExecutablePath(own, &own_size) == 0);
+    char* const resolved = realpath(own, NULL);
+    char path[PROC_PIDPATHINFO_MAXSIZE] = "";
+    CHECK(proc_pidpath(getpid(), path, sizeof path) == (int)strlen(resolved));
+    CHECK(strcmp(path, resolved) == 0);
+    check_arguments(getpid(), resolved, argc, argv);
+
+    struct proc_taskallinfo info;
+    CHECK(read_all(getpid(), &info) == sizeof info);
+    CHECK(info.pbsd.pbi_pid == (uint32_t)getpid() && info.pbsd.pbi_ppid == (uint32_t)getppid());
+    CHECK(info.pbsd.pbi_ruid == getuid() && info.pbsd.pbi_pgid == (uint32_t)getpgrp());
+    CHECK((info.pbsd.pbi_flags & PROC_FLAG_EXEC) != 0);
+    CHECK(info.ptinfo.pti_resident_size > 4096 && info.ptinfo.pti_threadnum > 0);
+    mach_timebase_info_data_t base = {0, 0};
+    CHECK(mach_timebase_info(&base) == 0);
+    const uint64_t ticks = info.ptinfo.pti_total_user + info.ptinfo.pti_total_system;
+    CHECK(ticks * base.numer / base.denom > 10000000);
+
+    // A forked child has executed no program. Once it has ended, nothing is known about it.
+    int ends[2];
+    CHECK(pipe(ends) == 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        close(ends[1]);
+        char byte = 0;
+        _exit((int)read(ends[0], &byte, 1));
+    }
+    CHECK(is_listed(getpid()) == 1 && is_listed(child) == 1 && is_listed(4711) == 0);
+    CHECK(proc_listpids(PROC_RUID_ONLY, getuid(), NULL, 0) >= 2 * (int)sizeof(pid_t));
+    CHECK(read_all(child, &info) == sizeof info);
+    CHECK(info.pbsd.pbi_ppid == (uint32_t)getpid());
+    CHECK((info.pbsd.pbi_flags & PROC_FLAG_EXEC) == 0);
+    CHECK(proc_pidpath(child, path, sizeof path) > 0 && strcmp(path, resolved) == 0);
+    check_arguments(child, resolved, argc, argv);
+    close(ends[1]);
+    int status = -1;
+    CHECK(waitpid(child, &status, 0) == child);
+    close(ends[0]);
+    CHECK_NOTHING(ESRCH, read_all(child, &info));
+    CHECK_NOTHING(ESRCH, proc_pidpath(child, path, sizeof path));
+    int name[] = {CTL_KERN, KERN_PROCARGS2, child};
+    size_t size = sizeof path;
+    CHECK_ERROR(EINVAL, sysctl(name, 3, path, &size, NULL, 0));
+
+    // Directories and descriptors.
+    struct proc_vnodepathinfo directories;
+    char directory[PATH_MAX] = "";
+    CHECK(proc_pidinfo(getpid(), PROC_PIDVNODEPATHINFO, 0, &directories, sizeof directories) ==
+          sizeof directories);
+    CHECK(getcwd(directory, sizeof directory) != NULL);
+    CHECK(strcmp(directories.pvi_cdir.vip_path, directory) == 0);
+    const int file = open("appended", O_WRONLY | O_CREAT | O_APPEND, 0600);
+    CHECK(write(file, "abc", 3) == 3);
+    struct vnode_fdinfowithpath open_file;
+    CHECK(proc_pidfdinfo(getpid(), file, PROC_PIDFDVNODEPATHINFO, &open_file, sizeof open_file) ==
+          sizeof open_file);
+    CHECK((open_file.pfi.fi_openflags & (FREAD | FWRITE | O_APPEND)) == (FWRITE | O_APPEND));
+    CHECK(open_file.pfi.fi_offset == 3);
+    CHECK(strcmp(strrchr(open_file.pvip.vip_path, '/'), "/appended") == 0);
+    close(file);
+    unlink("appended");
+    CHECK_NOTHING(EBADF, proc_pidfdinfo(getpid(), file, PROC_PIDFDVNODEPATHINFO, &open_file,
+                                        sizeof open_file));
+    free(resolved);
+}
+#endif
+
+int main(int argc, char** argv)
 {
     setbuf(stdout, NULL);
     char directory[] = "/tmp/posix_test_XXXXXX";
@@ -422,6 +604,7 @@ int main(void)
         return 2;
     }
     check_masks();
+    check_unblockable_signals();
     check_masks_of_threads();
     check_size_limit();
     check_supplied_stack();
@@ -429,8 +612,15 @@ int main(void)
     check_threads();
     check_children();
     check_child_whose_thread_returns();
+    check_only_thread_of_a_child();
     check_files();
     check_paths();
+#ifdef __APPLE__
+    check_process_table(argc, argv);
+#else
+    (void)argc;
+    (void)argv;
+#endif
     unlink("limited");
     unlink("loop");
     rmdir(directory);

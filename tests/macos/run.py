@@ -29,9 +29,11 @@ def run(architecture, directory, file, arguments):
     path = arguments[0]
     environment = undo_python()
     import libsystem
+    from libsystem.process_table import show_program
     from machine import BrokenProgram, Machine, Missing
 
     try:
+        show_program(path)
         machine = Machine(
             architecture,
             f"{directory}/guest/{architecture}",

@@ -189,7 +189,10 @@ class Scheduler:
             while True:
                 self._take_signals()
                 ran = False
-                for thread in list(self.threads):
+                threads = self.threads
+                for thread in list(threads):
+                    if self.threads is not threads:
+                        break  # a forked child has only the thread that has forked
                     if not thread.done and self._can_run(thread):
                         ran = True
                         self._step(thread)

@@ -7,7 +7,6 @@ A plan is that of sigterm.py; on the command line, "signal" may be omitted befor
 tests/end_to_end/moments.py does the same for Linux and describes the outcomes.
 """
 
-import collections
 import concurrent.futures
 import os
 import sys
@@ -17,7 +16,7 @@ sys.path.insert(0, f"{ROOT}/tests/end_to_end")
 
 import moments  # noqa: E402  (the path is set just before)
 import namespace  # noqa: E402
-from moments import (  # noqa: E402
+from moments_report import (  # noqa: E402
     ABORTED,
     ABORTED_LEFT,
     CHILD_ENDED,
@@ -28,6 +27,10 @@ from moments import (  # noqa: E402
     STOPPED,
     TERMINATED,
     UNKILLED,
+    Table,
+    document,
+    plan_of,
+    show_run,
 )
 
 NAMESPACES_AT_ONCE = 2
@@ -58,8 +61,14 @@ PERMITTED = {
 }
 
 
-def permitted(items, *place):
-    return PERMITTED.get(place, (set(), set()))[min(items, 2) - 1]
+def permitted(items):
+    """The permitted outcomes, by phase and thread."""
+    found = {place: outcomes[min(items, 2) - 1] for place, outcomes in PERMITTED.items()}
+    if os.environ.get("KESTRANE_ARCHITECTURE") == "x86_64":
+        # Before main inserts the first item into the map, it calls ceilf; on Apple silicon that is
+        # an instruction.
+        found["launching", "main"] = found["launching", "main"] | {LOST}
+    return found
 
 
 def run_plans(items, plans, trace=False):
@@ -79,63 +88,13 @@ def plans(items):
             yield f"signal main {wait} hold {thread} {number}"
 
 
-class Table:
-    def __init__(self, items):
-        self.items = items
-        self.runs = 0
-        self.found = collections.defaultdict(list)  # plans, by phase, thread and outcome
-        self.unreached = []
-
-    def fill(self):
-        every = list(plans(self.items))
-        chunks = [
-            every[i : i + PLANS_PER_NAMESPACE] for i in range(0, len(every), PLANS_PER_NAMESPACE)
-        ]
-        with concurrent.futures.ThreadPoolExecutor(NAMESPACES_AT_ONCE) as pool:
-            for results in pool.map(lambda chunk: run_plans(self.items, chunk), chunks):
-                for result in results:
-                    self.add(result)
-
-    def add(self, result):
-        self.runs += 1
-        outcome = moments.outcome_of(result)
-        if outcome is not None:
-            self.found[(*moments.place_of(result), outcome)].append(result["plan"])
-        elif "hold" not in result["plan"]:
-            self.unreached.append(result["plan"])
-
-    def failures(self):
-        for row, found in sorted(self.found.items()):
-            if row[2] not in permitted(self.items, *row[:2]):
-                yield f"{': '.join(row)} is not permitted: {self.items} {moments.shortest(found)}"
-        for plan in self.unreached:
-            yield f"{self.items} {plan} was not reached"
-        for place in PERMITTED:
-            for outcome in sorted(permitted(self.items, *place)):
-                if (*place, outcome) not in self.found:
-                    yield f"{': '.join(place)}: {outcome} was not reached with {self.items}"
-
-    def show(self):
-        for row in sorted(self.found, key=moments.order_of):
-            found = self.found[row]
-            place = f"{row[0]}: {row[1]}"
-            print(f"{place:32}{row[2]:66}{len(found):6}  {self.items} {moments.shortest(found)}")
-        print(f"{self.runs} runs", flush=True)
-
-
-def show(items, plan):
-    result = run_plans(items, [plan])[0]
-    outcome = moments.outcome_of(result)
-    if outcome is None:
-        print("The run does not reach these calls.")
-        return 1
-    print("\n".join(result["lines"]))
-    for level, text in result["log"]:
-        print(f"log {level} {text}")
-    if result["left"]:
-        print("left behind:", *result["left"])
-    print(f"{': '.join(moments.place_of(result))}: {outcome}")
-    return 0
+def results(items):
+    """The results of all plans."""
+    every = list(plans(items))
+    chunks = [every[i : i + PLANS_PER_NAMESPACE] for i in range(0, len(every), PLANS_PER_NAMESPACE)]
+    with concurrent.futures.ThreadPoolExecutor(NAMESPACES_AT_ONCE) as pool:
+        for found in pool.map(lambda chunk: run_plans(items, chunk), chunks):
+            yield from found
 
 
 BEGIN = "<!-- The table is written by scripts/macos/moments.sh --document. -->"
@@ -144,17 +103,18 @@ BEGIN = "<!-- The table is written by scripts/macos/moments.sh --document. -->"
 def main():
     arguments = sys.argv[1:]
     if arguments and arguments[0].isdigit():
-        return show(int(arguments[0]), moments.plan_of(arguments[1:]))
+        return show_run(run_plans(int(arguments[0]), [plan_of(arguments[1:])])[0])
     counts = [int(word) for word in arguments if word.isdigit()] or [1, 2]
-    tables = {items: Table(items) for items in counts}
+    tables = {items: Table(items, permitted(items)) for items in counts}
     for table in tables.values():
-        table.fill()
+        table.fill(results(table.items))
         table.show()
+        print(f"{table.runs} runs", flush=True)
     failures = [text for table in tables.values() for text in table.failures()]
     for failure in failures:
         print(f"FAILED: {failure}")
     if "--document" in arguments and not failures:
-        moments.document(tables, BEGIN)
+        document(tables, BEGIN)
     return 1 if failures else 0
 
 

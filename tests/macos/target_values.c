@@ -4,8 +4,10 @@
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <libproc.h>
 #include <limits.h>
 #include <locale.h>
+#include <mach/mach_time.h>
 #include <pthread.h>
 #include <pwd.h>
 #include <runetype.h>
@@ -14,8 +16,11 @@
 #include <stdio.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
+#include <sys/proc.h>
+#include <sys/proc_info.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/sysctl.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -176,6 +181,17 @@ static const struct {
     NUMBER(_CTYPE_R),
     NUMBER(_PTHREAD_MUTEX_SIG_init),
     NUMBER(_PTHREAD_COND_SIG_init),
+    NUMBER(PROC_RUID_ONLY),
+    NUMBER(PROC_PIDTASKALLINFO),
+    NUMBER(PROC_PIDVNODEPATHINFO),
+    NUMBER(PROC_PIDFDVNODEPATHINFO),
+    NUMBER(PROC_FLAG_LP64),
+    NUMBER(PROC_FLAG_EXEC),
+    NUMBER(SRUN),
+    NUMBER(SSLEEP),
+    NUMBER(SSTOP),
+    NUMBER(CTL_KERN),
+    NUMBER(KERN_PROCARGS2),
     STRUCTURE(stat),
     MEMBER(stat, st_dev),
     MEMBER(stat, st_mode),
@@ -235,6 +251,38 @@ static const struct {
     TYPE(pthread_cond_t),
     TYPE(pthread_attr_t),
     TYPE(mbstate_t),
+    STRUCTURE(mach_timebase_info),
+    STRUCTURE(proc_bsdinfo),
+    MEMBER(proc_bsdinfo, pbi_flags),
+    MEMBER(proc_bsdinfo, pbi_status),
+    MEMBER(proc_bsdinfo, pbi_pid),
+    MEMBER(proc_bsdinfo, pbi_ppid),
+    MEMBER(proc_bsdinfo, pbi_uid),
+    MEMBER(proc_bsdinfo, pbi_ruid),
+    MEMBER(proc_bsdinfo, pbi_svgid),
+    MEMBER(proc_bsdinfo, pbi_comm),
+    MEMBER(proc_bsdinfo, pbi_name),
+    MEMBER(proc_bsdinfo, pbi_pgid),
+    MEMBER(proc_bsdinfo, pbi_nice),
+    MEMBER(proc_bsdinfo, pbi_start_tvsec),
+    MEMBER(proc_bsdinfo, pbi_start_tvusec),
+    STRUCTURE(proc_taskinfo),
+    MEMBER(proc_taskinfo, pti_resident_size),
+    MEMBER(proc_taskinfo, pti_total_user),
+    MEMBER(proc_taskinfo, pti_total_system),
+    MEMBER(proc_taskinfo, pti_threadnum),
+    STRUCTURE(proc_taskallinfo),
+    MEMBER(proc_taskallinfo, ptinfo),
+    STRUCTURE(proc_fileinfo),
+    MEMBER(proc_fileinfo, fi_openflags),
+    MEMBER(proc_fileinfo, fi_offset),
+    STRUCTURE(vnode_info_path),
+    MEMBER(vnode_info_path, vip_path),
+    STRUCTURE(proc_vnodepathinfo),
+    MEMBER(proc_vnodepathinfo, pvi_cdir),
+    MEMBER(proc_vnodepathinfo, pvi_rdir),
+    STRUCTURE(vnode_fdinfowithpath),
+    MEMBER(vnode_fdinfowithpath, pvip),
 };
 
 int main(void)

@@ -107,6 +107,9 @@ OTHERS = {
     "_CTYPE_L": 0x1000, "_CTYPE_P": 0x2000, "_CTYPE_S": 0x4000, "_CTYPE_U": 0x8000,
     "_CTYPE_X": 0x10000, "_CTYPE_B": 0x20000, "_CTYPE_R": 0x40000,
     "_PTHREAD_MUTEX_SIG_init": 0x32AAABA7, "_PTHREAD_COND_SIG_init": 0x3CB0B1BB,
+    "PROC_RUID_ONLY": 5, "PROC_PIDTASKALLINFO": 2, "PROC_PIDVNODEPATHINFO": 9,
+    "PROC_PIDFDVNODEPATHINFO": 2, "PROC_FLAG_LP64": 0x10, "PROC_FLAG_EXEC": 0x4000,
+    "SRUN": 2, "SSLEEP": 3, "SSTOP": 4, "CTL_KERN": 1, "KERN_PROCARGS2": 49,
 }  # fmt: skip
 
 # Sizes of structures and offsets of their members.
@@ -127,7 +130,20 @@ LAYOUTS = {
     "timespec": 16, "rlimit": 16, "winsize": 8, "sigset_t": 4,
     "_RuneLocale.__runetype": 60, "_RuneLocale.__maplower": 1084, "_RuneLocale.__mapupper": 2108,
     "pthread_mutex_t": 64, "pthread_cond_t": 48, "pthread_attr_t": 64,
-    "mbstate_t": 128,
+    "mbstate_t": 128, "mach_timebase_info": 8,
+    "proc_bsdinfo": 136, "proc_bsdinfo.pbi_flags": 0, "proc_bsdinfo.pbi_status": 4,
+    "proc_bsdinfo.pbi_pid": 12, "proc_bsdinfo.pbi_ppid": 16, "proc_bsdinfo.pbi_uid": 20,
+    "proc_bsdinfo.pbi_ruid": 28, "proc_bsdinfo.pbi_svgid": 40, "proc_bsdinfo.pbi_comm": 48,
+    "proc_bsdinfo.pbi_name": 64, "proc_bsdinfo.pbi_pgid": 100, "proc_bsdinfo.pbi_nice": 116,
+    "proc_bsdinfo.pbi_start_tvsec": 120, "proc_bsdinfo.pbi_start_tvusec": 128,
+    "proc_taskinfo": 96, "proc_taskinfo.pti_resident_size": 8, "proc_taskinfo.pti_total_user": 16,
+    "proc_taskinfo.pti_total_system": 24, "proc_taskinfo.pti_threadnum": 84,
+    "proc_taskallinfo": 232, "proc_taskallinfo.ptinfo": 136,
+    "proc_fileinfo": 24, "proc_fileinfo.fi_openflags": 0, "proc_fileinfo.fi_offset": 8,
+    "vnode_info_path": 1176, "vnode_info_path.vip_path": 152,
+    "proc_vnodepathinfo": 2352, "proc_vnodepathinfo.pvi_cdir": 0,
+    "proc_vnodepathinfo.pvi_rdir": 1176,
+    "vnode_fdinfowithpath": 1200, "vnode_fdinfowithpath.pvip": 24,
 }  # fmt: skip
 
 # struct stat from st_dev to st_flags.
@@ -137,6 +153,11 @@ PASSWD = struct.Struct("<QQIIqQQQQq")
 TIMESPEC = struct.Struct("<qq")
 TM = struct.Struct("<9i4xqQ")
 SIGACTION = struct.Struct("<QIi")
+# Of proc_bsdinfo without reserved members, open files and the terminal.
+PROC_BSDINFO = struct.Struct("<11I4x16s32s4xI12xiQQ")
+# Of proc_taskinfo the sizes, the times of all threads and the number of threads.
+PROC_TASKINFO = struct.Struct("<4Q52xi8x")
+PROC_FILEINFO = struct.Struct("<IIqiI")
 
 _TO_MACOS = {getattr(errno, name): number for name, number in ERRNO.items()}
 _SIGNAL_TO_MACOS = {int(getattr(signal, name)): number for name, number in SIGNALS.items()}

@@ -34,6 +34,8 @@ class Values(unittest.TestCase):
         sizes = {
             "stat": values.STAT, "flock": values.FLOCK, "passwd": values.PASSWD, "tm": values.TM,
             "timespec": values.TIMESPEC, "sigaction": values.SIGACTION,
+            "proc_bsdinfo": values.PROC_BSDINFO, "proc_taskinfo": values.PROC_TASKINFO,
+            "proc_fileinfo": values.PROC_FILEINFO,
         }  # fmt: skip
         for name, packed in sizes.items():
             with self.subTest(name):

@@ -108,6 +108,15 @@ class Dsym(unittest.TestCase):
         self.assertEqual(2, len(problems), problems)
         self.assertIn("UUID", problems[0])
 
+    def test_debug_information_with_another_identifier_is_found(self):
+        debug = self.paths("MacOS/launcher")[1]
+        content = bytearray(debug.read_bytes())
+        at = content.index(dsym.images(debug)["arm64"].uuid)
+        content[at] ^= 1
+        debug.write_bytes(content)
+        expected = "launcher (arm64): the UUID of its debug information differs"
+        self.assertEqual([expected], self.problems())
+
     def test_a_crash_that_is_located_elsewhere_is_found(self):
         moved = "\n\n\n" + SOURCES["launcher/main.cpp"]
         self.install("MacOS/launcher", "launcher/main.cpp", moved)

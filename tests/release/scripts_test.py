@@ -33,7 +33,7 @@ class ReleaseTest(unittest.TestCase):
         directory = tempfile.TemporaryDirectory()
         self.addCleanup(directory.cleanup)
         self.project = pathlib.Path(directory.name) / "a projäct"
-        for name in ("scripts", "cmake"):
+        for name in ("scripts", "cmake", "packaging"):
             shutil.copytree(ROOT / name, self.project / name)
         for name in ("CMakeLists.txt", "CHANGELOG.md"):
             shutil.copy(ROOT / name, self.project)
@@ -67,6 +67,69 @@ class ReleaseTest(unittest.TestCase):
         self.assertEqual(1, result.returncode)
 
 
+def run_step(command, directory=ROOT, **options):
+    """Runs a command after the steps of release.sh have been defined."""
+    steps = f"cd '{ROOT}'; . scripts/lib/base.sh; . scripts/release/steps.sh; cd '{directory}'; "
+    return subprocess.run(
+        ["bash", "-euc", steps + command], capture_output=True, text=True, check=True, **options
+    )
+
+
+class ReuseObjects(unittest.TestCase):
+    FILES = (".ninja_log", ".ninja_deps", "launcher/main.cpp.o", "launcher/launcher", "lib.a")
+
+    def reuse(self, reuse):
+        """The files that are copied from a build directory, with their times."""
+        with tempfile.TemporaryDirectory() as name:
+            directory = pathlib.Path(name)
+            for index, file in enumerate(self.FILES):
+                path = directory / "from" / file
+                path.parent.mkdir(parents=True, exist_ok=True)
+                path.write_text(file)
+                os.utime(path, ns=(0, 1_000_000_007 + index))
+            run_step(f"reuse={reuse}; reuse_objects from to/macos; reuse_objects no to", directory)
+            to = directory / "to/macos"
+            files = [path for path in to.rglob("*") if path.is_file()]
+            return {path.relative_to(to).as_posix(): path.stat().st_mtime_ns for path in files}
+
+    def test_object_files_keep_the_times_by_which_ninja_judges_them(self):
+        expected = {name: 1_000_000_007 + i for i, name in enumerate(self.FILES[:3])}
+        self.assertEqual(expected, self.reuse("yes"))
+
+    def test_nothing_is_reused_unasked(self):
+        self.assertEqual({}, self.reuse(""))
+
+
+class CxxLibraries(unittest.TestCase):
+    """The debug information is made from programs with the same C++ library as the shipped ones."""
+
+    SHIPPED = ("qv7log/libqv7log.dylib", "launcher/launcher", "tools/launchlist/launchlist")
+
+    def libraries(self, links):
+        """What steps.sh finds in (program, variant of the library) pairs."""
+        lines = [
+            f"zig ld -dynamic -o {program} main.cpp.o /x/o/{variant}/libc++abi.a "
+            f"/x/o/{variant}/libc++.a -lSystem\n"
+            for program, variant in links
+        ]
+        output = "[1/2] Linking\n" + "".join(lines)
+        return run_step("cxx_libraries", input=output).stdout.split()
+
+    def test_another_variant_in_the_examples_does_not_matter(self):
+        ours = [(program, "a") for program in self.SHIPPED]
+        example = [("examples/indexer", "b")]
+        for links in (example + ours, ours + example, ours):
+            expected = ["/x/o/a/libc++abi.a", "/x/o/a/libc++.a"]
+            self.assertEqual(expected, self.libraries(links))
+
+    def test_variants_of_all_shipped_programs_are_found(self):
+        links = [(program, program[0]) for program in self.SHIPPED]
+        self.assertEqual(6, len(self.libraries(links)))
+
+
+PLACEHOLDER = "Kestrane maintainers <maintainers@kestrane.invalid>"
+
+
 class Release(ReleaseTest):
     """Every case ends before anything is built: uname, the first tool after the version is known,
     says that this is a Mac."""
@@ -77,12 +140,15 @@ class Release(ReleaseTest):
         super().setUp()
         self.tool("uname", "echo Darwin")
         self.git("init", "--quiet")
+        self.replace("packaging/CMakeLists.txt", PLACEHOLDER, "Margaret <margaret@example.org>")
         self.commit()
 
     def git(self, *arguments):
         identity = ["-c", "user.name=x", "-c", "user.email=x@example.org"]
         command = ["git", *identity, *arguments]
-        subprocess.run(command, cwd=self.project, env=self.environment, check=True)
+        subprocess.run(
+            command, cwd=self.project, env=self.environment, check=True, stdout=subprocess.DEVNULL
+        )
 
     def commit(self):
         self.git("add", "--all")
@@ -111,6 +177,18 @@ class Release(ReleaseTest):
         self.expect_failure(self.run_script("release.sh"), f"not tagged v{self.version()}")
         self.expect_failure(self.run_script("release.sh", "--snapshot"), self.ACCEPTED)
 
+    def test_a_placeholder_for_the_maintainer_is_refused(self):
+        for address in (PLACEHOLDER, "Margaret", ""):
+            with self.subTest(address):
+                text = f'set(CPACK_DEBIAN_PACKAGE_MAINTAINER "{address}")\n'
+                (self.project / "packaging/CMakeLists.txt").write_text(text)
+                self.commit()
+                self.git("tag", "--force", f"v{self.version()}")
+                result = self.run_script("release.sh")
+                self.expect_failure(result, f'The maintainer "{address}" is a placeholder')
+                self.assertIn("CPACK_DEBIAN_PACKAGE_MAINTAINER", result.stderr)
+                self.expect_failure(self.run_script("release.sh", "--snapshot"), self.ACCEPTED)
+
     def test_a_version_without_changes_is_refused(self):
         self.replace("CHANGELOG.md", f"## {self.version()}", "## 99.0.0")
         self.commit()
@@ -119,7 +197,16 @@ class Release(ReleaseTest):
         self.expect_failure(self.run_script("release.sh", "--snapshot"), "CHANGELOG.md has no")
 
     def test_unknown_arguments_are_refused(self):
-        self.expect_failure(self.run_script("release.sh", "--snapshto"), "Unknown arguments")
+        self.expect_failure(self.run_script("release.sh", "--snapshto"), 'argument "--snapshto"')
+
+    def test_a_release_is_complete_and_built_from_its_sources_only(self):
+        self.git("tag", f"v{self.version()}")
+        for option in ("--linux", "--reuse"):
+            with self.subTest(option):
+                text = "supported only with --snapshot"
+                self.expect_failure(self.run_script("release.sh", option), text)
+                result = self.run_script("release.sh", "--snapshot", option)
+                self.expect_failure(result, self.ACCEPTED)
 
 
 class Sign(ReleaseTest):

@@ -8,6 +8,7 @@ import subprocess
 import sys
 import tempfile
 import unittest
+import unittest.mock
 
 ROOT = pathlib.Path(__file__).parents[2]
 sys.path.insert(0, str(ROOT / "scripts/release"))
@@ -75,6 +76,14 @@ class Components(unittest.TestCase):
         for package in self.sbom()["packages"]:
             if "artefact" in package["SPDXID"]:
                 self.assertEqual("NOASSERTION", package["licenseDeclared"])
+
+    def test_a_licence_of_the_launcher_is_stated_everywhere(self):
+        with unittest.mock.patch.object(third_party, "OWN_LICENCE", "MIT"):
+            packages = [p for p in self.sbom()["packages"] if "artefact" in p["SPDXID"]]
+            self.assertEqual({"MIT"}, {p["licenseDeclared"] for p in packages})
+            text = "".join(third_party.notices("linux", self.lists()))
+        self.assertIn("The licence of the launcher itself: MIT\n", text)
+        self.assertNotIn("No licence", text)
 
     def test_relations_join_artefacts_and_their_own_components(self):
         document = self.sbom()

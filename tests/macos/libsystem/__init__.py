@@ -10,6 +10,7 @@ from libsystem import (  # noqa: F401  (each declares its functions)
     logging,
     numbers,
     pages,
+    process_table,
     processes,
     signals,
     stdio,

@@ -14,6 +14,12 @@ def getuid(_call):
     return os.getuid()
 
 
+@function("_geteuid")
+def geteuid(_call):
+    """getuid(2)."""
+    return os.geteuid()
+
+
 @function("_setuid")
 @sets_errno()
 def setuid(call):

@@ -1,5 +1,6 @@
 """Signals: signal(3), sigaction(2), sigprocmask(2), sigwait(2), kill(2), pause(3), alarm(3)."""
 
+import errno
 import os
 import signal
 
@@ -11,7 +12,7 @@ from scheduling import Invoke, Wait
 DEFAULT, IGNORE = 0, 1
 
 
-# POSIX: blocking them has no effect.
+# POSIX: blocking them has no effect, and they can be neither handled nor ignored.
 UNBLOCKABLE = {signal.SIGKILL, signal.SIGSTOP}
 
 
@@ -28,6 +29,10 @@ def current(machine, number):
 
 def change(machine, number, handler):
     scheduler = machine.scheduler
+    if number in UNBLOCKABLE:
+        if handler != DEFAULT:
+            raise OSError(errno.EINVAL, os.strerror(errno.EINVAL))
+        return
     if handler in (DEFAULT, IGNORE):
         signal.signal(number, signal.SIG_IGN if handler == IGNORE else signal.SIG_DFL)
         scheduler.remove_handler(number)
@@ -38,6 +43,7 @@ def change(machine, number, handler):
 
 
 @function("_signal")
+@sets_errno()
 def signal_(call):
     """signal(3)."""
     machine = call.machine
@@ -57,6 +63,7 @@ def alarm(call):
 
 
 @function("_sigaction")
+@sets_errno()
 def sigaction(call):
     """sigaction(2): the handler only; flags and mask are those of signal(3)."""
     machine = call.machine

@@ -134,8 +134,8 @@ void EventQueue::Release(Milliseconds now, bool is_growing,
                 return;
             }
             if (known.launcher != History::kNone) {
-                event.launcher =
-                    LauncherId{m_first_launcher + known.launcher, known.launcher_process};
+                event.launcher = LauncherId{m_first_launcher + known.launcher,
+                                            known.launcher_process, known.possible_parent};
             }
             event.name = known.name;
             if (known.run != nullptr) {

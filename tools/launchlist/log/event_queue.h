@@ -34,6 +34,7 @@ struct LauncherId
 {
     std::size_t number = 0;
     std::int64_t process = 0;
+    std::optional<std::int64_t> may_be_child_of;  // As in report.h.
 };
 
 struct LogEvent

@@ -19,6 +19,11 @@ constexpr Milliseconds kPause = kRestartPause.count();
 // that has not restarted its program within this time has stopped.
 constexpr Milliseconds kSettled = 1000;
 
+// A child that could not execute its program may write its first record later than that: on a
+// machine that is too busy, and on one that sleeps. Until this time after a start, a new process
+// may be such a child.
+constexpr Milliseconds kLate = 60000;
+
 // A stop waits for one restart pause between two children. The clock may be slewed meanwhile.
 constexpr Milliseconds kStopGap = kPause - 1;
 
@@ -165,7 +170,11 @@ std::size_t History::WriterOf(const Event& event, std::int64_t process, std::siz
         writer.may_be_other_after = writer.last;
     }
     // It writes about a second item, so it is a launcher.
-    if (writer.parent != kNone && (item == kNone || writer.item != item)) {
+    const bool has_second_item = item == kNone || writer.item != item;
+    if (writer.possible_parent != kNone && has_second_item) {
+        RemovePossibleParent(writer);
+    }
+    if (writer.parent != kNone && has_second_item) {
         Run& run = m_items[writer.item].runs[writer.parent_run];
         run.role = Role::kRun;
         run.is_open = !run.end;
@@ -219,6 +228,27 @@ std::size_t History::ParentOf(const Item& item, Milliseconds time) const
     return may_be ? item.last_starter : kNone;
 }
 
+// The same for a new process that may be its child or another launcher. If its starter could not
+// execute the program either, the next child may come at any time: a machine that sleeps suspends
+// the series of failed starts.
+std::size_t History::PossibleParentOf(const Item& item, Milliseconds time) const
+{
+    if (item.last_start == kNone) {
+        return kNone;
+    }
+    const Run& run = item.runs[item.last_start];
+    const bool is_in_time =
+        run.start && time >= *run.start &&
+        (time - *run.start <= kLate || m_writers[item.last_starter].parent != kNone);
+    return run.is_open && is_in_time ? item.last_starter : kNone;
+}
+
+void History::RemovePossibleParent(Writer& writer)
+{
+    m_items[writer.item].possible_children.erase(writer.parent_run);
+    writer.possible_parent = kNone;
+}
+
 std::size_t History::RootOf(std::size_t writer) const
 {
     while (m_writers[writer].parent != kNone) {
@@ -258,6 +288,12 @@ std::size_t History::AddStart(std::size_t index, std::size_t item_index, Millise
         failed.down_until = time;
         writer.parent = parent;
         writer.parent_run = item.last_start;
+    } else if (is_new) {
+        writer.possible_parent = PossibleParentOf(item, time);
+        writer.parent_run = item.last_start;
+        if (writer.possible_parent != kNone) {
+            item.possible_children[item.last_start] = index;
+        }
     }
     writer.writes_starts = true;
     Supervision& supervision = SupervisionOf(index, item_index);
@@ -323,6 +359,11 @@ std::size_t History::AddEnd(const Event& event, std::size_t index, std::size_t i
     run.end = time;
     run.is_open = false;
     run.termination = {event.result >= 0, event.wait_status};
+    // This record names the run's child.
+    const auto possible = item.possible_children.find(number);
+    if (possible != item.possible_children.end()) {
+        RemovePossibleParent(m_writers[possible->second]);
+    }
     if (is_older) {
         run.ended_by = IsKill(run.termination) ? EndedBy::kLauncher : EndedBy::kProgram;
         supervision.older = kNone;
@@ -547,6 +588,7 @@ void History::FinishRuns(Item& item, Milliseconds last_record)
             }
         } else if (run.role != Role::kFailed) {
             const bool has_run = run.is_open && run.start && writer.parent == kNone &&
+                                 item.possible_children.count(i) == 0 &&
                                  root.last - *run.start >= kSettled;
             run.role = has_run ? Role::kRun : Role::kAttempt;
             run.to = has_run ? root.last : run.from;
@@ -584,7 +626,9 @@ void History::FindRoots()
 // Fills in and sorts the launchers of each item, so that a binary search can find a later one.
 void History::SortLaunchers()
 {
-    const auto is_launcher = [&](std::size_t writer) { return m_writers[writer].parent == kNone; };
+    const auto is_launcher = [&](std::size_t writer) {
+        return m_writers[writer].parent == kNone && m_writers[writer].possible_parent == kNone;
+    };
     const auto began_before = [&](std::size_t a, std::size_t b) {
         return m_writers[a].first < m_writers[b].first;
     };
@@ -616,6 +660,7 @@ History::Knowledge History::KnowledgeOf(EventKind kind, const Place& place) cons
     if (place.writer != kNone) {
         knowledge.launcher = m_roots[place.writer];
         knowledge.launcher_process = m_writers[knowledge.launcher].process;
+        knowledge.possible_parent = PossibleLauncherOf(knowledge.launcher);
     }
     if (place.item == kNone) {
         return knowledge;
@@ -631,7 +676,7 @@ History::Knowledge History::KnowledgeOf(EventKind kind, const Place& place) cons
     if (kind == EventKind::kStart) {
         // A process that writes about a second item is another launcher.
         knowledge.is_continued = writer.parent != kNone && run.is_first;
-        if (knowledge.is_continued) {
+        if (knowledge.is_continued || (writer.possible_parent != kNone && run.is_first)) {
             knowledge.open_until = *run.start + kSettled;
         }
         return knowledge;
@@ -644,6 +689,14 @@ History::Knowledge History::KnowledgeOf(EventKind kind, const Place& place) cons
         knowledge.open_until = writer.last + kSettled;
     }
     return knowledge;
+}
+
+// The process id of the launcher that this one may be a child of.
+std::optional<std::int64_t> History::PossibleLauncherOf(std::size_t launcher) const
+{
+    const std::size_t parent = m_writers[launcher].possible_parent;
+    return parent == kNone ? std::nullopt
+                           : std::optional<std::int64_t>(m_writers[m_roots[parent]].process);
 }
 
 std::vector<std::string> History::ItemNames() const
@@ -685,7 +738,8 @@ void History::Finish(Report& report, Milliseconds now, std::optional<std::int64_
             numbers[i] = static_cast<std::uint32_t>(report.launchers.size());
             report.launchers.push_back({writer.process, writer.first, writer.last, writer.end,
                                         writer.is_certain, writer.writes_starts,
-                                        writer.CountItems(), is_selected == nullptr});
+                                        writer.CountItems(), is_selected == nullptr,
+                                        PossibleLauncherOf(i)});
         }
     }
     for (std::size_t i = 0; i < m_writers.size(); ++i) {

@@ -1,6 +1,7 @@
 // Assembles the events of a log into runs and launchers.
 #pragma once
 
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -49,6 +50,8 @@ public:
         std::optional<Milliseconds> open_until;
         std::size_t launcher = kNone;
         std::int64_t launcher_process = 0;
+        // The id of the launcher that `launcher` may be a child of, rather than a launcher.
+        std::optional<std::int64_t> possible_parent;
     };
     Knowledge KnowledgeOf(EventKind kind, const Place& place) const;
     std::vector<std::string> ItemNames() const;
@@ -82,7 +85,9 @@ private:
         Milliseconds first = 0;
         Milliseconds last = 0;
         std::size_t parent = kNone;  // Of such a child: the writer that started it.
-        std::size_t parent_run = kNone;
+        // The writer that may have started it, and is not known to have. Only without `parent`.
+        std::size_t possible_parent = kNone;
+        std::size_t parent_run = kNone;  // Of `parent` or `possible_parent`.
         bool writes_starts = false;
         bool has_ends = false;
         bool is_rejected = false;
@@ -125,6 +130,8 @@ private:
         std::size_t last_start = kNone;  // The run that was started last.
         std::size_t last_starter = kNone;
         std::int64_t child_without_program = 0;  // The last such child.
+        // The writers that are possibly children, by the runs that they would belong to.
+        std::map<std::size_t, std::size_t> possible_children;
     };
 
     std::size_t ItemOf(std::string_view name);
@@ -134,6 +141,8 @@ private:
     bool IsReused(Writer& writer, const Event& event, std::size_t item, Milliseconds time) const;
     Supervision& SupervisionOf(std::size_t writer, std::size_t item);
     std::size_t ParentOf(const Item& item, Milliseconds time) const;
+    std::size_t PossibleParentOf(const Item& item, Milliseconds time) const;
+    void RemovePossibleParent(Writer& writer);
     std::size_t RootOf(std::size_t writer) const;
 
     std::size_t AddStart(std::size_t writer, std::size_t item, Milliseconds time, bool is_new);
@@ -152,6 +161,7 @@ private:
     void FindRoots();
     void SortLaunchers();
     void FinishRuns(Item& item, Milliseconds last_record);
+    std::optional<std::int64_t> PossibleLauncherOf(std::size_t launcher) const;
     bool IsOf(std::optional<std::int64_t> launcher, std::size_t writer) const;
     std::vector<Milliseconds> TimesOf(const std::vector<Failure>& failures,
                                       std::optional<std::int64_t> launcher) const;

@@ -6,7 +6,8 @@
 // runs are still known.
 //
 // A failed execv is not logged. But the child then continues as a further supervisor of its item: a
-// new process id that writes about this item only, right after the item's start.
+// new process id that writes about this item only, right after the item's start. Later, on a busy
+// machine or one that slept, it may be such a child or another launcher.
 //
 // A stop is not logged either. It shows in the ends: the launcher kills its children with signal 9,
 // one after another, and restarts none of them.
@@ -45,6 +46,8 @@ struct Launcher
     bool has_starts = false;  // It wrote DEBUG records.
     std::size_t items = 0;    // How many items it wrote about.
     bool is_selected = true;  // False: it wrote about none of the items that the report is on.
+    // It may be a child of the launcher with this process id that could not execute its program.
+    std::optional<std::int64_t> may_be_child_of;
 };
 
 enum class Role

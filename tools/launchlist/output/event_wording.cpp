@@ -2,6 +2,7 @@
 
 #include "qv7log/record_format.h"
 #include "tools/launchlist/base/text.h"
+#include "tools/launchlist/output/report_wording.h"
 #include "tools/launchlist/output/terminal_style.h"
 
 namespace launchlist {
@@ -159,7 +160,7 @@ std::string EventLines::Of(const LogEvent& event)
         m_day = day;
         std::string header = "-- " + day;
         if (m_launcher) {
-            header += ", launcher " + std::to_string(m_launcher->process);
+            header += ", " + LauncherName(m_launcher->process, m_launcher->may_be_child_of);
         }
         lines = styled(header + " --", Style::kBold, m_color) + "\n";
     }

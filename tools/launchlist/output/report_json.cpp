@@ -47,6 +47,7 @@ void PutLaunchers(JsonWriter& json, const Report& report)
         json.Bool("end_is_certain", launcher->is_certain);
         json.Bool("has_debug_records", launcher->has_starts);
         json.Count("items", launcher->items);
+        json.Count("may_be_child_of", launcher->may_be_child_of);
         json.EndObject();
     }
     json.EndArray();

@@ -32,7 +32,19 @@ Figure LengthFigure(const char* label, const char* key, const std::optional<Mill
 
 std::string TitleOf(const Launcher& launcher)
 {
-    return "launcher " + std::to_string(launcher.process);
+    return LauncherName(launcher.process, launcher.may_be_child_of);
+}
+
+std::string LauncherCount(const Report& report)
+{
+    const std::vector<const Launcher*> launchers = LaunchersOf(report);
+    const auto is_doubtful = [](const Launcher* launcher) {
+        return launcher->may_be_child_of.has_value();
+    };
+    const auto doubtful = std::count_if(launchers.begin(), launchers.end(), is_doubtful);
+    const std::size_t certain = launchers.size() - static_cast<std::size_t>(doubtful);
+    return (doubtful == 0 ? "" : std::to_string(certain) + (doubtful == 1 ? " or " : " to ")) +
+           counted(launchers.size(), "launcher");
 }
 
 // "123 an hour", "1.5 an hour".
@@ -76,6 +88,14 @@ std::string RateNote(const ItemReport& item)
 
 }  // namespace
 
+std::string LauncherName(std::int64_t process, const std::optional<std::int64_t>& may_be_child_of)
+{
+    const std::string id = std::to_string(process);
+    return may_be_child_of ? "process " + id + ", a launcher or a child of launcher " +
+                                 std::to_string(*may_be_child_of)
+                           : "launcher " + id;
+}
+
 std::string ReportTitle(const Report& report)
 {
     if (!report.last_record) {
@@ -86,8 +106,7 @@ std::string ReportTitle(const Report& report)
                FormatForPeople(*report.last_record) + " UTC";
     }
     return FormatRange(*report.first, *report.last) + " (" +
-           FormatDuration(*report.last - *report.first) + "), " +
-           counted(LaunchersOf(report).size(), "launcher") + ", " +
+           FormatDuration(*report.last - *report.first) + "), " + LauncherCount(report) + ", " +
            counted(report.items.size(), "item") + ", " + counted(report.records, "record");
 }
 

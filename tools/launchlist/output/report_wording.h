@@ -1,12 +1,17 @@
 // The words and figures that the report's text and page share. All of it is printable.
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "tools/launchlist/log/report.h"
 
 namespace launchlist {
+
+// "launcher 4711", or "process 4712, a launcher or a child of launcher 4711".
+std::string LauncherName(std::int64_t process, const std::optional<std::int64_t>& may_be_child_of);
 
 std::string ReportTitle(const Report& report);
 

@@ -125,6 +125,24 @@ TEST(EventQueue, AttributesAFurtherSupervisorToItsLauncher)
     EXPECT_EQ(events[2].process, 301);
 }
 
+TEST(EventQueue, WaitsForTheSecondItemOfALateProcess)
+{
+    for (const bool has_second : {false, true}) {
+        Queue queue;
+        LogText log;
+        log.Start(0, kLauncher, "a").Start(3000, 300, "a");
+        queue.Add(log);
+        EXPECT_EQ(NamesOf(queue.Release(3999, true)), Names{"a"});
+        if (has_second) {
+            queue.Add(LogText().Start(3001, 300, "b"));
+        }
+        const std::vector<LogEvent> events = queue.Release(4000, true);
+        ASSERT_EQ(events.size(), has_second ? 2U : 1U);
+        EXPECT_EQ(events[0].launcher->process, 300);
+        EXPECT_EQ(events[0].launcher->may_be_child_of == kLauncher, !has_second);
+    }
+}
+
 TEST(EventQueue, WaitsForTheRestartOfALogThatGrows)
 {
     Queue queue;

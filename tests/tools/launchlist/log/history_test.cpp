@@ -60,6 +60,80 @@ TEST(History, AttributesANewProcessToAFailedStartWithinASecondOnly)
     }
 }
 
+TEST(History, DoesNotDecideWhetherALateProcessIsAChildOrALauncher)
+{
+    const struct
+    {
+        Milliseconds time;
+        bool is_doubtful;
+    } kTable[] = {{7001, true}, {66000, true}, {66001, false}, {5999, false}};
+    for (const auto& row : kTable) {
+        LogText log;
+        log.Start(6000, kLauncher, "a").Start(row.time, 300, "a").Start(90000, kLauncher, "b");
+        const Report report = ReportOn(log);
+        ASSERT_EQ(report.launchers.size(), 2U) << row.time;
+        const Launcher& late = report.launchers[1];
+        EXPECT_EQ(late.may_be_child_of == kLauncher, row.is_doubtful) << row.time;
+        EXPECT_EQ(ItemOf(report, "a").failed_starts, 0U) << row.time;
+        // If it is a child, the program was not executed.
+        EXPECT_EQ(ItemOf(report, "a").runs[0].role == Role::kAttempt, row.is_doubtful) << row.time;
+        EXPECT_EQ(report.launchers[0].end == LauncherEnd::kVanished, false) << row.time;
+    }
+}
+
+TEST(History, DoesNotDecideHowALauncherOfOneItemWasReplaced)
+{
+    for (const Milliseconds time : {30000, 66001}) {
+        LogText log;
+        log.Start(6000, kLauncher, "a").Start(time, 300, "a");
+        const Report report = ReportOn(log);
+        ASSERT_EQ(report.launchers.size(), 2U);
+        EXPECT_EQ(report.launchers[0].end,
+                  time == 30000 ? LauncherEnd::kUnknown : LauncherEnd::kVanished);
+    }
+}
+
+TEST(History, DoesNotDecideWhoContinuesAnInterruptedSeriesOfFailedStarts)
+{
+    LogText log;
+    log.Start(0, kLauncher, "a").Start(51, 300, "a").Start(102, 301, "a");
+    // The machine slept for an hour.
+    log.Start(kHour, 302, "a").Start(kHour + 51, 303, "a");
+    const Report report = ReportOn(log);
+    ASSERT_EQ(report.launchers.size(), 2U);
+    EXPECT_FALSE(report.launchers[0].may_be_child_of);
+    EXPECT_EQ(report.launchers[1].process, 302);
+    EXPECT_EQ(report.launchers[1].may_be_child_of, kLauncher);
+    EXPECT_EQ(ItemOf(report, "a").failed_starts, 3U);
+    EXPECT_EQ(ItemOf(report, "a").running, 0);
+}
+
+TEST(History, KnowsALauncherByItsSecondItem)
+{
+    LogText log;
+    log.Start(0, kLauncher, "a").Start(1, kLauncher, "b");
+    log.Start(5000, 300, "a").Start(5001, 300, "b");
+    const Report report = ReportOn(log);
+    ASSERT_EQ(report.launchers.size(), 2U);
+    EXPECT_FALSE(report.launchers[1].may_be_child_of);
+    EXPECT_EQ(report.launchers[0].end, LauncherEnd::kVanished);
+}
+
+TEST(History, KnowsALateChildByTheRecordOfItsEnd)
+{
+    for (const int child : {300, 301}) {
+        LogText log;
+        log.Start(0, kLauncher, "a")
+            .Start(5000, 300, "a")
+            .End(9000, kLauncher, "a", child, kKilled);
+        const Report report = ReportOn(log);
+        const bool is_child = child == 300;
+        ASSERT_EQ(report.launchers.size(), is_child ? 1U : 2U);
+        EXPECT_FALSE(report.launchers.back().may_be_child_of);
+        EXPECT_EQ(ItemOf(report, "a").failed_starts, is_child ? 1U : 0U);
+    }
+}
+
 TEST(History, DoesNotAttributeANewProcessToARunThatHasEnded)
 {
     LogText log;

@@ -58,7 +58,7 @@ LogEvent Entry(EntryKind entry, const std::string& text)
 LogEvent Timed(LogEvent event, Milliseconds time, std::size_t launcher, std::int64_t process)
 {
     event.time = At(time);
-    event.launcher = LauncherId{launcher, process};
+    event.launcher = LauncherId{launcher, process, std::nullopt};
     return event;
 }
 
@@ -191,6 +191,16 @@ TEST(EventLines, NamesTheDayAndTheLauncherWhenTheyChange)
               "-- 2026-11-21 UTC, launcher 100 --\n00:00:03 a has no program\n");
     EXPECT_EQ(lines.Of(Timed(event, Milliseconds{24} * 3600 * 1000, 2, 100)),
               "-- 2026-11-22 UTC, launcher 100 --\n00:00:00 a has no program\n");
+}
+
+TEST(EventLines, SaysIfAProcessMayBeALauncherOrAChild)
+{
+    EventLines lines(Zone::kUtc, false);
+    LogEvent event = Timed(Of(EventKind::kNoProgram, "a"), 1000, 1, 101);
+    event.launcher->may_be_child_of = 100;
+    EXPECT_EQ(lines.Of(event),
+              "-- 2026-11-21 UTC, process 101, a launcher or a child of launcher 100 --\n"
+              "00:00:01 a has no program\n");
 }
 
 TEST(EventLines, ColoursWhatIsWrong)

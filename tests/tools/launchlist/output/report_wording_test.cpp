@@ -117,6 +117,30 @@ TEST(LauncherText, SaysWhatTheRecordsShow)
     }
 }
 
+TEST(ReportTitle, CountsTheProcessesThatMayBeLaunchers)
+{
+    const auto title_with = [](std::size_t late) {
+        LogText log;
+        log.Start(0, kLauncher, "a");
+        for (std::size_t i = 1; i <= late; ++i) {
+            log.Start(static_cast<Milliseconds>(i) * 2000, 200 + static_cast<int>(i), "a");
+        }
+        return ReportTitle(ReportOn(log));
+    };
+    EXPECT_NE(title_with(0).find(", 1 launcher, 1 item"), std::string::npos) << title_with(0);
+    EXPECT_NE(title_with(1).find(", 1 or 2 launchers, "), std::string::npos) << title_with(1);
+    EXPECT_NE(title_with(2).find(", 1 to 3 launchers, "), std::string::npos) << title_with(2);
+}
+
+TEST(LauncherText, SaysIfTheProcessMayBeAChild)
+{
+    Launcher launcher;
+    launcher.process = 7;
+    launcher.from = launcher.to = At(0);
+    launcher.may_be_child_of = 6;
+    EXPECT_EQ(LauncherText(launcher).find("process 7, a launcher or a child of launcher 6: "), 0U);
+}
+
 TEST(ReportNotes, SayWhatTheLogShows)
 {
     LogText log;

@@ -113,6 +113,28 @@ TEST(SystemProcesses, KnowWhenThisProcessWasStarted)
     EXPECT_LT(age, 600000);
 }
 
+TEST(SystemProcesses, MeasureProcessorTimeInSmallSteps)
+{
+    const auto table = SystemProcesses();
+    const auto first = Find(*table, getpid());
+    ASSERT_TRUE(first);
+    std::int64_t before = first->cpu;
+    std::int64_t smallest = 1000;
+    int steps = 0;
+    // Listing the processes uses processor time.
+    ASSERT_TRUE(WaitUntil([&] {
+        const auto self = Find(*table, getpid());
+        if (self && self->cpu != before) {
+            smallest = std::min(smallest, self->cpu - before);
+            before = self->cpu;
+            ++steps;
+        }
+        return steps == 3;
+    }));
+    EXPECT_GT(smallest, 0);
+    EXPECT_LE(smallest, 20);
+}
+
 TEST(SystemProcesses, DoNotTakeAnotherBirthForTheSameProcess)
 {
     const auto table = SystemProcesses();

@@ -49,6 +49,8 @@ class Report(LauncherTest):
         words = {
             9: "killed by SIGKILL",
             11: "killed by SIGSEGV",
+            # Where the system pipes cores to a program, limits on their size do not apply.
+            11 | 0x80: "killed by SIGSEGV, core dumped",
             15: "killed by SIGTERM",
             768: "exit status 3",
         }

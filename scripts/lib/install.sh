@@ -74,6 +74,8 @@ find_root() {
     fi
 }
 
+# Waits up to ten minutes for another installation to end.
 apt_get() {
-    "${as_root[@]}" DEBIAN_FRONTEND=noninteractive apt-get -y -q --no-install-recommends "$@"
+    "${as_root[@]}" DEBIAN_FRONTEND=noninteractive apt-get -y -q --no-install-recommends \
+        -o DPkg::Lock::Timeout=600 "$@"
 }

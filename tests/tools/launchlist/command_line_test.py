@@ -172,11 +172,11 @@ MISTAKES = [
 # The lines of each help text, with runs of blanks joined, because CLI11 controls the layout.
 HELPS = {
     "": """
-        Shows what the launcher will do with a launch list, what is running, and what it did.
+        Checks launch lists, shows what is running, and summarizes the launcher's log.
         --version Print the version and exit
         check Find the mistakes in launch lists.
         explain Show what the launcher does with each item of a list.
-        fix Correct the mistakes of launch lists that have only one correction.
+        fix Correct those mistakes in launch lists that can be corrected in only one way.
         new Write an item that runs a program with its arguments.
         status Show which launchers and items are running.
         log Show the launcher's log in words, one line for each event.
@@ -196,7 +196,7 @@ HELPS = {
         With --fail-on error, 0 also for warnings only. Example: launchlist check helpers.json
     """,
     "fix": """
-        Correct the mistakes of launch lists that have only one correction.
+        Correct those mistakes in launch lists that can be corrected in only one way.
         launchlist fix [OPTIONS] LIST...
         Launch lists; - is standard input
         --write Replace the lists with the corrected ones

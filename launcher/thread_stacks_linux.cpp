@@ -4,12 +4,12 @@
 // with the square of N. The child needs one stack only, that of the thread that forks. This file
 // lets fork skip the others; docs/tuning.md has the figures.
 //
-// All stacks lie in one range of memory, which is marked MADV_WIPEONFORK after the first few stacks: a
-// forked child finds the rest of the range mapped, but empty, and fork copies neither page tables nor
-// pages of it. Around each fork, a thread with a stack in that rest marks its own stack
-// MADV_KEEPONFORK. std::thread has no parameter for a stack,
-// and glibc's default attributes take a size but no address, so this file defines pthread_create,
-// which passes a stack of the range to glibc's function of that name.
+// All stacks lie in one range of memory, which is marked MADV_WIPEONFORK after the first few
+// stacks: a forked child finds the marked part mapped, but empty, and fork copies neither page
+// tables nor pages of it. Around each fork, a thread with a stack in the marked part marks its own
+// stack MADV_KEEPONFORK. std::thread has no parameter for a stack, and glibc's default attributes
+// take a size but no address, so this file defines pthread_create, which passes a stack of the
+// range to glibc's function of that name.
 //
 // glibc keeps the descriptor of a thread (struct pthread) at the top of the thread's stack. In the
 // child, the descriptors of other threads therefore read as zeros. glibc accesses them there in
@@ -70,8 +70,8 @@ constexpr std::size_t kStackSize = kSupervisorStackSize;
 // Limits the range to 1 GiB of address space. A fork also copies the stack of each further thread.
 constexpr std::size_t kSlotCount = 2048;
 
-// A fork always copies the first few stacks. While there are only a few threads, that costs less than
-// marking a stack before and after each fork.
+// A fork always copies the first few stacks. While there are only a few threads, that costs less
+// than marking a stack before and after each fork.
 constexpr std::size_t kCopiedCount = 4;
 
 // The last minor version of glibc 2 with which the range is used. Since 2.41, fork() visits the
@@ -109,9 +109,9 @@ std::size_t RangeSize()
     return kSlotCount * g_slot_size;
 }
 
-// The byte after the stacks is 1 in this process and, because forks wipe it, 0 in a forked child. If a
-// fork handler changed a variable instead, a SIGTERM handler that runs in the child before that would
-// join threads that do not exist.
+// The byte after the stacks is 1 in this process and, because forks wipe it, 0 in a forked child.
+// If a fork handler changed a variable instead, a SIGTERM handler that runs in the child before
+// that would join threads that do not exist.
 bool IsForkedChild()
 {
     return g_range[RangeSize()] == 0;

@@ -93,14 +93,12 @@ private:
     bool RemoveOldFile(int number);
 
     char m_path[PATH_MAX] = {};
-    int m_file = -1;  // records are written here
-    int m_inherited =
-        -1;  // the number of the descriptor for programs; -1 once it is not ours any more
+    int m_file = -1;       // records are written here
+    int m_inherited = -1;  // for programs; -1 once the descriptor is not ours any more
 
-    std::atomic<std::int64_t> m_last_record{0};  // when it was written
-    std::atomic<std::int64_t> m_last_check{0};   // when ReopenIfMoved checked the path
-    std::atomic<std::int64_t> m_next_rotation{
-        0};                               // not before this time, since the last one failed
+    std::atomic<std::int64_t> m_last_record{0};    // when it was written
+    std::atomic<std::int64_t> m_last_check{0};     // when ReopenIfMoved checked the path
+    std::atomic<std::int64_t> m_next_rotation{0};  // no earlier, because the last one failed
     std::atomic<bool> m_unlinked{false};  // the file was removed and could not be created again
     std::atomic<bool> m_inherited_is_old{false};  // the descriptor for programs could not follow
     std::atomic<std::int64_t> m_size{0};          // as far as this process knows

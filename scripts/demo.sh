@@ -118,7 +118,7 @@ wait_for_child() {
 
 # A list with errors is still run, for those who want to see what the launcher does with it.
 check_list() {
-    say "Check of the list:"
+    say "Checking the list:"
     (cd "$root" && "$contents/MacOS/launchlist" check "$list") || true
 }
 

@@ -358,7 +358,7 @@ class CheckSignature(unittest.TestCase):
 
 
 class ReadList(unittest.TestCase):
-    def test_leaves_comments_and_empty_lines_out(self):
+    def test_skips_comments_and_empty_lines(self):
         file = work / "list"
         file.write_text("# A group\n_one\n\n_two$X   # 10.15\n  _three\n")
         self.assertEqual(check_bundle.read_list(file), {"_one", "_two$X", "_three"})

@@ -2,6 +2,7 @@
 
 import os
 import re
+import resource
 import signal
 
 import namespace
@@ -198,6 +199,16 @@ class Inheritance(LauncherTest):
         self.assertIn(
             f"descriptor 0: inode {os.stat(launcher.log_path).st_ino} write-only append", state
         )
+
+    def test_the_resource_limits_are_the_launchers(self):
+        limits = (1000, 1100)
+        launcher = self.start(
+            numbered(item("a")),
+            before=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, limits),
+        )
+        (start,) = self.wait_for_starts(1)
+        self.assertEqual(limits, resource.prlimit(start.pid, resource.RLIMIT_NOFILE))
+        self.assertEqual(1, launcher.stop())
 
     def test_the_environment_is_the_launchers(self):
         variables = {"HOME": "/nowhere", "PATH": "/bin", "EMPTY": "", "A": "b=c"}

@@ -161,7 +161,7 @@ class Leftovers(StatusTest):
         self.assertIn("left behind by failed starts", self.text())
         self.kill_all()
 
-    def test_children_of_helpers_are_none(self):
+    def test_children_of_helpers_are_not_leftovers(self):
         launcher = self.start(numbered(item("a", MISBEHAVE, "leave")))
         self.wait_for_starts(1)
         self.wait_for_states(a="running")
@@ -169,7 +169,7 @@ class Leftovers(StatusTest):
         launcher.stop()
         self.kill_all()
 
-    def test_programs_that_read_the_log_are_none(self):
+    def test_programs_that_read_the_log_are_not_leftovers(self):
         launcher = self.start(numbered(item("a")))
         self.wait_for_starts(1)
         with open(self.log_path(), "rb") as log:

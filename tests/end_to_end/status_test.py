@@ -248,7 +248,7 @@ class NotRunning(StatusTest):
                 self.kill_all()
                 launcher.wait()
 
-    def test_which_of_several_fail_is_said_only_if_it_is_known(self):
+    def test_a_failing_item_is_named_only_if_it_is_known(self):
         launch_list = numbered(
             item("bad", WORK + "/missing"), item("worse", WORK + "/absent"), item("good")
         )

@@ -2,6 +2,48 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <regex>
+#include <set>
+#include <string>
+
+namespace {
+
+// `text` without blanks.
+std::string Joined(const std::string& text)
+{
+    return std::regex_replace(text, std::regex(" "), "");
+}
+
+// The messages that launcher(8) describes, without their conversions and blanks.
+std::set<std::string> MessagesOfTheManual()
+{
+    std::set<std::string> messages;
+    std::ifstream page(KESTRANE_DOCS "/man/launcher.8");
+    for (std::string line; std::getline(page, line);) {
+        std::smatch match;
+        if (std::regex_match(line, match, std::regex(R"(\.It (\[LAUNCHER.*))"))) {
+            // "Ar" precedes the names of values, and "No" the text that follows them.
+            const std::string text =
+                std::regex_replace(match[1].str(), std::regex(R"(Ar (name pid|\S+)|No |\\)"), "");
+            messages.insert(Joined(text));
+        }
+    }
+    return messages;
+}
+
+}  // namespace
+
+TEST(LogMessages, AreThoseOfTheManual)
+{
+    std::set<std::string> messages;
+    for (const char* format :
+         {kItemStarts, kItemEnded, kForkFailed, kItemHasNoProgram, kItemHasNoName, kListRejected}) {
+        messages.insert(Joined(std::regex_replace(format, std::regex("%[sd]"), "")));
+    }
+    EXPECT_EQ(MessagesOfTheManual(), messages);
+}
+
 TEST(LogMessages, AllBeginWithTheTag)
 {
     for (const std::string_view format :

@@ -324,7 +324,7 @@ TEST_F(Launching, TreatsANullNameAsTheEmptyName)
     EXPECT_TRUE(m_log.Has(LOGLEVEL_DEBUG, "[LAUNCHER  ] Start to fork "));
 }
 
-TEST_F(Launching, EndsTheLauncherOnAListThatItCannotWalk)
+TEST_F(Launching, EndsTheLauncherOnAnInvalidList)
 {
     for (const char* list :
          {"not json", "[]", "\"text\"", "5", "true", "{", R"({"0":[]})", R"({"0":"text"})",

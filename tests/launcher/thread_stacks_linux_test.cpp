@@ -448,7 +448,7 @@ TEST_F(ThreadStack, IsNotUsedAgainBeforeItsThreadIsJoined)
     thread.join();
 }
 
-TEST_F(ThreadStack, IsOfGlibcBeyondTheEndOfTheRange)
+TEST_F(ThreadStack, ComesFromGlibcBeyondTheEndOfTheRange)
 {
     std::vector<char*> stacks(kTooMany);
     Threads threads(kTooMany, [&](int i) {

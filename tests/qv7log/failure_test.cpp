@@ -104,10 +104,10 @@ void LogText(ILog* log, const std::string& text)
 class WriteFailure : public testing::Test
 {
 protected:
-    WriteFailure() : m_path(m_folder / "log"), m_log(StartLog(m_path)) { g_script.clear(); }
+    WriteFailure() : m_path(m_directory / "log"), m_log(StartLog(m_path)) { g_script.clear(); }
     ~WriteFailure() override { g_script.clear(); }
 
-    TempDirectory m_folder;
+    TempDirectory m_directory;
     const std::string m_path;
     ILog* const m_log;
 };
@@ -243,22 +243,22 @@ TEST_F(WriteFailure, ARemovedLogIsCreatedAgainAtOnce)
 TEST_F(WriteFailure, AReplacedLogIsFollowed)
 {
     LogText(m_log, "one");
-    ASSERT_EQ(rename(m_path.c_str(), (m_folder / "away").c_str()), 0);
+    ASSERT_EQ(rename(m_path.c_str(), (m_directory / "away").c_str()), 0);
     WriteFile(m_path, "");
     NextMillisecond();
     LogText(m_log, "two");
     EXPECT_EQ(Texts(m_path), Strings{"two"});
-    EXPECT_EQ(Texts(m_folder / "away"), Strings{"one"});
+    EXPECT_EQ(Texts(m_directory / "away"), Strings{"one"});
 }
 
 TEST_F(WriteFailure, ARemovedDirectoryIsCreatedAgain)
 {
-    const std::string path = m_folder / "a/b/log";
+    const std::string path = m_directory / "a/b/log";
     ILog* const log = StartLog(path);
     unlink(path.c_str());
     unlink((path + ".lock").c_str());
-    ASSERT_EQ(rmdir((m_folder / "a/b").c_str()), 0);
-    ASSERT_EQ(rmdir((m_folder / "a").c_str()), 0);
+    ASSERT_EQ(rmdir((m_directory / "a/b").c_str()), 0);
+    ASSERT_EQ(rmdir((m_directory / "a").c_str()), 0);
     LogText(log, "two");
     EXPECT_EQ(Texts(path), Strings{"two"});
     for (int i = 0; i < 10; ++i) {
@@ -269,19 +269,19 @@ TEST_F(WriteFailure, ARemovedDirectoryIsCreatedAgain)
 
 TEST_F(WriteFailure, ASymbolicLinkInPlaceOfTheLogIsNotFollowed)
 {
-    WriteFile(m_folder / "target", "");
+    WriteFile(m_directory / "target", "");
     LogText(m_log, "one");
-    ASSERT_EQ(rename(m_path.c_str(), (m_folder / "away").c_str()), 0);
-    ASSERT_EQ(symlink((m_folder / "target").c_str(), m_path.c_str()), 0);
+    ASSERT_EQ(rename(m_path.c_str(), (m_directory / "away").c_str()), 0);
+    ASSERT_EQ(symlink((m_directory / "target").c_str(), m_path.c_str()), 0);
     NextMillisecond();
     LogText(m_log, "two");
-    EXPECT_EQ(ReadFile(m_folder / "target"), "");
-    EXPECT_EQ(Texts(m_folder / "away"), (Strings{"one", "two"}));
+    EXPECT_EQ(ReadFile(m_directory / "target"), "");
+    EXPECT_EQ(Texts(m_directory / "away"), (Strings{"one", "two"}));
     for (int i = 0; i < 10; ++i) {
         LogText(m_log, std::string(1000, 'x'));
     }
-    EXPECT_EQ(ReadFile(m_folder / "target"), "");
-    EXPECT_EQ(Texts(m_folder / "away").size(), 12U);
+    EXPECT_EQ(ReadFile(m_directory / "target"), "");
+    EXPECT_EQ(Texts(m_directory / "away").size(), 12U);
 }
 
 TEST_F(WriteFailure, RecordsAreLostAndCountedWhileTheLogCannotBeCreatedAgain)

@@ -142,7 +142,7 @@ namespace {
 class RotatingFileTest : public testing::Test
 {
 protected:
-    RotatingFileTest() : m_path(m_folder / "log") {}
+    RotatingFileTest() : m_path(m_directory / "log") {}
 
     void SetUp() override { ASSERT_EQ(m_log.Open(m_path.c_str()), 0); }
 
@@ -164,7 +164,7 @@ protected:
         return g_checks != before;
     }
 
-    TempDirectory m_folder;
+    TempDirectory m_directory;
     const std::string m_path;
     qv7log::RotatingFile m_log;
 };
@@ -291,16 +291,16 @@ TEST_F(ReopenIfMoved, ChecksOncePerMillisecondInABurstAndOtherwiseBeforeEveryRec
 TEST_F(ReopenIfMoved, TellsFilesApartWhicheverInodeNumberIsGreater)
 {
     // An older file and a newer one: one of them has a smaller inode number than the log.
-    const std::string older = m_folder / "older";
+    const std::string older = m_directory / "older";
     WriteFile(older, "");
-    const std::string path = m_folder / "other log";
+    const std::string path = m_directory / "other log";
     qv7log::RotatingFile log;
     ASSERT_EQ(log.Open(path.c_str()), 0);
-    const std::string newer = m_folder / "newer";
+    const std::string newer = m_directory / "newer";
     WriteFile(newer, "");
     std::int64_t now = 1000 * kSecond;
     for (const std::string& file : {older, newer, older}) {
-        ASSERT_EQ(rename(path.c_str(), (m_folder / "away").c_str()), 0);
+        ASSERT_EQ(rename(path.c_str(), (m_directory / "away").c_str()), 0);
         ASSERT_EQ(link(file.c_str(), path.c_str()), 0);
         g_now = now += kSecond;
         log.ReopenIfMoved(getpid());

@@ -35,7 +35,7 @@ class OutputSchema(unittest.TestCase):
             with self.subTest(path.name):
                 explain.validate(json.loads(run("explain", "--json", path)))
 
-    def test_arguments_that_are_left_out_are_counted(self):
+    def test_omitted_arguments_are_counted(self):
         items = {str(i): {"name": str(i), "program": "/bin/sh", "argc": 60_000} for i in range(4)}
         with tempfile.NamedTemporaryFile("w", encoding="utf-8") as file:
             json.dump(items, file)

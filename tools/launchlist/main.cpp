@@ -1,4 +1,4 @@
-// launchlist: shows what the launcher will do with a list, what is running, and what it did.
+// launchlist: checks launch lists, shows what is running, and summarizes the launcher's log.
 
 #include <locale.h>
 
@@ -42,7 +42,7 @@ std::string FindUnknownCommand(const std::string& name, const std::vector<Comman
            (nearest.empty() ? "" : "; did you mean \"" + nearest + "\"?");
 }
 
-// Leaves out what CLI11 prints about every argument: that it is a text.
+// Omits the type that CLI11 prints for every positional argument, TEXT.
 void SimplifyHelp(CLI::App& app)
 {
     app.get_formatter()->label("Positionals", "Arguments");
@@ -57,8 +57,7 @@ void SimplifyHelp(CLI::App& app)
 
 int RunCommand(int argc, char** argv)
 {
-    CLI::App app(
-        "Shows what the launcher will do with a launch list, what is running, and what it did.");
+    CLI::App app("Checks launch lists, shows what is running, and summarizes the launcher's log.");
     app.name("launchlist");
     app.set_version_flag("--version", "launchlist " KESTRANE_VERSION, "Print the version and exit");
     app.require_subcommand(1);

@@ -172,11 +172,11 @@ MISTAKES = [
 # The lines of each help text, with runs of blanks joined, because CLI11 controls the layout.
 HELPS = {
     "": """
-        Shows what the launcher will do with a launch list, what is running, and what it did.
+        Checks launch lists, shows what is running, and summarizes the launcher's log.
         --version Print the version and exit
         check Find the mistakes in launch lists.
         explain Show what the launcher does with each item of a list.
-        fix Correct the mistakes of launch lists that have only one correction.
+        fix Correct those mistakes in launch lists that can be corrected in only one way.
         new Write an item that runs a program with its arguments.
         status Show which launchers and items are running.
         log Show the launcher's log in words, one line for each event.
@@ -196,7 +196,7 @@ HELPS = {
         With --fail-on error, 0 also for warnings only. Example: launchlist check helpers.json
     """,
     "fix": """
-        Correct the mistakes of launch lists that have only one correction.
+        Correct those mistakes in launch lists that can be corrected in only one way.
         launchlist fix [OPTIONS] LIST...
         Launch lists; - is standard input
         --write Replace the lists with the corrected ones
@@ -298,6 +298,12 @@ def run(*arguments, **options):
         stderr=subprocess.PIPE,
         **options,
     )
+
+
+def options_of(command):
+    """The long names of the options in the help of a command."""
+    text = run(command, "--help").stdout.decode()
+    return set(re.findall(r"^  (?:-\w,)?--([a-z][-a-z]+)", text, re.MULTILINE))
 
 
 def run_with_input(data, *arguments):
@@ -449,6 +455,43 @@ class CommandLine(unittest.TestCase):
         variables.add("TZ")  # Read by localtime_r().
         self.assertEqual(variables, set(re.findall(r"^\.It Ev (\w+)$", page, re.MULTILINE)))
 
+    def test_the_manual_describes_every_option(self):
+        page = (HERE.parents[2] / "docs/man/launchlist.1").read_text(encoding="utf-8")
+        synopsis, description = page.split(".Sh DESCRIPTION\n")
+        tagged = " ".join(re.findall(r"^\.It (Fl .*)$", description, re.MULTILINE))
+        described = set(re.findall(r"(?:^| )-([a-z][-a-z]+)", tagged))
+        known = set()
+        for command in HELPS:
+            if not command:
+                continue
+            options = options_of(command)
+            known |= options
+            (part,) = re.findall(rf"^\.Cm {command}\n((?:\.(?!Nm).*\n)*)", synopsis, re.MULTILINE)
+            with self.subTest(command):
+                # The synopsis names an option with two names by its short one.
+                names = {"f": "follow", "n": "lines"}
+                shown = {
+                    names.get(name, name.lstrip("-"))
+                    for name in re.findall(r"Fl (-?[a-z][-a-z]*)", part)
+                }
+                self.assertEqual(options - {"help"}, shown)
+        self.assertEqual(known | {"version"}, described)
+
+    def test_the_documents_use_commands_and_options_that_exist(self):
+        root = HERE.parents[2]
+        uses = []
+        for name in ("README.md", "docs/launchlist.md", "docs/man/launchlist.1"):
+            text = (root / name).read_text(encoding="utf-8")
+            uses += re.findall(
+                r"^(?:\.Dl )?(?:\$ |- run: )?launchlist (\w+)([^#|&>\n]*)", text, re.MULTILINE
+            )
+        self.assertGreater(len(uses), 15)
+        for command, arguments in uses:
+            with self.subTest(command + arguments):
+                self.assertIn(command, list(HELPS))
+                given = set(re.findall(r"(?<= )--([a-z][-a-z]+)", arguments.split(" /")[0]))
+                self.assertLessEqual(given, options_of(command))
+
     def test_version(self):
         result = run("--version")
         self.assertEqual(0, result.returncode)
@@ -475,6 +518,17 @@ class CommandLine(unittest.TestCase):
             _, output = run_in_terminal(["fix", str(hostile)], 80, NO_COLOR="1")
             self.assertNotIn(b"\x1b", output)
             self.assertIn(rb"\x1b]0;owned\x07", output)
+
+    def test_raw_records_on_a_terminal_are_safe(self):
+        with tempfile.TemporaryDirectory() as directory:
+            log = pathlib.Path(directory) / "log"
+            log.write_bytes(b"torn \x1b]0;owned\x07\n" + (HERE / "logs/mixed").read_bytes())
+            arguments = ["log", "--raw", "--file", str(log)]
+            self.assertEqual(log.read_bytes(), run(*arguments).stdout)
+            status, output = run_in_terminal(arguments, 80, NO_COLOR="1")
+            self.assertEqual(0, status)
+            self.assertNotIn(b"\x1b", output)
+            self.assertIn(rb"torn \x1b]0;owned\x07", output)
 
     def test_an_unreadable_list_does_not_keep_the_others_from_being_checked(self):
         result = run("check", "none", "lists/empty.json")

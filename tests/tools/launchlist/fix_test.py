@@ -675,14 +675,14 @@ class New(FixTest):
         result = self.new("--into", self.list, "a", "/bin/sh", statuses=(2,))
         self.assertIn(b'duplicate name "a"', result.stderr)
 
-    def test_a_list_that_is_not_correct_json_is_unchanged(self):
+    def test_a_list_that_is_not_a_json_object_is_unchanged(self):
         for data in (b"", b"[]", b"null", b'{"0": 1,', b"\xef\xbb\xbf{}", "{}".encode("utf-16")):
             with self.subTest(data):
                 self.list.write_bytes(data)
                 result = self.new("--into", self.list, "a", "/bin/sh", statuses=(2,))
                 self.assertEqual(data, self.list.read_bytes())
                 self.assertEqual(b"", result.stdout)
-                self.assertIn(b"no item is added", result.stderr)
+                self.assertIn(b"no item was added", result.stderr)
         result = self.new("--into", self.directory / "none", "a", "/bin/sh", statuses=(3,))
         self.assertIn(b"No such file or directory", result.stderr)
 

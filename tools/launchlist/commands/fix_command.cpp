@@ -71,7 +71,7 @@ int RunFix(const FixOptions& options)
 Command AddFixCommand(CLI::App& app)
 {
     CLI::App* parser = app.add_subcommand(
-        "fix", "Correct the mistakes of launch lists that have only one correction.");
+        "fix", "Correct those mistakes in launch lists that can be corrected in only one way.");
     const auto options = std::make_shared<FixOptions>();
     parser->add_option("LIST", options->lists, "Launch lists; - is standard input")->required();
     parser->add_flag("--write", options->is_written, "Replace the lists with the corrected ones");

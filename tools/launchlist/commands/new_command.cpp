@@ -57,7 +57,7 @@ int AppendTo(const std::string& path, const NewItem& item)
     }
     const std::optional<Appended> appended = AppendItem(bytes, item);
     if (!appended) {
-        std::fprintf(stderr, "%s: no item is added, because the list must be correct JSON first\n",
+        std::fprintf(stderr, "%s: no item was added: the list must be a well-formed JSON object\n",
                      printable(path).c_str());
         std::fprintf(stderr, "%s", FindingsText(path, CheckList(bytes), false).c_str());
         return kErrors;
@@ -111,7 +111,7 @@ Command AddNewCommand(CLI::App& app)
     parser->footer(
         "Options precede NAME: everything after PROGRAM is an argument, even if it begins with -.\n"
         "Exit status: 0 no mistakes, 1 warnings only, 2 errors that may keep the item from\n"
-        "running, or LIST is not correct JSON, 3 LIST cannot be read or written.\n"
+        "running, or LIST is not a JSON object, 3 LIST cannot be read or written.\n"
         "Example:\n"
         "  launchlist new --into helpers.json sync-agent /usr/local/libexec/sync-agent --mode x");
     return {parser, [options] {

@@ -95,7 +95,7 @@ ProgramFile ExplainNeeded(const std::string& program, const std::string& role,
                 file.may_be_registered};
     }
     return {Kind::kProgramRelativeUnusable,
-            subject + " cannot be executed, seen from this directory: " + file.message,
+            subject + " cannot be executed from this directory: " + file.message,
             is_relative ? "write its absolute path" : file.fix, file.may_be_registered};
 }
 
@@ -293,7 +293,7 @@ ProgramFile ExamineRelative(const std::string& path, const RegisteredFormats& fo
     }
     const bool is_missing = file.problem == Kind::kProgramMissing;
     file.problem = Kind::kProgramRelativeUnusable;
-    file.message = quoted(path) + " is a relative path, and seen from this directory " +
+    file.message = quoted(path) + " is a relative path; resolved from this directory, " +
                    (is_missing ? "it does not exist" : file.message);
     file.fix = "write an absolute path";
     if (is_missing) {

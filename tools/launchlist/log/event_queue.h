@@ -24,8 +24,8 @@ enum class EntryKind
     kLauncherRecord,  // A record whose meaning is known; `kind` says which.
     kOtherRecord,     // Of another program, or with a text that the launcher never logs.
     kUnparsed,        // Not a record.
-    kTruncated,       // Not in the log: it was truncated here,
-    kReplaced         // or replaced.
+    kTruncated,       // Not an entry: the log was truncated here.
+    kReplaced         // Not an entry: the log was replaced here.
 };
 
 // A process that keeps items running. Two launchers may have the same process id at different

@@ -26,8 +26,8 @@ struct FollowSink : LogSink
 };
 
 // Passes each entry of a log and its old files once, in order, with the changes of a file between
-// its entries, and continues as the log grows, is
-// rotated, truncated, removed or replaced. The log need not exist.
+// its entries. Continues as the log grows, and as it is rotated, truncated, removed or replaced.
+// The log need not exist.
 //
 // The files stay open: a process that was writing while the log was rotated writes to the renamed
 // file, and what is in a removed file is still read. What was written and truncated between two

@@ -150,7 +150,7 @@ std::string LauncherText(const Launcher& launcher)
             how = "running at the last record of the log";
             break;
         case LauncherEnd::kUnknown:
-            how = "unknown whether it still runs";
+            how = "whether it still runs is unknown";
             break;
     }
     return TitleOf(launcher) + ": records from " + FormatRange(launcher.from, launcher.to) + "; " +
@@ -187,7 +187,7 @@ std::vector<std::string> LauncherProblems(const Report& report)
                            FormatForPeople(vanished.back()->to) + " UTC");
     }
     if (report.nameless_items > 0) {
-        problems.push_back("items without a name were skipped " + Times(report.nameless_items));
+        problems.push_back("an item without a name was skipped " + Times(report.nameless_items));
     }
     return problems;
 }
@@ -276,9 +276,10 @@ std::vector<std::string> ReportNotes(const Report& report, const std::string& le
                         (report.lost_records == 1 ? "is" : "are") + " missing from the log.");
     }
     if (report.clock_set_back > 0) {
-        notes.push_back("A time in the log is a second or more before the preceding one (" +
+        notes.push_back("The time in the log goes back by a second or more (" +
                         Times(report.clock_set_back) +
-                        "), as after the clock was set back; lengths around it may be wrong.");
+                        "), as if the clock had been set back; the lengths of runs around that "
+                        "time may be wrong.");
     }
     if (report.other_records > 0) {
         notes.push_back(counted(report.other_records, "record") +

@@ -315,7 +315,7 @@ std::string ListOfItems(int count, const std::string& more)
 
 }  // namespace
 
-TEST(Lists, AreManyEnough)
+TEST(Lists, AreMoreThanAHundred)
 {
     EXPECT_GT(Lists().size(), 100U);
 }
@@ -347,7 +347,7 @@ TEST(CheckList, FollowsTheReaderOnLineEndsInStrings)
     EXPECT_EQ(is_reported, !ReaderAcceptsLineEndsInStrings()) << text;
 }
 
-TEST(Lists, HaveNoExpectedFileTooMany)
+TEST(Lists, HaveNoSurplusExpectedFile)
 {
     std::set<std::string> names;
     for (const std::string& name : Lists()) {
@@ -362,7 +362,7 @@ TEST(Lists, HaveNoExpectedFileTooMany)
     closedir(directory);
 }
 
-TEST(FindingKinds, StandInTheTableAtTheirNumber)
+TEST(FindingKinds, AreInTheTableInTheOrderOfTheEnumeration)
 {
     std::set<std::string> names;
     for (std::size_t i = 0; i < kKindCount; ++i) {

@@ -334,10 +334,10 @@ TEST(Explanation, TakesLittleMemoryForManyMissingArguments)
     // The first three fit into the limit of the output.
     const std::string json = ExplanationJson("x", explanation);
     EXPECT_LT(json.size(), 6'000'000U);
-    std::size_t left_out = 0;
+    std::size_t omitted = 0;
     for (std::size_t at = 0; (at = json.find("\"argument_count\" : 61439", at)) != json.npos;
          ++at) {
-        ++left_out;
+        ++omitted;
     }
-    EXPECT_EQ(left_out, 1997U);
+    EXPECT_EQ(omitted, 1997U);
 }

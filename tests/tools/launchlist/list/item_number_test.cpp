@@ -4,7 +4,7 @@
 
 using namespace launchlist;
 
-TEST(NumberMeant, IsWhatANameCanOnlyStandFor)
+TEST(NumberMeant, IsTheOnlyNumberThatANameCanStandFor)
 {
     const struct
     {

@@ -211,7 +211,7 @@ TEST(History, TreatsTheStopOfAnItemInItsPauseAsOne)
     EXPECT_EQ(ItemOf(report, "b").state, State::kEnded);
 }
 
-TEST(History, DoesNotCallALauncherStoppedWhoseChildWasKilledJustNow)
+TEST(History, DoesNotCallALauncherStoppedIfItsChildWasJustKilled)
 {
     LogText log;
     log.Start(0, kLauncher, "a").End(kHour, kLauncher, "a", 200, kKilled);
@@ -236,7 +236,7 @@ TEST(History, CallsAKillACrashIfTheItemIsRestarted)
     EXPECT_EQ(item.stops + item.possible_stops, 0U);
 }
 
-TEST(History, WithoutDebugRecordsAKillInTheEndMayBeAStop)
+TEST(History, WithoutDebugRecordsTheLastKillMayBeAStop)
 {
     LogText log;
     log.End(1000, kLauncher, "a", 200, kKilled);
@@ -364,7 +364,7 @@ TEST(History, TakesNoRecordOfAChildForASignOfLifeOfItsLauncher)
     EXPECT_EQ(replaced.launchers[0].end, LauncherEnd::kVanished);
 }
 
-TEST(History, DoesNotCallALauncherVanishedThatHasOtherItems)
+TEST(History, DoesNotCallALauncherVanishedIfItHasOtherItems)
 {
     LogText log;
     log.Start(0, kLauncher, "a").Start(kHour, 400, "b");
@@ -416,7 +416,7 @@ TEST(History, WithoutDebugRecordsInventsNoRunAcrossAPossibleStop)
     EXPECT_EQ(ItemOf(ReportOn(single), "a").possible_stops, 1U);
 }
 
-TEST(History, DoesNotCallAnItemRunningThatWasStartedInTheEnd)
+TEST(History, DoesNotCallAnItemRunningUntilASecondAfterItsStart)
 {
     LogText log;
     log.Start(0, kLauncher, "a");
@@ -427,7 +427,7 @@ TEST(History, DoesNotCallAnItemRunningThatWasStartedInTheEnd)
     EXPECT_EQ(ItemOf(ReportOn(log), "a").state, State::kRunning);
 }
 
-TEST(History, DoesNotCallAnItemRunningWhoseStartsFailed)
+TEST(History, DoesNotCallAnItemRunningIfItsStartsFailed)
 {
     LogText log;
     log.Start(0, kLauncher, "a").Start(50, 300, "a").Start(100, 301, "a");

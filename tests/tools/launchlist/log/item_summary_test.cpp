@@ -404,7 +404,7 @@ TEST(RunLength, IsKnownIfBothTimesAre)
     EXPECT_FALSE(run.Length());
 }
 
-TEST(RunIsCrash, IfItsProgramEndedItBadly)
+TEST(RunIsCrash, IfTheProgramEndedBadlyByItself)
 {
     launchlist::Run run;
     run.termination = {true, kExit3};

@@ -107,7 +107,7 @@ TEST(EventText, SaysWhatIsUnknownIfWaitpidFailed)
               "unknown");
 }
 
-TEST(EventText, DoesNotCallAChildThatWasNoProgramTheProgram)
+TEST(EventText, DistinguishesAChildThatDidNotExecuteTheProgram)
 {
     LogEvent event = End(kKilled);
     event.run->role = Role::kFailed;

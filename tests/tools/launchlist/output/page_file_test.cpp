@@ -82,9 +82,10 @@ protected:
     std::string Write(const std::string& name, bool is_forced = false)
     {
         std::string error;
-        const bool is_written = WritePage(m_folder / name, Page("new"), m_inputs, is_forced, error);
+        const bool is_written =
+            WritePage(m_directory / name, Page("new"), m_inputs, is_forced, error);
         EXPECT_EQ(is_written, error.empty()) << error;
-        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(m_folder.path()),
+        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(m_directory.path()),
                                 std::filesystem::directory_iterator()),
                   is_written || Exists(name) ? 1 : 0)
             << "a file is left over";
@@ -94,18 +95,18 @@ protected:
     bool Exists(const std::string& name)
     {
         struct stat status = {};
-        return lstat((m_folder / name).c_str(), &status) == 0;
+        return lstat((m_directory / name).c_str(), &status) == 0;
     }
 
     std::string Read(const std::string& name)
     {
-        std::ifstream file(m_folder / name, std::ios::binary);
+        std::ifstream file(m_directory / name, std::ios::binary);
         return std::string(std::istreambuf_iterator<char>(file), {});
     }
 
     static std::string Page(const std::string& text) { return std::string(kPageMark) + text; }
 
-    const TempDirectory m_folder;
+    const TempDirectory m_directory;
     std::vector<LogFile> m_inputs;
 };
 
@@ -117,21 +118,21 @@ TEST_F(WritePageTest, CreatesAPrivateFile)
     EXPECT_EQ(Write("page"), "");
     umask(mask);
     struct stat status = {};
-    ASSERT_EQ(stat((m_folder / "page").c_str(), &status), 0);
+    ASSERT_EQ(stat((m_directory / "page").c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777, 0600U);
     EXPECT_EQ(Read("page"), Page("new"));
 }
 
 TEST_F(WritePageTest, ReplacesAPage)
 {
-    m_folder.Write("page", Page("a longer old page"));
+    m_directory.Write("page", Page("a longer old page"));
     EXPECT_EQ(Write("page"), "");
     EXPECT_EQ(Read("page"), Page("new"));
 }
 
 TEST_F(WritePageTest, KeepsAnyOtherFileUnlessForced)
 {
-    m_folder.Write("page", "precious");
+    m_directory.Write("page", "precious");
     EXPECT_NE(Write("page").find("--force"), std::string::npos);
     EXPECT_EQ(Read("page"), "precious");
     EXPECT_EQ(Write("page", true), "");
@@ -141,7 +142,7 @@ TEST_F(WritePageTest, KeepsAnyOtherFileUnlessForced)
 TEST_F(WritePageTest, NeverReplacesAnInput)
 {
     struct stat status = {};
-    ASSERT_EQ(stat(m_folder.Write("log", Page("old")).c_str(), &status), 0);
+    ASSERT_EQ(stat(m_directory.Write("log", Page("old")).c_str(), &status), 0);
     LogFile input;
     input.has_id = true;
     input.id = FileId(status.st_dev, status.st_ino);
@@ -156,7 +157,7 @@ TEST_F(WritePageTest, FollowsNoSymbolicLink)
 {
     const TempDirectory other;
     other.Write("page", Page("old"));
-    ASSERT_EQ(symlink((other / "page").c_str(), (m_folder / "link").c_str()), 0);
+    ASSERT_EQ(symlink((other / "page").c_str(), (m_directory / "link").c_str()), 0);
     for (const bool is_forced : {false, true}) {
         EXPECT_NE(Write("link", is_forced), "");
     }
@@ -166,13 +167,13 @@ TEST_F(WritePageTest, FollowsNoSymbolicLink)
 
 TEST_F(WritePageTest, ReplacesNoDirectory)
 {
-    ASSERT_EQ(mkdir((m_folder / "page").c_str(), 0700), 0);
+    ASSERT_EQ(mkdir((m_directory / "page").c_str(), 0700), 0);
     EXPECT_NE(Write("page", true), "");
 }
 
 TEST_F(WritePageTest, ReplacesAnEmptyFile)
 {
-    m_folder.Write("page", "");
+    m_directory.Write("page", "");
     EXPECT_EQ(Write("page"), "");
     EXPECT_EQ(Read("page"), Page("new"));
 }
@@ -182,7 +183,7 @@ TEST_F(WritePageTest, RecognisesAPageByItsWholeBeginning)
     std::string other(2 * kPageMark.size(), 'x');
     other[0] = kPageMark[0];
     for (const std::string& text : {std::string(kPageMark.substr(1)), other}) {
-        m_folder.Write("page", text);
+        m_directory.Write("page", text);
         EXPECT_NE(Write("page"), "");
         EXPECT_EQ(Read("page"), text);
     }
@@ -202,7 +203,7 @@ TEST_F(WritePageTest, ReportsThatNoFileCanBeCreatedInTheDirectory)
 
 TEST_F(WritePageTest, KeepsThePageAndLeavesNoFileIfAStepFails)
 {
-    m_folder.Write("page", Page("old"));
+    m_directory.Write("page", Page("old"));
     const struct
     {
         const char* function;
@@ -242,12 +243,12 @@ TEST_F(WritePageTest, TriesAHundredNames)
 {
     const std::string begin = "page.new-" + std::to_string(getpid()) + "-";
     for (int number = 0; number < 99; ++number) {
-        m_folder.Write(begin + std::to_string(number), "precious");
+        m_directory.Write(begin + std::to_string(number), "precious");
     }
     std::string error;
-    EXPECT_TRUE(WritePage(m_folder / "page", Page("new"), m_inputs, false, error)) << error;
-    m_folder.Write(begin + "99", "precious");
-    EXPECT_FALSE(WritePage(m_folder / "page", Page("newer"), m_inputs, false, error));
+    EXPECT_TRUE(WritePage(m_directory / "page", Page("new"), m_inputs, false, error)) << error;
+    m_directory.Write(begin + "99", "precious");
+    EXPECT_FALSE(WritePage(m_directory / "page", Page("newer"), m_inputs, false, error));
     EXPECT_EQ(error, std::strerror(EEXIST));
     EXPECT_EQ(Read("page"), Page("new"));
     EXPECT_EQ(Read(begin + "0"), "precious");
@@ -256,7 +257,7 @@ TEST_F(WritePageTest, TriesAHundredNames)
 
 TEST_F(WritePageTest, ReplacesAPageThatIsNotAmongTheInputs)
 {
-    m_folder.Write("page", Page("old"));
+    m_directory.Write("page", Page("old"));
     LogFile without_id;
     LogFile other;
     other.has_id = true;

@@ -81,7 +81,7 @@ TEST(LauncherProblems, NameLaunchersThatVanishedOrRejectedTheirList)
                   "launcher 500 could not use its list, or could not create a thread; `launchlist "
                   "check` shows the mistakes of a list",
                   "launcher 100 probably vanished, after 2026-11-21 00:00:00 UTC",
-                  "items without a name were skipped once"}));
+                  "an item without a name was skipped once"}));
     report.launchers[1].end = LauncherEnd::kVanished;
     EXPECT_EQ(LauncherProblems(report)[1],
               "2 launchers probably vanished, the last after 2026-11-21 00:01:02 UTC");
@@ -96,7 +96,7 @@ TEST(LauncherText, SaysWhatTheRecordsShow)
         bool is_certain;
         const char* words;
     } kTable[] = {
-        {LauncherEnd::kUnknown, true, "unknown whether it still runs"},
+        {LauncherEnd::kUnknown, true, "whether it still runs is unknown"},
         {LauncherEnd::kRunning, true, "running at the last record of the log"},
         {LauncherEnd::kStopped, true, "stopped"},
         {LauncherEnd::kStopped, false, "probably stopped"},
@@ -149,8 +149,8 @@ TEST(ReportNotes, SayWhatTheLogShows)
     ASSERT_EQ(notes.size(), 2U);
     EXPECT_EQ(notes[0].find("Starts and first runs are unknown where the log holds no DEBUG "), 0U);
     EXPECT_EQ(notes[1],
-              "A time in the log is a second or more before the preceding one (once), as after the "
-              "clock was set back; lengths around it may be wrong.");
+              "The time in the log goes back by a second or more (once), as if the clock had been "
+              "set back; the lengths of runs around that time may be wrong.");
 }
 
 TEST(ItemNotes, GiveTheRatePerHourInFiguresThatAreKnown)
@@ -275,7 +275,7 @@ TEST(LauncherProblems, SayWhichConclusionsAreCertain)
               (std::vector<std::string>{
                   "2 launchers could not use their list, or could not create a thread; `launchlist "
                   "check` shows the mistakes of a list",
-                  "items without a name were skipped 2 times"}));
+                  "an item without a name was skipped 2 times"}));
 }
 
 TEST(ReportNotes, CountRecordsThatAreMissingOrIgnored)

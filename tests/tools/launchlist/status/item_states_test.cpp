@@ -165,7 +165,7 @@ TEST_F(DecideItemsTest, AnItemWhoseArgumentsCannotBeConvertedFails)
     EXPECT_EQ(StateWith(End(10, "a", 6)).first, ItemState::kBetweenRuns);
 }
 
-TEST_F(DecideItemsTest, TheLogTellsTheItemOfASupervisor)
+TEST_F(DecideItemsTest, TheLogShowsTheItemOfASupervisor)
 {
     m_evidence.items = {Item(0, "a"), Item(1, "b")};
     m_evidence.supervisors = {Child(30), Child(31, 30), Child(32, 31)};

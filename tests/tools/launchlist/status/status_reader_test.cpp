@@ -359,7 +359,7 @@ TEST_F(StatusReaderTest, StartsAgainIfALauncherEndsWhileItIsExamined)
     EXPECT_EQ(status.launchers[0].process.id, 200);
 }
 
-TEST_F(StatusReaderTest, LeavesOutLaunchersThatKeepEnding)
+TEST_F(StatusReaderTest, OmitsLaunchersThatKeepEnding)
 {
     Launch({"/a x"});
     m_processes.on_directory = [this] {

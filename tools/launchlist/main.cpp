@@ -16,7 +16,7 @@ namespace {
 
 using namespace launchlist;
 
-int FailOnUsage(const std::string& message)
+int ReportUsageError(const std::string& message)
 {
     std::fprintf(stderr, "launchlist: %s\nTry \"launchlist --help\".\n",
                  printable(message).c_str());
@@ -71,13 +71,14 @@ int RunCommand(int argc, char** argv)
 
     const std::string unknown = FindUnknownCommand(argc > 1 ? argv[1] : "", commands);
     if (!unknown.empty()) {
-        return FailOnUsage(unknown);
+        return ReportUsageError(unknown);
     }
     try {
         app.parse(ArgumentsForParser(argc, argv));
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() != 0) {
-            return FailOnUsage(error.what());  // CLI11's messages contain the arguments unchanged.
+            return ReportUsageError(
+                error.what());  // CLI11's messages contain the arguments unchanged.
         }
         std::ostringstream help_or_version;
         app.exit(error, help_or_version);
@@ -99,6 +100,6 @@ int main(int argc, char** argv)
         return RunCommand(argc, argv);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "launchlist: %s\n", printable(error.what()).c_str());
-        return kUnreadable;
+        return kFailure;
     }
 }

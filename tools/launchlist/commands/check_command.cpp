@@ -32,7 +32,7 @@ CheckedList CheckOne(const std::string& path)
 
 int StatusOf(const CheckedList& list, const CheckOptions& options)
 {
-    return list.error.empty() ? StatusOf(list.findings, options.fail_on) : kUnreadable;
+    return list.error.empty() ? StatusOf(list.findings, options.fail_on) : kFailure;
 }
 
 std::string Formatted(const std::vector<CheckedList>& lists, const CheckOptions& options)
@@ -58,7 +58,7 @@ int RunCheck(const CheckOptions& options)
         lists.push_back(CheckOne(path));
         status = std::max(status, StatusOf(lists.back(), options));
         if (!lists.back().error.empty()) {
-            FailOn(path, lists.back().error);
+            ReportFailure(path, lists.back().error);
         }
     }
     return Print(Formatted(lists, options), status);

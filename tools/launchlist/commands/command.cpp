@@ -1,6 +1,7 @@
 #include "tools/launchlist/commands/command.h"
 
 #include <errno.h>
+#include <sys/ioctl.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -47,6 +48,17 @@ bool IsTerminal()
     return isatty(STDOUT_FILENO) != 0;
 }
 
+std::optional<std::size_t> TerminalWidth()
+{
+    constexpr std::size_t kUsualWidth = 80;
+    winsize size = {};
+    if (!IsTerminal()) {
+        return std::nullopt;
+    }
+    const bool has_width = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+    return has_width ? size.ws_col : kUsualWidth;
+}
+
 Milliseconds Now()
 {
     timespec now = {};
@@ -82,22 +94,24 @@ bool IsReversed(const std::string& since, std::optional<Milliseconds> since_time
 int Print(const std::string& text, int status)
 {
     const bool is_written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
-    return std::fflush(stdout) == 0 && is_written ? status
-                                                  : FailOn("standard output", std::strerror(errno));
+    return std::fflush(stdout) == 0 && is_written
+               ? status
+               : ReportFailure("standard output", std::strerror(errno));
 }
 
-int FailOn(const std::string& path, const std::string& error)
+int ReportFailure(const std::string& path, const std::string& error)
 {
     std::fprintf(stderr, "launchlist: %s: %s\n", printable(path).c_str(), error.c_str());
-    return kUnreadable;
+    return kFailure;
 }
 
-int FailOnUnknownItem(const std::string& log, const std::string& name,
+int ReportUnknownItem(const std::string& log, const std::string& name,
                       const std::vector<std::string>& items)
 {
     const std::string nearest = closest_word(name, items);
-    return FailOn(log, "mentions no item " + quoted(name) +
-                           (nearest.empty() ? "" : "; did you mean " + quoted(nearest) + "?"));
+    return ReportFailure(log,
+                         "mentions no item " + quoted(name) +
+                             (nearest.empty() ? "" : "; did you mean " + quoted(nearest) + "?"));
 }
 
 }  // namespace launchlist

@@ -23,7 +23,7 @@ struct Command
 constexpr int kSuccess = 0;
 constexpr int kWarnings = 1;
 constexpr int kErrors = 2;
-constexpr int kUnreadable = 3;  // Also: the output could not be written.
+constexpr int kFailure = 3;  // Something could not be read or written.
 constexpr int kUsage = 64;
 
 // The severities that --fail-on takes.
@@ -46,6 +46,9 @@ bool UseColor();
 // Whether standard output is a terminal.
 bool IsTerminal();
 
+// The width of that terminal in columns, 80 if it reports none; nothing without a terminal.
+std::optional<std::size_t> TerminalWidth();
+
 // The present time.
 Milliseconds Now();
 
@@ -61,15 +64,15 @@ bool IsReversed(const std::string& since, std::optional<Milliseconds> since_time
                 const std::string& until, std::optional<Milliseconds> until_time);
 
 // Prints `text`, which must be printable. Returns `status`, or reports a failed write and returns
-// kUnreadable.
+// kFailure.
 int Print(const std::string& text, int status);
 
-// Reports that `path` could not be read or written. Returns kUnreadable.
-int FailOn(const std::string& path, const std::string& error);
+// Reports that `path` could not be read or written. Returns kFailure.
+int ReportFailure(const std::string& path, const std::string& error);
 
 // Reports that `log` does not mention the item `name`, and suggests the most similar of `items`.
-// Returns kUnreadable.
-int FailOnUnknownItem(const std::string& log, const std::string& name,
+// Returns kFailure.
+int ReportUnknownItem(const std::string& log, const std::string& name,
                       const std::vector<std::string>& items);
 
 }  // namespace launchlist

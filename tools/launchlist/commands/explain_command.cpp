@@ -19,7 +19,7 @@ int RunExplain(const ExplainOptions& options)
     std::string bytes;
     std::string error;
     if (!ReadList(options.list, bytes, error)) {
-        return FailOn(options.list, error);
+        return ReportFailure(options.list, error);
     }
     const Explanation explanation = ExplainList(bytes);
     return Print(options.json ? ExplanationJson(options.list, explanation)

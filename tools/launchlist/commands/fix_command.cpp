@@ -1,5 +1,3 @@
-#include <unistd.h>
-
 #include <algorithm>
 #include <memory>
 
@@ -39,11 +37,11 @@ int FixOne(const std::string& path, const FixOptions& options)
     std::string bytes;
     std::string error;
     if (!ReadList(path, bytes, error)) {
-        return FailOn(path, error);
+        return ReportFailure(path, error);
     }
     const FixedList fixed = FixList(bytes);
     std::string diff = UnifiedDiff(path, bytes, fixed.edits);
-    if (isatty(STDOUT_FILENO) != 0) {
+    if (IsTerminal()) {
         diff = DiffForTerminal(diff, UseColor());
     }
     const int status = Print(diff, kSuccess);
@@ -52,7 +50,7 @@ int FixOne(const std::string& path, const FixOptions& options)
     }
     if (options.is_written && !fixed.edits.empty() &&
         !ReplaceContents(path, bytes, fixed.bytes, error)) {
-        return FailOn(path, error);
+        return ReportFailure(path, error);
     }
     return ReportRest(path, fixed, options.fail_on);
 }

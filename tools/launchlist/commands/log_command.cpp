@@ -101,7 +101,7 @@ int ShowLog(const std::string& path, EventQueue& queue, Output& output)
     for (const LogFile& file : files) {
         is_read = is_read || file.error.empty();
         if (!file.error.empty()) {
-            status = FailOn(file.path, file.error);
+            status = ReportFailure(file.path, file.error);
         }
     }
     if (!is_read) {
@@ -109,7 +109,7 @@ int ShowLog(const std::string& path, EventQueue& queue, Output& output)
     }
     const std::vector<std::string> unknown = queue.UnknownNames();
     if (!unknown.empty()) {
-        return FailOnUnknownItem(path, unknown.front(), queue.ItemNames());
+        return ReportUnknownItem(path, unknown.front(), queue.ItemNames());
     }
     queue.Release(Now(), false, [&](const LogEvent& event) { output.Add(event); });
     return std::max(status, output.Flush());
@@ -126,14 +126,14 @@ int FollowLog(const std::string& path, EventQueue& queue, Output& output)
     sink.on_unparsed = [&](const UnparsedEntry& entry) { queue.AddUnparsed(entry); };
     sink.on_change = [&](LogChange change) { queue.AddChange(change); };
     sink.on_unreadable = [](const std::string& file, const std::string& error) {
-        FailOn(file, error);
+        ReportFailure(file, error);
     };
     LogFollower follower(path, sink);
     std::string error;
     Milliseconds pause = kBusyPause;
     for (bool is_first = true;; is_first = false) {
         if (!follower.Poll(error)) {
-            return FailOn(path, error);
+            return ReportFailure(path, error);
         }
         if (is_first && !follower.HasFile()) {
             std::fprintf(stderr, "launchlist: waiting for %s\n", printable(path).c_str());

@@ -53,7 +53,7 @@ int AppendTo(const std::string& path, const NewItem& item)
     std::string bytes;
     std::string error;
     if (!ReadFile(path, bytes, error)) {
-        return FailOn(path, error);
+        return ReportFailure(path, error);
     }
     const std::optional<Appended> appended = AppendItem(bytes, item);
     if (!appended) {
@@ -64,7 +64,7 @@ int AppendTo(const std::string& path, const NewItem& item)
     }
     const std::string result = Apply(appended->edits, bytes);
     if (!ReplaceContents(path, bytes, result, error)) {
-        return FailOn(path, error);
+        return ReportFailure(path, error);
     }
     const int status =
         Print(printable(path) + ": added item \"" + appended->number + "\"\n", kSuccess);

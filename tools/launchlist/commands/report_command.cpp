@@ -1,6 +1,3 @@
-#include <sys/ioctl.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <iterator>
 #include <memory>
@@ -50,32 +47,18 @@ bool HasLoop(const Report& report)
                        [](const ItemReport& item) { return item.loop.has_value(); });
 }
 
-// A terminal that reports no width counts as one of the usual width.
-Terminal OwnTerminal()
-{
-    constexpr std::size_t kUsualWidth = 80;
-    Terminal terminal;
-    winsize size = {};
-    if (isatty(STDOUT_FILENO) != 0) {
-        const bool has_width = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
-        terminal.width = has_width ? size.ws_col : kUsualWidth;
-    }
-    terminal.color = UseColor();
-    return terminal;
-}
-
-// Returns `status`, or reports a failed write and returns kUnreadable.
+// Returns `status`, or reports a failed write and returns kFailure.
 int PrintReport(const Report& report, const std::string& level_file, bool json, int status)
 {
     if (!json) {
-        return Print(ReportText(report, level_file, OwnTerminal()), status);
+        return Print(ReportText(report, level_file, {TerminalWidth(), UseColor()}), status);
     }
     bool is_written = true;
     WriteReportJson(report, [&is_written](std::string_view piece) {
         // After a failure the rest is dropped.
         is_written = is_written && Print(std::string(piece), kSuccess) == kSuccess;
     });
-    return is_written ? status : kUnreadable;
+    return is_written ? status : kFailure;
 }
 
 int RunReport(ReportOptions options)
@@ -94,24 +77,24 @@ int RunReport(ReportOptions options)
     report.order = OrderOf(options.order);
     const auto is_read = [](const LogFile& file) { return file.error.empty(); };
     if (std::none_of(report.files.begin(), report.files.end(), is_read)) {
-        return FailOn(report.files.front().path, report.files.front().error);
+        return ReportFailure(report.files.front().path, report.files.front().error);
     }
     if (!report.unknown_names.empty()) {
-        return FailOnUnknownItem(options.logs.front(), report.unknown_names.front(),
+        return ReportUnknownItem(options.logs.front(), report.unknown_names.front(),
                                  report.known_names);
     }
     if (!report.knows_launcher) {
-        return FailOn(options.logs.front(), "mentions no launcher with the process id " +
-                                                std::to_string(*options.filter.launcher));
+        return ReportFailure(options.logs.front(), "mentions no launcher with the process id " +
+                                                       std::to_string(*options.filter.launcher));
     }
     std::string error;
     if (!options.trace.empty() &&
         !WriteTrace(options.trace, ReportTrace(report), report.files, options.is_forced, error)) {
-        return FailOn(options.trace, error);
+        return ReportFailure(options.trace, error);
     }
     if (!options.html.empty() && !WritePage(options.html, ReportHtml(report, level_file),
                                             report.files, options.is_forced, error)) {
-        return FailOn(options.html, error);
+        return ReportFailure(options.html, error);
     }
     const bool fails = !options.fail_on.empty() && HasLoop(report);
     return PrintReport(report, level_file, options.json, fails ? kWarnings : kSuccess);

@@ -1,4 +1,3 @@
-#include <sys/ioctl.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -63,17 +62,6 @@ void ReadInterval(StatusOptions& options)
     }
 }
 
-std::optional<std::size_t> TerminalWidth()
-{
-    winsize size = {};
-    if (isatty(STDOUT_FILENO) == 0) {
-        return std::nullopt;
-    }
-    constexpr std::size_t kUsualWidth = 80;
-    const bool has_width = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
-    return has_width ? size.ws_col : kUsualWidth;
-}
-
 std::string AbsoluteList(const std::string& list)
 {
     if (list.empty() || list[0] == '/') {
@@ -123,8 +111,8 @@ std::string Separator(bool json)
         return "";
     }
     const char* const terminal = std::getenv("TERM");
-    const bool can_clear = isatty(STDOUT_FILENO) != 0 && terminal != nullptr && *terminal != '\0' &&
-                           std::string(terminal) != "dumb";
+    const bool can_clear =
+        IsTerminal() && terminal != nullptr && *terminal != '\0' && std::string(terminal) != "dumb";
     return can_clear ? "\x1b[H\x1b[2J" : "\n";
 }
 
@@ -139,10 +127,10 @@ int RunStatus(const StatusOptions& options)
     for (bool is_first = true;; is_first = false) {
         const Status status = reader.Read(Now());
         if (!status.error.empty()) {
-            return FailOn("processes", printable(status.error));
+            return ReportFailure("processes", printable(status.error));
         }
         if (options.watches && !is_first && Print(Separator(options.json), kSuccess) != kSuccess) {
-            return kUnreadable;
+            return kFailure;
         }
         const int result = PrintStatus(options, status);
         if (!options.watches || std::ferror(stdout) != 0) {

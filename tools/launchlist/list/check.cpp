@@ -131,8 +131,8 @@ private:
     void CheckNumbered(const JsonMember& member, const std::string& pointer)
     {
         const std::vector<ExplainedItem>& items = m_explanation.items;
-        const bool is_seen = member.name.size() <= 9 && std::stoi(member.name) < m_count;
-        if (!is_seen) {
+        const bool precedes_gap = member.name.size() <= 9 && std::stoi(member.name) < m_count;
+        if (!precedes_gap) {
             Add(Kind::kItemUnreached, member,
                 "item " + quoted(member.name) + " is never reached: there is no item \"" +
                     ItemKey(m_count) + "\"",
@@ -148,7 +148,7 @@ private:
                          "",
                          ""};
         const std::size_t index =
-            is_seen ? static_cast<std::size_t>(std::stoi(member.name)) : items.size();
+            precedes_gap ? static_cast<std::size_t>(std::stoi(member.name)) : items.size();
         if (index >= items.size()) {
             item.effect_if_unreached = effects::kNotReached;
         } else {

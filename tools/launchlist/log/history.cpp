@@ -379,7 +379,7 @@ std::size_t History::AddEnd(const Event& event, std::size_t index, std::size_t i
         run.lacks_program = true;
         item.child_without_program = 0;
     }
-    if (!run.termination.is_seen) {
+    if (!run.termination.is_known) {
         run.ended_by = EndedBy::kUnknown;
     }
     writer.has_ends = true;

@@ -137,14 +137,14 @@ Event ReadEvent(std::string_view level, std::string_view text)
 
 std::optional<int> ExitStatusOf(const Termination& cause)
 {
-    return cause.is_seen && WIFEXITED(cause.wait_status)
+    return cause.is_known && WIFEXITED(cause.wait_status)
                ? std::optional<int>(WEXITSTATUS(cause.wait_status))
                : std::nullopt;
 }
 
 std::optional<int> SignalOf(const Termination& cause)
 {
-    return cause.is_seen && WIFSIGNALED(cause.wait_status)
+    return cause.is_known && WIFSIGNALED(cause.wait_status)
                ? std::optional<int>(WTERMSIG(cause.wait_status))
                : std::nullopt;
 }
@@ -156,7 +156,7 @@ bool HasCore(const Termination& cause)
 
 std::string TextOf(const Termination& cause)
 {
-    if (!cause.is_seen) {
+    if (!cause.is_known) {
         return "unknown: waitpid failed";
     }
     if (const auto status = ExitStatusOf(cause)) {

@@ -37,18 +37,18 @@ Event ReadEvent(std::string_view level, std::string_view text);
 // How a child ended.
 struct Termination
 {
-    bool is_seen = true;  // False: waitpid failed, and the wait status means nothing.
+    bool is_known = true;  // False: waitpid failed, and the wait status means nothing.
     int wait_status = 0;
 };
 
 constexpr bool operator==(const Termination& a, const Termination& b)
 {
-    return a.is_seen == b.is_seen && a.wait_status == b.wait_status;
+    return a.is_known == b.is_known && a.wait_status == b.wait_status;
 }
 
 constexpr bool operator<(const Termination& a, const Termination& b)
 {
-    return a.is_seen != b.is_seen ? a.is_seen : a.wait_status < b.wait_status;
+    return a.is_known != b.is_known ? a.is_known : a.wait_status < b.wait_status;
 }
 
 // The exit status, or the number of the signal that ended the child; at most one of the two.

@@ -47,7 +47,7 @@ std::string EndText(const LogEvent& event)
 {
     const Run& run = *event.run;
     const std::string name = Named(event.name);
-    if (!run.termination.is_seen) {
+    if (!run.termination.is_known) {
         return name + ": waitpid failed for " + ProcessText(event.child) +
                ", so whether, when and how it ended is unknown" +
                (event.is_restarted ? "; restarting" : "");

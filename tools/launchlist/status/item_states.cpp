@@ -72,25 +72,25 @@ private:
         for (const Match& match : m_evidence.matching.matches) {
             SetProcess(match.item, match.process, match.by);
         }
-        for (const AlikeItems& alike : m_evidence.matching.alike) {
-            AddGroup(alike);
+        for (const IndistinguishableItems& set : m_evidence.matching.indistinguishable) {
+            AddGroup(set);
         }
     }
 
-    void AddGroup(const AlikeItems& alike)
+    void AddGroup(const IndistinguishableItems& set)
     {
         ItemGroup group;
-        group.running = alike.processes.size();
-        for (std::size_t i = 0; i < alike.items.size(); ++i) {
-            const std::size_t index = alike.items[i];
+        group.running = set.processes.size();
+        for (std::size_t i = 0; i < set.items.size(); ++i) {
+            const std::size_t index = set.items[i];
             ItemStatus& item = m_launcher.items[index];
             group.items.push_back(item.index);
             item.group = m_launcher.groups.size();
-            if (alike.items.size() == alike.processes.size()) {
-                SetProcess(index, alike.processes[i], alike.by);
+            if (set.items.size() == set.processes.size()) {
+                SetProcess(index, set.processes[i], set.by);
             } else {
-                item.reason = std::to_string(alike.processes.size()) + " of " +
-                              counted(alike.items.size(), "item") +
+                item.reason = std::to_string(set.processes.size()) + " of " +
+                              counted(set.items.size(), "item") +
                               " that cannot be told apart are running; which ones is unknown";
                 m_is_decided[index] = true;
             }

@@ -114,7 +114,7 @@ private:
         if (items.size() == 1) {
             m_result.matches.push_back({items.front(), processes.front(), by});
         } else {
-            m_result.alike.push_back({std::move(items), std::move(processes), by});
+            m_result.indistinguishable.push_back({std::move(items), std::move(processes), by});
         }
     }
 

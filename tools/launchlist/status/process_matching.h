@@ -33,7 +33,7 @@ struct Match
 };
 
 // Items that cannot be told apart, and their processes, of which there are as many or fewer.
-struct AlikeItems
+struct IndistinguishableItems
 {
     std::vector<std::size_t> items;
     std::vector<std::size_t> processes;
@@ -43,7 +43,7 @@ struct AlikeItems
 struct Matching
 {
     std::vector<Match> matches;
-    std::vector<AlikeItems> alike;
+    std::vector<IndistinguishableItems> indistinguishable;
     std::vector<std::size_t> unmatched;  // Processes.
 };
 

@@ -204,9 +204,9 @@ private:
                 remember(match.process);
             }
         }
-        for (const AlikeItems& alike : matching.alike) {
-            if (alike.by != MatchedBy::kExecutable) {
-                std::for_each(alike.processes.begin(), alike.processes.end(), remember);
+        for (const IndistinguishableItems& set : matching.indistinguishable) {
+            if (set.by != MatchedBy::kExecutable) {
+                std::for_each(set.processes.begin(), set.processes.end(), remember);
             }
         }
     }

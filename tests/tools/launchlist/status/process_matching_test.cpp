@@ -43,8 +43,8 @@ std::string Text(const Matching& matching)
                  : match.by == MatchedBy::kInterpreter ? " interpreter; "
                                                        : " executable; ");
     }
-    for (const AlikeItems& alike : matching.alike) {
-        text += "{" + list(alike.items) + "}={" + list(alike.processes) + "}; ";
+    for (const IndistinguishableItems& set : matching.indistinguishable) {
+        text += "{" + list(set.items) + "}={" + list(set.processes) + "}; ";
     }
     return text + list(matching.unmatched);
 }
@@ -146,10 +146,10 @@ TEST(MatchProcesses, PutsEveryProcessInOnePart)
         found.push_back(match.process);
         found_items.push_back(match.item);
     }
-    for (const AlikeItems& alike : matching.alike) {
-        EXPECT_LE(alike.processes.size(), alike.items.size());
-        found.insert(found.end(), alike.processes.begin(), alike.processes.end());
-        found_items.insert(found_items.end(), alike.items.begin(), alike.items.end());
+    for (const IndistinguishableItems& set : matching.indistinguishable) {
+        EXPECT_LE(set.processes.size(), set.items.size());
+        found.insert(found.end(), set.processes.begin(), set.processes.end());
+        found_items.insert(found_items.end(), set.items.begin(), set.items.end());
     }
     std::sort(found.begin(), found.end());
     ASSERT_EQ(found.size(), processes.size());

@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <time.h>
 
 #include <fstream>
@@ -514,11 +514,11 @@ TEST_F(StatusReaderTest, ReadsAListAgainThatWasReplaced)
     // Of the same size and with the same time, which is also later than that of the change of
     // times.
     const std::string path = m_directory / "list.json";
-    const timespec later = {time(nullptr) + 3600, 0};
-    const timespec times[] = {later, later};
+    const timeval later = {time(nullptr) + 3600, 0};
+    const timeval times[] = {later, later};
     for (const std::string name : {"y", "z", "x"}) {
         m_directory.Write("list.json", "{\"0\": " + ItemText("/a " + name) + "}");
-        ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+        ASSERT_EQ(utimes(path.c_str(), times), 0);
         EXPECT_EQ(ReadOne().items.at(0).name, name);
     }
     // By another file.

@@ -10,6 +10,7 @@ Each case appends the processor time of its processes to the file that KESTRANE_
 
 import os
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
@@ -84,9 +85,20 @@ def passes(name):
     return status == 0
 
 
+def heed_signals():
+    """Undoes what a shell does to background jobs: programs would inherit that they ignore these."""
+    for number, handler in (
+        (signal.SIGINT, signal.default_int_handler),
+        (signal.SIGQUIT, signal.SIG_DFL),
+    ):
+        if signal.getsignal(number) == signal.SIG_IGN:
+            signal.signal(number, handler)
+
+
 def run_in_namespace(arguments, home=HOME, disk_size=None, **options):
     """Runs Python with `arguments` as process 1 of a new namespace. `options` and the result are
     those of subprocess.run."""
+    heed_signals()
     bwrap = shutil.which("bwrap")
     if bwrap is None:
         sys.exit("bwrap is not installed (package bubblewrap); nothing was tested")

@@ -30,14 +30,14 @@ KnownProcesses::Known* KnownProcesses::Get(const Process& process)
     if (process.image == 0) {
         return nullptr;
     }
-    Known& known = m_known[process.id];
     if (Find(process) == nullptr) {
-        known = Known();
+        m_known.erase(process.id);
+        Known& known = m_known[process.id];
         known.birth = process.birth;
         known.image = process.image;
         known.has_executed = process.has_executed;
     }
-    return &known;
+    return &m_known[process.id];
 }
 
 bool KnownProcesses::IsNoLauncher(const Process& process) const

@@ -26,8 +26,9 @@ namespace {
 std::deque<int> g_script;
 int g_calls = 0;
 
-// The number of calls to open until one opens a device instead of the file; never if negative.
-int g_opens_until_device = -1;
+// The number of calls to open until one opens a pipe instead of the file; never if negative. Not a
+// device: the library sets the mode of what it has created.
+int g_opens_until_pipe = -1;
 
 // The errno with which each of the next calls of open fails; 0: it opens the file.
 std::deque<int> g_open_errors;
@@ -41,8 +42,11 @@ extern "C" int open(const char* path, int flags, ...)
 {
     using Open = int (*)(const char*, int, ...);
     static const Open next = reinterpret_cast<Open>(dlsym(RTLD_NEXT, "open"));
-    if (g_opens_until_device >= 0 && g_opens_until_device-- == 0) {
-        return next("/dev/null", O_WRONLY);
+    if (g_opens_until_pipe >= 0 && g_opens_until_pipe-- == 0) {
+        int ends[2];
+        EXPECT_EQ(pipe(ends), 0);
+        close(ends[0]);
+        return ends[1];
     }
     if (!g_open_errors.empty()) {
         const int error = g_open_errors.front();
@@ -345,16 +349,16 @@ TEST(InitLogger, ReturnsTheErrnoOfWhatFailed)
 }
 
 // The log is opened twice, and may be replaced in between.
-TEST(InitLogger, RefusesAFileThatBecomesADevice)
+TEST(InitLogger, RefusesAFileThatBecomesAPipe)
 {
     TempDirectory directory;
     const std::string path = directory / "log";
     WriteFile(path, "");
     for (const int opens : {0, 1}) {
-        g_opens_until_device = opens;
+        g_opens_until_pipe = opens;
         errno = 0;
         EXPECT_EQ(InitLogger(path.c_str()), EINVAL) << opens;
-        EXPECT_EQ(g_opens_until_device, -1);
+        EXPECT_EQ(g_opens_until_pipe, -1);
     }
 }
 

@@ -3,8 +3,8 @@
 # results with the goals:
 #
 # - a status of 200 items in under 50 ms (the median of 21 runs);
-# - `--watch` at its usual interval, while nothing happens: under 0.3 % of one processor with 200 items
-#   (each status reads one file of /proc for each process that it knows);
+# - `--watch` without an interval, while nothing happens: under 0.1 % of one processor with 200 items, the
+#   smallest share that top shows;
 # - the launcher does not run while it is examined.
 #
 #     scripts/measure/status.sh        Linux only; about a minute, during which the machine should be idle

@@ -265,7 +265,8 @@ HELPS = {
         launchlist status [OPTIONS] [LIST]
         Show only launchers with this list; default: all launchers of this user
         --json Print JSON, for programs
-        --watch [SECONDS] Print the status every SECONDS (default: 2), until Ctrl-C
+        --watch [SECONDS] Print the status every SECONDS, until Ctrl-C (default: 2 if something has
+        changed, otherwise 10)
         Times are in UTC. Memory is the resident memory. CPU is the share of one processor that
         was used since the process was started or, with --watch, since the previous status.
         Exit status: 0 all items run, 1 some do not, or whether they run is unknown, 3 no launcher

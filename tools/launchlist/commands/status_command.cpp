@@ -22,7 +22,11 @@ namespace {
 
 constexpr int kNoLauncher = 3;
 
+// Without SECONDS, --watch prints after two seconds if something has changed, and otherwise after
+// ten.
 constexpr double kUsualInterval = 2;
+constexpr int kUsualIntervals = 5;
+
 constexpr double kMinInterval = 0.1;
 constexpr double kMaxInterval = 86400;
 
@@ -31,8 +35,8 @@ struct StatusOptions
     std::string list;
     bool json = false;
     bool watches = false;
-    std::string interval;  // What followed --watch; "" if nothing did.
-    double seconds = kUsualInterval;
+    std::string interval;           // What followed --watch; "" if nothing did.
+    std::optional<double> seconds;  // Between two statuses, if it was given.
 };
 
 std::optional<double> ParseInterval(const std::string& text)
@@ -104,6 +108,17 @@ void Sleep(double seconds)
     }
 }
 
+void AwaitNextStatus(const StatusOptions& options, StatusReader& reader)
+{
+    Sleep(options.seconds.value_or(kUsualInterval));
+    if (options.seconds) {
+        return;
+    }
+    for (int i = 1; i < kUsualIntervals && !reader.MayHaveChanged(); ++i) {
+        Sleep(kUsualInterval);
+    }
+}
+
 // Before all but the first status. Clears a terminal that can be cleared.
 std::string Separator(bool json)
 {
@@ -136,7 +151,7 @@ int RunStatus(const StatusOptions& options)
         if (!options.watches || std::ferror(stdout) != 0) {
             return result;
         }
-        Sleep(options.seconds);
+        AwaitNextStatus(options, reader);
     }
 }
 
@@ -151,8 +166,10 @@ Command AddStatusCommand(CLI::App& app)
     parser->add_flag("--json", options->json, "Print JSON, for programs");
     CLI::Option* watch =
         parser
-            ->add_option("--watch", options->interval,
-                         "Print the status every SECONDS (default: 2), until Ctrl-C")
+            ->add_option(
+                "--watch", options->interval,
+                "Print the status every SECONDS, until Ctrl-C (default: 2 if something has\n"
+                "changed, otherwise 10)")
             ->expected(0, 1)
             ->type_name("[SECONDS]");
     parser->callback([options, watch] {

@@ -49,6 +49,9 @@ public:
     // false, `error` says why there are none.
     virtual bool List(std::vector<Process>& processes, std::string& error) = 0;
 
+    // The ids of these processes, in any order. Costs much less than List.
+    virtual bool ListIds(std::vector<pid_t>& ids, std::string& error) = 0;
+
     // Whether `process` has not ended.
     virtual bool IsSame(const Process& process) = 0;
 

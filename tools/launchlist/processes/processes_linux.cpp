@@ -24,6 +24,8 @@ constexpr std::uint64_t kHasNotExecuted = 0x40;
 
 constexpr char kDeletedMark[] = " (deleted)";
 
+constexpr char kNoProcess[] = "/proc contains no process";
+
 std::string PathOf(pid_t id, const char* file)
 {
     return "/proc/" + std::to_string(id) + "/" + file;
@@ -90,24 +92,43 @@ public:
     bool List(std::vector<Process>& processes, std::string& error) override
     {
         processes.clear();
+        std::vector<pid_t> ids;
+        if (!ListIds(ids, error)) {
+            return false;
+        }
+        m_boot = Now(CLOCK_REALTIME) - Now(CLOCK_BOOTTIME);
+        for (const pid_t id : ids) {
+            Process process;
+            process.id = id;
+            if (Read(process)) {
+                processes.push_back(process);
+            }
+        }
+        if (processes.empty()) {
+            error = kNoProcess;
+        }
+        return !processes.empty();
+    }
+
+    bool ListIds(std::vector<pid_t>& ids, std::string& error) override
+    {
+        ids.clear();
         DIR* const directory = opendir("/proc");
         if (directory == nullptr) {
             error = "/proc: " + std::string(std::strerror(errno));
             return false;
         }
-        m_boot = Now(CLOCK_REALTIME) - Now(CLOCK_BOOTTIME);
         while (const dirent* const entry = readdir(directory)) {
-            Process process;
-            process.id = static_cast<pid_t>(std::strtol(entry->d_name, nullptr, 10));
-            if (process.id > 0 && Read(process)) {
-                processes.push_back(process);
+            const auto id = static_cast<pid_t>(std::strtol(entry->d_name, nullptr, 10));
+            if (id > 0) {
+                ids.push_back(id);
             }
         }
         closedir(directory);
-        if (processes.empty()) {
-            error = "/proc contains no process";
+        if (ids.empty()) {
+            error = kNoProcess;
         }
-        return !processes.empty();
+        return !ids.empty();
     }
 
     bool IsSame(const Process& process) override

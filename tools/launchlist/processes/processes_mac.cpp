@@ -65,6 +65,22 @@ public:
     {
         processes.clear();
         std::vector<pid_t> ids;
+        if (!ListIds(ids, error)) {
+            return false;
+        }
+        for (const pid_t id : ids) {
+            Process process;
+            process.id = id;
+            if (Read(process)) {
+                processes.push_back(process);
+            }
+        }
+        return true;
+    }
+
+    bool ListIds(std::vector<pid_t>& ids, std::string& error) override
+    {
+        ids.clear();
         // Processes may be added between the two calls.
         int size = proc_listpids(PROC_RUID_ONLY, getuid(), nullptr, 0);
         if (size > 0) {
@@ -77,13 +93,7 @@ public:
             return false;
         }
         ids.resize(static_cast<std::size_t>(size) / sizeof(pid_t));
-        for (const pid_t id : ids) {
-            Process process;
-            process.id = id;
-            if (id > 0 && Read(process)) {
-                processes.push_back(process);
-            }
-        }
+        ids.erase(std::remove(ids.begin(), ids.end(), 0), ids.end());
         return true;
     }
 

@@ -278,10 +278,48 @@ const StatusReader::ReadList& StatusReader::ListAt(const std::string& path)
     return list;
 }
 
+bool StatusReader::Signs::operator==(const Signs& other) const
+{
+    const auto is_same = [](const std::optional<struct stat>& a,
+                            const std::optional<struct stat>& b) {
+        return a.has_value() == b.has_value() && (!a || IsUnchanged(*a, *b));
+    };
+    return ids == other.ids &&
+           std::equal(files.begin(), files.end(), other.files.begin(), other.files.end(), is_same);
+}
+
+StatusReader::Signs StatusReader::ReadSigns()
+{
+    Signs signs;
+    std::string error;  // Read reports it.
+    m_processes.ListIds(signs.ids, error);
+    std::sort(signs.ids.begin(), signs.ids.end());
+    const auto add = [&signs](const std::string& path) {
+        struct stat file = {};
+        const bool exists = stat(path.c_str(), &file) == 0;
+        signs.files.push_back(exists ? std::optional<struct stat>(file) : std::nullopt);
+    };
+    for (const auto& entry : m_logs) {
+        add(entry.first);
+    }
+    for (const auto& entry : m_lists) {
+        add(entry.first);
+    }
+    return signs;
+}
+
+bool StatusReader::MayHaveChanged()
+{
+    return m_was_changing || !(ReadSigns() == m_signs);
+}
+
 Status StatusReader::Read(Milliseconds now)
 {
     Status status;
     status.time = now;
+    Signs signs = ReadSigns();
+    m_was_changing = !(signs == m_signs);
+    m_signs = std::move(signs);
     MomentReader reader(m_processes, m_known, now, m_previous, m_cpu);
     if (!reader.TakeSnapshot(m_list, status.error)) {
         return status;

@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "tools/launchlist/processes/processes.h"
 #include "tools/launchlist/status/known_processes.h"
@@ -32,7 +33,22 @@ public:
     // `now` is the present time. A later call reads of each log only what was added.
     Status Read(Milliseconds now);
 
+    // Whether the status may have changed since the last call of Read: a process was started or has
+    // ended, or a log or a list was changed. Also true if that was so when Read was called, because
+    // a process may have been on its way to its program, or an item between two runs. Processor
+    // time and memory do not count. Costs much less than Read.
+    bool MayHaveChanged();
+
 private:
+    // What can be seen without reading about each process.
+    struct Signs
+    {
+        std::vector<pid_t> ids;                         // In order.
+        std::vector<std::optional<struct stat>> files;  // The logs and lists that are known.
+
+        bool operator==(const Signs& other) const;
+    };
+
     // A list as it was when its file was read.
     struct ReadList
     {
@@ -43,12 +59,15 @@ private:
     };
 
     const ReadList& ListAt(const std::string& path);
+    Signs ReadSigns();
 
     ProcessTable& m_processes;
     KnownProcesses m_known;
     const std::optional<std::string> m_list;
     std::map<std::string, std::unique_ptr<LauncherLog>> m_logs;  // By path.
     std::map<std::string, ReadList> m_lists;                     // By path.
+    Signs m_signs;                                               // Of the previous status.
+    bool m_was_changing = false;                                 // They differed from those before.
     // The time of the previous status and the processor time that each process had used by then, by
     // its id and birth.
     Milliseconds m_previous = 0;

@@ -75,6 +75,15 @@ public:
         }
         return list_error.empty();
     }
+    bool ListIds(std::vector<pid_t>& ids, std::string& error) override
+    {
+        ids.clear();
+        for (auto entry = m_processes.rbegin(); entry != m_processes.rend(); ++entry) {
+            ids.push_back(entry->first);
+        }
+        error = list_error;
+        return list_error.empty();
+    }
     bool IsSame(const launchlist::Process& process) override
     {
         const FakeProcess* fake = Find(process);

@@ -526,3 +526,41 @@ TEST_F(StatusReaderTest, ReadsAListAgainThatWasReplaced)
     ASSERT_EQ(rename((m_directory / "other").c_str(), path.c_str()), 0);
     EXPECT_EQ(ReadOne().items.at(0).name, "w");
 }
+
+// Reads until nothing seems to change any more.
+TEST_F(StatusReaderTest, SeesWithoutReadingThatSomethingMayHaveChanged)
+{
+    Launch({"/a x"});
+    m_processes.Add(7, kLauncher, "/a x");
+    EXPECT_TRUE(m_reader.MayHaveChanged());  // Nothing was read yet.
+    const auto settle = [this] {
+        for (int i = 0; i < 3; ++i) {
+            Read();
+        }
+        return !m_reader.MayHaveChanged();
+    };
+    ASSERT_TRUE(settle());
+
+    m_processes.Get(7).process.cpu += 1000;
+    EXPECT_FALSE(m_reader.MayHaveChanged());
+
+    m_processes.Add(8, 1, "/b");
+    EXPECT_TRUE(m_reader.MayHaveChanged());
+    Read();
+    EXPECT_TRUE(m_reader.MayHaveChanged()) << "the process may have executed a program";
+    ASSERT_TRUE(settle());
+
+    m_processes.Remove(8);
+    EXPECT_TRUE(m_reader.MayHaveChanged());
+    ASSERT_TRUE(settle());
+
+    const std::string list = m_directory / "list.json";
+    ASSERT_EQ(rename(list.c_str(), (m_directory / "moved").c_str()), 0);
+    EXPECT_TRUE(m_reader.MayHaveChanged());
+    ASSERT_TRUE(settle());
+    m_directory.Write("list.json", "{}");
+    EXPECT_TRUE(m_reader.MayHaveChanged());
+    ASSERT_TRUE(settle());
+    m_directory.Write("list.json", "{ }");
+    EXPECT_TRUE(m_reader.MayHaveChanged());
+}

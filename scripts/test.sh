@@ -16,8 +16,9 @@ shift $(($# > 0))
 
 need_build_tools
 need_schema_validator
-# The tests of the log format and of the completions run in these programs.
+# The tests of the log format, the completions and the corrections run these programs.
 need_command lnav lnav lnav
+need_command patch patch -
 need_command zsh zsh zsh
 need_command fish fish fish
 if ! on_a_mac; then

@@ -322,6 +322,7 @@ def may_end(outcomes):
     )
 
 
+@unittest.skipIf(shutil.which("patch") is None, "patch is not installed")
 class FixTest(unittest.TestCase):
     def setUp(self):
         # In memory where that is possible: every replaced file is synchronized with its disk.
@@ -342,8 +343,6 @@ class FixTest(unittest.TestCase):
         return fixed, result
 
     def patched(self, data, difference):
-        if shutil.which("patch") is None:
-            self.skipTest("patch is not installed")
         if not difference:
             return data
         with tempfile.TemporaryDirectory() as directory:

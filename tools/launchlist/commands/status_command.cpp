@@ -166,10 +166,8 @@ Command AddStatusCommand(CLI::App& app)
     parser->add_flag("--json", options->json, "Print JSON, for programs");
     CLI::Option* watch =
         parser
-            ->add_option(
-                "--watch", options->interval,
-                "Print the status every SECONDS, until Ctrl-C (default: 2 if something has\n"
-                "changed, otherwise 10)")
+            ->add_option("--watch", options->interval,
+                         "Print the status every SECONDS, or after changes, until Ctrl-C")
             ->expected(0, 1)
             ->type_name("[SECONDS]");
     parser->callback([options, watch] {
@@ -179,6 +177,7 @@ Command AddStatusCommand(CLI::App& app)
     parser->footer(
         "Times are in UTC. Memory is the resident memory. CPU is the share of one processor that\n"
         "was used since the process was started or, with --watch, since the previous status.\n"
+        "Without SECONDS, --watch waits for 2 seconds if something has changed, otherwise for 10.\n"
         "Exit status: 0 all items run, 1 some do not, or whether they run is unknown, 3 no "
         "launcher\n"
         "runs, or the processes cannot be listed.\n"

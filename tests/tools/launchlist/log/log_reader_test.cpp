@@ -10,7 +10,6 @@
 
 #include "tests/support/next_descriptor.h"
 #include "tests/tools/launchlist/log/report_on.h"
-#include "tools/launchlist/log/log_bytes.h"
 
 using namespace launchlist;
 
@@ -136,25 +135,4 @@ TEST(ReadLogs, RejectsUtf16)
         const Report report = MakeReport({directory.Write("qv7log", text)}, {});
         EXPECT_NE(report.files[0].error.find("UTF-16"), std::string::npos);
     }
-}
-
-TEST(PrepareLog, AcceptsZeroBytesThatAreNoEncoding)
-{
-    const std::string zero(1, '\0');
-    for (const std::string& text :
-         {"2" + zero, zero + "2" + zero, "2" + zero + "06", "3" + zero + "0" + zero, zero + "206",
-          zero + "3" + zero + "0", zero + zero + zero + zero}) {
-        std::string bytes = text;
-        std::string error;
-        EXPECT_TRUE(PrepareLog(bytes, error)) << error;
-        EXPECT_EQ(bytes, text);
-    }
-}
-
-TEST(PrepareLog, RemovesCarriageReturnsAtLineEndsOnly)
-{
-    std::string bytes = "a\rb\r\n\r\r\nc\r";
-    std::string error;
-    EXPECT_TRUE(PrepareLog(bytes, error)) << error;
-    EXPECT_EQ(bytes, "a\rb\n\r\nc\r");
 }

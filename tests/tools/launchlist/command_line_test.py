@@ -553,6 +553,28 @@ class CommandLine(unittest.TestCase):
             self.assertEqual(f"launchlist: {log}.1: Is a directory\n".encode(), result.stderr)
             self.assertEqual(complete.stdout, result.stdout)
 
+    def test_records_in_an_old_log_that_cannot_be_read_may_show_more(self):
+        with tempfile.TemporaryDirectory() as directory:
+            log = pathlib.Path(directory) / "log"
+            log.write_text(Follow.start("b", 9), encoding="utf-8")
+            pathlib.Path(f"{log}.2").write_text(
+                Follow.start("a") + Follow.end("a", 768, 1), encoding="utf-8"
+            )
+            whole = run("log", "--utc", "--file", str(log)).stdout.decode()
+            self.assertIn("a exited with status 3 after 1.0 s; not restarted\n", whole)
+            self.assertNotIn("may be missing", run("report", str(log)).stdout.decode())
+            old = pathlib.Path(f"{log}.1")
+            old.mkdir()
+            result = run("log", "--utc", "--file", str(log))
+            self.assertEqual(3, result.returncode)
+            self.assertEqual(whole.replace("; not restarted", ""), result.stdout.decode())
+            report = run("report", str(log))
+            self.assertEqual(0, report.returncode)
+            self.assertIn(
+                f"{old} could not be read, so records may be missing: Is a directory\n",
+                report.stdout.decode(),
+            )
+
     def test_the_page_permits_its_own_style_and_script_only(self):
         with tempfile.TemporaryDirectory() as directory:
             page = pathlib.Path(directory) / "page.html"
@@ -821,6 +843,17 @@ class Follow(unittest.TestCase):
             if number % 50 == 49:
                 self.wait_for(process, lambda text: text.count("\n") >= len(written))
         self.assertEqual(sorted(written), sorted(self.read(process).splitlines(keepends=True)))
+
+    def test_records_in_an_old_file_that_cannot_be_read_may_show_more(self):
+        self.append(self.start("a") + self.end("a", 768, 1), ".2")
+        pathlib.Path(f"{self.path}.1").mkdir()
+        self.append(self.start("b", 9))
+        process = self.follow()
+        text = self.wait_for(process, lambda text: "b is starting" in text)
+        self.assertIn("a exited with status 3 after 1.0 s\n", text)
+        self.assertEqual(
+            f"launchlist: {self.path}.1: Is a directory\n", process.stderr.readline().decode()
+        )
 
     def test_a_log_that_is_truncated_or_replaced(self):
         self.append(self.start("a") + self.start("b"))

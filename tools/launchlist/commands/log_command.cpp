@@ -95,16 +95,14 @@ int ShowLog(const std::string& path, EventQueue& queue, Output& output)
         queue.AddRecord(record, raw);
     };
     sink.on_unparsed = [&](const UnparsedEntry& entry) { queue.AddUnparsed(entry); };
-    const std::vector<LogFile> files = ReadLogs({path}, sink);
     int status = kSuccess;
-    bool is_read = false;
-    for (const LogFile& file : files) {
-        is_read = is_read || file.error.empty();
-        if (!file.error.empty()) {
-            status = ReportFailure(file.path, file.error);
-        }
-    }
-    if (!is_read) {
+    sink.on_unreadable = [&](const std::string& file, const std::string& error) {
+        status = ReportFailure(file, error);
+        queue.AddUnreadableFile();
+    };
+    const std::vector<LogFile> files = ReadLogs({path}, sink);
+    const auto is_read = [](const LogFile& file) { return file.error.empty(); };
+    if (std::none_of(files.begin(), files.end(), is_read)) {
         return status;
     }
     const std::vector<std::string> unknown = queue.UnknownNames();
@@ -125,8 +123,9 @@ int FollowLog(const std::string& path, EventQueue& queue, Output& output)
     };
     sink.on_unparsed = [&](const UnparsedEntry& entry) { queue.AddUnparsed(entry); };
     sink.on_change = [&](LogChange change) { queue.AddChange(change); };
-    sink.on_unreadable = [](const std::string& file, const std::string& error) {
+    sink.on_unreadable = [&](const std::string& file, const std::string& error) {
         ReportFailure(file, error);
+        queue.AddUnreadableFile();
     };
     LogFollower follower(path, sink);
     std::string error;

@@ -21,8 +21,6 @@ enum class LogChange
 struct FollowSink : LogSink
 {
     std::function<void(LogChange)> on_change;
-    // An old file cannot be read, and its entries are missing.
-    std::function<void(const std::string& path, const std::string& error)> on_unreadable;
 };
 
 // Passes each entry of a log and its old files once, in order, with the changes of a file between
@@ -54,6 +52,12 @@ public:
     bool HasFile() const { return !m_files.empty(); }
 
 private:
+    struct UnreadableFile
+    {
+        std::string path;
+        std::string error;
+    };
+
     struct File
     {
         std::string path;  // At which it was found.
@@ -66,6 +70,7 @@ private:
         bool is_truncated = false;    // Since it was passed; then the two that follow are set.
         std::string rest_before;      // What `rest` was before that.
         std::size_t line_before = 1;  // What `line` was before that.
+        std::vector<UnreadableFile> unreadable;  // Whose entries would precede `rest`.
         bool is_first_read = true;
         bool is_replacement = false;  // Of the file before it, which was not rotated.
         bool has_grown = false;
@@ -76,12 +81,14 @@ private:
     File* FindOpen(const FileId& id);
     bool ReadNew(File& file, std::string& error);
     bool ReadFrom(File& file, off_t offset, std::string& bytes, std::string& error) const;
+    void ReportUnreadable(std::vector<UnreadableFile>& files) const;
     void PassRest(File& file, bool is_whole);
     void CloseOldFiles();
 
     const std::string m_path;
     const FollowSink m_sink;
-    std::vector<File> m_files;  // The oldest first.
+    std::vector<File> m_files;                        // The oldest first.
+    std::vector<UnreadableFile> m_newest_unreadable;  // Newer than all of them.
     bool m_has_grown = false;
 };
 

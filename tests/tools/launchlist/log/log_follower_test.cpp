@@ -285,6 +285,29 @@ TEST(LogFollower, ReportsOldFilesThatItCannotRead)
     EXPECT_EQ(log.Next(), Entries{});
 }
 
+TEST(LogFollower, ReportsUnreadableFilesWhereTheirRecordsAreMissing)
+{
+    Follower log;
+    const std::string utf16 = "2" + std::string(1, '\0') + "0" + std::string(1, '\0');
+    log.AppendStart("a", "qv7log.5");
+    std::filesystem::create_directory(log.path + ".4");
+    std::filesystem::create_directory(log.path + ".3");
+    log.AppendStart("b", "qv7log.2");
+    log.Append(utf16, "qv7log.1");
+    log.AppendStart("c");
+    EXPECT_EQ(log.Next(), (Entries{"a", "qv7log.4: Is a directory", "qv7log.3: Is a directory", "b",
+                                   "qv7log.1: is UTF-16 text; convert it to UTF-8 first", "c"}));
+    EXPECT_EQ(log.Next(), Entries{});
+}
+
+TEST(LogFollower, ReportsAnUnreadableFileThatIsNewerThanAllOthersLast)
+{
+    Follower log;
+    std::filesystem::create_directory(log.path + ".1");
+    log.AppendStart("a", "qv7log.2");
+    EXPECT_EQ(log.Next(), (Entries{"a", "qv7log.1: Is a directory"}));
+}
+
 TEST(LogFollower, FailsIfTheLogIsNotARegularFile)
 {
     Follower directory;

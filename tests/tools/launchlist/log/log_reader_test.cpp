@@ -64,7 +64,9 @@ TEST(ReadLogs, IdentifiesAFileThatItCannotOpen)
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
     const rlimit none = {0, limit.rlim_max};
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-    const std::vector<LogFile> files = ReadLogs({path}, {});
+    LogSink sink;
+    sink.on_unreadable = [](const std::string&, const std::string&) {};
+    const std::vector<LogFile> files = ReadLogs({path}, sink);
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
     for (const LogFile& file : files) {
         if (file.path == path) {
@@ -111,6 +113,29 @@ TEST(ReadLogs, ReportsUnreadableFiles)
     EXPECT_EQ(report.files[2].path, directory / "none");
     EXPECT_FALSE(report.files[2].error.empty());
     EXPECT_EQ(report.items.size(), 1U);
+}
+
+TEST(ReadLogs, ReportsAnUnreadableFileWhereItsRecordsAreMissing)
+{
+    const TempDirectory directory;
+    directory.Write("qv7log.4", LogText().Start(0, kLauncher, "a").Text());
+    ASSERT_EQ(mkdir((directory / "qv7log.3").c_str(), 0700), 0);
+    directory.Write("qv7log.2", LogText().Start(0, kLauncher, "b").Text());
+    directory.Write("qv7log.1", "2" + std::string(1, '\0') + "0" + std::string(1, '\0'));
+    const std::string path = directory.Write("qv7log", LogText().Start(0, kLauncher, "c").Text());
+    std::vector<std::string> passed;
+    LogSink sink;
+    sink.on_file = [] {};
+    sink.on_record = [&](const qv7log::Record& record, std::string_view) {
+        passed.push_back(record.text.substr(record.text.rfind(' ') + 1));
+    };
+    sink.on_unreadable = [&](const std::string& file, const std::string& error) {
+        passed.push_back(file.substr(file.rfind('/') + 1) + ": " + error);
+    };
+    ReadLogs({path}, sink);
+    EXPECT_EQ(passed, (std::vector<std::string>{
+                          "a", "qv7log.3: Is a directory", "b",
+                          "qv7log.1: is UTF-16 text; convert it to UTF-8 first", "c"}));
 }
 
 TEST(ReadLogs, AcceptsLineEndsInCrLf)

@@ -33,11 +33,6 @@ struct LogOptions
 // How many events --follow shows at first, unless --lines or --since says otherwise.
 constexpr std::size_t kLastEvents = 10;
 
-// Between two checks of a log that grows, and of one that has not grown for a while. A check of an
-// idle log takes about ten system calls of microseconds.
-constexpr Milliseconds kBusyPause = 50;
-constexpr Milliseconds kIdlePause = 500;
-
 void Pause(Milliseconds duration)
 {
     const timespec time = {0, static_cast<long>(duration) * 1000000};
@@ -129,7 +124,7 @@ int FollowLog(const std::string& path, EventQueue& queue, Output& output)
     };
     LogFollower follower(path, sink);
     std::string error;
-    Milliseconds pause = kBusyPause;
+    Milliseconds pause = 0;
     for (bool is_first = true;; is_first = false) {
         if (!follower.Poll(error)) {
             return ReportFailure(path, error);
@@ -142,7 +137,7 @@ int FollowLog(const std::string& path, EventQueue& queue, Output& output)
             return status;
         }
         queue.RemoveLimit();
-        pause = follower.HasGrown() ? kBusyPause : std::min(2 * pause, kIdlePause);
+        pause = NextPause(pause, follower.HasGrown());
         Pause(pause);
     }
 }

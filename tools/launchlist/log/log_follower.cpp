@@ -41,6 +41,13 @@ bool IsMissing(int error)
 
 }  // namespace
 
+Milliseconds NextPause(Milliseconds pause, bool has_grown)
+{
+    constexpr Milliseconds kShortest = 50;
+    constexpr Milliseconds kLongest = 500;
+    return has_grown ? kShortest : std::clamp(2 * pause, kShortest, kLongest);
+}
+
 LogFollower::LogFollower(std::string path, FollowSink sink)
     : m_path(std::move(path)), m_sink(std::move(sink))
 {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "tools/launchlist/log/log_reader.h"
+#include "tools/launchlist/log/log_time.h"
 
 namespace launchlist {
 
@@ -22,6 +23,12 @@ struct FollowSink : LogSink
 {
     std::function<void(LogChange)> on_change;
 };
+
+// How long to wait before the next call of LogFollower::Poll: the pause before the last call was
+// `pause`, and that call has read something if `has_grown` is true. A log that grows is polled
+// twenty times a second, and one that has not grown for a while twice a second. Polling an idle log
+// takes about ten system calls of microseconds.
+Milliseconds NextPause(Milliseconds pause, bool has_grown);
 
 // Passes each entry of a log and its old files once, in order, with the changes of a file between
 // its entries. Continues as the log grows, and as it is rotated, truncated, removed or replaced.

@@ -400,3 +400,29 @@ TEST(LogFollower, PassesEachRecordOfTheLogLibraryOnce)
     }
     EXPECT_GT(OldFiles(path).size(), 50U);
 }
+
+// launchlist(1) states both rates.
+TEST(NextPause, PollsALogThatGrowsTwentyTimesASecond)
+{
+    for (const Milliseconds pause : {0, 50, 400, 500}) {
+        EXPECT_EQ(1000 / NextPause(pause, true), 20);
+    }
+}
+
+TEST(NextPause, PollsALogThatDoesNotGrowTwiceASecond)
+{
+    std::vector<Milliseconds> pauses;
+    Milliseconds pause = NextPause(0, true);
+    for (int i = 0; i < 5; ++i) {
+        pause = NextPause(pause, false);
+        pauses.push_back(pause);
+    }
+    EXPECT_EQ(pauses, (std::vector<Milliseconds>{100, 200, 400, 500, 500}));
+    EXPECT_EQ(1000 / pauses.back(), 2);
+}
+
+// Before the first call there was no pause.
+TEST(NextPause, IsNeverShorterThanThatOfALogThatGrows)
+{
+    EXPECT_EQ(NextPause(0, false), NextPause(0, true));
+}

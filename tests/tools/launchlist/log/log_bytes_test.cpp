@@ -111,14 +111,4 @@ TEST(PrepareLog, RejectsDamagedLogs)
               "is damaged: gzip cannot decompress it completely");
 }
 
-#else
-
-TEST(PrepareLog, RejectsCompressedLogsIfItCannotReadThem)
-{
-    std::string bytes = "\x1f\x8b";
-    std::string error;
-    EXPECT_FALSE(PrepareLog(bytes, error));
-    EXPECT_EQ(error, "is compressed by gzip, which this build cannot read; decompress it first");
-}
-
 #endif

@@ -16,10 +16,11 @@ shift $(($# > 0))
 
 need_build_tools
 need_schema_validator
-# The tests of the log format and of the completions run in these programs.
+# The tests of the log format, of the completions and of the manual's examples run these programs.
 need_command lnav lnav lnav
 need_command zsh zsh zsh
 need_command fish fish fish
+need_command jq jq jq
 if ! on_a_mac; then
     need_command bwrap bubblewrap -
 fi

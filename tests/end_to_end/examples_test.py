@@ -1,16 +1,19 @@
-"""The jq filters among the examples of launchlist(1), on the output of launchlist."""
+"""The jq filters among the examples of launchlist(1), on the output of launchlist; and the status that
+README.md shows."""
 
 import json
+import pathlib
 import re
 import shutil
 import subprocess
 import unittest
 
 import namespace
-from launcher import END, STAY, LauncherTest, item, numbered
+from launcher import END, STAY, WORK, LauncherTest, item, numbered
 from launchlist_test import launchlist
 from namespace import STAGE
 
+README = pathlib.Path(__file__).resolve().parents[2] / "README.md"
 PAGE = STAGE + "/share/man/man1/launchlist.1"
 
 
@@ -42,7 +45,8 @@ class Jq(LauncherTest):
         launcher = self.start(
             numbered(
                 item("stays", STAY, "stays"),
-                item("no program", "/nonexistent"),
+                # Never started, because it has no name.
+                {},
                 item("looper", END, "exit", "3"),
             )
         )
@@ -52,12 +56,43 @@ class Jq(LauncherTest):
         status = launchlist("status", "--json", statuses=(0, 1))
         (entry,) = json.loads(status)["launchers"]
         stopped = [each["name"] for each in entry["items"] if each["state"] != "running"]
-        self.assertIn("no program", stopped)
+        self.assertIn(None, stopped)
         self.assertNotIn("stays", stopped)
+        stopped[stopped.index(None)] = "null"
         self.assertEqual(stopped, self.names("status", status))
         report = launchlist("report", "--json")
         self.assertEqual(["looper"], self.names("report", report))
         launcher.kill()
+
+
+def layout(text):
+    """A status without what differs from one to the next: times, numbers and the width of columns."""
+    text = re.sub(r"(?m)^(    (?:list|log) +).*$", r"\1PATH", text)
+    text = re.sub(r"\d{4}-\d\d-\d\d", "DATE", text)
+    text = re.sub(r"\d\d:\d\d:\d\d", "TIME", text)
+    text = re.sub(r"\d+(\.\d)?", lambda match: "1.0" if match[1] else "1", text)
+    return re.sub(r" +", " ", text)
+
+
+class Readme(LauncherTest):
+    def test_the_status(self):
+        if not README.exists():
+            self.skipTest("the sources are below the /tmp that is hidden")
+        (example,) = re.findall(
+            r"^```\n\$ launchlist status\n((?:(?!```).*\n)*)```$",
+            README.read_text(encoding="utf-8"),
+            re.MULTILINE,
+        )
+        names = ("sync-agent", "indexer", "thumbnailer")
+        path = self.write(
+            WORK + "/list.json", json.dumps(numbered(*(item(name, STAY, name) for name in names)))
+        )
+        launcher = self.start_with(["Kestrane Demo", path])
+        self.wait_for_starts(3)
+        launcher.settle()
+        text = launchlist("status")
+        self.assertEqual(layout(text), layout(example))
+        self.assertEqual(1, launcher.stop())
 
 
 if __name__ == "__main__":

@@ -16,11 +16,12 @@ shift $(($# > 0))
 
 need_build_tools
 need_schema_validator
-# The tests of the log format, the completions and the corrections run these programs.
+# The tests of the log format, the completions, the corrections and the examples run these programs.
 need_command lnav lnav lnav
 need_command patch patch -
 need_command zsh zsh zsh
 need_command fish fish fish
+need_command jq jq jq
 if ! on_a_mac; then
     need_command bwrap bubblewrap -
 fi

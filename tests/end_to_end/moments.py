@@ -20,7 +20,9 @@ import time
 import namespace
 from launcher import APPLICATION, LAUNCHER, WORK, LauncherTest, item, numbered
 from log import parse_record, read_lines
-from moments_report import (
+from moments_report import Table, document, plan_of, show_run
+from namespace import HELPERS
+from outcomes import (
     ABORTED,
     ABORTED_LEFT,
     CHILD_ENDED,
@@ -34,12 +36,7 @@ from moments_report import (
     STOPPED,
     TERMINATED,
     UNKILLED,
-    Table,
-    document,
-    plan_of,
-    show_run,
 )
-from namespace import HELPERS
 from processes import processes, read_status
 
 LIBRARY = HELPERS + "/moments.so"

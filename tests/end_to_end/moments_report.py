@@ -7,32 +7,23 @@ describes the outcomes. A result is that of Run.run_plan in moments.py.
 import collections
 import os
 import re
-import signal
 
-TERMINATED = "ended by signal 15"
-GROUP_KILLED = "ended by signal 9, with its process group"
-ABORTED = "aborted"
-ABORTED_LEFT = "aborted, helpers keep running"
-CRASHED = "crashed"
-CRASHED_LEFT = "crashed, helpers keep running"
-HUNG = "hung"
-LOST = "waited for a second SIGTERM, then status 1"
-UNKILLED = "waited for a child that was not killed, then status 1"
-UNKILLED_AND_LOST = "waited for a child that was not killed and a second SIGTERM, then status 1"
-LEFT = "status 1, but helpers keep running"
-STOPPED = "status 1"
-CHILD_ENDED = "the child alone ended, and was started again"
-NO_EFFECT = "no effect"
+from outcomes import (
+    ABORTED,
+    ABORTED_LEFT,
+    CHILD_ENDED,
+    CRASHED,
+    CRASHED_LEFT,
+    HUNG,
+    LEFT,
+    LOST,
+    NO_EFFECT,
+    OUTCOME_BY_STATUS,
+    STOPPED,
+    UNKILLED,
+    UNKILLED_AND_LOST,
+)
 
-ENDS = {
-    1: STOPPED,
-    -signal.SIGTERM: TERMINATED,
-    -signal.SIGKILL: GROUP_KILLED,
-    -signal.SIGABRT: ABORTED,
-    -signal.SIGSEGV: CRASHED,
-    -signal.SIGBUS: CRASHED,
-    -signal.SIGILL: CRASHED,
-}
 WITH_HELPERS_LEFT = {ABORTED: ABORTED_LEFT, CRASHED: CRASHED_LEFT}
 
 PHASES = ("no-handler", "start", "launching", "steady", "restart", "stop")
@@ -56,7 +47,7 @@ def outcome_of(result):
         return HUNG
     if "endless" in words:
         return "starts children again without an end"
-    outcome = ENDS.get(result["code"], f"ended with {result['code']}")
+    outcome = OUTCOME_BY_STATUS.get(result["code"], f"ended with {result['code']}")
     if outcome == STOPPED:
         return outcome_of_stop(result, words, any(step[1].startswith("c") for step in sent))
     if result["left"] and outcome in WITH_HELPERS_LEFT:

@@ -21,6 +21,19 @@ import time
 import namespace
 from launcher import STAY, LauncherTest, item, numbered
 from log import end_text, start_text
+from outcomes import (
+    ABORTED,
+    CRASHED,
+    GROUP_KILLED,
+    HUNG,
+    LEFT,
+    LOST,
+    OUTCOME_BY_STATUS,
+    STOPPED,
+    TERMINATED,
+    UNKILLED,
+    UNKILLED_AND_LOST,
+)
 from processes import processes, read_status
 
 ITEMS = (1, 10, 100)
@@ -43,17 +56,6 @@ STEADY = "steady"
 RESTARTING = "restarting"
 REACHED = (NO_HANDLER, STARTING, STEADY, RESTARTING)
 
-TERMINATED = "ended by signal 15"
-GROUP_KILLED = "ended by signal 9, with its process group"
-ABORTED = "aborted"
-CRASHED = "crashed"
-HUNG = "hung"
-LOST = "waited for a second SIGTERM, then status 1"
-UNKILLED = "waited for a child that was not killed, then status 1"
-UNKILLED_AND_LOST = "waited for a child that was not killed and a second SIGTERM, then status 1"
-LEFT = "status 1, but helpers keep running"
-STOPPED = "status 1"
-
 # The permitted outcomes by state and number of SIGTERMs.
 LAUNCHING = {GROUP_KILLED, ABORTED, CRASHED, HUNG, LOST, UNKILLED, UNKILLED_AND_LOST, LEFT, STOPPED}
 PERMITTED = {
@@ -65,16 +67,6 @@ PERMITTED = {
     (STEADY, 2): {STOPPED, ABORTED, CRASHED, HUNG},
     (RESTARTING, 1): {STOPPED, ABORTED, HUNG, UNKILLED},
     (RESTARTING, 2): {STOPPED, ABORTED, CRASHED, HUNG, UNKILLED},
-}
-
-BY_EXIT_CODE = {
-    1: STOPPED,
-    -signal.SIGTERM: TERMINATED,
-    -signal.SIGKILL: GROUP_KILLED,
-    -signal.SIGABRT: ABORTED,
-    -signal.SIGSEGV: CRASHED,
-    -signal.SIGBUS: CRASHED,
-    -signal.SIGILL: CRASHED,
 }
 
 SIGTERM_BIT = 1 << (signal.SIGTERM - 1)
@@ -178,7 +170,7 @@ class Batch(LauncherTest):
 
     def outcome_of_end(self, launcher, waited_for):
         code = self.ended[launcher.pid]
-        outcome = BY_EXIT_CODE.get(code, f"ended with {code}")
+        outcome = OUTCOME_BY_STATUS.get(code, f"ended with {code}")
         left = self.left_behind() if outcome in (STOPPED, GROUP_KILLED) else set()
         if outcome == STOPPED:
             return self.outcome_of_stop(launcher, waited_for, left)

@@ -16,7 +16,8 @@ sys.path.insert(0, f"{ROOT}/tests/end_to_end")
 
 import moments  # noqa: E402  (the path is set just before)
 import namespace  # noqa: E402
-from moments_report import (  # noqa: E402
+from moments_report import Table, document, plan_of, show_run  # noqa: E402
+from outcomes import (  # noqa: E402
     ABORTED,
     ABORTED_LEFT,
     CHILD_ENDED,
@@ -27,10 +28,6 @@ from moments_report import (  # noqa: E402
     STOPPED,
     TERMINATED,
     UNKILLED,
-    Table,
-    document,
-    plan_of,
-    show_run,
 )
 
 NAMESPACES_AT_ONCE = 2

@@ -6,9 +6,14 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#ifdef __linux__
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#endif
 
 #include <algorithm>
 #include <atomic>
+#include <cstring>
 #include <string>
 #include <thread>
 #include <vector>
@@ -449,5 +454,68 @@ TEST(Rotation, CreatesTheLockFileAgainAfterItsRemoval)
     EXPECT_TRUE(Exists(directory / "log.1"));
     EXPECT_TRUE(Exists(directory / "log.lock"));
 }
+
+#ifdef __linux__
+// A file that cannot be renamed or removed, not even by root, until this object is destroyed.
+class ImmutableFile
+{
+public:
+    explicit ImmutableFile(const std::string& path) : m_file(open(path.c_str(), O_RDONLY))
+    {
+        m_error = SetFlag(true) ? 0 : errno;
+    }
+    ~ImmutableFile()
+    {
+        SetFlag(false);
+        close(m_file);
+    }
+    ImmutableFile(const ImmutableFile&) = delete;
+    ImmutableFile& operator=(const ImmutableFile&) = delete;
+
+    // Why the file is not immutable; 0 if it is.
+    int Error() const { return m_error; }
+
+private:
+    bool SetFlag(bool is_set) const
+    {
+        int flags = 0;
+        if (ioctl(m_file, FS_IOC_GETFLAGS, &flags) != 0) {
+            return false;
+        }
+        flags = is_set ? flags | FS_IMMUTABLE_FL : flags & ~FS_IMMUTABLE_FL;
+        return ioctl(m_file, FS_IOC_SETFLAGS, &flags) == 0;
+    }
+
+    const int m_file;
+    int m_error = 0;
+};
+
+TEST(Rotation, ChangesNothingIfAnOldFileIsImmutable)
+{
+    for (const int number : {1, qv7log::kOldFiles}) {
+        TempDirectory directory;
+        const std::string path = directory / "log";
+        const auto old_file = [&](int old) { return path + "." + std::to_string(old); };
+        for (int old = 1; old <= qv7log::kOldFiles; ++old) {
+            WriteFile(old_file(old), std::to_string(old));
+        }
+        const ImmutableFile file(old_file(number));
+        if (file.Error() != 0) {
+            GTEST_SKIP() << "cannot make a file immutable: " << std::strerror(file.Error());
+        }
+        ILog* const log = StartLog(path);
+        for (int i = 0; i < 6; ++i) {
+            LogText(log, FifthOfALog(i));
+        }
+        for (int i = 0; i < 6; ++i) {
+            EXPECT_NE(ReadFile(path).find(FifthOfALog(i)), std::string::npos) << i;
+        }
+        for (int old = 1; old <= qv7log::kOldFiles; ++old) {
+            EXPECT_EQ(ReadFile(old_file(old)), std::to_string(old)) << "immutable: " << number;
+        }
+        EXPECT_FALSE(Exists(old_file(qv7log::kOldFiles + 1)));
+    }
+}
+#endif
 
 }  // namespace

@@ -506,6 +506,23 @@ TEST_F(Rotation, IsPostponedIfSomeoneKeepsRemovingTheLockFile)
     EXPECT_TRUE(Exists(m_path + ".1"));
 }
 
+TEST_F(Rotation, IsRepeatedASecondAfterTheLockFileCouldNotBeOpened)
+{
+    g_now = 1000 * kSecond;
+    const std::string lock = m_path + ".lock";
+    unlink(lock.c_str());
+    ASSERT_EQ(mkdir(lock.c_str(), 0700), 0);
+    EXPECT_TRUE(Append(std::string(qv7log::kRotateSize, 'x')));
+    EXPECT_FALSE(Exists(m_path + ".1"));
+    ASSERT_EQ(rmdir(lock.c_str()), 0);
+    g_now = g_now + kSecond - 1;
+    EXPECT_TRUE(Append("x"));
+    EXPECT_FALSE(Exists(m_path + ".1"));
+    g_now = g_now + 1;
+    EXPECT_TRUE(Append("x"));
+    EXPECT_EQ(ReadFile(m_path + ".1"), std::string(qv7log::kRotateSize, 'x') + "\nx\nx\n");
+}
+
 TEST_F(SizeLimit, LosesRecordsThatDoNotFit)
 {
     Set(5);

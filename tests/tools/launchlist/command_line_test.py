@@ -307,6 +307,13 @@ def options_of(command):
     return set(re.findall(r"^  (?:-\w,)?--([a-z][-a-z]+)", text, re.MULTILINE))
 
 
+def blocks(name, start):
+    """The contents of the code blocks of a document that begin with `start`."""
+    text = (HERE.parents[2] / name).read_text(encoding="utf-8")
+    found = re.findall(r"^```.*\n((?:(?!```).*\n)*)```$", text, re.MULTILINE)
+    return [block for block in found if block.startswith(start)]
+
+
 def run_with_input(data, *arguments):
     return subprocess.run(
         [LAUNCHLIST, *arguments],
@@ -493,6 +500,70 @@ class CommandLine(unittest.TestCase):
                 given = set(re.findall(r"(?<= )--([a-z][-a-z]+)", arguments.split(" /")[0]))
                 self.assertLessEqual(given, options_of(command))
 
+    def test_the_documents_show_what_fix_prints(self):
+        (document,) = blocks("docs/launchlist.md", "$ launchlist fix ")
+        (example,) = [block for block in blocks("README.md", "{") if '"sync-agent"' in block]
+        command, expected = document.split("\n", 1)
+        with tempfile.TemporaryDirectory() as directory:
+            for name in ("sync-agent", "indexer"):
+                program = pathlib.Path(directory) / name
+                program.write_text("#!/bin/sh\n", encoding="utf-8")
+                program.chmod(0o755)
+            # The programs of the example are not installed here.
+            text = example.replace("/usr/local/libexec", directory)
+            self.assertIn('"argc": 2', text)
+            (pathlib.Path(directory) / "helpers.json").write_text(
+                text.replace('"argc": 2', '"argc": 1'), encoding="utf-8"
+            )
+            result = subprocess.run(
+                [LAUNCHLIST, *command.split()[2:]],
+                cwd=directory,
+                env=ENVIRONMENT,
+                check=False,
+                stdout=subprocess.PIPE,
+                stderr=subprocess.STDOUT,
+            )
+            self.assertEqual(0, result.returncode, result.stdout)
+            printed = result.stdout.decode().replace(directory, "/usr/local/libexec")
+            self.assertEqual(expected, printed)
+
+    def test_the_documents_show_what_log_prints(self):
+        records = [("08:00:48.000", f"Start to fork {name}") for name in ("thumbnailer", "indexer")]
+        records += [
+            ("08:00:51.000", "thumbnailer 4712 is killed. ret = 4712, status = 6"),
+            ("08:00:51.050", "Start to fork thumbnailer"),
+            ("08:00:54.100", "indexer 4713 is killed. ret = 4713, status = 768"),
+            ("08:00:54.150", "Start to fork indexer"),
+        ]
+
+        def log(*names, renamed=("", "")):
+            text = "".join(
+                f"2026-11-21T{time_of_day}Z {'DEBUG' if 'fork' in words else 'ERROR':8} "
+                f"launcher[4711] [LAUNCHER  ] {words.replace(*renamed)}\n"
+                for time_of_day, words in records
+            )
+            return subprocess.run(
+                [LAUNCHLIST, "log", "--file", "-", *names],
+                env={**ENVIRONMENT, "TZ": "UTC-1"},
+                input=text.encode(),
+                check=True,
+                stdout=subprocess.PIPE,
+            ).stdout.decode()
+
+        (document,) = blocks("docs/launchlist.md", "$ launchlist log ")
+        command, expected = document.split("\n", 1)
+        self.assertEqual("$ launchlist log -f thumbnailer indexer", command)
+        self.assertEqual(expected, log("thumbnailer", "indexer"))
+        page = (HERE.parents[2] / "docs/man/launchlist.1").read_text(encoding="utf-8")
+        (example,) = re.findall(r"^\.Bd .*\n(-- (?:.*\n)*?)\.Ed$", page, re.MULTILINE)
+        self.assertEqual(log("thumbnailer"), example)
+        (example,) = blocks("README.md", "-- ")
+        head, *events = example.splitlines()
+        lines = log("sync-agent", renamed=("thumbnailer", "sync-agent")).splitlines()
+        self.assertEqual(lines[0], head)
+        self.assertEqual(1, len(events))
+        self.assertIn(events[0], lines)
+
     def test_version(self):
         result = run("--version")
         self.assertEqual(0, result.returncode)
@@ -553,6 +624,28 @@ class CommandLine(unittest.TestCase):
             self.assertEqual(3, result.returncode)
             self.assertEqual(f"launchlist: {log}.1: Is a directory\n".encode(), result.stderr)
             self.assertEqual(complete.stdout, result.stdout)
+
+    def test_records_in_an_old_log_that_cannot_be_read_may_show_more(self):
+        with tempfile.TemporaryDirectory() as directory:
+            log = pathlib.Path(directory) / "log"
+            log.write_text(Follow.start("b", 9), encoding="utf-8")
+            pathlib.Path(f"{log}.2").write_text(
+                Follow.start("a") + Follow.end("a", 768, 1), encoding="utf-8"
+            )
+            whole = run("log", "--utc", "--file", str(log)).stdout.decode()
+            self.assertIn("a exited with status 3 after 1.0 s; not restarted\n", whole)
+            self.assertNotIn("may be missing", run("report", str(log)).stdout.decode())
+            old = pathlib.Path(f"{log}.1")
+            old.mkdir()
+            result = run("log", "--utc", "--file", str(log))
+            self.assertEqual(3, result.returncode)
+            self.assertEqual(whole.replace("; not restarted", ""), result.stdout.decode())
+            report = run("report", str(log))
+            self.assertEqual(0, report.returncode)
+            self.assertIn(
+                f"{old} could not be read, so records may be missing: Is a directory\n",
+                report.stdout.decode(),
+            )
 
     def test_the_page_permits_its_own_style_and_script_only(self):
         with tempfile.TemporaryDirectory() as directory:
@@ -822,6 +915,17 @@ class Follow(unittest.TestCase):
             if number % 50 == 49:
                 self.wait_for(process, lambda text: text.count("\n") >= len(written))
         self.assertEqual(sorted(written), sorted(self.read(process).splitlines(keepends=True)))
+
+    def test_records_in_an_old_file_that_cannot_be_read_may_show_more(self):
+        self.append(self.start("a") + self.end("a", 768, 1), ".2")
+        pathlib.Path(f"{self.path}.1").mkdir()
+        self.append(self.start("b", 9))
+        process = self.follow()
+        text = self.wait_for(process, lambda text: "b is starting" in text)
+        self.assertIn("a exited with status 3 after 1.0 s\n", text)
+        self.assertEqual(
+            f"launchlist: {self.path}.1: Is a directory\n", process.stderr.readline().decode()
+        )
 
     def test_a_log_that_is_truncated_or_replaced(self):
         self.append(self.start("a") + self.start("b"))

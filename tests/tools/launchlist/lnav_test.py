@@ -7,6 +7,7 @@ import csv
 import io
 import os
 import pathlib
+import re
 import shutil
 import subprocess
 import sys
@@ -99,6 +100,37 @@ class Lnav(unittest.TestCase):
             rows = list(csv.reader(io.StringIO(result.stdout)))[1:]
         self.assertEqual(RECORDS, [tuple(row[:-1]) for row in rows])
         self.assertEqual(list(range(14)), [int(row[-1]) - 1795226400100 for row in rows])
+
+    def test_the_documented_installation_and_query(self):
+        guide = (HERE.parents[2] / "docs/launchlist.md").read_text(encoding="utf-8")
+        (installation,) = re.findall(r"`(lnav [^`]* -i [^`]*)`", guide)
+        (query,) = re.findall(r"-c '(;SELECT [^']*)'", guide)
+        with tempfile.TemporaryDirectory() as directory:
+            prefix = pathlib.Path(directory) / "prefix"
+            shutil.copytree(FORMATS, prefix / "share/lnav/formats/kestrane")
+            environment = {
+                **{name: os.environ[name] for name in ("PATH", "LANG") if name in os.environ},
+                "HOME": directory,
+                "TERM": "dumb",
+            }
+
+            def execute(*arguments):
+                return subprocess.run(
+                    arguments,
+                    env=environment,
+                    stdin=subprocess.DEVNULL,
+                    capture_output=True,
+                    text=True,
+                    check=False,
+                )
+
+            log = str(HERE / "logs/mixed.1")
+            rows = ("lnav", "-n", "-c", query, "-c", ":write-csv-to -", log)
+            self.assertNotIn("crasher,6", execute(*rows).stdout, "lnav knows the format already")
+            words = installation.replace("/some/directory", str(prefix)).split()
+            installed = execute(*words)
+            self.assertEqual(0, installed.returncode, installed.stderr)
+            self.assertIn("crasher,6\n", execute(*rows).stdout)
 
     def test_a_log_of_the_tests(self):
         with tempfile.TemporaryDirectory() as directory:

@@ -33,11 +33,6 @@ struct LogOptions
 // How many events --follow shows at first, unless --lines or --since says otherwise.
 constexpr std::size_t kLastEvents = 10;
 
-// Between two checks of a log that grows, and of one that has not grown for a while. A check of an
-// idle log takes about ten system calls of microseconds.
-constexpr Milliseconds kBusyPause = 50;
-constexpr Milliseconds kIdlePause = 500;
-
 void Pause(Milliseconds duration)
 {
     const timespec time = {0, static_cast<long>(duration) * 1000000};
@@ -95,16 +90,14 @@ int ShowLog(const std::string& path, EventQueue& queue, Output& output)
         queue.AddRecord(record, raw);
     };
     sink.on_unparsed = [&](const UnparsedEntry& entry) { queue.AddUnparsed(entry); };
-    const std::vector<LogFile> files = ReadLogs({path}, sink);
     int status = kSuccess;
-    bool is_read = false;
-    for (const LogFile& file : files) {
-        is_read = is_read || file.error.empty();
-        if (!file.error.empty()) {
-            status = ReportFailure(file.path, file.error);
-        }
-    }
-    if (!is_read) {
+    sink.on_unreadable = [&](const std::string& file, const std::string& error) {
+        status = ReportFailure(file, error);
+        queue.AddUnreadableFile();
+    };
+    const std::vector<LogFile> files = ReadLogs({path}, sink);
+    const auto is_read = [](const LogFile& file) { return file.error.empty(); };
+    if (std::none_of(files.begin(), files.end(), is_read)) {
         return status;
     }
     const std::vector<std::string> unknown = queue.UnknownNames();
@@ -125,12 +118,13 @@ int FollowLog(const std::string& path, EventQueue& queue, Output& output)
     };
     sink.on_unparsed = [&](const UnparsedEntry& entry) { queue.AddUnparsed(entry); };
     sink.on_change = [&](LogChange change) { queue.AddChange(change); };
-    sink.on_unreadable = [](const std::string& file, const std::string& error) {
+    sink.on_unreadable = [&](const std::string& file, const std::string& error) {
         ReportFailure(file, error);
+        queue.AddUnreadableFile();
     };
     LogFollower follower(path, sink);
     std::string error;
-    Milliseconds pause = kBusyPause;
+    Milliseconds pause = 0;
     for (bool is_first = true;; is_first = false) {
         if (!follower.Poll(error)) {
             return ReportFailure(path, error);
@@ -143,7 +137,7 @@ int FollowLog(const std::string& path, EventQueue& queue, Output& output)
             return status;
         }
         queue.RemoveLimit();
-        pause = follower.HasGrown() ? kBusyPause : std::min(2 * pause, kIdlePause);
+        pause = NextPause(pause, follower.HasGrown());
         Pause(pause);
     }
 }

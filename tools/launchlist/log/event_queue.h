@@ -81,6 +81,7 @@ public:
     // Entries must be added in their order.
     void AddRecord(const qv7log::Record& record, std::string_view raw);
     void AddUnparsed(const UnparsedEntry& entry);
+    void AddUnreadableFile() { m_history.AddUnreadableFile(); }
     void AddChange(LogChange change);
 
     // Removes events from the front and passes them to `show`. With `is_growing`, an event of

@@ -34,6 +34,14 @@ public:
     // Records may be missing here: some were lost, or a line could not be parsed.
     void AddGap() { ++m_gaps; }
 
+    // A file of the log cannot be read, and its records are missing here. Until the next event is
+    // added, what followed the last one is unknown.
+    void AddUnreadableFile()
+    {
+        AddGap();
+        m_ends_unreadable = true;
+    }
+
     // Decides how launchers and runs ended, as far as the events so far show it. The arguments are
     // those of Finish. May be called again after further events.
     void Decide(Milliseconds last_record, Milliseconds now);
@@ -172,6 +180,7 @@ private:
     std::unordered_map<std::int64_t, std::size_t> m_by_process;  // The present writer of an id.
     std::vector<std::size_t> m_roots;  // The launcher of each writer; known at the end.
     std::size_t m_gaps = 0;
+    bool m_ends_unreadable = false;  // An unreadable file follows the last event.
 };
 
 }  // namespace launchlist

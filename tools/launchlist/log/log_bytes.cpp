@@ -1,6 +1,6 @@
 #include "tools/launchlist/log/log_bytes.h"
 
-#include <algorithm>
+#include <iterator>
 #include <string_view>
 
 #ifdef KESTRANE_HAVE_ZLIB
@@ -10,9 +10,6 @@
 namespace launchlist {
 
 namespace {
-
-// Far more than any log. Needed because a small file may decompress to any size.
-[[maybe_unused]] constexpr std::size_t kMaxLog = std::size_t{1} << 30U;
 
 bool IsGzip(std::string_view bytes)
 {
@@ -31,8 +28,21 @@ bool IsUtf16(std::string_view bytes)
 
 #ifdef KESTRANE_HAVE_ZLIB
 
-// Appends the decompressed bytes of all members of `compressed` to `bytes`.
-bool Inflate(std::string& compressed, std::string& bytes, std::string& error)
+// "1 GiB", in the largest unit of which it is a multiple.
+std::string SizeText(std::size_t size)
+{
+    constexpr const char* kUnits[] = {" bytes", " KiB", " MiB", " GiB"};
+    std::size_t unit = 0;
+    while (size % 1024 == 0 && unit + 1 < std::size(kUnits)) {
+        size /= 1024;
+        ++unit;
+    }
+    return std::to_string(size) + kUnits[unit];
+}
+
+// Appends the decompressed bytes of all members of `compressed` to `bytes`, and stops soon after
+// the first `max_size` of them.
+bool Inflate(std::string& compressed, std::string& bytes, std::string& error, std::size_t max_size)
 {
     constexpr std::size_t kChunk = std::size_t{1} << 20U;
     constexpr int kGzipOnly = 15 + 16;
@@ -40,7 +50,7 @@ bool Inflate(std::string& compressed, std::string& bytes, std::string& error)
     stream.next_in = reinterpret_cast<Bytef*>(compressed.data());
     stream.avail_in = static_cast<uInt>(compressed.size());
     int result = inflateInit2(&stream, kGzipOnly);
-    while (result == Z_OK && bytes.size() <= kMaxLog) {
+    while (result == Z_OK && bytes.size() <= max_size) {
         const std::size_t used = bytes.size();
         bytes.resize(used + kChunk);
         stream.next_out = reinterpret_cast<Bytef*>(bytes.data() + used);
@@ -52,28 +62,31 @@ bool Inflate(std::string& compressed, std::string& bytes, std::string& error)
         }
     }
     inflateEnd(&stream);
-    if (result == Z_STREAM_END) {
-        return true;
+    if (bytes.size() > max_size) {
+        error = "decompresses to more than " + SizeText(max_size);
+        return false;
     }
-    error = bytes.size() > kMaxLog ? "decompresses to more than 1 GiB"
-                                   : "is damaged: gzip cannot decompress it completely";
-    return false;
+    if (result != Z_STREAM_END) {
+        error = "is damaged: gzip cannot decompress it completely";
+        return false;
+    }
+    return true;
 }
 
-bool Decompress(std::string& bytes, std::string& error)
+bool Decompress(std::string& bytes, std::string& error, std::size_t max_size)
 {
-    if (bytes.size() > kMaxLog) {
-        error = "is larger than 1 GiB";
+    if (bytes.size() > max_size) {
+        error = "is larger than " + SizeText(max_size);
         return false;
     }
     std::string compressed;
     compressed.swap(bytes);
-    return Inflate(compressed, bytes, error);
+    return Inflate(compressed, bytes, error, max_size);
 }
 
 #else
 
-bool Decompress(std::string&, std::string& error)
+bool Decompress(std::string&, std::string& error, std::size_t)
 {
     error = "is compressed by gzip, which this build cannot read; decompress it first";
     return false;
@@ -98,9 +111,9 @@ void RemoveCarriageReturns(std::string& bytes)
 
 }  // namespace
 
-bool PrepareLog(std::string& bytes, std::string& error)
+bool PrepareLog(std::string& bytes, std::string& error, std::size_t max_decompressed)
 {
-    if (IsGzip(bytes) && !Decompress(bytes, error)) {
+    if (IsGzip(bytes) && !Decompress(bytes, error, max_decompressed)) {
         return false;
     }
     if (IsUtf16(bytes)) {

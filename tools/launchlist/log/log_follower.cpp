@@ -41,6 +41,13 @@ bool IsMissing(int error)
 
 }  // namespace
 
+Milliseconds NextPause(Milliseconds pause, bool has_grown)
+{
+    constexpr Milliseconds kShortest = 50;
+    constexpr Milliseconds kLongest = 500;
+    return has_grown ? kShortest : std::clamp(2 * pause, kShortest, kLongest);
+}
+
 LogFollower::LogFollower(std::string path, FollowSink sink)
     : m_path(std::move(path)), m_sink(std::move(sink))
 {
@@ -71,6 +78,7 @@ bool LogFollower::Poll(std::string& error)
         }
     }
     for (File& file : m_files) {
+        ReportUnreadable(file.unreadable);
         if (file.is_replacement) {
             file.is_replacement = false;
             m_sink.on_change(LogChange::kReplaced);
@@ -84,6 +92,7 @@ bool LogFollower::Poll(std::string& error)
         }
         PassRest(file, false);
     }
+    ReportUnreadable(m_newest_unreadable);
     CloseOldFiles();
     return true;
 }
@@ -134,7 +143,9 @@ bool LogFollower::OpenNewFiles(std::string& error)
             if (number == 0) {
                 return false;
             }
-            m_sink.on_unreadable(file.path, error);
+            std::vector<UnreadableFile>& files =
+                found.empty() ? m_newest_unreadable : found.back().unreadable;
+            files.insert(files.begin(), {file.path, error});
             continue;
         }
         file.id = IdOf(status);
@@ -222,11 +233,19 @@ bool LogFollower::ReadNew(File& file, std::string& error)
                 error = problem;
                 return false;
             }
-            m_sink.on_unreadable(file.path, problem);
+            file.unreadable.push_back({file.path, problem});
         }
         m_sink.on_file();
     }
     return true;
+}
+
+void LogFollower::ReportUnreadable(std::vector<UnreadableFile>& files) const
+{
+    for (const UnreadableFile& file : files) {
+        m_sink.on_unreadable(file.path, file.error);
+    }
+    files.clear();
 }
 
 void LogFollower::PassRest(File& file, bool is_whole)

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "tools/launchlist/log/log_reader.h"
+#include "tools/launchlist/log/log_time.h"
 
 namespace launchlist {
 
@@ -21,9 +22,13 @@ enum class LogChange
 struct FollowSink : LogSink
 {
     std::function<void(LogChange)> on_change;
-    // An old file cannot be read, and its entries are missing.
-    std::function<void(const std::string& path, const std::string& error)> on_unreadable;
 };
+
+// How long to wait before the next call of LogFollower::Poll: the pause before the last call was
+// `pause`, and that call has read something if `has_grown` is true. A log that grows is polled
+// twenty times a second, and one that has not grown for a while twice a second. Polling an idle log
+// takes about ten system calls of microseconds.
+Milliseconds NextPause(Milliseconds pause, bool has_grown);
 
 // Passes each entry of a log and its old files once, in order, with the changes of a file between
 // its entries. Continues as the log grows, and as it is rotated, truncated, removed or replaced.
@@ -54,6 +59,12 @@ public:
     bool HasFile() const { return !m_files.empty(); }
 
 private:
+    struct UnreadableFile
+    {
+        std::string path;
+        std::string error;
+    };
+
     struct File
     {
         std::string path;  // At which it was found.
@@ -66,6 +77,7 @@ private:
         bool is_truncated = false;    // Since it was passed; then the two that follow are set.
         std::string rest_before;      // What `rest` was before that.
         std::size_t line_before = 1;  // What `line` was before that.
+        std::vector<UnreadableFile> unreadable;  // Whose entries would precede `rest`.
         bool is_first_read = true;
         bool is_replacement = false;  // Of the file before it, which was not rotated.
         bool has_grown = false;
@@ -76,12 +88,14 @@ private:
     File* FindOpen(const FileId& id);
     bool ReadNew(File& file, std::string& error);
     bool ReadFrom(File& file, off_t offset, std::string& bytes, std::string& error) const;
+    void ReportUnreadable(std::vector<UnreadableFile>& files) const;
     void PassRest(File& file, bool is_whole);
     void CloseOldFiles();
 
     const std::string m_path;
     const FollowSink m_sink;
-    std::vector<File> m_files;  // The oldest first.
+    std::vector<File> m_files;                        // The oldest first.
+    std::vector<UnreadableFile> m_newest_unreadable;  // Newer than all of them.
     bool m_has_grown = false;
 };
 

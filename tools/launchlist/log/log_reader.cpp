@@ -128,6 +128,9 @@ std::vector<LogFile> ReadLogs(const std::vector<std::string>& paths, const LogSi
                 PassEntries(file.path, true, rest, line, sink);
             }
         }
+        if (!file.error.empty()) {
+            sink.on_unreadable(file.path, file.error);
+        }
         files.push_back(std::move(file));
     }
     return files;

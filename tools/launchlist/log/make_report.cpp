@@ -60,6 +60,8 @@ public:
         ++m_report.unread;
     }
 
+    void AddUnreadableFile() { m_history.AddUnreadableFile(); }
+
     Report Finish(std::vector<LogFile> files)
     {
         m_report.files = std::move(files);
@@ -206,6 +208,9 @@ Report MakeReport(const std::vector<std::string>& paths, const ReportRange& rang
         reporter.AddRecord(record);
     };
     sink.on_unparsed = [&](const UnparsedEntry& unread) { reporter.AddUnparsed(unread); };
+    sink.on_unreadable = [&](const std::string&, const std::string&) {
+        reporter.AddUnreadableFile();
+    };
     std::vector<LogFile> files = ReadLogs(paths, sink);
     return reporter.Finish(std::move(files));
 }

@@ -254,7 +254,8 @@ std::vector<std::string> ReportNotes(const Report& report, const std::string& le
     std::vector<std::string> notes;
     for (const LogFile& file : report.files) {
         if (!file.error.empty()) {
-            notes.push_back(printable(file.path) + " could not be read: " + file.error);
+            notes.push_back(printable(file.path) +
+                            " could not be read, so records may be missing: " + file.error);
         }
     }
     const auto lacks_starts = [](const ItemReport& item) { return !item.starts; };

@@ -18,9 +18,10 @@ void KnownProcesses::KeepOnly(const std::vector<Process>& processes)
 const KnownProcesses::Known* KnownProcesses::Find(const Process& process) const
 {
     const auto found = m_known.find(process.id);
-    const bool is_same =
-        found != m_known.end() && process.image != 0 && found->second.image == process.image &&
-        found->second.birth == process.birth && found->second.has_executed == process.has_executed;
+    // Of those that are remembered, none has the image 0.
+    const bool is_same = found != m_known.end() && found->second.image == process.image &&
+                         found->second.birth == process.birth &&
+                         found->second.has_executed == process.has_executed;
     return is_same ? &found->second : nullptr;
 }
 

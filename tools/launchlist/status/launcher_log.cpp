@@ -97,7 +97,7 @@ void LauncherLog::Update(const ProcessTimes& processes, Milliseconds now)
         entry = processes.count(entry->first) == 0 ? m_processes.erase(entry) : std::next(entry);
     }
     m_recent = now - kRecent;
-    ReadNew(processes);
+    ReadNew(processes, now);
     for (auto& entry : m_processes) {
         for (auto& item : entry.second.items) {
             std::deque<Milliseconds>& ends = item.second.recent_ends;
@@ -122,7 +122,7 @@ bool LauncherLog::MayLackRecordsSince(Milliseconds time) const
 // Opens the log and its old files, the newest first, before any is read. If the log is rotated
 // meanwhile, a file may be found under two names, but none is missed. Stops at the file that was
 // read last, since all others are older.
-void LauncherLog::ReadNew(const ProcessTimes& processes)
+void LauncherLog::ReadNew(const ProcessTimes& processes, Milliseconds now)
 {
     struct stat known = {};
     const bool has_known = m_file >= 0 && fstat(m_file, &known) == 0;
@@ -141,13 +141,18 @@ void LauncherLog::ReadNew(const ProcessTimes& processes)
         if (descriptor < 0 || fstat(descriptor, &status) != 0) {
             if (number == 0) {
                 m_error = std::strerror(errno);
+            } else if (errno != ENOENT) {
+                NoteUnreadable(path, now);
             }
             continue;
         }
         is_known_found = has_known && IsSameFile(status, known);
         const auto is_same = [&](const struct stat& other) { return IsSameFile(status, other); };
-        if (is_known_found || std::any_of(seen.begin(), seen.end(), is_same) ||
-            !S_ISREG(status.st_mode)) {
+        const bool is_regular = S_ISREG(status.st_mode);
+        if (number > 0 && !is_regular) {
+            NoteUnreadable(path, now);
+        }
+        if (is_known_found || std::any_of(seen.begin(), seen.end(), is_same) || !is_regular) {
             close(descriptor);
             continue;
         }
@@ -174,6 +179,21 @@ void LauncherLog::ReadNew(const ProcessTimes& processes)
     if (!files.descriptors.empty()) {
         KeepOpen(fcntl(files.descriptors.front(), F_DUPFD_CLOEXEC, 0));
     }
+}
+
+void LauncherLog::NoteGap(Milliseconds time)
+{
+    m_last_gap = std::max(m_last_gap.value_or(time), time);
+}
+
+// The records of this old file are missing, up to the time of its last change.
+void LauncherLog::NoteUnreadable(const std::string& path, Milliseconds now)
+{
+    struct stat status = {};
+    const Milliseconds changed = stat(path.c_str(), &status) == 0
+                                     ? static_cast<Milliseconds>(status.st_mtime) * 1000 + kSecond
+                                     : now;
+    NoteGap(changed);
 }
 
 void LauncherLog::ReadFile(int descriptor, const ProcessTimes& processes)
@@ -217,7 +237,7 @@ void LauncherLog::AddLine(std::string_view line, const ProcessTimes& processes)
 {
     const std::optional<Milliseconds> time = ParseTimeStamp(line.substr(0, qv7log::kTimestampSize));
     if (!time) {
-        m_last_gap = m_last;
+        NoteGap(m_last);
         return;
     }
     m_first = std::min(m_first.value_or(*time), *time);
@@ -230,7 +250,7 @@ void LauncherLog::AddLine(std::string_view line, const ProcessTimes& processes)
         return;
     }
     if (!qv7log::ParseRecord(line, record) || record.process != writer) {
-        m_last_gap = *time;
+        NoteGap(*time);
     } else if (record.name == "launcher" && record.cut == 0) {
         AddEvent(ReadEvent(record.level, record.text), writer, *time);
     }
@@ -239,7 +259,7 @@ void LauncherLog::AddLine(std::string_view line, const ProcessTimes& processes)
 void LauncherLog::AddEvent(const Event& event, pid_t process, Milliseconds time)
 {
     if (event.kind == EventKind::kRecordsLost) {
-        m_last_gap = time;
+        NoteGap(time);
         return;
     }
     if (event.kind == EventKind::kOther) {

@@ -59,15 +59,17 @@ public:
     // Why the log cannot be read; "" if it can.
     const std::string& Error() const { return m_error; }
 
-    // Whether records since `time` may be missing: an old file was removed, records were lost, or a
-    // line could not be parsed.
+    // Whether records since `time` may be missing: an old file was removed or cannot be read,
+    // records were lost, or a line could not be parsed.
     bool MayLackRecordsSince(Milliseconds time) const;
 
 private:
-    void ReadNew(const ProcessTimes& processes);
+    void ReadNew(const ProcessTimes& processes, Milliseconds now);
     void ReadFile(int descriptor, const ProcessTimes& processes);
     void AddLine(std::string_view line, const ProcessTimes& processes);
     void AddEvent(const Event& event, pid_t process, Milliseconds time);
+    void NoteGap(Milliseconds time);
+    void NoteUnreadable(const std::string& path, Milliseconds now);
     void KeepOpen(int descriptor);
 
     std::string m_path;
@@ -78,7 +80,7 @@ private:
     std::unordered_map<pid_t, ProcessRecords> m_processes;
     std::optional<Milliseconds> m_first;  // The first record.
     bool m_has_old_files = false;
-    std::optional<Milliseconds> m_last_gap;  // When records were lost for the last time.
+    std::optional<Milliseconds> m_last_gap;  // Up to when records may be missing.
     Milliseconds m_last = 0;                 // The latest record.
     Milliseconds m_recent = 0;               // Since when the records of any process are kept.
 };

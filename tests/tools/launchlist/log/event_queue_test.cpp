@@ -397,6 +397,24 @@ TEST(EventQueue, HoldsNothingBackOnceItsHistoryIsFull)
     EXPECT_EQ(Queue({}, 2).Add(log).Release(3010, true).size(), 2U);
 }
 
+TEST(EventQueue, ConcludesNothingFromRecordsThatAnUnreadableFileMayHold)
+{
+    for (const bool is_unreadable : {false, true}) {
+        Queue queue;
+        queue.Add(LogText()
+                      .Start(0, kLauncher, "a")
+                      .Start(1, kLauncher, "b")
+                      .End(100, kLauncher, "a", 200, kExit3));
+        if (is_unreadable) {
+            queue.Get().AddUnreadableFile();
+        }
+        const std::vector<LogEvent> events =
+            queue.Add(LogText().End(9000, kLauncher, "b", 201, kExit3)).All();
+        ASSERT_EQ(events.size(), 4U);
+        EXPECT_EQ(events[2].run->is_final, !is_unreadable);
+    }
+}
+
 // Whatever the log contains, its report and its events agree.
 TEST(EventQueue, AgreesWithTheReport)
 {

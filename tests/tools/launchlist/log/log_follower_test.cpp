@@ -285,6 +285,29 @@ TEST(LogFollower, ReportsOldFilesThatItCannotRead)
     EXPECT_EQ(log.Next(), Entries{});
 }
 
+TEST(LogFollower, ReportsUnreadableFilesWhereTheirRecordsAreMissing)
+{
+    Follower log;
+    const std::string utf16 = "2" + std::string(1, '\0') + "0" + std::string(1, '\0');
+    log.AppendStart("a", "qv7log.5");
+    std::filesystem::create_directory(log.path + ".4");
+    std::filesystem::create_directory(log.path + ".3");
+    log.AppendStart("b", "qv7log.2");
+    log.Append(utf16, "qv7log.1");
+    log.AppendStart("c");
+    EXPECT_EQ(log.Next(), (Entries{"a", "qv7log.4: Is a directory", "qv7log.3: Is a directory", "b",
+                                   "qv7log.1: is UTF-16 text; convert it to UTF-8 first", "c"}));
+    EXPECT_EQ(log.Next(), Entries{});
+}
+
+TEST(LogFollower, ReportsAnUnreadableFileThatIsNewerThanAllOthersLast)
+{
+    Follower log;
+    std::filesystem::create_directory(log.path + ".1");
+    log.AppendStart("a", "qv7log.2");
+    EXPECT_EQ(log.Next(), (Entries{"a", "qv7log.1: Is a directory"}));
+}
+
 TEST(LogFollower, FailsIfTheLogIsNotARegularFile)
 {
     Follower directory;
@@ -376,4 +399,30 @@ TEST(LogFollower, PassesEachRecordOfTheLogLibraryOnce)
         EXPECT_EQ(next[thread], kRecords);
     }
     EXPECT_GT(OldFiles(path).size(), 50U);
+}
+
+// launchlist(1) states both rates.
+TEST(NextPause, PollsALogThatGrowsTwentyTimesASecond)
+{
+    for (const Milliseconds pause : {0, 50, 400, 500}) {
+        EXPECT_EQ(1000 / NextPause(pause, true), 20);
+    }
+}
+
+TEST(NextPause, PollsALogThatDoesNotGrowTwiceASecond)
+{
+    std::vector<Milliseconds> pauses;
+    Milliseconds pause = NextPause(0, true);
+    for (int i = 0; i < 5; ++i) {
+        pause = NextPause(pause, false);
+        pauses.push_back(pause);
+    }
+    EXPECT_EQ(pauses, (std::vector<Milliseconds>{100, 200, 400, 500, 500}));
+    EXPECT_EQ(1000 / pauses.back(), 2);
+}
+
+// Before the first call there was no pause.
+TEST(NextPause, IsNeverShorterThanThatOfALogThatGrows)
+{
+    EXPECT_EQ(NextPause(0, false), NextPause(0, true));
 }

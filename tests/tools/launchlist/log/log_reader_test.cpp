@@ -10,7 +10,6 @@
 
 #include "tests/support/next_descriptor.h"
 #include "tests/tools/launchlist/log/report_on.h"
-#include "tools/launchlist/log/log_bytes.h"
 
 using namespace launchlist;
 
@@ -65,7 +64,9 @@ TEST(ReadLogs, IdentifiesAFileThatItCannotOpen)
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
     const rlimit none = {0, limit.rlim_max};
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-    const std::vector<LogFile> files = ReadLogs({path}, {});
+    LogSink sink;
+    sink.on_unreadable = [](const std::string&, const std::string&) {};
+    const std::vector<LogFile> files = ReadLogs({path}, sink);
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
     for (const LogFile& file : files) {
         if (file.path == path) {
@@ -114,6 +115,29 @@ TEST(ReadLogs, ReportsUnreadableFiles)
     EXPECT_EQ(report.items.size(), 1U);
 }
 
+TEST(ReadLogs, ReportsAnUnreadableFileWhereItsRecordsAreMissing)
+{
+    const TempDirectory directory;
+    directory.Write("qv7log.4", LogText().Start(0, kLauncher, "a").Text());
+    ASSERT_EQ(mkdir((directory / "qv7log.3").c_str(), 0700), 0);
+    directory.Write("qv7log.2", LogText().Start(0, kLauncher, "b").Text());
+    directory.Write("qv7log.1", "2" + std::string(1, '\0') + "0" + std::string(1, '\0'));
+    const std::string path = directory.Write("qv7log", LogText().Start(0, kLauncher, "c").Text());
+    std::vector<std::string> passed;
+    LogSink sink;
+    sink.on_file = [] {};
+    sink.on_record = [&](const qv7log::Record& record, std::string_view) {
+        passed.push_back(record.text.substr(record.text.rfind(' ') + 1));
+    };
+    sink.on_unreadable = [&](const std::string& file, const std::string& error) {
+        passed.push_back(file.substr(file.rfind('/') + 1) + ": " + error);
+    };
+    ReadLogs({path}, sink);
+    EXPECT_EQ(passed, (std::vector<std::string>{
+                          "a", "qv7log.3: Is a directory", "b",
+                          "qv7log.1: is UTF-16 text; convert it to UTF-8 first", "c"}));
+}
+
 TEST(ReadLogs, AcceptsLineEndsInCrLf)
 {
     LogText log;
@@ -136,25 +160,4 @@ TEST(ReadLogs, RejectsUtf16)
         const Report report = MakeReport({directory.Write("qv7log", text)}, {});
         EXPECT_NE(report.files[0].error.find("UTF-16"), std::string::npos);
     }
-}
-
-TEST(PrepareLog, AcceptsZeroBytesThatAreNoEncoding)
-{
-    const std::string zero(1, '\0');
-    for (const std::string& text :
-         {"2" + zero, zero + "2" + zero, "2" + zero + "06", "3" + zero + "0" + zero, zero + "206",
-          zero + "3" + zero + "0", zero + zero + zero + zero}) {
-        std::string bytes = text;
-        std::string error;
-        EXPECT_TRUE(PrepareLog(bytes, error)) << error;
-        EXPECT_EQ(bytes, text);
-    }
-}
-
-TEST(PrepareLog, RemovesCarriageReturnsAtLineEndsOnly)
-{
-    std::string bytes = "a\rb\r\n\r\r\nc\r";
-    std::string error;
-    EXPECT_TRUE(PrepareLog(bytes, error)) << error;
-    EXPECT_EQ(bytes, "a\rb\n\r\nc\r");
 }

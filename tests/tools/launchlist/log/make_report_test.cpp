@@ -1,6 +1,7 @@
 #include "tools/launchlist/log/make_report.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cstdint>
 #include <optional>
@@ -253,4 +254,42 @@ TEST(ReportFilter, FindsNothingForAnUnknownLauncher)
     EXPECT_TRUE(report.launchers.empty());
     EXPECT_TRUE(report.items.empty());
     EXPECT_FALSE(report.first);
+}
+
+TEST(Report, ConcludesNothingFromRecordsThatAnUnreadableFileMayHold)
+{
+    const TempDirectory directory;
+    const LogText before = LogText()
+                               .Start(0, kLauncher, "a")
+                               .Start(1, kLauncher, "b")
+                               .End(100, kLauncher, "a", 200, kExit3);
+    const LogText after = LogText().End(9000, kLauncher, "b", 201, kExit3);
+    directory.Write("qv7log.2", before.Text());
+    const std::string path = directory.Write("qv7log", after.Text());
+    // Nothing is missing: "a" was not restarted.
+    const ItemReport whole = ItemOf(MakeReport({path}, {}), "a");
+    EXPECT_EQ(whole.down, 8900);
+    EXPECT_EQ(whole.unknown, 0);
+    // Its restart may be in a file that cannot be read.
+    ASSERT_EQ(mkdir((directory / "qv7log.1").c_str(), 0700), 0);
+    const ItemReport item = ItemOf(MakeReport({path}, {}), "a");
+    EXPECT_EQ(item.down, 0);
+    EXPECT_EQ(item.unknown, 8900);
+}
+
+TEST(Report, DoesNotCallALauncherStoppedIfTheLastFileIsUnreadable)
+{
+    const TempDirectory directory;
+    LogText log;
+    log.Start(0, kLauncher, "a").Start(1, kLauncher, "b");
+    log.End(1000, kLauncher, "b", 201, kKilled).End(1050, kLauncher, "a", 200, kKilled);
+    directory.Write("qv7log.1", log.Text());
+    const std::string path = directory.Write("qv7log", "");
+    ReportRange range;
+    range.now = At(60000);
+    EXPECT_EQ(MakeReport({path}, range).launchers.at(0).end, LauncherEnd::kStopped);
+    // The launcher may have restarted both, and logged that there.
+    directory.Write("qv7log", "\xff\xfe");
+    EXPECT_EQ(MakeReport({path}, range).launchers.at(0).end, LauncherEnd::kUnknown);
+    EXPECT_EQ(ItemOf(MakeReport({path}, range), "a").possible_stops, 1U);
 }

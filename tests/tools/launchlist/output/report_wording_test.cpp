@@ -313,7 +313,7 @@ TEST(ReportNotes, NameUnreadableFilesAndShowUnreadLines)
     report.unread_samples = {"/b:1: torn"};
     EXPECT_EQ(ReportNotes(report, ""),
               (std::vector<std::string>{
-                  "/a\\x1b could not be read: is damaged",
+                  "/a\\x1b could not be read, so records may be missing: is damaged",
                   "1 line could not be parsed (torn, or written by another program). The first:",
                   "/b:1: torn"}));
 }

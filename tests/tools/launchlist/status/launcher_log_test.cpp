@@ -218,6 +218,34 @@ TEST_F(LauncherLogTest, MayLackRecordsWhereALineIsTorn)
     EXPECT_EQ(Ends(), 2U);
 }
 
+TEST_F(LauncherLogTest, MayLackRecordsThatAnUnreadableOldFileHolds)
+{
+    Append("torn\n" + End(kNow - 5000000, "a"));
+    Rotate();
+    Rotate();
+    // A directory, because the superuser may read every file.
+    const std::string old = m_path + ".1";
+    ASSERT_EQ(mkdir(old.c_str(), 0700), 0);
+    const timeval changed = {static_cast<time_t>(kNow / 1000 - 4000), 0};
+    const timeval times[2] = {changed, changed};
+    ASSERT_EQ(utimes(old.c_str(), times), 0);
+    Append(End(kNow, "a"));
+    m_log.Update(kProcesses, kNow);
+    EXPECT_EQ(Ends(), 2U);
+    EXPECT_TRUE(m_log.MayLackRecordsSince(kNow - 4000000));
+    EXPECT_FALSE(m_log.MayLackRecordsSince(kNow - 3998000));
+}
+
+TEST_F(LauncherLogTest, MayLackRecordsThatAnOldFileHoldsWhichCannotBeOpened)
+{
+    ASSERT_EQ(symlink("qv7log.1", (m_path + ".1").c_str()), 0);
+    Append(End(kNow, "a"));
+    m_log.Update(kProcesses, kNow);
+    EXPECT_EQ(m_log.Error(), "");
+    EXPECT_TRUE(m_log.MayLackRecordsSince(kNow)) << "nor does its time of change say which";
+    EXPECT_FALSE(m_log.MayLackRecordsSince(kNow + 1));
+}
+
 TEST_F(LauncherLogTest, SkipsOldFilesFromBeforeEveryProcess)
 {
     Append(End(kNow, "a"));

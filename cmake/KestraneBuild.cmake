@@ -76,15 +76,15 @@ function(kestrane_shipped target)
     endif()
 endfunction()
 
-# kestrane_test(FILE [TARGET VARIABLE] SOURCES ... LIBS ...): the GoogleTest program of one test file.
+# kestrane_test(FILE [TARGET VARIABLE] LIBS ...): the GoogleTest program of one test file.
 # The name comes from the file: tests/util/split_test.cpp is the target and test "util_split_test".
 # VARIABLE receives the target's name.
 function(kestrane_test file)
-    cmake_parse_arguments(ARG "" "TARGET" "SOURCES;LIBS" ${ARGN})
+    cmake_parse_arguments(ARG "" "TARGET" "LIBS" ${ARGN})
     file(RELATIVE_PATH name "${PROJECT_SOURCE_DIR}/tests" "${CMAKE_CURRENT_SOURCE_DIR}/${file}")
     string(REGEX REPLACE "\\.cpp$" "" name "${name}")
     string(REPLACE "/" "_" name "${name}")
-    add_executable(${name} ${file} ${ARG_SOURCES})
+    add_executable(${name} ${file})
     target_link_libraries(${name} PRIVATE kestrane_build ${ARG_LIBS} GTest::gtest_main)
     add_test(NAME ${name} COMMAND ${KESTRANE_TEST_LAUNCHER} $<TARGET_FILE:${name}>)
     set_tests_properties(${name} PROPERTIES TIMEOUT ${KESTRANE_TEST_TIMEOUT})

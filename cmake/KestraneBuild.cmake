@@ -82,7 +82,7 @@ function(kestrane_precompile_headers target)
     target_precompile_headers(${target} PRIVATE ${ARGN})
     # Clang records when each header was changed, so that no two results would be equal, and a compiler cache
     # would never find one.
-    if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    if(CMAKE_CXX_COMPILER_ID MATCHES "Clang" AND NOT CMAKE_DISABLE_PRECOMPILE_HEADERS)
         target_compile_options(${target} PRIVATE "SHELL:-Xclang -fno-pch-timestamp")
     endif()
 endfunction()

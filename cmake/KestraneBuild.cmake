@@ -76,16 +76,35 @@ function(kestrane_shipped target)
     endif()
 endfunction()
 
-# kestrane_test(FILE [TARGET VARIABLE] SOURCES ... LIBS ...): the GoogleTest program of one test file.
+# kestrane_precompile_headers(TARGET HEADERS...): parses the headers once for all sources of the target.
+# CMAKE_DISABLE_PRECOMPILE_HEADERS turns that off; a source must include what it uses in any case.
+function(kestrane_precompile_headers target)
+    target_precompile_headers(${target} PRIVATE ${ARGN})
+    # Clang records when each header was changed, so that no two results would be equal, and a compiler cache
+    # would never find one.
+    if(CMAKE_CXX_COMPILER_ID MATCHES "Clang" AND NOT CMAKE_DISABLE_PRECOMPILE_HEADERS)
+        target_compile_options(${target} PRIVATE "SHELL:-Xclang -fno-pch-timestamp")
+    endif()
+endfunction()
+
+# kestrane_use_test_headers(TARGET): compiles a test program, or a library of tests, with the precompiled
+# headers of tests/support.
+function(kestrane_use_test_headers target)
+    target_link_libraries(${target} PRIVATE GTest::gtest)
+    target_precompile_headers(${target} REUSE_FROM test_headers)
+endfunction()
+
+# kestrane_test(FILE [TARGET VARIABLE] LIBS ...): the GoogleTest program of one test file.
 # The name comes from the file: tests/util/split_test.cpp is the target and test "util_split_test".
 # VARIABLE receives the target's name.
 function(kestrane_test file)
-    cmake_parse_arguments(ARG "" "TARGET" "SOURCES;LIBS" ${ARGN})
+    cmake_parse_arguments(ARG "" "TARGET" "LIBS" ${ARGN})
     file(RELATIVE_PATH name "${PROJECT_SOURCE_DIR}/tests" "${CMAKE_CURRENT_SOURCE_DIR}/${file}")
     string(REGEX REPLACE "\\.cpp$" "" name "${name}")
     string(REPLACE "/" "_" name "${name}")
-    add_executable(${name} ${file} ${ARG_SOURCES})
+    add_executable(${name} ${file})
     target_link_libraries(${name} PRIVATE kestrane_build ${ARG_LIBS} GTest::gtest_main)
+    kestrane_use_test_headers(${name})
     add_test(NAME ${name} COMMAND ${KESTRANE_TEST_LAUNCHER} $<TARGET_FILE:${name}>)
     set_tests_properties(${name} PROPERTIES TIMEOUT ${KESTRANE_TEST_TIMEOUT})
     if(ARG_TARGET)

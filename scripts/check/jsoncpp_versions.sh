@@ -12,7 +12,8 @@ cd "$(dirname "$0")/../.."
 need_build_tools
 install_or_fail
 
-tests='^(json|fuzz|tools_launchlist)_'
+# The tests of programs that contain jsoncpp.
+tests='^(json|fuzz_json|fuzz_launch_list|tools_launchlist_(base_text|list|output|status|command_line|fix|example))_'
 
 # check_version VERSION: builds jsoncpp and the tests, and runs them.
 check_version() {

@@ -11,12 +11,12 @@ prepare_stage() {
     install_or_fail
     prepare_guest
     # The helpers that the launcher starts are Linux programs.
-    if ! { cmake --preset debug && cmake --build build/debug --target helper_stay helper_end \
+    if ! { cmake --preset release && cmake --build build/release --target helper_stay helper_end \
         helper_inherit helper_locations helper_misbehave helper_short_life helper_title; } >build/macos/helpers.log; then
         fail "The helpers do not build (see build/macos/helpers.log)."
     fi
     local architecture
     for architecture in arm64 x86_64; do
-        python3 -B tests/macos/stage.py "$architecture" build/debug/tests/helpers/bin
+        python3 -B tests/macos/stage.py "$architecture" build/release/tests/helpers/bin
     done
 }

@@ -4,6 +4,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <string.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <initializer_list>
@@ -26,18 +27,17 @@ char* Get(const char* name, void* caller)
     Dl_info object = {};
     const char* const path = ValueOf("KESTRANE_TEST_VARIABLES");
     if (path != nullptr && dladdr(caller, &object) != 0 && object.dli_fname != nullptr) {
-        char line[8192];
-        size_t used = 0;
+        // One call, so that the lines of several threads and processes do not mix.
+        iovec line[4];
+        ssize_t size = 0;
+        iovec* end = line;
         for (const char* part : {object.dli_fname, "\t", name, "\n"}) {
-            const size_t size = strlen(part);
-            if (used + size > sizeof line) {
-                return nullptr;
-            }
-            memcpy(line + used, part, size);
-            used += size;
+            *end = {const_cast<char*>(part), strlen(part)};
+            size += static_cast<ssize_t>(end->iov_len);
+            ++end;
         }
         const int file = open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
-        if (write(file, line, used) != static_cast<ssize_t>(used)) {
+        if (writev(file, line, 4) != size) {
             return nullptr;
         }
         close(file);

@@ -143,9 +143,8 @@ bool LogFollower::OpenNewFiles(std::string& error)
             if (number == 0) {
                 return false;
             }
-            std::vector<UnreadableFile>& files =
-                found.empty() ? m_newest_unreadable : found.back().unreadable;
-            files.insert(files.begin(), {file.path, error});
+            auto* const files = found.empty() ? &m_newest_unreadable : &found.back().unreadable;
+            files->insert(files->begin(), {file.path, error});
             continue;
         }
         file.id = IdOf(status);

@@ -80,8 +80,8 @@ endfunction()
 # CMAKE_DISABLE_PRECOMPILE_HEADERS turns that off; a source must include what it uses in any case.
 function(kestrane_precompile_headers target)
     target_precompile_headers(${target} PRIVATE ${ARGN})
-    # Clang records when each header was changed, so that no two results would be equal, and a compiler cache
-    # would never find one.
+    # Otherwise Clang stores when each header was changed. No two results would be equal, and a compiler cache
+    # would never have a hit.
     if(CMAKE_CXX_COMPILER_ID MATCHES "Clang" AND NOT CMAKE_DISABLE_PRECOMPILE_HEADERS)
         target_compile_options(${target} PRIVATE "SHELL:-Xclang -fno-pch-timestamp")
     endif()

@@ -12,7 +12,7 @@ cd "$(dirname "$0")/../.."
 need_build_tools
 install_or_fail
 
-# The tests of programs that contain jsoncpp.
+# The tests of our JSON library, of what reads and writes JSON in launchlist, and of the fuzz targets for both.
 tests='^(json|fuzz_json|fuzz_launch_list|tools_launchlist_(base_text|list|output|status|command_line|fix|example))_'
 
 # check_version VERSION: builds jsoncpp and the tests, and runs them.

@@ -2,6 +2,7 @@
 them."""
 
 import os
+import re
 import subprocess
 
 import namespace
@@ -58,8 +59,10 @@ class User(LauncherTest):
                 stderr=subprocess.DEVNULL,
                 check=False,
             )
-        # TZ is read by the C library.
-        self.assertEqual({"NO_COLOR", "PATH", "TERM"}, variables_read()["launchlist"])
+        with open(namespace.STAGE + "/share/man/man1/launchlist.1", encoding="utf-8") as page:
+            documented = set(re.findall(r"(?m)^\.It Ev (\w+)$", page.read()))
+        # HOME is read only for a user without an entry; TZ is read by the C library.
+        self.assertEqual(documented, variables_read()["launchlist"] | {"HOME", "TZ"})
 
 
 class UserWithoutEntry(LimitedUserTest):

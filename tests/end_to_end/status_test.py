@@ -358,7 +358,7 @@ class Watch(StatusTest):
 
     def test_it_prints_every_ten_seconds_while_nothing_changes(self):
         launcher = self.start(numbered(item("a")))
-        (first,) = self.wait_for_starts(1)
+        self.wait_for_starts(1)
         output = WORK + "/output"
         with open(output, "wb") as file:
             watch = subprocess.Popen([LAUNCHLIST, "status", "--watch", LIST], stdout=file)
@@ -368,14 +368,13 @@ class Watch(StatusTest):
                 return len(re.findall(r"(?m)^launcher \d+", text.read()))
 
         # After the first two, the logs and lists are known.
-        self.wait_for(lambda: statuses() == 3, "three statuses")
+        self.wait_for(lambda: statuses() >= 3, "three statuses")
         time.sleep(5)
         self.assertEqual(3, statuses())
-        self.wait_for(lambda: statuses() == 4, "the status after ten seconds")
+        self.wait_for(lambda: statuses() >= 4, "the status after ten seconds")
         began = time.monotonic()
-        with open(self.log_path(), "a", encoding="utf-8"):
-            os.utime(self.log_path())
-        self.wait_for(lambda: statuses() == 5, "the status after a change of the log")
+        os.utime(self.log_path())
+        self.wait_for(lambda: statuses() >= 5, "the status after a change of the log")
         self.assertLess(time.monotonic() - began, 8)
         watch.kill()
         watch.wait()

@@ -27,7 +27,7 @@ std::deque<int> g_script;
 int g_calls = 0;
 
 // The number of calls to open until one opens a pipe instead of the file; never if negative. Not a
-// device: the library sets the mode of what it has created.
+// device such as /dev/null, whose mode the library would change if it believed to have created it.
 int g_opens_until_pipe = -1;
 
 // The errno with which each of the next calls of open fails; 0: it opens the file.

@@ -265,10 +265,10 @@ HELPS = {
         launchlist status [OPTIONS] [LIST]
         Show only launchers with this list; default: all launchers of this user
         --json Print JSON, for programs
-        --watch [SECONDS] Print the status every SECONDS, or after changes, until Ctrl-C
+        --watch [SECONDS] Print the status every SECONDS, or at changes, until Ctrl-C
         Times are in UTC. Memory is the resident memory. CPU is the share of one processor that
         was used since the process was started or, with --watch, since the previous status. Without
-        SECONDS, --watch waits for 2 seconds if something has changed, otherwise for 10.
+        SECONDS, --watch looks for changes every 2 seconds, and prints at least every 10.
         Exit status: 0 all items run, 1 some do not, or whether they run is unknown, 3 no launcher
         runs, or the processes cannot be listed. Example: launchlist status helpers.json --watch 5
     """,

@@ -22,10 +22,10 @@ namespace {
 
 constexpr int kNoLauncher = 3;
 
-// Without SECONDS, --watch prints after two seconds if something has changed, and otherwise after
-// ten.
-constexpr double kUsualInterval = 2;
-constexpr int kUsualIntervals = 5;
+// Without SECONDS, --watch checks in this interval whether something has changed, and prints after
+// this many checks in any case.
+constexpr double kCheckInterval = 2;
+constexpr int kMaxChecks = 5;
 
 constexpr double kMinInterval = 0.1;
 constexpr double kMaxInterval = 86400;
@@ -110,13 +110,14 @@ void Sleep(double seconds)
 
 void AwaitNextStatus(const StatusOptions& options, StatusReader& reader)
 {
-    Sleep(options.seconds.value_or(kUsualInterval));
     if (options.seconds) {
+        Sleep(*options.seconds);
         return;
     }
-    for (int i = 1; i < kUsualIntervals && !reader.MayHaveChanged(); ++i) {
-        Sleep(kUsualInterval);
-    }
+    int checks = 0;
+    do {
+        Sleep(kCheckInterval);
+    } while (++checks < kMaxChecks && !reader.MayHaveChanged());
 }
 
 // Before all but the first status. Clears a terminal that can be cleared.
@@ -167,7 +168,7 @@ Command AddStatusCommand(CLI::App& app)
     CLI::Option* watch =
         parser
             ->add_option("--watch", options->interval,
-                         "Print the status every SECONDS, or after changes, until Ctrl-C")
+                         "Print the status every SECONDS, or at changes, until Ctrl-C")
             ->expected(0, 1)
             ->type_name("[SECONDS]");
     parser->callback([options, watch] {
@@ -177,7 +178,8 @@ Command AddStatusCommand(CLI::App& app)
     parser->footer(
         "Times are in UTC. Memory is the resident memory. CPU is the share of one processor that\n"
         "was used since the process was started or, with --watch, since the previous status.\n"
-        "Without SECONDS, --watch waits for 2 seconds if something has changed, otherwise for 10.\n"
+        "Without SECONDS, --watch looks for changes every 2 seconds, and prints at least every "
+        "10.\n"
         "Exit status: 0 all items run, 1 some do not, or whether they run is unknown, 3 no "
         "launcher\n"
         "runs, or the processes cannot be listed.\n"

@@ -96,6 +96,7 @@ void History::Writer::ForEach(Visit visit)
 History::Place History::Add(const Event& event, std::int64_t process, Milliseconds time)
 {
     m_ends_unreadable = false;
+    m_last_event = std::max(m_last_event, time);
     const bool has_item =
         event.kind != EventKind::kNoName && event.kind != EventKind::kListRejected;
     const std::size_t item = has_item ? ItemOf(event.name) : kNone;
@@ -646,7 +647,7 @@ void History::Decide(Milliseconds last_record, Milliseconds now)
     FindRoots();
     SortLaunchers();
     if (m_ends_unreadable) {
-        now = last_record;
+        last_record = now = m_last_event;
     }
     for (std::size_t i = 0; i < m_writers.size(); ++i) {
         if (m_writers[i].parent == kNone) {

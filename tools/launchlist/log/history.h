@@ -181,6 +181,7 @@ private:
     std::vector<std::size_t> m_roots;  // The launcher of each writer; known at the end.
     std::size_t m_gaps = 0;
     bool m_ends_unreadable = false;  // An unreadable file follows the last event.
+    Milliseconds m_last_event = 0;   // Its time.
 };
 
 }  // namespace launchlist

@@ -117,7 +117,8 @@ bool LogFollower::OpenNewFiles(std::string& error)
     if (newest != 0) {
         return IsMissing(errno) || Fail(error);
     }
-    if (FindOpen(IdOf(status)) != nullptr) {
+    const FileId newest_id = IdOf(status);
+    if (newest_id == m_newest || FindOpen(newest_id) != nullptr) {
         return true;
     }
     std::vector<File> found;
@@ -159,6 +160,7 @@ bool LogFollower::OpenNewFiles(std::string& error)
     if (!m_files.empty() && known != &m_files.back() && !found.empty()) {
         found.back().is_replacement = true;
     }
+    m_newest = newest_id;
     m_files.insert(m_files.end(), std::make_move_iterator(found.rbegin()),
                    std::make_move_iterator(found.rend()));
     return true;

@@ -26,8 +26,8 @@ struct FollowSink : LogSink
 
 // How long to wait before the next call of LogFollower::Poll: the pause before the last call was
 // `pause`, and that call has read something if `has_grown` is true. A log that grows is polled
-// twenty times a second, and one that has not grown for a while twice a second. Polling an idle log
-// takes about ten system calls of microseconds.
+// more often than one that has not grown for a while. Polling an idle log takes about ten system
+// calls, a few microseconds each.
 Milliseconds NextPause(Milliseconds pause, bool has_grown);
 
 // Passes each entry of a log and its old files once, in order, with the changes of a file between
@@ -94,6 +94,7 @@ private:
 
     const std::string m_path;
     const FollowSink m_sink;
+    FileId m_newest;                                  // When the files were last looked for.
     std::vector<File> m_files;                        // The oldest first.
     std::vector<UnreadableFile> m_newest_unreadable;  // Newer than all of them.
     bool m_has_grown = false;

@@ -38,7 +38,7 @@ struct LogSink
     // The second argument is the record as it is in the log, without its line end.
     std::function<void(const qv7log::Record&, std::string_view)> on_record;
     std::function<void(const UnparsedEntry&)> on_unparsed;
-    // A file cannot be read, and its entries are missing.
+    // A file cannot be read. Called where its entries are missing.
     std::function<void(const std::string& path, const std::string& error)> on_unreadable;
 };
 

@@ -141,8 +141,11 @@ void LauncherLog::ReadNew(const ProcessTimes& processes, Milliseconds now)
         if (descriptor < 0 || fstat(descriptor, &status) != 0) {
             if (number == 0) {
                 m_error = std::strerror(errno);
-            } else if (errno != ENOENT) {
+            } else if (errno != ENOENT && errno != ENOTDIR) {
                 NoteUnreadable(path, now);
+            }
+            if (descriptor >= 0) {
+                close(descriptor);
             }
             continue;
         }

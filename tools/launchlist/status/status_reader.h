@@ -34,16 +34,16 @@ public:
     Status Read(Milliseconds now);
 
     // Whether the status may have changed since the last call of Read: a process was started or has
-    // ended, or a log or a list was changed. Also true if that was so when Read was called, because
-    // a process may have been on its way to its program, or an item between two runs. Processor
-    // time and memory do not count. Costs much less than Read.
+    // ended, or a log or a list was changed. Also true if the last Read found such a change itself:
+    // a process may not have executed its program yet, or an item may have been between two runs.
+    // Processor time and memory do not count. Costs much less than Read.
     bool MayHaveChanged();
 
 private:
     // What can be seen without reading about each process.
     struct Signs
     {
-        std::vector<pid_t> ids;                         // In order.
+        std::vector<pid_t> ids;                         // Sorted.
         std::vector<std::optional<struct stat>> files;  // The logs and lists that are known.
 
         bool operator==(const Signs& other) const;
@@ -67,7 +67,7 @@ private:
     std::map<std::string, std::unique_ptr<LauncherLog>> m_logs;  // By path.
     std::map<std::string, ReadList> m_lists;                     // By path.
     Signs m_signs;                                               // Of the previous status.
-    bool m_was_changing = false;                                 // They differed from those before.
+    bool m_was_changing = false;  // Whether they differed from those before.
     // The time of the previous status and the processor time that each process had used by then, by
     // its id and birth.
     Milliseconds m_previous = 0;

@@ -306,6 +306,7 @@ TEST(LogFollower, ReportsAnUnreadableFileThatIsNewerThanAllOthersLast)
     std::filesystem::create_directory(log.path + ".1");
     log.AppendStart("a", "qv7log.2");
     EXPECT_EQ(log.Next(), (Entries{"a", "qv7log.1: Is a directory"}));
+    EXPECT_EQ(log.Next(), Entries{});
 }
 
 TEST(LogFollower, FailsIfTheLogIsNotARegularFile)

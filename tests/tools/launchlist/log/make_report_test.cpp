@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdint>
 #include <optional>
@@ -292,4 +293,10 @@ TEST(Report, DoesNotCallALauncherStoppedIfTheLastFileIsUnreadable)
     directory.Write("qv7log", "\xff\xfe");
     EXPECT_EQ(MakeReport({path}, range).launchers.at(0).end, LauncherEnd::kUnknown);
     EXPECT_EQ(ItemOf(MakeReport({path}, range), "a").possible_stops, 1U);
+    // Records of other programs that follow do not change that.
+    directory.Write("qv7log.2", log.Text());
+    ASSERT_EQ(unlink((directory / "qv7log.1").c_str()), 0);
+    ASSERT_EQ(mkdir((directory / "qv7log.1").c_str(), 0700), 0);
+    directory.Write("qv7log", LogText().Add(50000, "ERROR", 999, "[OTHER] text").Text());
+    EXPECT_EQ(MakeReport({path}, range).launchers.at(0).end, LauncherEnd::kUnknown);
 }

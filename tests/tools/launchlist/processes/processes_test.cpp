@@ -101,6 +101,23 @@ TEST(SystemProcesses, KnowThisProcess)
     EXPECT_NE(command_line->find("processes_test"), std::string::npos);
 }
 
+TEST(SystemProcesses, ListIds)
+{
+    const auto table = SystemProcesses();
+    const auto has = [&](pid_t id) {
+        std::vector<pid_t> ids;
+        std::string error;
+        EXPECT_TRUE(table->ListIds(ids, error)) << error;
+        return std::find(ids.begin(), ids.end(), id) != ids.end();
+    };
+    ForkedChild child;
+    EXPECT_TRUE(has(getpid()));
+    const pid_t id = child.id;
+    EXPECT_TRUE(has(id));
+    child.End();
+    EXPECT_FALSE(has(id));
+}
+
 TEST(SystemProcesses, KnowWhenThisProcessWasStarted)
 {
     const auto table = SystemProcesses();

@@ -527,12 +527,12 @@ TEST_F(StatusReaderTest, ReadsAListAgainThatWasReplaced)
     EXPECT_EQ(ReadOne().items.at(0).name, "w");
 }
 
-// Reads until nothing seems to change any more.
 TEST_F(StatusReaderTest, SeesWithoutReadingThatSomethingMayHaveChanged)
 {
     Launch({"/a x"});
     m_processes.Add(7, kLauncher, "/a x");
     EXPECT_TRUE(m_reader.MayHaveChanged());  // Nothing was read yet.
+    // After three reads, nothing counts as changed any more.
     const auto settle = [this] {
         for (int i = 0; i < 3; ++i) {
             Read();

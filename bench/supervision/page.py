@@ -11,7 +11,6 @@ from results import TITLES, Figure, number, ratio
 
 PEERS = ["daemontools", "runit", "s6", "supervisor"]
 PACKAGES = PEERS + ["libspdlog-dev", "libjsoncpp-dev", "valgrind"]
-LOAD = os.environ.get("BENCH_LOAD", "not noted")
 
 
 def page(results):
@@ -28,7 +27,7 @@ what was tried and rejected. Unless stated otherwise, a figure is the median of 
 and for starts of up to 10 helpers), with minimum and maximum in brackets; a ratio is one of medians.
 """,
         goals(results),
-        machine(),
+        machine(results),
         SETTINGS,
         start(results),
         memory(results),
@@ -70,8 +69,9 @@ def commands(results):
     duration = sum(results.seconds.values())
     return f"""## Exact commands
 
-    scripts/measure/bench.sh            # this page; {duration / 60:.0f} minutes of measuring
-    scripts/measure/bench.sh --short    # one peer, small numbers: shows that the benchmarks work
+    scripts/measure/bench.sh                # this page; {duration / 60:.0f} minutes of measuring
+    scripts/measure/bench.sh --again log    # replaces these scenarios, if something disturbed them
+    scripts/measure/bench.sh --short        # one peer, small numbers: shows that the benchmarks work
 
 The first command installs the peers, builds in release mode, installs the bundle, and runs
 
@@ -87,7 +87,7 @@ def output_of(*command):
     return subprocess.run(command, check=False, capture_output=True, text=True).stdout.strip()
 
 
-def machine():
+def machine(results):
     cpu = "unknown"
     with open("/proc/cpuinfo", encoding="utf-8") as file:
         for line in file:
@@ -107,8 +107,11 @@ def machine():
         ("Compiler", output_of("c++", "--version").splitlines()[0] + ", CMake preset bench"),
         ("Packages", ", ".join(versions.splitlines())),
         ("Date", output_of("date", "-u", "+%Y-%m-%d")),
-        ("Load before the run", LOAD),
+        ("Load before the run", results.load),
     ]
+    if results.again:
+        text = ", after the complete run"
+        rows.append(("Measured again", ", ".join(results.again) + text))
     return table(["", ""], rows)
 
 

@@ -43,6 +43,8 @@ class Results:
             content = json.load(file)
         self.short = content["short"]
         self.seconds = content["seconds"]
+        self.load = content["load"]
+        self.again = content.get("again", [])
         self._results = content["results"]
 
     def select(self, scenario, **wanted):

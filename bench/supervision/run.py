@@ -253,6 +253,21 @@ def short_profile():
     }
 
 
+def replaced(path, content):
+    """The results of an earlier run with those of `content` in place of the same scenarios."""
+    with open(path, encoding="utf-8") as file:
+        earlier = json.load(file)
+    scenarios = {result["scenario"] for result in content["results"]}
+    kept = [result for result in earlier["results"] if result["scenario"] not in scenarios]
+    return {
+        "short": earlier["short"],
+        "load": earlier["load"],
+        "seconds": {**earlier["seconds"], **content["seconds"]},
+        "results": kept + content["results"],
+        "again": sorted({*earlier.get("again", []), *content["seconds"]}),
+    }
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--bench", required=True, help="the benchmark directory of the build")
@@ -261,8 +276,16 @@ def main():
         "--other-stage", help="directory of another build, to compare with as `other`"
     )
     parser.add_argument("--output", required=True)
+    parser.add_argument(
+        "--load", default="not noted", help="the load before the build, to be noted"
+    )
     parser.add_argument("--short", action="store_true")
     parser.add_argument("--only", help="some of these, comma-separated: " + SCENARIOS)
+    parser.add_argument(
+        "--again",
+        action="store_true",
+        help="keep the other scenarios in OUTPUT, which an earlier run has written",
+    )
     parser.add_argument("--contenders", help="comma-separated; default: all")
     parser.add_argument("--counts", help="comma-separated; default: all")
     parser.add_argument("--repetitions", type=int)
@@ -287,12 +310,16 @@ def main():
         getattr(measurement, scenario)()
         seconds[scenario] = round(time.monotonic() - begin, 1)
         print(f"{scenario}: {seconds[scenario]} s", flush=True)
+    content = {
+        "short": arguments.short,
+        "load": arguments.load,
+        "seconds": seconds,
+        "results": measurement.results,
+    }
+    if arguments.again:
+        content = replaced(arguments.output, content)
     with open(arguments.output, "w", encoding="utf-8") as file:
-        json.dump(
-            {"short": arguments.short, "seconds": seconds, "results": measurement.results},
-            file,
-            indent=1,
-        )
+        json.dump(content, file, indent=1)
 
 
 if __name__ == "__main__":

@@ -7,7 +7,7 @@
 #     scripts/release.sh --snapshot --reuse    with the object files of scripts/macos/build.sh and
 #                                              scripts/measure/bench.sh that are up to date
 #
-# The same commit is meant to give the same bytes in any directory, at any time, for any user
+# The same commit gives the same bytes in any directory, at any time, for any user
 # (scripts/check/reproducible.sh).
 set -euo pipefail
 cd "$(dirname "$0")/.."

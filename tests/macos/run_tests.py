@@ -165,7 +165,15 @@ class Tests:
         launchlist = self.built / "run/stage/Kestrane.app/Contents/MacOS/launchlist"
         script = ROOT / "tests/tools/launchlist/command_line_test.py"
         name = "launchlist_command_line_test"
-        command = [*self.namespace(name), shutil.which("python3"), "-B", script, launchlist]
+        python = shutil.which("python3")
+        command = [
+            *self.namespace(name),
+            python,
+            "-B",
+            script,
+            launchlist,
+            *self.cases(name, script),
+        ]
         self.check(name, command, {})
 
     def run_end_to_end(self):
@@ -183,14 +191,17 @@ class Tests:
             name = f"end_to_end/{file.stem}"
             if self.is_skipped(name):
                 continue
-            skipped = self.skipped_parts(name)
-            cases = [
-                case
-                for case in cases_of(file)
-                if case not in skipped and case.split(".")[0] not in skipped
-            ]
-            command = [shutil.which("python3"), "-B", file, *cases]
+            command = [shutil.which("python3"), "-B", file, *self.cases(name, file)]
             self.check(name, command, environment)
+
+    def cases(self, name, file):
+        """Those of the file's cases that are not skipped."""
+        skipped = self.skipped_parts(name)
+        return [
+            case
+            for case in cases_of(file)
+            if case not in skipped and case.split(".")[0] not in skipped
+        ]
 
 
 def cases_of(file):
